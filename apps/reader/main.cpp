@@ -1,0 +1,3 @@
+#include "paperloom/Version.h"
+
+int main() { return PaperloomVersionString[0] == '\0'; }

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <any>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "paperloom/model/ParserProtocol.h"
+#include "paperloom/network/RequestResult.h"
+#include "paperloom/platform/Export.h"
+#include "paperloom/platform/URL.h"
+#include "paperloom/platform/URLCache.h"
+#include "paperloom/platform/URLSession.h"
+
+namespace paperloom {
+
+// The HTTP layer of the content side, as its coordinators see it.
+class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
+ public:
+  virtual ~ContentSessionManagerProtocol() = default;
+
+  // GETs `url` and hands the parsed answer to `completion(result, fromCache)`; `fromCache` is true
+  // when the server gave no usable answer and the copy stored before the request was taken
+  // instead. Returns the task, already started.
+  template <class T>
+  std::shared_ptr<URLSessionTask> getJSONData(
+      const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
+      std::function<void(Result<T> result, bool fromCache)> completion) {
+    // The parsed item travels through the type-erased layer below in a std::any.
+    return getData(
+        url,
+        [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
+          auto parsed = parser->parse(data);
+          if (!parsed) return tl::unexpected(std::move(parsed.error()));
+          return std::any(std::move(*parsed));
+        },
+        [completion = std::move(completion)](Result<std::any> result, bool fromCache) {
+          if (!result) {
+            completion(tl::unexpected(std::move(result.error())), fromCache);
+          } else {
+            completion(std::any_cast<T>(std::move(*result)), fromCache);
+          }
+        });
+  }
+
+  // POSTs `body`, which is JSON already. Returns the task, already started.
+  virtual std::shared_ptr<URLSessionTask> postJSONData(
+      const URL& url, Data body, std::function<void(PostRequestResult result)> completion) = 0;
+
+  // The cache behind the manager.
+  virtual std::shared_ptr<URLCache> contentSessionCache() const = 0;
+
+ protected:
+  using ErasedParser = std::function<tl::expected<std::any, ParserError>(const Data&)>;
+  using ErasedCompletion = std::function<void(Result<std::any> result, bool fromCache)>;
+
+  virtual std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
+                                                  ErasedCompletion completion) = 0;
+};
+
+}  // namespace paperloom

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tl/expected.hpp>
+#include <vector>
+
+#include "paperloom/platform/Data.h"
+#include "paperloom/platform/Export.h"
+
+namespace paperloom {
+
+// Why bytes are no JSON text: the decoder's own words.
+struct JSONError {
+  std::string localizedDescription;
+};
+
+// A read-only view of one JSON object inside a JSONDocument; cheap to copy, valid only while the
+// document lives. The typed reads never convert: a value counts only when it has exactly the asked
+// type, and nothing is returned for a missing key as for a value of another type. Of duplicate
+// keys the first counts.
+class PAPERLOOM_EXPORT JSONObject {
+ public:
+  std::optional<std::string> string(std::string_view key) const;
+  // As string(), without the copy; valid while the document lives.
+  std::optional<std::string_view> stringView(std::string_view key) const;
+  std::optional<bool> boolean(std::string_view key) const;
+  // A JSON number with an integral value that fits (640 and 640.0 do, 640.5 and 1e30 do not).
+  std::optional<std::int64_t> integer(std::string_view key) const;
+  std::optional<JSONObject> object(std::string_view key) const;
+  // An array whose every element is an object.
+  std::optional<std::vector<JSONObject>> objects(std::string_view key) const;
+  // An array whose every element is a text.
+  std::optional<std::vector<std::string>> strings(std::string_view key) const;
+  // The value under `key` as compact JSON text, whatever its type; "nil" when the key is absent.
+  std::string debugDescription(std::string_view key) const;
+
+ private:
+  friend class JSONDocument;
+  JSONObject() = default;
+
+  // The decoder's own handle to the object, kept opaque so that no decoder header is public.
+  alignas(std::max_align_t) std::array<std::byte, 16> handle_{};
+};
+
+// A decoded JSON text (RFC 8259); any value may stand at the top level. A leading UTF-8 byte order
+// mark is skipped. Nesting deeper than 1,024 levels, numbers that no 64-bit integer or double can
+// hold, and invalid UTF-8 are errors.
+class PAPERLOOM_EXPORT JSONDocument {
+ public:
+  static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);
+
+  JSONDocument(JSONDocument&&) noexcept;
+  JSONDocument& operator=(JSONDocument&&) noexcept;
+  ~JSONDocument();
+
+  // The top-level value if it is an object.
+  std::optional<JSONObject> object() const;
+
+ private:
+  struct Storage;
+  explicit JSONDocument(std::unique_ptr<Storage> storage);
+
+  std::unique_ptr<Storage> storage_;
+};
+
+}  // namespace paperloom

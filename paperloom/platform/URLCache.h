@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "paperloom/platform/Export.h"
+#include "paperloom/platform/URLRequest.h"
+#include "paperloom/platform/URLResponse.h"
+
+namespace paperloom {
+
+namespace internal {
+class URLCacheStore;
+}
+
+// Keeps HTTP answers in memory and on disk, each with a capacity in bytes, least recently used out
+// first. An answer larger than 5 % of a capacity is not kept there. Safe from any thread, and safe
+// with other caches on the same path in this process and in others. A damaged file or a full disk
+// is a miss and never an error to the caller; no call waits longer than 250 ms for a lock.
+//
+// GET answers are kept under their URL without its fragment; of the variants of one URL that
+// `Vary` sets apart (RFC 9111 section 4.1) the one that fits a request is chosen.
+class PAPERLOOM_EXPORT URLCache {
+ public:
+  // In memory only, with the platform's default capacity of 4 MB.
+  URLCache();
+  // `diskPath` is a folder name relative to the application's caches folder, or an absolute path.
+  // A disk capacity of 0 or an empty path keeps the cache in memory only. Nothing is opened before
+  // first use.
+  URLCache(std::int64_t memoryCapacity, std::int64_t diskCapacity, std::filesystem::path diskPath);
+  ~URLCache();
+  URLCache(const URLCache&) = delete;
+  URLCache& operator=(const URLCache&) = delete;
+
+  // The stored answer for the request, whatever its freshness; counts as a use of it. Nothing for
+  // methods other than GET and HEAD.
+  std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) const;
+
+  // Keeps `response`, replacing the variant it matches. No rule of HTTP is asked here: that is the
+  // session's business.
+  void storeCachedResponse(const CachedURLResponse& response, const URLRequest& request);
+
+  // Removes every variant stored for the request's URL.
+  void removeCachedResponse(const URLRequest& request);
+  // Leaves nothing behind in memory, in the file, its log or its free pages.
+  void removeAllCachedResponses();
+
+  std::int64_t memoryCapacity() const;
+  std::int64_t diskCapacity() const;
+  // May be called while the cache is in use; a smaller capacity evicts at once.
+  void setMemoryCapacity(std::int64_t bytes);
+  void setDiskCapacity(std::int64_t bytes);
+  std::int64_t currentMemoryUsage() const;
+  std::int64_t currentDiskUsage() const;
+  // Where the cache lies on disk; empty when it is in memory only.
+  std::filesystem::path diskFile() const;
+
+  // What the cache holds, most recently used first; does not count as a use. The answers come
+  // without their bodies; `size` counts key, header and body.
+  struct Entry {
+    CachedURLResponse response;
+    std::int64_t size = 0;
+    bool onDisk = false;
+  };
+  std::vector<Entry> entries() const;
+
+ private:
+  friend class internal::URLCacheStore;
+  std::unique_ptr<internal::URLCacheStore> store_;
+};
+
+}  // namespace paperloom

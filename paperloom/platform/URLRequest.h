@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "paperloom/platform/Data.h"
+#include "paperloom/platform/HTTPHeaders.h"
+#include "paperloom/platform/URL.h"
+
+namespace paperloom {
+
+// How a request uses its session's cache.
+enum class URLRequestCachePolicy {
+  useProtocolCachePolicy,        // as HTTP caching says (RFC 9111)
+  reloadIgnoringLocalCacheData,  // never answer from the cache; the answer may be stored
+  returnCacheDataElseLoad,       // a stored copy of any age, else the network
+  returnCacheDataDontLoad,       // a stored copy of any age, else an error; never the network
+  reloadRevalidatingCacheData,   // a stored copy only after the server has confirmed it
+};
+
+// One HTTP request: a plain value. Only http and https URLs can be sent. Names and values with
+// control characters are refused when the request is sent.
+struct URLRequest {
+  explicit URLRequest(URL requestURL) : url(std::move(requestURL)) {}
+
+  URL url;
+  std::string method = "GET";
+  HTTPHeaders headers;  // repeated names are sent as they stand
+  std::optional<Data> body;
+  URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::useProtocolCachePolicy;
+  bool followsRedirects = true;  // false hands the redirect answer itself to the caller
+};
+
+}  // namespace paperloom

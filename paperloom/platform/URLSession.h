@@ -1,0 +1,127 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "paperloom/platform/Export.h"
+#include "paperloom/platform/URLCache.h"
+#include "paperloom/platform/URLRequest.h"
+#include "paperloom/platform/URLResponse.h"
+
+namespace paperloom {
+
+namespace internal {
+class SessionCore;
+class TaskCore;
+}  // namespace internal
+
+struct URLSessionConfiguration {
+  // Idle time, connecting included: the longest wait without a byte in either direction.
+  std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
+  // The longest time for a whole task, redirects included.
+  std::chrono::milliseconds timeoutIntervalForResource = std::chrono::minutes(10);
+  std::shared_ptr<URLCache> urlCache;  // none: nothing is stored and nothing comes from a cache
+  int httpMaximumConnectionsPerHost = 6;
+  // The largest body handed over, in bytes after decoding.
+  std::int64_t maximumBodySize = std::int64_t{32} * 1024 * 1024;
+  // A file of PEM certificates trusted beside the system's. Verification itself is always on.
+  std::filesystem::path additionalCertificateAuthorities;
+  // A proxy URL. Without one the variables http_proxy, https_proxy, all_proxy and no_proxy count.
+  std::string proxy;
+};
+
+// What happened to a finished task.
+struct URLSessionTaskMetrics {
+  enum class Source {
+    network,      // the answer came whole from the server
+    cache,        // a fresh stored copy, no traffic
+    revalidated,  // a stored copy that the server confirmed
+    stale,        // a stored copy past its freshness, served as the directives or the policy allow
+  };
+  Source source = Source::network;
+  std::optional<std::chrono::seconds> age;  // of a stored copy when it was served
+  std::optional<Date> fetchedAt;            // when the answer, or its last validation, was received
+  std::int64_t countOfBytesReceived = 0;  // from the network for this task, bodies before decoding
+};
+
+// One exchange. Created suspended; safe from any thread.
+class PAPERLOOM_EXPORT URLSessionTask {
+ public:
+  enum class State { suspended, running, canceling, completed };
+
+  static constexpr float lowPriority = 0.25F;
+  static constexpr float defaultPriority = 0.5F;
+  static constexpr float highPriority = 0.75F;
+
+  // A task that belongs to no session: resume() and cancel() do nothing.
+  static std::shared_ptr<URLSessionTask> unattached(URLRequest request);
+
+  ~URLSessionTask();
+  URLSessionTask(const URLSessionTask&) = delete;
+  URLSessionTask& operator=(const URLSessionTask&) = delete;
+
+  // Starts the exchange; the second call does nothing.
+  void resume();
+  // Ends it: the completion receives URLError::Code::cancelled, unless it was under way already.
+  void cancel();
+
+  // Tasks that wait for a connection start in order of priority, 0 to 1.
+  float priority() const;
+  void setPriority(float priority);
+
+  State state() const;
+  const URLRequest& originalRequest() const;
+  // Body bytes received so far, before decoding, and those announced; -1 when not known.
+  std::int64_t countOfBytesReceived() const;
+  std::int64_t countOfBytesExpectedToReceive() const;
+  // Complete once the task's completion has been called.
+  URLSessionTaskMetrics metrics() const;
+
+ private:
+  friend class URLSession;
+  friend class internal::SessionCore;
+  explicit URLSessionTask(std::shared_ptr<internal::TaskCore> core);
+
+  std::shared_ptr<internal::TaskCore> core_;
+};
+
+// An HTTP client with a response cache: HTTP/1.1 and HTTP/2 over http and https, redirects
+// followed (at most 20, never from https to http), gzip and deflate decoded, answers stored and
+// reused as a private cache does (RFC 9111).
+//
+// One event-loop thread and one serial callback queue a session, both started with its first task.
+// Every callback of a session runs on its callback queue, one at a time, never on the caller's
+// stack. The destructor cancels what is in flight, joins the threads, and no callback runs after
+// it returns; a callback may start requests and may release the session.
+class PAPERLOOM_EXPORT URLSession {
+ public:
+  // Called exactly once. A body cut off after its header arrives as response and error without
+  // data; a failure before the header as an error alone.
+  using Completion = std::function<void(const std::optional<Data>& data,
+                                        const std::optional<HTTPURLResponse>& response,
+                                        const std::optional<URLError>& error)>;
+  // Asked on the callback queue, just before the completion, whether a complete fresh answer that
+  // HTTP would let the cache keep is worth keeping; with false the stored copy stays as it was.
+  using StoreFilter = std::function<bool(const HTTPURLResponse& response, const Data& data)>;
+
+  explicit URLSession(URLSessionConfiguration configuration);
+  ~URLSession();
+  URLSession(const URLSession&) = delete;
+  URLSession& operator=(const URLSession&) = delete;
+
+  const URLSessionConfiguration& configuration() const;
+
+  // A suspended task for the request.
+  std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion,
+                                           StoreFilter storeFilter = nullptr);
+
+ private:
+  std::shared_ptr<internal::SessionCore> core_;
+};
+
+}  // namespace paperloom
