@@ -1,0 +1,102 @@
+#include "paperloom/platform/DispatchQueue.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <utility>
+
+#include "paperloom/platform/internal/FatalError.h"
+
+namespace paperloom {
+
+struct DispatchQueue::State {
+  std::mutex mutex;
+  std::deque<std::function<void()>> work;
+  std::function<void()> wakeUp;
+  bool stopped = false;
+  int event = -1;
+
+  void signal() const {
+    const std::uint64_t one = 1;
+    while (::write(event, &one, sizeof one) < 0 && errno == EINTR) {
+    }
+  }
+
+  void clearSignal() const {
+    std::uint64_t count = 0;
+    while (::read(event, &count, sizeof count) < 0 && errno == EINTR) {
+    }
+  }
+};
+
+DispatchQueue& DispatchQueue::main() {
+  static auto* const queue = new DispatchQueue();
+  return *queue;
+}
+
+DispatchQueue::DispatchQueue() : state_(std::make_unique<State>()) {
+  state_->event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (state_->event < 0) fatalError("no event descriptor for a dispatch queue");
+}
+
+DispatchQueue::~DispatchQueue() { ::close(state_->event); }
+
+void DispatchQueue::async(std::function<void()> work) {
+  std::function<void()> wakeUp;
+  {
+    const std::lock_guard lock(state_->mutex);
+    const bool wasEmpty = state_->work.empty();
+    state_->work.push_back(std::move(work));
+    if (!wasEmpty) return;
+    state_->signal();
+    wakeUp = state_->wakeUp;
+  }
+  if (wakeUp) wakeUp();
+}
+
+void DispatchQueue::run() {
+  for (;;) {
+    {
+      const std::lock_guard lock(state_->mutex);
+      if (std::exchange(state_->stopped, false)) {
+        if (!state_->work.empty()) state_->signal();
+        return;
+      }
+    }
+    if (runPending() > 0) continue;
+    pollfd readable{state_->event, POLLIN, 0};
+    ::poll(&readable, 1, -1);
+  }
+}
+
+void DispatchQueue::stop() {
+  const std::lock_guard lock(state_->mutex);
+  state_->stopped = true;
+  state_->signal();
+}
+
+std::size_t DispatchQueue::runPending() {
+  std::deque<std::function<void()>> pending;
+  {
+    const std::lock_guard lock(state_->mutex);
+    pending.swap(state_->work);
+    if (!state_->stopped) state_->clearSignal();
+  }
+  const std::size_t count = pending.size();
+  for (; !pending.empty(); pending.pop_front()) pending.front()();
+  return count;
+}
+
+int DispatchQueue::fileDescriptor() const { return state_->event; }
+
+void DispatchQueue::setWakeUp(std::function<void()> wakeUp) {
+  const std::lock_guard lock(state_->mutex);
+  state_->wakeUp = std::move(wakeUp);
+}
+
+}  // namespace paperloom

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+
+#include "paperloom/platform/Export.h"
+
+namespace paperloom {
+
+// The application's sign that the network is in use: a flag that the session managers set and a
+// host shows. Safe from any thread.
+class PAPERLOOM_EXPORT NetworkActivityIndicator {
+ public:
+  static NetworkActivityIndicator& shared();
+
+  bool isVisible() const { return visible_; }
+  // Calls the observer when the flag changes, on the calling thread.
+  void setVisible(bool visible);
+
+  // One observer at a time; an empty function takes it away. When several threads set the flag at
+  // once, isVisible() is what counts.
+  void setObserver(std::function<void(bool visible)> observer);
+
+ private:
+  std::atomic<bool> visible_{false};
+  std::mutex mutex_;
+  std::function<void(bool)> observer_;
+};
+
+}  // namespace paperloom
