@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "paperloom/network/CacheWarmerRequestResult.h"
+#include "paperloom/platform/Export.h"
+#include "paperloom/platform/URL.h"
+#include "paperloom/platform/URLCache.h"
+#include "paperloom/platform/URLSession.h"
+
+namespace paperloom {
+
+class TaskCounter;
+
+// Fetches URLs for a cache to keep, one connection to a host at a time and at low priority. What is
+// kept is decided by the rules of HTTP caching, not here. Safe from any thread.
+class PAPERLOOM_EXPORT CacheWarmerSessionManager {
+ public:
+  using Completion = std::function<void(CacheWarmerRequestResult result)>;
+
+  explicit CacheWarmerSessionManager(std::shared_ptr<URLCache> cache);
+  ~CacheWarmerSessionManager();
+
+  // A cached copy answers at once, on the caller's thread, and no task is returned. Otherwise, or
+  // with `forceRefresh`, the started task; its answer arrives on the session's callback queue. A
+  // forced request asks the server even when the copy is still fresh (RFC 9111 section 5.2.1.4).
+  std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
+                                              Completion completion);
+
+  std::int64_t taskCount() const;
+
+ private:
+  std::shared_ptr<URLCache> cache_;
+  std::shared_ptr<TaskCounter> taskCounter_;
+  URLSession session_;
+};
+
+}  // namespace paperloom

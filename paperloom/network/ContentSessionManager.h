@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "paperloom/network/ContentSessionManagerProtocol.h"
+#include "paperloom/platform/Export.h"
+
+namespace paperloom {
+
+class TaskCounter;
+
+// GETs and POSTs JSON over a session with a URL cache of its own. When the server answers a GET
+// with a status outside 200 to 399, or not at all, the copy that was stored before the request
+// takes its place: so the last documents can be read offline. A fresh document replaces the stored
+// one only after its parser has accepted it.
+//
+// Completions run on the session's callback queue. Safe from any thread.
+class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManagerProtocol {
+ public:
+  static constexpr std::int64_t megabyte = 1'048'576;
+
+  // 8 MB in memory and 100 MB on disk below "url-cache"; idle timeout 20 seconds.
+  ContentSessionManager();
+  // The same over a cache of the host's own.
+  explicit ContentSessionManager(std::shared_ptr<URLCache> cache);
+  ~ContentSessionManager() override;
+
+  // The failure texts are "no network error" for a GET and "Error:" for a POST, each followed by
+  // " : " and the session's description of the failure when there is one.
+  std::shared_ptr<URLSessionTask> postJSONData(
+      const URL& url, Data body, std::function<void(PostRequestResult result)> completion) override;
+
+  std::shared_ptr<URLCache> contentSessionCache() const override { return contentSessionCache_; }
+
+  // Requests started and not yet completed.
+  std::int64_t taskCount() const;
+
+  // Told, before its completion, of every GET whose answer is in: what its task received, and
+  // whether the stored copy took the answer's place. On the session's callback queue; set it before
+  // the first request.
+  using TaskObserver = std::function<void(const URLSessionTask& task, bool fromCache)>;
+  void setTaskObserver(TaskObserver observer);
+
+ protected:
+  std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
+                                          ErasedCompletion completion) override;
+
+ private:
+  struct Get;
+
+  std::shared_ptr<URLCache> contentSessionCache_;
+  std::shared_ptr<TaskCounter> taskCounter_;
+  std::shared_ptr<const TaskObserver> taskObserver_;
+  URLSession session_;
+};
+
+}  // namespace paperloom

@@ -1,0 +1,28 @@
+#include "paperloom/network/MockSessionManager.h"
+
+#include <utility>
+
+#include "paperloom/platform/internal/FatalError.h"
+
+namespace paperloom {
+
+MockSessionManager::MockSessionManager(Data data)
+    : contentSessionCache_(std::make_shared<URLCache>()), data_(std::move(data)) {}
+
+std::shared_ptr<URLSessionTask> MockSessionManager::postJSONData(
+    const URL& /*url*/, Data /*body*/, std::function<void(PostRequestResult)> /*completion*/) {
+  fatalError("postJSONData not yet implemented");
+}
+
+std::shared_ptr<URLSessionTask> MockSessionManager::getData(const URL& url, ErasedParser parser,
+                                                            ErasedCompletion completion) {
+  auto parsed = parser(data_);
+  if (parsed) {
+    completion(std::move(*parsed), false);
+  } else {
+    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), false);
+  }
+  return URLSessionTask::unattached(URLRequest(url));
+}
+
+}  // namespace paperloom
