@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <tl/expected.hpp>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace paperloom::internal {
+
+// SQLite's extended result code; carries no text, so that no path or value can leak into a log.
+struct SQLiteError {
+  int code = 0;
+
+  // The bytes of the file are proven to be wrong.
+  bool isCorruption() const;
+  // Somebody else holds the lock.
+  bool isBusy() const;
+};
+
+template <class T>
+using SQLiteResult = tl::expected<T, SQLiteError>;
+using SQLiteStatus = SQLiteResult<void>;
+
+// One prepared statement. Parameters count from 1, columns from 0. Texts and blobs are bound
+// without a copy: they must live until the statement is reset. Belongs to one thread at a time.
+class SQLiteStatement {
+ public:
+  SQLiteStatement() = default;
+
+  void bind(int index, std::int64_t value);
+  void bind(int index, double value);
+  void bindText(int index, std::string_view text);
+  void bindBlob(int index, std::string_view bytes);
+
+  // True: a row is there to be read. False: the statement has ended. The statement needs a
+  // reset() before its next use either way.
+  SQLiteResult<bool> step();
+  // Steps once, resets, and tells only whether it worked: for statements without rows.
+  SQLiteStatus run();
+  void reset();
+
+  std::int64_t integer(int column) const;
+  // Nothing unless the column holds a number; texts that look like one are none.
+  std::optional<double> real(int column) const;
+  // Nothing unless the column holds a text. Valid until the next step() or reset().
+  std::optional<std::string_view> text(int column) const;
+  // Empty unless the column holds a blob. Valid until the next step() or reset().
+  std::string_view blob(int column) const;
+
+ private:
+  friend class SQLiteDatabase;
+  struct Finalizer {
+    void operator()(sqlite3_stmt* statement) const;
+  };
+  std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+};
+
+// One connection to one file, opened for data that nobody vouches for: what a schema in the file
+// could make SQLite do (triggers, views, functions) is switched off. Belongs to one thread at a
+// time. Statements must go before their database.
+class SQLiteDatabase {
+ public:
+  SQLiteDatabase() = default;
+
+  // Opens the file, which is created for its owner alone (0600; existing files are restricted).
+  // A statement waits at most `busyTimeout` for a lock.
+  static SQLiteResult<SQLiteDatabase> open(const std::filesystem::path& file,
+                                           std::chrono::milliseconds busyTimeout);
+
+  explicit operator bool() const { return database_ != nullptr; }
+  sqlite3* handle() const { return database_.get(); }
+
+  // Runs one or more statements and ignores their rows.
+  SQLiteStatus execute(const char* sql);
+  SQLiteResult<SQLiteStatement> prepare(std::string_view sql);
+  // The first column of the first row.
+  SQLiteResult<std::int64_t> integer(std::string_view sql);
+
+  // Makes the file an empty database whatever it held, in place and under SQLite's own locks, so
+  // that other processes that have it open are safe.
+  SQLiteStatus resetFile();
+  // Writes the file's bytes as they are to `copy`. (Opening the file a second time would drop the
+  // locks that this process holds on it.)
+  bool copyFile(const std::filesystem::path& copy);
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* database) const;
+  };
+  std::unique_ptr<sqlite3, Closer> database_;
+};
+
+}  // namespace paperloom::internal

@@ -1,0 +1,188 @@
+#include "paperloom/platform/UserDefaults.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "paperloom/platform/ApplicationDirectories.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace paperloom {
+namespace {
+
+class UserDefaultsTest : public testing::Test {
+ protected:
+  test::TemporaryFolder folder_;
+  const std::filesystem::path file_ = folder_.path() / "settings" / "defaults.sqlite";
+};
+
+TEST_F(UserDefaultsTest, synchronizedValuesAreThereForTheNextProcessAndAKilledOneLosesNone) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    UserDefaults defaults(file_);
+    defaults.setDouble(1234567890.125, "time");
+    defaults.setString("ä\n\"'", "name");
+    defaults.setDouble(7, "gone");
+    if (!defaults.synchronize()) ::_exit(1);
+    defaults.removeObject("gone");
+    if (!defaults.synchronize()) ::_exit(1);
+    defaults.setDouble(1, "unsynchronized");
+    ::kill(::getpid(), SIGKILL);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  const UserDefaults defaults(file_);
+  EXPECT_EQ(defaults.doubleForKey("time"), 1234567890.125);
+  EXPECT_EQ(defaults.stringForKey("name"), "ä\n\"'");
+  EXPECT_EQ(defaults.doubleForKey("name"), 0.0);
+  EXPECT_EQ(defaults.stringForKey("time"), std::nullopt);
+  EXPECT_EQ(defaults.doubleForKey("gone"), 0.0);
+  EXPECT_EQ(defaults.doubleForKey("unsynchronized"), 0.0);
+  struct stat info {};
+  ASSERT_EQ(::stat(file_.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600U);
+}
+
+TEST_F(UserDefaultsTest, writersInSeveralThreadsAndProcessesKeepEachOthersValues) {
+  std::vector<pid_t> children;
+  for (int process = 0; process < 3; ++process) {
+    children.push_back(::fork());
+    if (children.back() != 0) continue;
+    std::vector<std::thread> threads;
+    std::atomic<bool> good = true;
+    for (int thread = 0; thread < 3; ++thread) {
+      threads.emplace_back([&, thread] {
+        UserDefaults defaults(file_);
+        for (int i = 0; i < 5; ++i) {
+          const int number = process * 100 + thread * 10 + i;
+          defaults.setDouble(number, std::to_string(number));
+          good = defaults.synchronize() && good;
+        }
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    ::_exit(good ? 0 : 1);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  const UserDefaults defaults(file_);
+  for (int number = 0; number < 300; ++number) {
+    const bool written = number % 100 < 30 && number % 10 < 5;
+    EXPECT_EQ(defaults.doubleForKey(std::to_string(number)), written ? number : 0.0);
+  }
+}
+
+TEST_F(UserDefaultsTest, aChangeOfAnotherStoreIsSeenAtTheNextRead) {
+  UserDefaults first(file_);
+  UserDefaults second(file_);
+  first.setDouble(1, "key");
+  ASSERT_TRUE(first.synchronize());
+  EXPECT_EQ(second.doubleForKey("key"), 1);
+  second.setDouble(2, "key");
+  ASSERT_TRUE(second.synchronize());
+  EXPECT_EQ(first.doubleForKey("key"), 2);
+}
+
+TEST_F(UserDefaultsTest, aDamagedFileIsAnEmptyStoreAndIsSetAside) {
+  std::string good;
+  {
+    UserDefaults defaults(file_);
+    for (int i = 0; i < 300; ++i) defaults.setDouble(42, "key" + std::to_string(i));
+    ASSERT_TRUE(defaults.synchronize());
+    std::ifstream in(file_, std::ios::binary);
+    good.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  const std::pair<const char*, std::string> cases[] = {
+      {"text", "not a database at all, but long enough to be read as one"},
+      {"zero header", std::string(100, '\0') + good.substr(100)},
+      {"cut", good.substr(0, good.size() / 2)},
+      {"page overwritten", good.substr(0, 4096) + std::string(4096, '\x5a') + good.substr(8192)},
+      {"schema overwritten", good.substr(0, 100) + std::string(3996, '\x5a') + good.substr(4096)},
+  };
+  for (const auto& [name, bytes] : cases) {
+    SCOPED_TRACE(name);
+    std::filesystem::remove(file_.string() + ".damaged");
+    std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
+    UserDefaults defaults(file_);
+    EXPECT_EQ(defaults.doubleForKey("key299"), 0.0);
+    defaults.setDouble(3, "new");
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(UserDefaults(file_).doubleForKey("new"), 3);
+    std::ifstream in(file_.string() + ".damaged", std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == bytes);
+  }
+}
+
+TEST_F(UserDefaultsTest, whatTheDiskRefusesStaysInMemoryAndIsWrittenLater) {
+  // A file where the folder should be.
+  std::ofstream(folder_.path() / "settings") << "in the way";
+  UserDefaults defaults(file_);
+  defaults.setDouble(5, "key");
+  EXPECT_FALSE(defaults.synchronize());
+  EXPECT_EQ(defaults.doubleForKey("key"), 5);
+  std::filesystem::remove(folder_.path() / "settings");
+  EXPECT_TRUE(defaults.synchronize());
+  // The folder goes away under the open store.
+  std::filesystem::remove_all(folder_.path() / "settings");
+  defaults.setDouble(6, "key");
+  EXPECT_TRUE(defaults.synchronize());
+  // The disk is full.
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit full{16384, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  defaults.setString(std::string(100000, 'x'), "long");
+  EXPECT_FALSE(defaults.synchronize());
+  EXPECT_EQ(defaults.doubleForKey("key"), 6);
+  EXPECT_TRUE(defaults.stringForKey("long").has_value());
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_TRUE(defaults.synchronize());
+  const UserDefaults next(file_);
+  EXPECT_EQ(next.doubleForKey("key"), 6);
+  EXPECT_EQ(next.stringForKey("long").value_or("").size(), 100000U);
+}
+
+TEST(ApplicationDirectoriesTest, liesBelowTheXdgFoldersUnlessTheHostSaysOtherwise) {
+  const test::TemporaryFolder folder;
+  const std::string root = folder.path();
+  const struct {
+    const char *xdg, *name, *chosen;
+    std::string expected;
+  } cases[] = {
+      {"", "paperloom", "", root + "/home/.cache/paperloom"},
+      {"relative", "news", "", root + "/home/.cache/news"},
+      {"/xdg", "news", "", root + "/xdg/news"},
+      {"/xdg", "news", "/own", root + "/own"},
+      {"/xdg", "../up", "", root + "/xdg/news"},
+      {"/xdg", "", "", root + "/xdg/news"},
+  };
+  ::setenv("HOME", (root + "/home").c_str(), 1);
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.expected);
+    const std::string xdg = each.xdg;
+    ::setenv("XDG_CACHE_HOME", (xdg.starts_with('/') ? root + xdg : xdg).c_str(), 1);
+    ApplicationDirectories::setApplicationName(each.name);
+    ApplicationDirectories::setCachesDirectory(*each.chosen != 0 ? root + each.chosen : "");
+    EXPECT_EQ(ApplicationDirectories::cachesDirectory(), each.expected);
+    struct stat info {};
+    ASSERT_EQ(::stat(each.expected.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700U);
+  }
+  ApplicationDirectories::setCachesDirectory("");
+}
+
+}  // namespace
+}  // namespace paperloom
