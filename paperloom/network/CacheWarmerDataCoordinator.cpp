@@ -1,0 +1,30 @@
+#include "paperloom/network/CacheWarmerDataCoordinator.h"
+
+#include <utility>
+#include <variant>
+
+#include "paperloom/platform/Date.h"
+
+namespace paperloom {
+
+CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm)
+    : CacheWarmerDataCoordinator(std::move(cacheToWarm), LatestDateStore::shared()) {}
+
+CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm,
+                                                       LatestDateStore& dates)
+    : cache_(std::move(cacheToWarm)), dates_(dates), sessionManager_(cache_) {}
+
+std::shared_ptr<URLSessionTask> CacheWarmerDataCoordinator::saveToCache(const URL& url,
+                                                                        bool forceRefresh,
+                                                                        Completion completion) {
+  return sessionManager_.saveToCache(
+      url, forceRefresh,
+      [&dates = dates_, completion = std::move(completion)](CacheWarmerRequestResult result) {
+        if (std::holds_alternative<cachewarmer::Success>(result)) {
+          dates.setLastRequestTime(secondsSince1970(currentDate()));
+        }
+        completion(std::move(result));
+      });
+}
+
+}  // namespace paperloom

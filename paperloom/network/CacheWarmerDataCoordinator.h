@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+
+#include "paperloom/network/CacheWarmerSessionManager.h"
+#include "paperloom/network/LatestDateStore.h"
+#include "paperloom/platform/Export.h"
+
+namespace paperloom {
+
+// Fills a URL cache ahead of time, so that its documents can be read offline.
+class PAPERLOOM_EXPORT CacheWarmerDataCoordinatorProtocol {
+ public:
+  using Completion = CacheWarmerSessionManager::Completion;
+
+  virtual ~CacheWarmerDataCoordinatorProtocol() = default;
+
+  // Makes sure that a response for `url` is in the cache: see CacheWarmerSessionManager.
+  virtual std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
+                                                      Completion completion) = 0;
+};
+
+// The warmer over a session of its own; every answer fresh from the network is recorded as the
+// latest request time before it is passed on.
+class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
+    : public CacheWarmerDataCoordinatorProtocol {
+ public:
+  explicit CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm);
+  // `dates` must outlive the coordinator.
+  CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm, LatestDateStore& dates);
+
+  std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
+                                              Completion completion) override;
+
+  const std::shared_ptr<URLCache>& cache() const { return cache_; }
+
+ private:
+  std::shared_ptr<URLCache> cache_;
+  LatestDateStore& dates_;
+  CacheWarmerSessionManager sessionManager_;
+};
+
+}  // namespace paperloom

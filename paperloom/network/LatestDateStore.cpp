@@ -1,0 +1,37 @@
+#include "paperloom/network/LatestDateStore.h"
+
+#include <algorithm>
+
+#include "paperloom/platform/Date.h"
+
+namespace paperloom {
+
+LatestDateStore& LatestDateStore::shared() {
+  static auto* const store = new LatestDateStore(UserDefaults::standard());
+  return *store;
+}
+
+LatestDateStore::LatestDateStore(UserDefaults& defaults) : defaults_(defaults) {
+  LatestDateStore::recordRequestTimeIfUnset();
+}
+
+double LatestDateStore::lastRequestTime() const {
+  return defaults_.doubleForKey(lastRequestCacheKey_);
+}
+
+void LatestDateStore::setLastRequestTime(double time) {
+  defaults_.setDouble(lastRequestCacheKey_, time);
+  defaults_.synchronize();
+}
+
+void LatestDateStore::recordRequestTimeIfUnset() {
+  if (LatestDateStore::lastRequestTime() == 0.0) {
+    LatestDateStore::setLastRequestTime(secondsSince1970(currentDate()));
+  }
+}
+
+double LatestDateStore::timeElapsedSinceLastRequest() const {
+  return std::max(0.0, secondsSince1970(currentDate()) - lastRequestTime());
+}
+
+}  // namespace paperloom
