@@ -20,7 +20,7 @@ double LatestDateStore::lastRequestTime() const {
 }
 
 void LatestDateStore::setLastRequestTime(double time) {
-  defaults_.setDouble(lastRequestCacheKey_, time);
+  defaults_.setDouble(time, lastRequestCacheKey_);
   defaults_.synchronize();
 }
 
