@@ -1,0 +1,97 @@
+#include "paperloom/operations/AsynchronousOperation.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/operations/ManualOperation.h"
+
+namespace paperloom::test {
+namespace {
+
+// Writes down every announcement with what the operation says of itself at that moment.
+class Recorder final : public OperationObserver {
+ public:
+  void willChangeValue(Operation& operation, std::string_view key) override {
+    write("will ", operation, key);
+  }
+  void didChangeValue(Operation& operation, std::string_view key) override {
+    write("did ", operation, key);
+  }
+
+  std::vector<std::string> take() { return std::exchange(lines_, {}); }
+
+ private:
+  void write(std::string_view phase, const Operation& operation, std::string_view key) {
+    std::string line(phase);
+    line.append(key).append(operation.isReady() ? " r" : " -");
+    line.append(operation.isExecuting() ? "e" : "-").append(operation.isFinished() ? "f" : "-");
+    lines_.push_back(line);
+  }
+
+  std::vector<std::string> lines_;
+};
+
+using Lines = std::vector<std::string>;
+
+TEST(AsynchronousOperation, staysReadyBetweenItsStartAndItsEnd) {
+  const auto operation = std::make_shared<ManualOperation>();
+  const auto recorder = std::make_shared<Recorder>();
+  operation->addObserver(recorder);
+  operation->start();
+  EXPECT_EQ(recorder->take(),
+            (Lines{"will isReady r--", "will isReady r--", "did isReady r--", "did isReady r--"}));
+  EXPECT_EQ(operation->mains(), 1);
+  operation->finish();
+  EXPECT_EQ(recorder->take(), (Lines{"will isFinished r--", "will isReady r--", "did isReady --f",
+                                     "did isFinished --f"}));
+  operation->finish();
+  EXPECT_EQ(recorder->take(), (Lines{"will isFinished --f", "will isFinished --f",
+                                     "did isFinished --f", "did isFinished --f"}));
+  operation->start();
+  EXPECT_EQ(recorder->take(), Lines{});
+  EXPECT_TRUE(operation->isFinished());
+}
+
+TEST(AsynchronousOperation, finishesInStartWhenItIsCancelled) {
+  const auto operation = std::make_shared<ManualOperation>();
+  const auto recorder = std::make_shared<Recorder>();
+  operation->addObserver(recorder);
+  operation->cancel();
+  operation->start();
+  EXPECT_EQ(recorder->take(), (Lines{"will isFinished r--", "will isReady r--", "did isReady --f",
+                                     "did isFinished --f"}));
+  EXPECT_EQ(operation->mains(), 0);
+}
+
+TEST(AsynchronousOperation, isReadyOnceItsDependenciesAre) {
+  const auto dependency = std::make_shared<ManualOperation>();
+  const auto operation = std::make_shared<ManualOperation>();
+  const auto cancelled = std::make_shared<ManualOperation>();
+  operation->addDependency(dependency);
+  cancelled->addDependency(dependency);
+  const auto recorder = std::make_shared<Recorder>();
+  operation->addObserver(recorder);
+  cancelled->addObserver(recorder);
+  cancelled->cancel();
+  EXPECT_EQ(recorder->take(), (Lines{"will isReady ---", "did isReady r--"}));
+  dependency->finish();
+  EXPECT_EQ(recorder->take()[1], "did isReady r--");
+}
+
+TEST(Operation, announcesExecutionAndEndOfAPlainOperation) {
+  const auto operation = std::make_shared<Operation>();
+  const auto recorder = std::make_shared<Recorder>();
+  operation->addObserver(recorder);
+  operation->start();
+  operation->start();
+  EXPECT_EQ(recorder->take(),
+            (Lines{"will isExecuting r--", "did isExecuting re-", "will isExecuting re-",
+                   "will isFinished re-", "did isExecuting r-f", "did isFinished r-f"}));
+}
+
+}  // namespace
+}  // namespace paperloom::test
