@@ -34,8 +34,8 @@ struct CachePlan {
   bool revalidateInBackground = false;      // serve now, then send with `conditions` for the cache
   std::optional<std::chrono::seconds> age;  // of the stored answer, when there is one
   std::optional<std::chrono::seconds> lifetime;  // its freshness lifetime
-  HTTPHeaders conditions;  // each replaces the request's field of that name; none of them is in the
-                           // request that answerFromStored() is asked with
+  HTTPHeaders conditions;  // to set on the request when it is sent, now or in the background, each
+                           // in place of the request's fields of that name
   std::string reason;      // why, in the words of the rules, as one clause
 };
 
@@ -43,13 +43,16 @@ struct CachePlan {
 // that fits the request, or null.
 CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored, Date now);
 
-// Whether a 304 to a request sent with CachePlan::conditions confirms `stored` (section 4.3.4).
-// When it does not, the answer says nothing about the stored copy: send again without conditions.
-bool confirmsStored(const CachedURLResponse& stored, const HTTPURLResponse& notModified);
+// Whether a 304 confirms `stored` (section 4.3.4): always when the plan's own conditions were sent,
+// which name no other answer; with conditions of the caller's only when it carries the validators
+// of `stored`. A 304 to the caller's own conditions is the caller's answer either way.
+bool confirmsStored(const CachePlan& plan, const CachedURLResponse& stored,
+                    const HTTPURLResponse& notModified);
 
 // The stored answer brought up to date by a 304, or by a HEAD answer that describes it (sections
 // 3.2, 4.3.4, 4.3.5): its fields replaced by those received, but for the ones that describe the
-// stored bytes; its body kept; its times those of the validation.
+// stored bytes; its body kept; its times those of the validation. Ask mayStore() about the result
+// before keeping it: the confirmation may have brought no-store.
 CachedURLResponse entryAfterValidation(const CachedURLResponse& stored,
                                        const HTTPURLResponse& confirmation, Date requestTime,
                                        Date responseTime);
@@ -65,7 +68,8 @@ StoredAnswer answerFromStored(const URLRequest& request, const CachedURLResponse
                               bool validated = false);
 
 // Whether the answer may be kept (section 3). `complete` says that the whole body arrived. A POST
-// answer that may be kept is kept as the answer to a GET of the same URL (RFC 9110 section 9.3.3).
+// answer that may be kept is kept, after the invalidation, as the answer to a GET of the same URL
+// (RFC 9110 section 9.3.3).
 bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool complete);
 
 // The entry to keep for an answer that may be kept, without the fields that belong to the
