@@ -1,0 +1,91 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <tl/expected.hpp>
+
+#include "apps/sample_service/SampleAccounts.h"
+
+namespace paperloom::sample {
+
+// The accounts of one service and the tokens it has given out. Tokens are random; a refresh token
+// is good for one refresh. Failures are the HTTP statuses that tell them. Any thread.
+class IdentityStore {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  struct Tokens {
+    std::string accessToken;
+    std::string refreshToken;
+    std::string idToken;
+  };
+
+  struct NewAccount {
+    std::string email;
+    std::string authKey;
+    std::string firstName;
+    std::string lastName;
+  };
+
+  struct Registration {
+    std::string id;
+    Tokens tokens;
+  };
+
+  enum class Link { email, facebook, google };
+
+  explicit IdentityStore(std::chrono::milliseconds tokenLifetime);
+
+  std::chrono::milliseconds tokenLifetime() const { return tokenLifetime_; }
+
+  // 401: no such account, or another authKey.
+  tl::expected<Tokens, int> login(const std::string& identifier, std::string_view authKey,
+                                  const std::string& credentialType, Time now);
+
+  // 401: unknown, used before, or refused.
+  tl::expected<Tokens, int> refresh(const std::string& refreshToken, Time now);
+
+  // The status: 200 premium, 403 not premium, 401 unknown or past its time.
+  int entitlement(const std::string& accessToken, Time now) const;
+
+  // 409: the e-mail has an account; 503: the service takes no more accounts.
+  tl::expected<Registration, int> registerAccount(const NewAccount& account, Time now);
+
+  // The status: 200, 401 for a bad access token, 404 when the account has no such link (any more)
+  // or another e-mail. An account without its e-mail link cannot log in with it.
+  int removeLink(Link link, const std::string& accessToken, const std::string& email, Time now);
+
+ private:
+  struct Account {
+    std::string identifier;
+    std::string authKey;
+    std::string credentialType;
+    SampleAccount behaviour;
+    std::set<Link> links;
+  };
+  struct Access {
+    std::shared_ptr<Account> account;
+    Time expiry;
+  };
+
+  void add(std::shared_ptr<Account> account);
+  Tokens issue(const std::shared_ptr<Account>& account, bool expired, Time now);
+  const Access* valid(const std::string& accessToken, Time now) const;
+
+  const std::chrono::milliseconds tokenLifetime_;
+  mutable std::mutex mutex_;  // guards what follows
+  std::map<std::pair<std::string, std::string>, std::shared_ptr<Account>> accounts_;
+  std::map<std::string, Access> accessTokens_;
+  std::map<std::string, std::shared_ptr<Account>> refreshTokens_;
+  std::size_t registrations_ = 0;
+};
+
+}  // namespace paperloom::sample
