@@ -1,0 +1,100 @@
+#include "paperloom/model/ArticleContentItem.h"
+
+#include "paperloom/platform/DateFormatter.h"
+
+namespace paperloom {
+namespace {
+
+using Item = ArticleContentItem;
+
+Item text(const JSONObject& json) {
+  auto text = json.string("text");
+  if (!text) return {};
+  return {Item::Body{std::move(*text)}};
+}
+
+Item heading(const JSONObject& json) {
+  const auto level = json.integer("level");
+  auto text = json.string("text");
+  if (!level || !text) return {};
+  const auto style = fromRawValue<HeadingStyle>(*level);
+  if (!style) return {};
+  return {Item::Heading{*style, std::move(*text)}};
+}
+
+// The block itself carries the asset's keys.
+template <class Block>
+Item asset(const JSONObject& json) {
+  auto asset = Asset::parse(json);
+  if (!asset) return {};
+  return {Block{std::move(*asset)}};
+}
+
+Item youtube(const JSONObject& json) {
+  auto identifier = json.string("videoEmbedId");
+  if (!identifier) return {};
+  return {Item::Youtube{std::move(*identifier)}};
+}
+
+Item tweet(const JSONObject& json) {
+  auto identifier = json.string("tweetId");
+  if (!identifier) return {};
+  return {Item::Tweet{std::move(*identifier)}};
+}
+
+Item particle(const JSONObject& json) {
+  auto source = json.string("embedSrc");
+  if (!source) return {};
+  return {Item::Particle{
+      {{"text", json.string("text").value_or("")}, {"embedSrc", std::move(*source)}}}};
+}
+
+Item livepost(const JSONObject& json) {
+  const auto time = DateFormatter::shared().date(json.stringView("time").value_or(""));
+  if (!time) return {};
+  return {Item::Livepost{*time}};
+}
+
+struct Rule {
+  std::string_view type;
+  Item (*block)(const JSONObject&);
+};
+
+constexpr Rule rules[] = {
+    {"text", text},
+    {"heading", heading},
+    {"image", asset<Item::Image>},
+    {"video", asset<Item::Video>},
+    {"youtube", youtube},
+    {"tweet", tweet},
+    {"particle", particle},
+    {"livepost", livepost},
+};
+
+Item block(std::string_view type, const JSONObject& json) {
+  for (const Rule& rule : rules) {
+    if (rule.type == type) return rule.block(json);
+  }
+  return {};
+}
+
+}  // namespace
+
+std::vector<ArticleContentItem> ArticleContentItem::parseBody(const std::vector<JSONObject>& body) {
+  std::vector<ArticleContentItem> items;
+  items.reserve(body.size());
+  for (const JSONObject& json : body) {
+    if (const auto type = json.stringView("type")) items.push_back(block(*type, json));
+  }
+  return items;
+}
+
+std::string_view ArticleContentItem::caseName() const {
+  constexpr std::string_view names[] = {"heading",  "body",     "blockquote", "embed",
+                                        "image",    "video",    "youtube",    "tweet",
+                                        "particle", "livepost", "unknown"};
+  static_assert(std::size(names) == std::variant_size_v<decltype(value)>);
+  return names[value.index()];
+}
+
+}  // namespace paperloom

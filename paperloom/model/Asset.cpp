@@ -1,0 +1,63 @@
+#include "paperloom/model/Asset.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "paperloom/model/internal/ParsingFailed.h"
+
+namespace paperloom {
+namespace {
+
+std::vector<Asset::Rendition> parseRenditions(const std::vector<JSONObject>& list) {
+  std::vector<Asset::Rendition> renditions;
+  renditions.reserve(list.size());
+  for (const JSONObject& json : list) {
+    const auto text = json.stringView("url");
+    const auto width = json.integer("width");
+    const auto height = json.integer("height");
+    if (!text || !width || !height) continue;
+    if (auto url = URL::parse(*text)) renditions.push_back({std::move(*url), *width, *height});
+  }
+  return renditions;
+}
+
+// Smallest first. "At least as wide and as high" alone orders neither equal sizes nor a wide one
+// against a tall one, which no sort may be given; by width and then height is an order that agrees
+// with it wherever it says something.
+void sortBySize(std::vector<Asset::Rendition>& renditions) {
+  std::stable_sort(renditions.begin(), renditions.end(),
+                   [](const Asset::Rendition& a, const Asset::Rendition& b) {
+                     return std::tie(a.width, a.height) < std::tie(b.width, b.height);
+                   });
+}
+
+}  // namespace
+
+Result<Asset> Asset::parse(const JSONObject& json) {
+  const auto typeText = json.stringView("type");
+  const auto list = json.objects("renditions");
+  if (!typeText || !list) return parsingFailed("failed to parse JSON into Asset");
+  const auto type = fromRawValue<Type>(*typeText);
+  if (!type) return parsingFailed("invalid asset type found");
+  auto videoEmbedId = json.string("videoEmbedId");
+  if (*type == Type::Video && !videoEmbedId) return parsingFailed("No video embed Id");
+
+  Asset asset{.type = *type,
+              .caption = json.string("caption"),
+              .copyright = json.string("copyright"),
+              .altText = json.string("altText"),
+              .videoEmbedId = std::move(videoEmbedId),
+              .videoDuration = json.string("videoDuration"),
+              .renditions = parseRenditions(*list)};
+  if (asset.renditions.empty()) return parsingFailed("No renditions found");
+  sortBySize(asset.renditions);
+  return asset;
+}
+
+double Asset::aspectRatio() const {
+  if (renditions.empty()) return 0;
+  return static_cast<double>(renditions.front().height) /
+         static_cast<double>(renditions.front().width);
+}
+
+}  // namespace paperloom

@@ -1,0 +1,18 @@
+#include "paperloom/model/Author.h"
+
+#include <utility>
+
+namespace paperloom {
+
+std::vector<Author> Author::parseList(const std::vector<JSONObject>& list) {
+  std::vector<Author> authors;
+  authors.reserve(list.size());
+  for (const JSONObject& json : list) {
+    if (auto name = json.string("name")) {
+      authors.push_back({std::move(*name), json.string("jobTitle")});
+    }
+  }
+  return authors;
+}
+
+}  // namespace paperloom

@@ -1,0 +1,10 @@
+#include "paperloom/model/internal/CurrentAppMetadata.h"
+
+namespace paperloom {
+
+CurrentAppMetadata& CurrentAppMetadata::shared() {
+  static auto* const current = new CurrentAppMetadata;  // never destroyed
+  return *current;
+}
+
+}  // namespace paperloom

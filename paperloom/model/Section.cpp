@@ -1,0 +1,22 @@
+#include "paperloom/model/Section.h"
+
+#include "paperloom/model/internal/ParsingFailed.h"
+
+namespace paperloom {
+
+Result<std::shared_ptr<const SectionProtocol>> Section::parse(const JSONObject& json) {
+  auto uid = json.string("uid");
+  const auto previews = json.objects("previews");
+  if (!uid || !previews) return parsingFailed("failed to parse JSON into section");
+
+  ArticleHeaderList headers;
+  headers.reserve(previews->size());
+  for (const JSONObject& preview : *previews) {
+    // One bad card never fails its section.
+    if (auto header = ArticleHeader::parse(preview)) headers.push_back(std::move(*header));
+  }
+  return std::make_shared<const Section>(std::move(*uid), std::move(headers),
+                                         json.string("pageId"));
+}
+
+}  // namespace paperloom
