@@ -1,0 +1,218 @@
+#include "paperloom/network/DataCoordinator.h"
+
+#include <string_view>
+#include <utility>
+
+#include "paperloom/model/ArticleParser.h"
+#include "paperloom/model/internal/ConfigParser.h"
+#include "paperloom/model/internal/CurrentAppMetadata.h"
+#include "paperloom/model/internal/ImageParser.h"
+#include "paperloom/model/internal/StreamParser.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/MockSessionManager.h"
+#include "paperloom/network/internal/OfflineResource.h"
+#include "paperloom/platform/Date.h"
+#include "paperloom/platform/DispatchQueue.h"
+#include "paperloom/platform/internal/FatalError.h"
+
+namespace paperloom {
+namespace {
+
+void fail(const DataCoordinator::Failure& failure, PaperloomError error) {
+  if (failure) failure(std::move(error));
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) {
+    if (&text != &texts.front()) all += ',';
+    all += text;
+  }
+  return all;
+}
+
+URL streamURL(const URL& baseURL, const std::vector<std::string>& sections) {
+  const auto url =
+      baseURL.appendingPathComponent("stream").replacingQueryItems({{"uids", joined(sections)}});
+  if (!url) fatalError("the stream URL cannot be built from the base URL");
+  return *url;
+}
+
+}  // namespace
+
+struct DataCoordinator::Received {
+  std::shared_ptr<CurrentAppMetadata> appMetadata;
+  std::mutex mutex;
+  std::shared_ptr<const StreamProtocol> stream;
+};
+
+DataCoordinator& DataCoordinator::shared() {
+  // Not owned: the slot of the process is never destroyed.
+  const std::shared_ptr<CurrentAppMetadata> slot(std::shared_ptr<void>(),
+                                                 &CurrentAppMetadata::shared());
+  static auto* const coordinator = new DataCoordinator(std::make_shared<ContentSessionManager>(),
+                                                       LatestDateStore::shared(), slot);
+  return *coordinator;
+}
+
+DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
+    : DataCoordinator(std::move(sessionManager), LatestDateStore::shared()) {}
+
+DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
+                                 LatestDateStore& dates)
+    : DataCoordinator(std::move(sessionManager), dates, std::make_shared<CurrentAppMetadata>()) {}
+
+DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
+                                 LatestDateStore& dates,
+                                 std::shared_ptr<CurrentAppMetadata> appMetadata)
+    : sessionManager_(std::move(sessionManager)),
+      dates_(dates),
+      received_(std::make_shared<Received>()) {
+  received_->appMetadata = std::move(appMetadata);
+}
+
+DataCoordinator::~DataCoordinator() = default;
+
+void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, Failure failure) {
+  const auto root = baseURL();
+  if (!root) {
+    fail(failure, PaperloomError::configurationError("Request Stream - No config URL"));
+    return;
+  }
+  using Item = std::shared_ptr<const AppMetadataProtocol>;
+  sessionManager_
+      ->getJSONData<Item>(root->appendingPathComponent("config"),
+                          std::make_shared<const ConfigParser>(),
+                          [received = received_, success = std::move(success),
+                           failure = std::move(failure)](Result<Item> result, bool /*fromCache*/) {
+                            if (!result) return fail(failure, std::move(result.error()));
+                            received->appMetadata->set(*result);
+                            success(std::move(*result));
+                          })
+      ->resume();
+}
+
+void DataCoordinator::requestStreamForSections(const std::vector<std::string>& sections,
+                                               Success<StreamProtocol> success, Failure failure) {
+  const auto root = baseURL();
+  if (!root) {
+    fail(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    return;
+  }
+  sessionManager_
+      ->getJSONData<std::shared_ptr<const StreamProtocol>>(
+          streamURL(*root, sections), std::make_shared<const StreamParser>(),
+          streamCompletion(std::move(success), std::move(failure)))
+      ->resume();
+}
+
+void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Failure failure) {
+  const auto root = baseURL();
+  if (!root) {
+    fail(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    return;
+  }
+  const auto mock = std::make_shared<MockSessionManager>(offlineResource("sectionList"));
+  {
+    const std::lock_guard lock(mutex_);
+    sessionManagerMock_ = mock;
+  }
+  mock->getJSONData<std::shared_ptr<const StreamProtocol>>(
+          *root, std::make_shared<const StreamParser>(),
+          streamCompletion(std::move(success), std::move(failure)))
+      ->resume();
+}
+
+std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)>
+DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failure) const {
+  return [received = received_, success = std::move(success), failure = std::move(failure)](
+             Result<std::shared_ptr<const StreamProtocol>> result, bool /*fromCache*/) {
+    if (!result) return fail(failure, std::move(result.error()));
+    {
+      const std::lock_guard lock(received->mutex);
+      received->stream = *result;
+    }
+    success(std::move(*result));
+  };
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
+                                                                Success<ArticleProtocol> success,
+                                                                Failure failure) {
+  using Item = std::shared_ptr<const ArticleProtocol>;
+  return sessionManager_->getJSONData<Item>(
+      url, std::make_shared<const ArticleParser>(),
+      [&dates = dates_, success = std::move(success), failure = std::move(failure)](
+          Result<Item> result, bool fromCache) {
+        if (result && !fromCache) dates.setLastRequestTime(secondsSince1970(currentDate()));
+        DispatchQueue::main().async([result = std::move(result), success, failure] {
+          if (!result) return fail(failure, result.error());
+          success(*result);
+        });
+      });
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
+    const URL& url, Success<Image> success, std::function<void()> failure) {
+  using Item = std::shared_ptr<const Image>;
+  return sessionManager_->getJSONData<Item>(
+      url, std::make_shared<const ImageParser>(),
+      [success = std::move(success), failure = std::move(failure)](Result<Item> result,
+                                                                   bool /*fromCache*/) {
+        DispatchQueue::main().async([result = std::move(result), success, failure] {
+          if (result) return success(*result);
+          if (failure) failure();
+        });
+      });
+}
+
+std::shared_ptr<const AppMetadataProtocol> DataCoordinator::appMetadata() const {
+  return received_->appMetadata->get();
+}
+
+std::shared_ptr<const StreamProtocol> DataCoordinator::stream() const {
+  const std::lock_guard lock(received_->mutex);
+  return received_->stream;
+}
+
+std::optional<URL> DataCoordinator::baseURL() const {
+  const std::lock_guard lock(mutex_);
+  return baseURL_;
+}
+
+void DataCoordinator::setBaseURL(std::optional<URL> url) {
+  const std::lock_guard lock(mutex_);
+  baseURL_ = std::move(url);
+}
+
+std::optional<std::string> DataCoordinator::defaultSections() const {
+  const std::lock_guard lock(mutex_);
+  return defaultSections_;
+}
+
+void DataCoordinator::setDefaultSections(std::optional<std::string> sections) {
+  const std::lock_guard lock(mutex_);
+  defaultSections_ = std::move(sections);
+}
+
+std::shared_ptr<CacheWarmerDataCoordinatorProtocol> DataCoordinator::cacheWarmerDataCoordinator() {
+  const std::lock_guard lock(mutex_);
+  if (!cacheWarmerDataCoordinator_) {
+    cacheWarmerDataCoordinator_ = std::make_shared<CacheWarmerDataCoordinator>(
+        sessionManager_->contentSessionCache(), dates_);
+  }
+  return cacheWarmerDataCoordinator_;
+}
+
+void DataCoordinator::setCacheWarmerDataCoordinator(
+    std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer) {
+  const std::lock_guard lock(mutex_);
+  cacheWarmerDataCoordinator_ = std::move(warmer);
+}
+
+std::shared_ptr<ContentSessionManagerProtocol> DataCoordinator::sessionManagerMock() const {
+  const std::lock_guard lock(mutex_);
+  return sessionManagerMock_;
+}
+
+}  // namespace paperloom

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "paperloom/model/AppMetadata.h"
+#include "paperloom/model/Article.h"
+#include "paperloom/model/PaperloomError.h"
+#include "paperloom/model/Stream.h"
+#include "paperloom/network/CacheWarmerDataCoordinator.h"
+#include "paperloom/network/ContentSessionManagerProtocol.h"
+#include "paperloom/network/LatestDateStore.h"
+#include "paperloom/platform/Export.h"
+#include "paperloom/platform/Image.h"
+#include "paperloom/platform/URL.h"
+
+namespace paperloom {
+
+class CurrentAppMetadata;
+
+// The requests of the content side. A failure callback may be empty: the failure is dropped then.
+class PAPERLOOM_EXPORT DataCoordinatorProtocol {
+ public:
+  template <class T>
+  using Success = std::function<void(std::shared_ptr<const T>)>;
+  using Failure = std::function<void(PaperloomError)>;
+
+  virtual ~DataCoordinatorProtocol() = default;
+
+  // GETs base URL + "config". Answers on the session's callback queue. Without a base URL fails at
+  // once, on the caller's thread, with configurationError.
+  virtual void requestAppMetadata(Success<AppMetadataProtocol> success,
+                                  Failure failure = nullptr) = 0;
+
+  // GETs base URL + "stream?uids=a,b"; an empty list asks for an empty value. Answers, and fails
+  // without a base URL, as requestAppMetadata().
+  virtual void requestStreamForSections(const std::vector<std::string>& sections,
+                                        Success<StreamProtocol> success,
+                                        Failure failure = nullptr) = 0;
+
+  // GETs an article from `url`. Answers on the main queue. Returns the task, already started.
+  virtual std::shared_ptr<URLSessionTask> requestArticle(const URL& url,
+                                                         Success<ArticleProtocol> success,
+                                                         Failure failure = nullptr) = 0;
+
+  // GETs an image from `url`. Answers on the main queue. Returns the task, already started.
+  virtual std::shared_ptr<URLSessionTask> requestImageFromURL(
+      const URL& url, Success<Image> success, std::function<void()> failure = nullptr) = 0;
+
+  // The stream that is shipped with the library. Answers before it returns, on the caller's thread.
+  // Needs a base URL like the other stream request.
+  virtual void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) = 0;
+};
+
+// The content side's entry point: a host sets the base URL and asks. Remembers the last
+// configuration and stream. Safe from any thread.
+class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
+ public:
+  // The process's instance, over a ContentSessionManager of its own. Its appMetadata() also follows
+  // every stream that is parsed in the process.
+  static DataCoordinator& shared();
+
+  explicit DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
+  // `dates` must outlive the coordinator.
+  DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
+                  LatestDateStore& dates);
+  ~DataCoordinator() override;
+
+  void requestAppMetadata(Success<AppMetadataProtocol> success, Failure failure = nullptr) override;
+  void requestStreamForSections(const std::vector<std::string>& sections,
+                                Success<StreamProtocol> success,
+                                Failure failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestArticle(const URL& url, Success<ArticleProtocol> success,
+                                                 Failure failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestImageFromURL(
+      const URL& url, Success<Image> success, std::function<void()> failure = nullptr) override;
+  void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) override;
+
+  // The last configuration and stream received; none at first. A failed answer leaves them.
+  std::shared_ptr<const AppMetadataProtocol> appMetadata() const;
+  std::shared_ptr<const StreamProtocol> stream() const;
+
+  // The root of the content endpoint; none at first.
+  std::optional<URL> baseURL() const;
+  void setBaseURL(std::optional<URL> url);
+
+  // The host's own note; no request reads it.
+  std::optional<std::string> defaultSections() const;
+  void setDefaultSections(std::optional<std::string> sections);
+
+  // Warms the session manager's cache; created on first use.
+  std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator();
+  void setCacheWarmerDataCoordinator(std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer);
+
+  const std::shared_ptr<ContentSessionManagerProtocol>& sessionManager() const {
+    return sessionManager_;
+  }
+  // The manager that answered the last offline request.
+  std::shared_ptr<ContentSessionManagerProtocol> sessionManagerMock() const;
+
+ private:
+  // What completions write; it outlives the coordinator when they do.
+  struct Received;
+
+  DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
+                  LatestDateStore& dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
+
+  std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)> streamCompletion(
+      Success<StreamProtocol> success, Failure failure) const;
+
+  std::shared_ptr<ContentSessionManagerProtocol> sessionManager_;
+  LatestDateStore& dates_;
+  std::shared_ptr<Received> received_;
+
+  mutable std::mutex mutex_;  // guards what follows
+  std::optional<URL> baseURL_;
+  std::optional<std::string> defaultSections_;
+  std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator_;
+  std::shared_ptr<ContentSessionManagerProtocol> sessionManagerMock_;
+};
+
+}  // namespace paperloom
