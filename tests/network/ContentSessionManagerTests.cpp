@@ -1,0 +1,224 @@
+#include "paperloom/network/ContentSessionManager.h"
+
+#include <gtest/gtest.h>
+
+#include "paperloom/network/MockSessionManager.h"
+#include "paperloom/network/internal/TaskCounter.h"
+#include "paperloom/platform/NetworkActivityIndicator.h"
+#include "tests/network/ContentFixture.h"
+
+namespace paperloom {
+namespace {
+
+// Accepts JSON objects and hands back the bytes: enough of a parser to see which body was taken.
+class BodyParser final : public ParserProtocol<std::string> {
+ public:
+  tl::expected<std::string, ParserError> parse(const Data& data) const override {
+    const auto document = JSONDocument::parse(data.view());
+    if (!document) return tl::unexpected(ParserError(document.error()));
+    if (!document->object()) {
+      return tl::unexpected(ParserError(PaperloomError::parsingFailed("no object")));
+    }
+    return std::string(data.view());
+  }
+};
+
+struct Answer {
+  Result<std::string> result;
+  bool fromCache = false;
+};
+
+class ContentSessionManagerTests : public test::ContentFixture {
+ protected:
+  Answer get(ContentSessionManagerProtocol& from, const URL& url) {
+    std::promise<Answer> answered;
+    from.getJSONData<std::string>(url, std::make_shared<BodyParser>(),
+                                  [&](Result<std::string> result, bool fromCache) {
+                                    answered.set_value({std::move(result), fromCache});
+                                  });
+    return test::await(answered.get_future());
+  }
+
+  PostRequestResult post(const URL& url) {
+    std::promise<PostRequestResult> answered;
+    manager.postJSONData(url, Data("{}"),
+                         [&](PostRequestResult result) { answered.set_value(std::move(result)); });
+    return test::await(answered.get_future());
+  }
+
+  ContentSessionManager manager{cache};
+};
+
+TEST_F(ContentSessionManagerTests, statusDecidesWhetherTheFreshOrTheStoredBodyIsParsed) {
+  const URL config = at("/config");
+  const Answer stored = get(manager, config);
+  ASSERT_TRUE(stored.result && !stored.fromCache);
+
+  const std::pair<int, bool> table[] = {{200, false}, {226, false}, {304, false}, {399, false},
+                                        {400, true},  {404, true},  {500, true},  {599, true}};
+  for (const auto& [status, fallsBack] : table) {
+    SCOPED_TRACE(status);
+    // A manager without a stored copy of its own path answers from the network each time.
+    misbehave("status=/config:" + std::to_string(status));
+    const auto emptyCache = std::make_shared<URLCache>();
+    ContentSessionManager withoutCopy(emptyCache);
+    const Answer bare = get(withoutCopy, config);
+    EXPECT_EQ(bare.fromCache, fallsBack);
+    if (fallsBack) {
+      ASSERT_FALSE(bare.result);
+      EXPECT_EQ(bare.result.error().details(), "no network error");
+    }
+
+    const auto copy = cache->cachedResponse(URLRequest(config));
+    ASSERT_TRUE(copy);
+    CachedURLResponse expired = *copy;
+    expired.response.headers.set("Cache-Control", "max-age=0");
+    emptyCache->storeCachedResponse(expired, URLRequest(config));
+    const Answer withCopy = get(withoutCopy, config);
+    EXPECT_EQ(withCopy.fromCache, fallsBack);
+    ASSERT_TRUE(withCopy.result) << withCopy.result.error().details();
+    if (fallsBack) {
+      EXPECT_EQ(*withCopy.result, *stored.result);
+    }
+  }
+}
+
+TEST_F(ContentSessionManagerTests, storedDocumentIsReadWhenTheServiceIsGone) {
+  const URL article = at("/config");
+  const Answer online = get(manager, article);
+  ASSERT_TRUE(online.result);
+  const URL other = at("/stream?uids=");
+  service->stop();
+
+  const Answer unknown = get(manager, other);
+  ASSERT_FALSE(unknown.result);
+  EXPECT_TRUE(unknown.fromCache);
+  EXPECT_EQ(unknown.result.error().which(), PaperloomError::Case::networkError);
+  EXPECT_EQ(unknown.result.error().details().find("no network error : "), 0U);
+  EXPECT_GT(unknown.result.error().details().size(), std::string("no network error : ").size());
+
+  // The copy is made stale first, so that it is the manager's fall-back that answers.
+  auto copy = *cache->cachedResponse(URLRequest(article));
+  copy.response.headers.set("Cache-Control", "max-age=0");
+  cache->storeCachedResponse(copy, URLRequest(article));
+  ContentSessionManager afterRestart(openCache());
+  for (ContentSessionManager* each : {&manager, &afterRestart}) {
+    const Answer offline = get(*each, article);
+    ASSERT_TRUE(offline.result) << offline.result.error().details();
+    EXPECT_TRUE(offline.fromCache);
+    EXPECT_EQ(*offline.result, *online.result);
+  }
+}
+
+TEST_F(ContentSessionManagerTests, successCutShortHasNoBodyAndDoesNotFallBack) {
+  const URL config = at("/config");
+  ASSERT_TRUE(get(manager, config).result);
+  auto copy = *cache->cachedResponse(URLRequest(config));
+  copy.response.headers.set("Cache-Control", "max-age=0");
+  cache->storeCachedResponse(copy, URLRequest(config));
+  copy.response.headers.remove("ETag");
+  copy.response.headers.remove("Last-Modified");
+  cache->storeCachedResponse(copy, URLRequest(config));
+
+  misbehave("cut=/config:100");
+  const Answer cut = get(manager, config);
+  ASSERT_FALSE(cut.result);
+  EXPECT_FALSE(cut.fromCache);
+  EXPECT_EQ(cut.result.error().details().find("no network error : "), 0U);
+}
+
+TEST_F(ContentSessionManagerTests, goodCopySurvivesAnAnswerThatItsParserRefuses) {
+  // What a captive portal does: 200, storable, and not the document.
+  class Portal final : public ParserProtocol<std::string> {
+    tl::expected<std::string, ParserError> parse(const Data& data) const override {
+      if (data.view().find("sectionMetaData") == std::string_view::npos) {
+        return tl::unexpected(ParserError(PaperloomError::parsingFailed("not the document")));
+      }
+      return std::string(data.view());
+    }
+  };
+  const URL config = at("/config");
+  ASSERT_TRUE(get(manager, config).result);
+  auto stale = *cache->cachedResponse(URLRequest(config));
+  stale.response.headers = {{"Cache-Control", "max-age=0"}};
+  cache->storeCachedResponse(stale, URLRequest(config));
+
+  misbehave("status=/config:200");
+  std::promise<Answer> answered;
+  manager.getJSONData<std::string>(config, std::make_shared<Portal>(),
+                                   [&](Result<std::string> result, bool fromCache) {
+                                     answered.set_value({std::move(result), fromCache});
+                                   });
+  const Answer refused = test::await(answered.get_future());
+  ASSERT_FALSE(refused.result);
+  EXPECT_EQ(refused.result.error().details(), "not the document");
+  EXPECT_EQ(cache->cachedResponse(URLRequest(config))->data, stale.data);
+}
+
+TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnType) {
+  const Answer image = get(manager, at("/images/none.png"));
+  EXPECT_EQ(image.result.error().details(), "no network error");
+
+  MockSessionManager array(Data("[]"));
+  EXPECT_EQ(get(array, at("/")).result.error().details(), "no object");
+  MockSessionManager truncated(Data("{\"a\": "));
+  const Answer decoder = get(truncated, at("/"));
+  EXPECT_EQ(decoder.result.error().which(), PaperloomError::Case::parsingFailed);
+  EXPECT_EQ(decoder.result.error().details(),
+            JSONDocument::parse("{\"a\": ").error().localizedDescription);
+}
+
+TEST_F(ContentSessionManagerTests, postReportsEveryStatusAndEveryTransportFailure) {
+  misbehave("status=/config:409");
+  const auto conflict = std::get<PostSuccess>(post(at("/config")));
+  EXPECT_EQ(conflict.responseCode, 409);
+  EXPECT_FALSE(conflict.responseData.empty());
+  const auto sent = service->requests().back();
+  EXPECT_EQ(sent.method, "POST");
+  EXPECT_EQ(sent.header("Content-Type"), "application/json");
+  EXPECT_EQ(sent.header("Accept"), "application/json");
+  EXPECT_EQ(sent.body, "{}");
+
+  const URL gone = at("/config");
+  service->stop();
+  const auto failure = std::get<PaperloomError>(post(gone));
+  EXPECT_EQ(failure.which(), PaperloomError::Case::networkError);
+  EXPECT_EQ(failure.details().find("Error: : "), 0U);
+}
+
+TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
+  auto& indicator = NetworkActivityIndicator::shared();
+  DispatchQueue::main().runPending();
+  misbehave("silent=/config");
+  const auto task = manager.getJSONData<std::string>(at("/config"), std::make_shared<BodyParser>(),
+                                                     [](Result<std::string>, bool) {});
+  EXPECT_EQ(manager.taskCount(), 1);
+  EXPECT_FALSE(indicator.isVisible());
+  DispatchQueue::main().runPending();
+  EXPECT_TRUE(indicator.isVisible());
+
+  task->cancel();
+  EXPECT_TRUE(test::pumpUntil([&] { return manager.taskCount() == 0 && !indicator.isVisible(); }));
+}
+
+TEST_F(ContentSessionManagerTests, twoManagersShareOneCacheOnDisk) {
+  ContentSessionManager other(openCache());
+  const URL config = at("/config");
+  ASSERT_TRUE(get(manager, config).result);
+  ASSERT_TRUE(get(other, config).result);
+  EXPECT_EQ(requestsFor("/config"), 1U);
+  ASSERT_TRUE(get(other, at("/stream?uids=")).result);
+  ASSERT_TRUE(get(manager, at("/stream?uids=")).result);
+  EXPECT_EQ(requestsFor("/stream?uids="), 1U);
+}
+
+TEST(ProgrammingErrorsDeathTests, stopTheProgramWithAMessage) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_DEATH(MockSessionManager(Data()).postJSONData(*URL::parse("http://a"), Data(), {}),
+               "postJSONData not yet implemented");
+  EXPECT_DEATH(checkedSum(INT64_MAX, 1), "count of tasks");
+  EXPECT_DEATH(checkedSum(INT64_MIN, -1), "count of tasks");
+}
+
+}  // namespace
+}  // namespace paperloom
