@@ -1,0 +1,219 @@
+#include <gtest/gtest.h>
+
+#include "tests/caching/CachingFixture.h"
+
+namespace paperloom::test {
+namespace {
+
+using internal::CachePlan;
+using internal::mayServeStaleOnError;
+using internal::planRequest;
+using std::chrono::seconds;
+using Action = CachePlan::Action;
+using Policy = URLRequestCachePolicy;
+
+const std::string noonText = "Fri, 01 Mar 2024 12:00:00 GMT";
+const std::string hourAgo = "Fri, 01 Mar 2024 11:00:00 GMT";
+const std::string hourLater = "Fri, 01 Mar 2024 13:00:00 GMT";
+constexpr seconds year = std::chrono::hours(24 * 365);
+
+CachePlan planAfter(seconds elapsed, const HTTPHeaders& stored, const HTTPHeaders& asked = {},
+                    int status = 200) {
+  const CachedURLResponse entry = storedWith(stored, status);
+  return planRequest(requestWith(asked), &entry, noon + elapsed);
+}
+
+TEST(Freshness, followsTheFieldsOfTheAnswer) {
+  struct Case {
+    HTTPHeaders fields;
+    seconds elapsed;
+    bool fresh;
+    int status = 200;
+  };
+  const std::string cc = "Cache-Control";
+  const Case cases[] = {
+      {{{cc, "max-age=60"}}, seconds(59), true},
+      {{{cc, "max-age=60"}}, seconds(60), false},
+      {{{cc, "x, MAX-age=\"60\""}, {"Expires", "0"}}, seconds(30), true},
+      {{{cc, "max-age=0"}, {"Expires", hourLater}}, seconds(0), false},
+      {{{cc, "s-maxage=600, max-age=60"}}, seconds(70), false},
+      {{{cc, "s-maxage=0, max-age=60"}}, seconds(30), true},
+      {{{cc, "max-age=99999999999999999999"}}, year, true},
+      {{{cc, "max-age=60, max-age=060"}}, seconds(30), true},
+      {{{cc, "max-age=60"}, {cc, "max-age=600"}}, seconds(1), false},
+      {{{cc, "x=\"max-age=600\", max-age=1"}}, seconds(2), false},
+      {{{cc, "x=\"open, max-age=60"}}, seconds(30), true},
+      {{{"Expires", hourLater}, {"Date", noonText}}, seconds(3599), true},
+      {{{"Expires", hourLater}, {"Date", noonText}}, seconds(3600), false},
+      {{{"Expires", hourLater}, {"Date", "foo"}}, seconds(3599), true},
+      {{{"Expires", hourLater}, {"Expires", hourAgo}}, seconds(0), false},
+      {{{"Expires", "Fri, 01 Mar 2094 12:00:00 EST"}}, seconds(0), false},
+      // A fast server clock, then a slow one.
+      {{{"Expires", hourLater}, {"Date", hourLater}}, seconds(0), false},
+      {{{cc, "max-age=60"}, {"Date", hourLater}}, seconds(59), true},
+      {{{cc, "max-age=60"}, {"Date", hourAgo}}, seconds(0), false},
+      // Heuristics: a tenth of an hour, of a century a day; only for the statuses that allow it.
+      {{{"Last-Modified", hourAgo}}, seconds(359), true},
+      {{{"Last-Modified", hourAgo}}, seconds(360), false},
+      {{{"Last-Modified", "Thu, 01 Mar 1924 11:00:00 GMT"}}, seconds(86400), false},
+      {{{"Last-Modified", hourLater}}, seconds(0), false},
+      {{{"Last-Modified", hourAgo}}, seconds(1), true, 404},
+      {{{"Last-Modified", hourAgo}}, seconds(1), false, 503},
+      {{{"Last-Modified", hourAgo}, {cc, "public"}}, seconds(1), true, 503},
+      {{}, seconds(0), false},
+      // Our own clock: forward by years, back by a moment, back by years.
+      {{{cc, "max-age=60"}}, 20 * year, false},
+      {{{cc, "max-age=60"}}, seconds(-5), true},
+      {{{cc, "max-age=60"}}, -20 * year, false},
+  };
+  for (const Case& c : cases) {
+    const auto plan = planAfter(c.elapsed, c.fields, {}, c.status);
+    EXPECT_EQ(plan.action == Action::serveStored, c.fresh) << plan.reason;
+  }
+  for (const char* malformed : {"max-age", "max-age=", "max-age=-60", "max-age='60'", "max-age=a60",
+                                "max-age=60a", "max-age=60.0", "max-age =60", "max-age= 60"}) {
+    EXPECT_EQ(planAfter(seconds(0), {{cc, malformed}, {"Expires", hourLater}}).action, Action::send)
+        << malformed;
+  }
+}
+
+TEST(Freshness, countsTheAgeThatAnAnswerArrivesWith) {
+  struct Case {
+    const char* age;
+    bool fresh;
+  };
+  for (const Case& c :
+       {Case{"3599", true}, Case{"3600", false}, Case{"0,7200", true}, Case{"7200,0", false},
+        Case{"0, 0", false}, Case{"abc", false}, Case{"-1", false}, Case{"0.0", false},
+        Case{"0;a=1", false}, Case{"", false}, Case{"99999999999999999999", false}}) {
+    const auto plan = planAfter(seconds(0), {{"Cache-Control", "max-age=3600"}, {"Age", c.age}});
+    EXPECT_EQ(plan.action == Action::serveStored, c.fresh) << c.age;
+  }
+  CachedURLResponse slow = storedWith({{"Cache-Control", "max-age=60"}, {"Age", "20"}});
+  slow.requestTime = noon - seconds(30);
+  EXPECT_EQ(planRequest(requestWith({}), &slow, noon + seconds(5)).age, seconds(55));
+}
+
+TEST(Plan, obeysTheDirectivesOfBothSides) {
+  struct Case {
+    const char* asked;
+    const char* directed;
+    seconds elapsed;
+    Action action;
+    bool stale = false;
+  };
+  const Case cases[] = {
+      {"no-cache", "max-age=60", seconds(1), Action::revalidate},
+      {"no-store", "max-age=60", seconds(1), Action::send},
+      {"max-age=10", "max-age=60", seconds(9), Action::serveStored},
+      {"max-age=10", "max-age=60", seconds(10), Action::revalidate},
+      {"max-age=x", "max-age=60", seconds(0), Action::revalidate},
+      {"max-age=0", "max-age=60, immutable", seconds(9), Action::serveStored},
+      {"max-age=0", "max-age=60, immutable", seconds(60), Action::revalidate},
+      {"no-cache", "max-age=60, immutable", seconds(9), Action::revalidate},
+      {"min-fresh=20", "max-age=60", seconds(40), Action::serveStored},
+      {"min-fresh=20", "max-age=60", seconds(41), Action::revalidate},
+      {"max-stale", "max-age=60", year, Action::serveStored, true},
+      {"max-stale=10", "max-age=60", seconds(70), Action::serveStored, true},
+      {"max-stale=10", "max-age=60", seconds(71), Action::revalidate},
+      {"max-stale=-1", "max-age=60", seconds(70), Action::revalidate},
+      {"max-stale", "max-age=60, must-revalidate", seconds(61), Action::revalidate},
+      {"max-stale", "max-age=60, proxy-revalidate", seconds(61), Action::serveStored, true},
+      {"max-stale", "max-age=60, no-cache", seconds(1), Action::revalidate},
+      {"max-stale", "max-age=60, no-cache=\"set-cookie\"", seconds(1), Action::serveStored},
+      {"max-stale", "max-age=60, no-cache=\"\"", seconds(1), Action::revalidate},
+      {"only-if-cached", "max-age=60", seconds(1), Action::serveStored},
+      {"only-if-cached", "max-age=60", seconds(61), Action::gatewayTimeout},
+      {"only-if-cached, no-store", "max-age=60", seconds(1), Action::gatewayTimeout},
+      {"x", "max-age=60, stale-while-revalidate=9", seconds(68), Action::serveStored, true},
+      {"x", "max-age=60, stale-while-revalidate=9", seconds(69), Action::revalidate},
+      {"max-age=99", "max-age=60, stale-while-revalidate=9", seconds(61), Action::revalidate},
+      {"x", "max-age=1, stale-while-revalidate=9, must-revalidate", seconds(2), Action::revalidate},
+  };
+  for (const Case& c : cases) {
+    const auto plan = planAfter(c.elapsed, {{"Cache-Control", c.directed}, {"ETag", "\"a\""}},
+                                {{"Cache-Control", c.asked}});
+    EXPECT_EQ(plan.action, c.action) << c.asked << " | " << c.directed << " | " << plan.reason;
+    EXPECT_EQ(plan.stale, c.stale) << plan.reason;
+  }
+  const HTTPHeaders fresh{{"Cache-Control", "max-age=60"}};
+  EXPECT_EQ(planAfter(seconds(0), fresh, {{"Pragma", "x, No-Cache"}}).action, Action::send);
+  EXPECT_EQ(planAfter(seconds(0), fresh, {{"Pragma", "no-cache"}, {"Cache-Control", "x"}}).action,
+            Action::serveStored);
+  EXPECT_EQ(planAfter(seconds(0), {{"Cache-Control", "max-age=60"}, {"Vary", "a, *"}}).action,
+            Action::send);
+}
+
+TEST(Plan, putsTheRequestsPolicyAboveTheRules) {
+  const CachedURLResponse fresh = storedWith({{"Cache-Control", "max-age=60"}, {"ETag", "\"a\""}});
+  const CachedURLResponse stale = storedWith({{"Cache-Control", "max-age=0"}, {"ETag", "\"a\""}});
+  struct Case {
+    Policy policy;
+    const CachedURLResponse* stored;
+    Action action;
+    bool stale = false;
+  };
+  for (const Case& c : {Case{Policy::reloadIgnoringLocalCacheData, &fresh, Action::send},
+                        Case{Policy::reloadRevalidatingCacheData, &fresh, Action::revalidate},
+                        Case{Policy::reloadRevalidatingCacheData, nullptr, Action::send},
+                        Case{Policy::returnCacheDataElseLoad, &stale, Action::serveStored, true},
+                        Case{Policy::returnCacheDataElseLoad, &fresh, Action::serveStored},
+                        Case{Policy::returnCacheDataElseLoad, nullptr, Action::send},
+                        Case{Policy::returnCacheDataDontLoad, &stale, Action::serveStored, true},
+                        Case{Policy::returnCacheDataDontLoad, nullptr, Action::unavailable}}) {
+    URLRequest request = requestWith({});
+    request.cachePolicy = c.policy;
+    const CachePlan plan = planRequest(request, c.stored, noon);
+    EXPECT_EQ(plan.action, c.action) << plan.reason;
+    EXPECT_EQ(plan.stale, c.stale) << plan.reason;
+  }
+}
+
+TEST(Plan, validatesWithWhatIsStoredAndLeavesTheCallersConditionsAlone) {
+  const HTTPHeaders stale{{"ETag", "W/\"a\""}, {"Last-Modified", hourAgo}, {"Expires", "0"}};
+  EXPECT_EQ(planAfter(seconds(1), stale).conditions,
+            (HTTPHeaders{{"If-None-Match", "W/\"a\""}, {"If-Modified-Since", hourAgo}}));
+  EXPECT_EQ(planAfter(seconds(1), {{"Last-Modified", "yesterday"}}).action, Action::send);
+  EXPECT_EQ(planAfter(seconds(1), stale, {{"If-None-Match", "\"b\""}}).action, Action::send);
+  EXPECT_EQ(planAfter(seconds(1), stale, {{"Range", "bytes=0-1"}}).action, Action::revalidate);
+
+  const CachedURLResponse entry = storedWith({{"Cache-Control", "max-age=60"}});
+  struct Case {
+    URLRequest request;
+    Action action;
+  };
+  for (const Case& c : {Case{requestWith({}, "HEAD"), Action::serveStored},
+                        Case{requestWith({}, "POST"), Action::send},
+                        Case{requestWith({{"If-Match", "\"a\""}}), Action::send},
+                        Case{requestWith({{"If-Modified-Since", hourAgo}}), Action::serveStored},
+                        Case{requestWith({{"Range", "bytes=0-1"}}), Action::serveStored},
+                        Case{requestWith({{"Range", "bytes=0-1,4-5"}}), Action::send}}) {
+    EXPECT_EQ(planRequest(c.request, &entry, noon).action, c.action);
+  }
+}
+
+TEST(StaleAnswer, standsInForAFailureOnlyWhereTheDirectivesAllowIt) {
+  struct Case {
+    const char* asked;
+    const char* directed;
+    std::optional<int> status;
+    bool allowed;
+  };
+  for (const Case& c : {Case{"x", "max-age=60, stale-if-error=40", std::nullopt, true},
+                        Case{"x", "max-age=60, stale-if-error=40", 503, true},
+                        Case{"x", "max-age=60, stale-if-error=40", 404, false},
+                        Case{"x", "max-age=60, stale-if-error=39", 503, false},
+                        Case{"stale-if-error=40", "max-age=60", std::nullopt, true},
+                        Case{"no-cache", "max-age=60, stale-if-error=40", 503, false},
+                        Case{"x", "max-age=60, stale-if-error=40, must-revalidate", 503, false},
+                        Case{"x", "max-age=60", std::nullopt, false}}) {
+    const CachedURLResponse entry = storedWith({{"Cache-Control", c.directed}});
+    EXPECT_EQ(mayServeStaleOnError(requestWith({{"Cache-Control", c.asked}}), entry,
+                                   noon + seconds(100), c.status),
+              c.allowed)
+        << c.asked << " | " << c.directed;
+  }
+}
+
+}  // namespace
+}  // namespace paperloom::test

@@ -1,0 +1,63 @@
+#include "paperloom/platform/internal/HTTPDate.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/caching/CachingFixture.h"
+
+namespace paperloom::test {
+namespace {
+
+using internal::formatHTTPDate;
+using internal::parseHTTPDate;
+
+TEST(HTTPDate, isReadInItsThreeFormsWhateverTheCase) {
+  for (const char* text :
+       {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT",
+        "Sun Nov  6 08:49:37 1994", "sUN, 06 nOV 1994 08:49:37 gmt", "Sun Nov 06 08:49:37 1994"}) {
+    const auto date = parseHTTPDate(text, noon);
+    ASSERT_TRUE(date) << text;
+    EXPECT_EQ(formatHTTPDate(*date), "Sun, 06 Nov 1994 08:49:37 GMT") << text;
+  }
+}
+
+TEST(HTTPDate, isNothingElse) {
+  for (const char* text : {"",
+                           "0",
+                           "-1",
+                           "Sun",
+                           "Sun, 06 Nov 1994 08:49:37",
+                           "Sun, 06 Nov 1994 08:49:37 UTC",
+                           "Sun, 06 Nov 1994 08:49:37 +0000",
+                           "Sun 06 Nov 1994 08:49:37 GMT",
+                           "Sun, 06  Nov  1994 08:49:37 GMT",
+                           "Sun, 06-Nov-1994 08:49:37 GMT",
+                           "Sun, 6 Nov 1994 08:49:37 GMT",
+                           "Sun, 06 Nov 94 08:49:37 GMT",
+                           "Sun, 06 Nov 1994 8:49:37 GMT",
+                           "Sun, 06 Nov 1994 08.49.37 GMT",
+                           "Sun, 06 Nov 1994 08:49:37 GMT ",
+                           "Thu, 30 Feb 2023 08:49:37 GMT",
+                           "Sun, 06 Nov 1994 24:00:00 GMT",
+                           "Sun, 06 Nov 1994 08:60:37 GMT",
+                           "Sun, 06 Nov -994 08:49:37 GMT",
+                           "1994-11-06T08:49:37Z",
+                           "784111777"}) {
+    EXPECT_FALSE(parseHTTPDate(text, noon)) << text;
+  }
+}
+
+TEST(HTTPDate, takesAYearOfTwoDigitsForTheLastOneNotFiftyYearsAhead) {
+  struct Case {
+    const char* text;
+    const char* meant;
+  };
+  for (const Case& c : {Case{"Friday, 01-Mar-74 00:00:00 GMT", "Thu, 01 Mar 2074 00:00:00 GMT"},
+                        Case{"Friday, 01-Mar-75 00:00:00 GMT", "Sat, 01 Mar 1975 00:00:00 GMT"}}) {
+    const auto date = parseHTTPDate(c.text, noon);
+    ASSERT_TRUE(date) << c.text;
+    EXPECT_EQ(formatHTTPDate(*date), c.meant);
+  }
+}
+
+}  // namespace
+}  // namespace paperloom::test
