@@ -218,7 +218,7 @@ std::string removingDotSegments(std::string_view path) {
 
 // RFC 3986 section 5.2.3.
 std::string mergedPath(const Parts& base, std::string_view path) {
-  if (base.authority && base.path.empty()) return "/" + std::string(path);
+  if (base.authority && base.path.empty()) return std::string("/").append(path);
   const std::size_t slash = base.path.rfind('/');
   const std::string_view folder =
       slash == base.path.npos ? std::string_view() : base.path.substr(0, slash + 1);
@@ -323,7 +323,9 @@ std::optional<URL> URL::resolving(std::string_view reference) const {
     if (!target.authority) target.authority = base.authority;
   }
   // Without an authority a path must not look like one (section 3.3).
-  if (!target.authority && path.starts_with("//")) path.insert(0, "/.");
+  if (!target.authority && path.starts_with("//")) {
+    path = std::string("/.").append(path);
+  }
   target.path = path;
   return URL::parse(join(target));
 }

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace paperloom::bench {
+
+// Prints the runs as usual and keeps the best time of each, in seconds an iteration.
+class BestTimes : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+      const double seconds = run.real_accumulated_time / static_cast<double>(run.iterations);
+      const auto entry = best_.emplace(run.benchmark_name(), seconds).first;
+      entry->second = std::min(entry->second, seconds);
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+  // Zero for a benchmark that was filtered out.
+  double of(const std::string& name) const {
+    double best = 0;
+    for (const auto& [full, seconds] : best_) {
+      if (full == name || full.starts_with(name + "/")) best = seconds;
+    }
+    return best;
+  }
+
+ private:
+  std::map<std::string, double> best_;
+};
+
+inline void printRatio(const char* name, double value, const char* wanted) {
+  std::printf("ratio %s %.3f (want %s)\n", name, value, wanted);
+}
+
+}  // namespace paperloom::bench
