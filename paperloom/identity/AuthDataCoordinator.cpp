@@ -1,0 +1,89 @@
+#include "paperloom/identity/AuthDataCoordinator.h"
+
+#include <string_view>
+#include <utility>
+
+#include "paperloom/identity/internal/AuthenticationParser.h"
+#include "paperloom/network/AuthSessionManager.h"
+#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/JSONWriter.h"
+
+namespace paperloom {
+namespace {
+
+// The service answers by its status alone.
+struct EntitlementOfOutcome {
+  RequestResult<Entitlement> operator()(const request::Success<Nothing>&) const {
+    return request::Success<Entitlement>{Entitlement::premium};
+  }
+  RequestResult<Entitlement> operator()(request::FailedStatusCode failed) const {
+    if (failed.statusCode == 403) return request::Success<Entitlement>{Entitlement::notPremium};
+    return failed;
+  }
+  RequestResult<Entitlement> operator()(request::NetworkError error) const { return error; }
+  RequestResult<Entitlement> operator()(request::InternalError error) const { return error; }
+  RequestResult<Entitlement> operator()(const request::ParsingError&) const {
+    fatalError("this call should not parse");
+  }
+};
+
+}  // namespace
+
+AuthDataCoordinator& AuthDataCoordinator::shared() {
+  static auto& instance = *new AuthDataCoordinator(std::make_shared<AuthSessionManager>());
+  return instance;
+}
+
+AuthDataCoordinator::AuthDataCoordinator(
+    std::shared_ptr<AuthSessionManagerProtocol> authSessionManager)
+    : authSessionManager_(std::move(authSessionManager)) {}
+
+std::optional<URL> AuthDataCoordinator::baseURL() const {
+  const std::lock_guard lock(mutex_);
+  return baseURL_;
+}
+
+void AuthDataCoordinator::setBaseURL(std::optional<URL> url) {
+  const std::lock_guard lock(mutex_);
+  baseURL_ = std::move(url);
+}
+
+void AuthDataCoordinator::login(const std::string& identifier, const std::string& authKey,
+                                AuthenticationLoginCredentialType credentialType,
+                                AuthorisationCompletion completion) {
+  const auto base = baseURL();
+  if (!base) return completion(request::InternalError{});
+  postForAuthorisation(base->appendingPathComponent("token"),
+                       writeJSONObject({{"identifier", identifier},
+                                        {"authKey", authKey},
+                                        {"credentialType", rawValue(credentialType)}}),
+                       std::move(completion));
+}
+
+void AuthDataCoordinator::refreshToken(const std::string& refreshToken,
+                                       AuthorisationCompletion completion) {
+  const auto base = baseURL();
+  if (!base) return completion(request::InternalError{});
+  postForAuthorisation(base->appendingPathComponent("refreshToken"),
+                       writeJSONObject({{"refreshToken", refreshToken}}), std::move(completion));
+}
+
+void AuthDataCoordinator::postForAuthorisation(const URL& url, std::optional<Data> body,
+                                               AuthorisationCompletion completion) {
+  if (!body) return completion(request::InternalError{});
+  authSessionManager_->postJSONData<AuthenticationParser::Item>(
+      std::move(*body), url, std::make_shared<const AuthenticationParser>(), std::move(completion));
+}
+
+void AuthDataCoordinator::checkEntitlement(const std::string& accessToken,
+                                           EntitlementCompletion completion) {
+  const auto base = baseURL();
+  if (!base) return;  // no answer at all: hosts rely on it
+  authSessionManager_->getRequest(
+      base->appendingPathComponent("entitlement"), {{"Authorization", accessToken}},
+      [completion = std::move(completion)](const RequestResult<Nothing>& outcome) {
+        completion(std::visit(EntitlementOfOutcome{}, outcome));
+      });
+}
+
+}  // namespace paperloom

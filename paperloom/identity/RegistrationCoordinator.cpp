@@ -1,0 +1,76 @@
+#include "paperloom/identity/RegistrationCoordinator.h"
+
+#include <utility>
+#include <vector>
+
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/platform/internal/JSONWriter.h"
+
+namespace paperloom {
+
+struct RegistrationCoordinator::Removal {
+  std::string call;
+  std::string_view linkedDetail;
+  std::vector<JSONMember> body;
+};
+
+RegistrationCoordinator& RegistrationCoordinator::shared() {
+  static auto& instance = *new RegistrationCoordinator(std::make_shared<ContentSessionManager>());
+  return instance;
+}
+
+RegistrationCoordinator::RegistrationCoordinator(
+    std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
+    : sessionManager_(std::move(sessionManager)) {}
+
+std::optional<URL> RegistrationCoordinator::baseURL() const {
+  const std::lock_guard lock(mutex_);
+  return baseURL_;
+}
+
+void RegistrationCoordinator::setBaseURL(std::optional<URL> url) {
+  const std::lock_guard lock(mutex_);
+  baseURL_ = std::move(url);
+}
+
+void RegistrationCoordinator::deleteEmailDetails(const std::string& token, const std::string& email,
+                                                 Success success, Failure failure) {
+  remove({"deleteEmailDetails", "email", {{"email", email}, {"token", token}}}, std::move(success),
+         std::move(failure));
+}
+
+void RegistrationCoordinator::deleteFacebookDetails(const std::string& token, Success success,
+                                                    Failure failure) {
+  remove({"deleteFacebookDetails", "facebook", {{"token", token}}}, std::move(success),
+         std::move(failure));
+}
+
+void RegistrationCoordinator::deleteGoogleDetails(const std::string& token, Success success,
+                                                  Failure failure) {
+  remove({"deleteGoogleDetails", "google", {{"token", token}}}, std::move(success),
+         std::move(failure));
+}
+
+void RegistrationCoordinator::remove(const Removal& removal, Success success, Failure failure) {
+  if (!failure) failure = [](const PaperloomError&) {};
+  const auto base = baseURL();
+  if (!base) {
+    return failure(PaperloomError::configurationError(removal.call + " - No Base URL"));
+  }
+  auto body = writeJSONObject(removal.body);
+  if (!body) {
+    // Said of the network although nothing was sent: hosts know it as that.
+    return failure(PaperloomError::networkError("failed to serialize data into JSON"));
+  }
+  sessionManager_->postJSONData(
+      base->appendingPathComponent("delete").appendingPathComponent(removal.linkedDetail),
+      std::move(*body),
+      [success = std::move(success), failure = std::move(failure)](PostRequestResult result) {
+        if (auto* error = std::get_if<PaperloomError>(&result)) return failure(std::move(*error));
+        const int code = std::get<PostSuccess>(result).responseCode;
+        if (code == 200) return success();
+        failure(PaperloomError::networkError("Response code " + std::to_string(code)));
+      });
+}
+
+}  // namespace paperloom

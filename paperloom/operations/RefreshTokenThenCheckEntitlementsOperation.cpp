@@ -1,0 +1,69 @@
+#include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
+
+#include <array>
+#include <string>
+#include <utility>
+
+#include "paperloom/operations/internal/Answers.h"
+#include "paperloom/operations/internal/WeakAnswer.h"
+
+namespace paperloom {
+namespace {
+
+using Authorisation = std::shared_ptr<const ContentAuthorisationProtocol>;
+using Outcome = RefreshTokenThenCheckEntitlementsOperationResult;
+
+}  // namespace
+
+std::string_view RefreshTokenThenCheckEntitlementsOperationResult::caseName() const {
+  constexpr std::array<std::string_view, 3> names{"success", "refreshTokenInvalid", "otherFailure"};
+  return names[value.index()];
+}
+
+RefreshTokenThenCheckEntitlementsOperation::RefreshTokenThenCheckEntitlementsOperation(
+    Authorisation contentAuthorisation)
+    : RefreshTokenThenCheckEntitlementsOperation(std::move(contentAuthorisation),
+                                                 sharedCoordinator<AuthDataCoordinator>()) {}
+
+RefreshTokenThenCheckEntitlementsOperation::RefreshTokenThenCheckEntitlementsOperation(
+    Authorisation contentAuthorisation,
+    std::shared_ptr<AuthDataCoordinatorProtocol> dataCoordinator)
+    : dataCoordinator_(std::move(dataCoordinator)),
+      contentAuthorisation_(std::move(contentAuthorisation)) {}
+
+void RefreshTokenThenCheckEntitlementsOperation::main() {
+  AsynchronousOperation::main();
+  using Self = RefreshTokenThenCheckEntitlementsOperation;
+  using Answer = RequestResult<Authorisation>;
+  dataCoordinator_->refreshToken(contentAuthorisation_->refreshToken(),
+                                 weakAnswer<Answer>(*this, [](Self& self, const Answer& answer) {
+                                   if (const auto* refreshed = itemOf(answer)) {
+                                     self.checkEntitlement(*refreshed);
+                                   } else if (failedWithStatus(answer, 401)) {
+                                     self.finish({Outcome::RefreshTokenInvalid{}});
+                                   } else {
+                                     self.finish({Outcome::OtherFailure{}});
+                                   }
+                                 }));
+}
+
+void RefreshTokenThenCheckEntitlementsOperation::checkEntitlement(Authorisation authorisation) {
+  using Self = RefreshTokenThenCheckEntitlementsOperation;
+  using Answer = RequestResult<Entitlement>;
+  const std::string accessToken = authorisation->accessToken();
+  dataCoordinator_->checkEntitlement(
+      accessToken, weakAnswer<Answer>(*this, [authorisation = std::move(authorisation)](
+                                                 Self& self, const Answer& answer) {
+        const auto* entitlement = itemOf(answer);
+        if (entitlement == nullptr) return self.finish({Outcome::OtherFailure{}});
+        self.finish({Outcome::Success{authorisation, *entitlement == Entitlement::premium
+                                                         ? Premium::premium
+                                                         : Premium::notPremium}});
+      }));
+}
+
+void RefreshTokenThenCheckEntitlementsOperation::finish(Outcome result) {
+  if (result_.store(std::move(result))) setState(State::finished);
+}
+
+}  // namespace paperloom
