@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "paperloom/platform/DispatchQueue.h"

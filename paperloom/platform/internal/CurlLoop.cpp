@@ -1,0 +1,138 @@
+#include "paperloom/platform/internal/CurlLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace paperloom::internal {
+namespace {
+
+constexpr long maximumTotalConnections = 256;
+constexpr long maximumKeptConnections = 64;
+
+int millisecondsUntil(CurlLoop::Clock::time_point until) {
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(until - CurlLoop::Clock::now());
+  return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+}
+
+}  // namespace
+
+CurlLoop::CurlLoop(int maximumConnectionsPerHost)
+    : multi_(curl_multi_init()),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  epoll_event interest{};
+  interest.events = EPOLLIN;
+  interest.data.fd = event_;
+  usable_ = multi_ != nullptr && epoll_ctl(epoll_, EPOLL_CTL_ADD, event_, &interest) == 0;
+  if (!usable_) return;
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
+                    static_cast<long>(std::max(1, maximumConnectionsPerHost)));
+  curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumTotalConnections);
+  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, maximumKeptConnections);
+}
+
+CurlLoop::~CurlLoop() {
+  end();
+  if (epoll_ >= 0) close(epoll_);
+  if (event_ >= 0) close(event_);
+}
+
+void CurlLoop::end() {
+  if (multi_ != nullptr) curl_multi_cleanup(multi_);
+  multi_ = nullptr;
+}
+
+bool CurlLoop::add(CURL* handle) { return curl_multi_add_handle(multi_, handle) == CURLM_OK; }
+
+void CurlLoop::remove(CURL* handle) { curl_multi_remove_handle(multi_, handle); }
+
+const std::vector<CurlLoop::Finished>& CurlLoop::turn(Clock::time_point until) {
+  finished_.clear();
+  // What was just added is sent before the wait.
+  runTimer();
+  collectFinished();
+  if (finished_.empty()) {
+    wait(timer_ ? std::min(*timer_, until) : until);
+    runTimer();
+    collectFinished();
+  }
+  return finished_;
+}
+
+void CurlLoop::wake() {
+  const std::uint64_t one = 1;
+  // It can only fail when the counter is full, and then the wait ends anyway.
+  [[maybe_unused]] const auto written = write(event_, &one, sizeof one);
+}
+
+void CurlLoop::wait(Clock::time_point until) {
+  std::array<epoll_event, 64> events;
+  const int count =
+      epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), millisecondsUntil(until));
+  for (int i = 0; i < count; ++i) {
+    const epoll_event& event = events[static_cast<std::size_t>(i)];
+    if (event.data.fd == event_) {
+      std::uint64_t ignored = 0;
+      [[maybe_unused]] const auto size = read(event_, &ignored, sizeof ignored);
+      continue;
+    }
+    int ready = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
+                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
+    if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) ready = 0;  // libcurl looks for itself
+    int running = 0;
+    curl_multi_socket_action(multi_, event.data.fd, ready, &running);
+  }
+}
+
+void CurlLoop::runTimer() {
+  // Each call may set the timer anew for something that is due at once.
+  for (int i = 0; i < 4 && timer_ && *timer_ <= Clock::now(); ++i) {
+    timer_.reset();
+    int running = 0;
+    curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+  }
+}
+
+void CurlLoop::collectFinished() {
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+    if (message->msg == CURLMSG_DONE) {
+      finished_.push_back({message->easy_handle, message->data.result});
+    }
+  }
+}
+
+int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void* known) {
+  auto* loop = static_cast<CurlLoop*>(self);
+  if (what == CURL_POLL_REMOVE) {
+    epoll_ctl(loop->epoll_, EPOLL_CTL_DEL, socket, nullptr);
+    return 0;
+  }
+  epoll_event interest{};
+  interest.events = ((what & CURL_POLL_IN) != 0 ? std::uint32_t{EPOLLIN} : 0U) |
+                    ((what & CURL_POLL_OUT) != 0 ? std::uint32_t{EPOLLOUT} : 0U);
+  interest.data.fd = socket;
+  const int change = known != nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+  if (known == nullptr) curl_multi_assign(loop->multi_, socket, self);
+  epoll_ctl(loop->epoll_, change, socket, &interest);  // a failure shows as an idle timeout
+  return 0;
+}
+
+int CurlLoop::onTimer(CURLM*, long milliseconds, void* self) {
+  auto* loop = static_cast<CurlLoop*>(self);
+  loop->timer_.reset();
+  if (milliseconds >= 0) loop->timer_ = Clock::now() + std::chrono::milliseconds(milliseconds);
+  return 0;
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "paperloom/platform/HTTPHeaders.h"
+
+namespace paperloom::internal {
+
+// Reads the header of one HTTP answer, line by line as the transport hands them over, from an
+// untrusted server. Interim answers (1xx) are skipped and trailers dropped, but both count against
+// the limits: 64 KB a line, 256 KB and 1,000 fields in all.
+class ResponseHead {
+ public:
+  enum class Progress {
+    incomplete,
+    complete,  // the header of the final answer has just ended
+    tooLarge,
+    malformed,
+  };
+  // `line` with its line end. After anything else than incomplete and complete nothing more may be
+  // given.
+  Progress add(std::string_view line);
+
+  bool isComplete() const { return complete_; }
+  int statusCode() const { return statusCode_; }
+  HTTPHeaders& fields() { return fields_; }
+
+  // How the body ends (RFC 9112 section 6.3), asked once complete. Malformed when there are
+  // differing or impossible lengths, or a transfer coding other than chunked.
+  struct Framing {
+    bool malformed = false;
+    std::optional<std::int64_t> length;  // announced
+    bool endsWithConnection = false;     // neither length nor chunks tell where the body ends
+    bool lengthAndChunks = false;        // the chunks count; the connection is not to be trusted
+  };
+  Framing framing(bool hasBody) const;
+
+ private:
+  Progress addStatusLine(std::string_view line);
+  Progress addField(std::string_view line);
+  Progress endHeader();
+
+  std::size_t bytes_ = 0;
+  std::size_t fieldCount_ = 0;
+  bool inHeader_ = false;
+  bool complete_ = false;
+  bool isHTTP1_ = true;
+  int statusCode_ = 0;
+  HTTPHeaders fields_;
+  std::optional<HTTPHeaders::Field> lastField_;  // not added yet: a folded line may follow
+};
+
+}  // namespace paperloom::internal

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "paperloom/platform/internal/ConnectionSlots.h"
+#include "paperloom/platform/internal/CurlLoop.h"
+#include "paperloom/platform/internal/Exchange.h"
+#include "paperloom/platform/internal/SerialQueue.h"
+#include "paperloom/platform/internal/Transfer.h"
+
+namespace paperloom::internal {
+
+// The event loop of a session: takes tasks from any thread, drives their exchanges on its own, and
+// leaves their deliveries to the callback queue. Look-ups in the cache happen here, writes there.
+class SessionLoop {
+ public:
+  SessionLoop(const URLSessionConfiguration& configuration, SerialQueue& callbacks);
+  ~SessionLoop();
+
+  // Whether the system had the descriptors for it.
+  bool isUsable() const { return curl_.isUsable(); }
+
+  // From any thread, before close(): nothing that was posted is lost.
+  enum class Command { start, cancel, reprioritize };
+  void post(Command command, std::shared_ptr<TaskCore> task);
+
+  // run() cancels every task that is left and returns. From any thread.
+  void close();
+
+  void run();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Entry {
+    std::shared_ptr<TaskCore> task;
+    Exchange exchange;
+    Clock::time_point deadline;
+    bool isRefresh = false;
+    std::unique_ptr<Transfer> transfer{};
+    std::string host{};  // whose slot the transfer has taken
+  };
+  struct Posted {
+    Command command;
+    std::shared_ptr<TaskCore> task;
+  };
+
+  bool takePosted();
+  void obey(Posted posted);
+  void start(std::shared_ptr<TaskCore> task, bool isRefresh);
+  void startRefresh(URLRequest request, const TaskCore& origin);
+  void advance(Entry& entry, Exchange::Step step);
+  void send(Entry& entry, URLRequest request);
+  void finishTransfer(CURL* handle, CURLcode code);
+  // Ends the entry's transfer with `error` and goes on from there.
+  void abandonTransfer(Entry& entry, URLError error);
+  // Frees what the transfer held; the caller goes on with the host's next task.
+  std::string releaseTransfer(Entry& entry, bool multiplexed);
+  void serveWaiting(const std::string& host);
+  void cancel(Entry& entry);
+  void deliver(Entry& entry, Delivery delivery);
+  void enforceDeadlines();
+  void expire(Entry& entry);
+  Clock::time_point expiry(const Entry& entry, Clock::time_point now) const;
+
+  const URLSessionConfiguration& configuration_;
+  SerialQueue& callbacks_;
+  CurlLoop curl_;
+  EasyHandles handles_;
+  ConnectionSlots slots_;
+
+  std::mutex mutex_;
+  std::vector<Posted> inbox_;  // guarded, as is closed_
+  bool closed_ = false;
+
+  std::vector<Posted> taken_;
+  std::unordered_map<TaskCore*, std::unique_ptr<Entry>> entries_;
+  std::unordered_map<CURL*, Entry*> transfers_;
+  std::unordered_set<std::string> refreshes_;
+  Clock::time_point nextCheck_ = Clock::time_point::max();
+};
+
+}  // namespace paperloom::internal

@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdio>
+
+#include "tests/support/Fetch.h"
+#include "tests/support/ScriptedServer.h"
+
+namespace paperloom::test {
+namespace {
+
+using Code = URLError::Code;
+
+std::string compressed(std::string_view text, int windowBits) {
+  z_stream stream{};
+  deflateInit2(&stream, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
+  std::string out(compressBound(text.size()) + 64, '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+  stream.avail_in = static_cast<uInt>(text.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+std::string gzipped(std::string_view text) { return compressed(text, 31); }
+
+std::string head(std::string_view fields, std::string_view status = "200 OK") {
+  return "HTTP/1.1 " + std::string(status) + "\r\n" + std::string(fields) + "\r\n";
+}
+
+std::string withLength(std::string_view fields, std::string_view body) {
+  return head(std::string(fields) + "Content-Length: " + std::to_string(body.size()) + "\r\n") +
+         std::string(body);
+}
+
+struct Case {
+  const char* what;
+  std::string bytes;  // then the connection is closed
+  int status;         // 0 for none
+  std::optional<Code> error;
+  std::string body = "no data";
+};
+
+void expectAll(const std::vector<Case>& cases, URLSessionConfiguration configuration = {},
+               const char* method = "GET") {
+  URLSession session(std::move(configuration));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ScriptedServer server({send(c.bytes), closeConnection()});
+    URLRequest request(server.url());
+    request.method = method;
+    const Answer answer = fetch(session, request);
+    EXPECT_EQ(answer.status(), c.status);
+    EXPECT_EQ(answer.code(), c.error) << (answer.error ? answer.error->localizedDescription : "");
+    EXPECT_EQ(answer.body(), c.body);
+  }
+}
+
+TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
+  const auto bad = Code::badServerResponse;
+  const auto lost = Code::networkConnectionLost;
+  expectAll({
+      {"length", withLength("", "abc"), 200, {}, "abc"},
+      {"chunks",
+       head("Transfer-Encoding: chunked\r\n") + "3;x=y\r\nabc\r\n2\r\nde\r\n0\r\n\r\n",
+       200,
+       {},
+       "abcde"},
+      {"end of connection", head("") + "abc", 200, {}, "abc"},
+      {"one length twice",
+       head("Content-Length: 3\r\nContent-Length: 3, 3\r\n") + "abc",
+       200,
+       {},
+       "abc"},
+      {"two lengths", head("Content-Length: 3\r\nContent-Length: 4\r\n") + "abcd", 200, bad},
+      {"two lengths in a list", head("Content-Length: 3, 4\r\n") + "abcd", 200, bad},
+      {"no number", head("Content-Length: 3xyz\r\n") + "abc", 200, bad},
+      {"signed", head("Content-Length: +3\r\n") + "abc", 200, bad},
+      {"negative", head("Content-Length: -1\r\n") + "abc", 0, bad},
+      {"empty", head("Content-Length:\r\n") + "abc", 0, bad},
+      {"beyond 64 bits", head("Content-Length: 99999999999999999999\r\n") + "abc", 200, bad},
+      {"length and chunks",
+       head("Content-Length: 1\r\nTransfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n\r\n",
+       200,
+       {},
+       "abc"},
+      {"transfer coding gzip", head("Transfer-Encoding: gzip, chunked\r\n") + "0\r\n\r\n", 200,
+       bad},
+      {"bad chunk", head("Transfer-Encoding: chunked\r\n") + "zz\r\n", 200, lost},
+      {"cut chunk", head("Transfer-Encoding: chunked\r\n") + "5\r\nabc", 200, lost},
+      {"cut length", head("Content-Length: 5\r\n") + "abc", 200, lost},
+      {"no body by status", head("Content-Length: 5\r\n", "204 No Content"), 204, {}, ""},
+      {"not modified", head("Content-Length: 5\r\n", "304 Not Modified"), 304, {}, ""},
+      {"interim answers",
+       head("", "100 Continue") + head("Link: </a>\r\n", "103 Early Hints") + withLength("", "abc"),
+       200,
+       {},
+       "abc"},
+      {"unasked protocol", head("Upgrade: x\r\n", "101 Switching Protocols") + "abc", 0, bad},
+      {"nothing", "", 0, lost},
+      {"half a header", "HTTP/1.1 200 OK\r\nContent-Le", 0, lost},
+      {"not HTTP", "SSH-2.0-OpenSSH_9.2\r\n", 0, bad},
+      {"bare carriage return", head("X: a\rContent-Length: 9\r\n") + "abc", 0, bad},
+      {"no colon", head("Nonsense\r\n") + "abc", 0, bad},
+      {"space before the colon", head("Content-Length : 3\r\n") + "abc", 0, bad},
+  });
+  expectAll({{"HEAD", head("Content-Length: 5\r\n"), 200, {}, ""}}, {}, "HEAD");
+}
+
+TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
+  const auto fields = [](int count, std::size_t size) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "X: " + std::string(size, 'v') + "\r\n";
+    return text;
+  };
+  const auto bad = Code::badServerResponse;
+  std::string hints;
+  for (int i = 0; i < 50; ++i) hints += head(fields(1, 8000), "103 Early Hints");
+  expectAll({
+      {"60 KB in a line", withLength(fields(1, 60'000), "abc"), 200, {}, "abc"},
+      {"70 KB in a line", withLength(fields(1, 70'000), "abc"), 0, bad},
+      {"240 KB in all", withLength(fields(4, 60'000), "abc"), 200, {}, "abc"},
+      {"300 KB in all", withLength(fields(5, 60'000), "abc"), 0, bad},
+      {"990 fields", withLength(fields(990, 1), "abc"), 200, {}, "abc"},
+      {"1001 fields", withLength(fields(1001, 1), "abc"), 0, bad},
+      {"interim answers without end", hints + withLength("", "abc"), 0, bad},
+      {"trailers without end",
+       head("Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n" + fields(1001, 1) + "\r\n", 200,
+       bad},
+  });
+}
+
+TEST(Framing, fieldsAreHandedOverInOrderWithoutTrailersAndWithoutTheCoding) {
+  const std::string body = gzipped("hello");
+  ScriptedServer server({send(head("A: 1\r\nB:  two\r\n  lines \r\nA: 2\r\nTransfer-Encoding: "
+                                   "chunked\r\nContent-Encoding: gzip\r\n") +
+                              std::to_string(body.size()) + "\r\n"),
+                         closeConnection()});
+  ScriptedServer plain({send(head("A: 1\r\nB:  two\r\n  lines \r\nA: 2\r\nTransfer-Encoding: "
+                                  "chunked\r\n") +
+                             "2\r\nhi\r\n0\r\nTrailer: x\r\n\r\n")});
+  URLSession session({});
+  const Answer received = fetch(session, URLRequest(plain.url()));
+  ASSERT_TRUE(received.response);
+  EXPECT_EQ(
+      received.response->headers,
+      (HTTPHeaders{{"A", "1"}, {"B", "two lines"}, {"A", "2"}, {"Transfer-Encoding", "chunked"}}));
+  ScriptedServer coded({send(withLength("Content-Encoding: gzip\r\nETag: \"x\"\r\n", body))});
+  const Answer decoded = fetch(session, URLRequest(coded.url()));
+  EXPECT_EQ(decoded.body(), "hello");
+  EXPECT_EQ(decoded.response->headers, (HTTPHeaders{{"ETag", "\"x\""}}));
+  EXPECT_EQ(decoded.metrics.countOfBytesReceived, static_cast<std::int64_t>(body.size()));
+}
+
+TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
+  const auto coded = [](const char* name, std::string_view body) {
+    return withLength("Content-Encoding: " + std::string(name) + "\r\n", body);
+  };
+  const auto broken = Code::cannotDecodeContentData;
+  const std::string text(100'000, 'x');
+  const std::string gzip = gzipped(text);
+  std::string flipped = gzip;
+  flipped[flipped.size() - 6] ^= 1;  // in the check sum
+  expectAll({
+      {"gzip", coded("gzip", gzip), 200, {}, text},
+      {"x-gzip in capitals", coded("X-GZIP", gzip), 200, {}, text},
+      {"two members", coded("gzip", gzipped("ab") + gzipped("cd")), 200, {}, "abcd"},
+      {"deflate with the zlib frame", coded("deflate", compressed(text, 15)), 200, {}, text},
+      {"bare deflate", coded("deflate", compressed(text, -15)), 200, {}, text},
+      {"identity", coded("identity", "abc"), 200, {}, "abc"},
+      {"no body at all", coded("gzip", ""), 200, {}, ""},
+      {"wrong check sum", coded("gzip", flipped), 200, broken},
+      {"garbage after the end", coded("gzip", gzip + "garbage"), 200, broken},
+      {"not gzip", coded("gzip", "plain text"), 200, broken},
+      {"a coding nobody asked for", coded("br", "abc"), 200, broken},
+      {"two codings", coded("gzip, gzip", gzipped(gzip)), 200, broken},
+  });
+}
+
+TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
+  const std::string body = gzipped("The quick brown fox jumps over the lazy dog");
+  const std::string fields = "Content-Encoding: gzip\r\n";
+  const auto chunk = [](std::string_view part) {
+    char size[8];
+    std::snprintf(size, sizeof size, "%zx\r\n", part.size());
+    return size + std::string(part) + "\r\n";
+  };
+  const std::string byChunks = head(fields + "Transfer-Encoding: chunked\r\n") +
+                               chunk(body.substr(0, 2)) + chunk(body.substr(2)) + "0\r\n\r\n";
+  const std::vector<std::string> answers = {withLength(fields, body), head(fields) + body, byChunks,
+                                            withLength("", body)};
+  URLSession session({});
+  for (const std::string& whole : answers) {
+    const std::size_t bodyAt = whole.find("\r\n\r\n") + 4;
+    std::atomic<std::size_t> cut = 0;
+    ScriptedServer server([&](const ScriptedServer::Request&) -> Script {
+      return {send(whole.substr(0, cut)), closeConnection()};
+    });
+    // libcurl does without the very last line feed after the last chunk.
+    const std::size_t needed = whole.size() - (whole.ends_with("0\r\n\r\n") ? 1 : 0);
+    for (cut = 0; cut < needed; ++cut) {
+      const Answer received = fetch(session, URLRequest(server.url()));
+      EXPECT_TRUE(received.error) << "cut at " << cut;
+      EXPECT_FALSE(received.data) << "cut at " << cut;
+      EXPECT_EQ(received.response.has_value(), cut >= bodyAt) << "cut at " << cut;
+    }
+    EXPECT_FALSE(fetch(session, URLRequest(server.url())).error);
+  }
+}
+
+TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
+  const std::string limitSized(1'000'000, 'x');
+  const std::string tooLarge(1'000'001, 'x');
+  const std::string bomb = gzipped(std::string(64 * 1024 * 1024, '\0'));
+  const auto error = Code::dataLengthExceedsMaximum;
+  URLSessionConfiguration configuration;
+  configuration.maximumBodySize = 1'000'000;
+  const std::string gzip = "Content-Encoding: gzip\r\n";
+  expectAll(
+      {
+          {"at the limit", withLength("", limitSized), 200, {}, limitSized},
+          {"by length", head("Content-Length: 1000001\r\n"), 200, error},
+          {"by a length beyond memory", head("Content-Length: 9223372036854775807\r\n"), 200,
+           error},
+          {"by end of connection", head("") + tooLarge, 200, error},
+          {"coded at the limit", withLength(gzip, gzipped(limitSized)), 200, {}, limitSized},
+          {"coded", withLength(gzip, gzipped(tooLarge)), 200, error},
+          {"coded a thousand times smaller", withLength(gzip, bomb), 200, error},
+      },
+      configuration);
+}
+
+TEST(Coding, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
+  URLSession session({});
+  ScriptedServer server([](const ScriptedServer::Request& request) {
+    if (request.target == "/gzip") return answer(gzipped("abc"), "Content-Encoding: gzip\r\n");
+    return answer("\x0b\x01", "Content-Encoding: br\r\n");
+  });
+  URLRequest request(server.url("/br"));
+  request.headers.add("Accept-Encoding", "br, gzip");
+  const Answer raw = fetch(session, request);
+  EXPECT_EQ(raw.body(), "\x0b\x01");
+  EXPECT_TRUE(raw.response && raw.response->headers.contains("Content-Encoding"));
+  request.url = server.url("/gzip");
+  EXPECT_EQ(fetch(session, request).body(), "abc");
+  EXPECT_EQ(server.requests().back().field("Accept-Encoding"), "br, gzip");
+}
+
+}  // namespace
+}  // namespace paperloom::test

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <future>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "paperloom/platform/URLSession.h"
+#include "tests/support/Wait.h"
+
+namespace paperloom::test {
+
+// What a completion received.
+struct Answer {
+  std::optional<Data> data;
+  std::optional<HTTPURLResponse> response;
+  std::optional<URLError> error;
+  URLSessionTaskMetrics metrics;
+
+  std::string body() const { return data ? std::string(data->view()) : "no data"; }
+  int status() const { return response ? response->statusCode : 0; }
+  std::optional<URLError::Code> code() const {
+    return error ? std::optional(error->code) : std::nullopt;
+  }
+};
+
+// A task that has been started and its answer to come.
+struct Pending {
+  std::shared_ptr<URLSessionTask> task;
+  std::future<Answer> answer;
+
+  Answer get() {
+    Answer received = await(std::move(answer));
+    received.metrics = task->metrics();
+    return received;
+  }
+};
+
+inline Pending start(URLSession& session, URLRequest request,
+                     float priority = URLSessionTask::defaultPriority,
+                     URLSession::StoreFilter filter = nullptr) {
+  auto promise = std::make_shared<std::promise<Answer>>();
+  auto future = promise->get_future();
+  auto task = session.dataTask(
+      std::move(request),
+      [promise](const auto& data, const auto& response, const auto& error) {
+        promise->set_value({data, response, error, {}});
+      },
+      std::move(filter));
+  task->setPriority(priority);
+  task->resume();
+  return {std::move(task), std::move(future)};
+}
+
+inline Answer fetch(URLSession& session, URLRequest request) {
+  return start(session, std::move(request)).get();
+}
+
+}  // namespace paperloom::test

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "paperloom/platform/URL.h"
+
+namespace paperloom::test {
+
+// One thing a scripted server does with a request.
+struct Step {
+  enum class Kind { send, wait, close, reset, hang, await };
+  Kind kind = Kind::send;
+  std::string bytes{};
+  std::chrono::milliseconds pause{};
+};
+using Script = std::vector<Step>;
+
+Step send(std::string bytes);
+Step wait(std::chrono::milliseconds pause);
+Step closeConnection();
+Step resetConnection();
+// Does nothing more until the client leaves or the server ends.
+Step hang();
+// Goes on when somebody calls ScriptedServer::release().
+Step awaitRelease();
+
+// A whole answer of that status with a Content-Length; `fields` are lines that end in "\r\n".
+Script answer(std::string_view body, std::string_view fields = "",
+              std::string_view status = "200 OK");
+
+// A server on a loopback port that says exactly the bytes it is told to, however wrong they are.
+// Connections are kept until a script ends them. The handler runs on a thread for each connection.
+class ScriptedServer {
+ public:
+  struct Request {
+    std::string method;
+    std::string target;
+    std::string head;  // request line and fields as received
+    std::string body;
+    int connection = 0;         // counted from 1
+    int indexOnConnection = 0;  // from 1
+
+    // The field's value, or "".
+    std::string field(std::string_view name) const;
+  };
+  using Handler = std::function<Script(const Request& request)>;
+
+  explicit ScriptedServer(Handler handler);
+  // Answers every request alike.
+  explicit ScriptedServer(Script script);
+  ~ScriptedServer();
+  ScriptedServer(const ScriptedServer&) = delete;
+  ScriptedServer& operator=(const ScriptedServer&) = delete;
+
+  URL url(std::string_view target = "/") const;
+  std::vector<Request> requests() const;
+  int connections() const;
+  // The most connections that were open at a time.
+  int mostConnections() const;
+  void release();
+
+ private:
+  void acceptAll();
+  void serve(int socket, int connection);
+  bool perform(int socket, const Step& step);
+
+  const Handler handler_;
+  int listener_ = -1;
+  int port_ = 0;
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Request> requests_;
+  std::map<int, int> open_;  // connection -> socket
+  std::list<std::thread> threads_;
+  int connections_ = 0;
+  int mostConnections_ = 0;
+  bool released_ = false;
+  bool stopping_ = false;
+  std::thread acceptor_;
+};
+
+}  // namespace paperloom::test
