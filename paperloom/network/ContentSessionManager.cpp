@@ -112,16 +112,21 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::postJSONData(
   request.headers.add("Content-Type", "application/json");
   request.headers.add("Accept", "application/json");
   request.body = std::move(body);
-  auto task = session_.dataTask(std::move(request),
-                                [completion = std::move(completion), counter = taskCounter_](
-                                    const auto& data, const auto& response, const auto& error) {
-                                  counter->decrement();
-                                  if (response && data && !error) {
-                                    completion(PostSuccess{response->statusCode, *data});
-                                  } else {
-                                    completion(networkError("Error:", error));
-                                  }
-                                });
+  const auto neverStored = [](const HTTPURLResponse&, const Data&) {
+    return false;  // the answer may hold secrets
+  };
+  auto task = session_.dataTask(
+      std::move(request),
+      [completion = std::move(completion), counter = taskCounter_](
+          const auto& data, const auto& response, const auto& error) {
+        counter->decrement();
+        if (response && data && !error) {
+          completion(PostSuccess{response->statusCode, *data});
+        } else {
+          completion(networkError("Error:", error));
+        }
+      },
+      neverStored);
   taskCounter_->increment();
   task->resume();
   return task;
