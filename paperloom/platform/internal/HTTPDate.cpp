@@ -105,13 +105,17 @@ std::optional<Fields> scanRFC850(std::string_view text, Date now) {
   scanner.literal("-");
   fields.month = scanner.name(monthNames) + 1;
   scanner.literal("-");
-  const int year = scanner.number(2);
+  const int lastDigits = scanner.number(2);
   scanner.literal(" ");
   scanTime(scanner, fields);
   scanner.literal(" GMT");
   if (!scanner.finished()) return std::nullopt;
-  const int thisYear = static_cast<int>(year_month_day(floor<days>(now)).year());
-  fields.year = thisYear - thisYear % 100 + year;
+  // A damaged entry may name any instant; the guess stays within years of four digits.
+  constexpr Date first{sys_days(year(100) / 1 / 1)};
+  constexpr Date last{sys_days(year(9900) / 1 / 1)};
+  const year_month_day today(floor<days>(std::clamp(now, first, last)));
+  const int thisYear = static_cast<int>(today.year());
+  fields.year = thisYear - thisYear % 100 + lastDigits;
   if (fields.year > thisYear + 50) fields.year -= 100;
   if (fields.year <= thisYear - 50) fields.year += 100;
   return fields;

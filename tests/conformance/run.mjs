@@ -1,0 +1,72 @@
+// Runs the public conformance tests for HTTP caches against the bridge as a private cache:
+//   node run.mjs PACKAGE_FOLDER BRIDGE_PROGRAM [TEST_ID]
+// The tests' own server runs here, on a port of the loopback that the kernel chooses.
+
+import http from 'node:http'
+import path from 'node:path'
+import { pathToFileURL } from 'node:url'
+import { Bridge } from './fetch.mjs'
+
+const [folder, program, onlyId] = process.argv.slice(2)
+const load = file => import(pathToFileURL(path.resolve(folder, file)))
+const { default: suites } = await load('tests/index.mjs')
+const { runTests, getResults } = await load('client/runner.mjs')
+const { determineTestResult } = await load('lib/display.mjs')
+const handlers = {}
+for (const name of ['config', 'state', 'test']) {
+  handlers[name] = (await load(`server/handle-${name}.mjs`)).default
+}
+
+const server = http.createServer((request, response) => {
+  const [kind, ...rest] = new URL(request.url, 'http://localhost').pathname.slice(1).split('/')
+  if (kind in handlers) handlers[kind](rest, request, response)
+  else response.writeHead(404).end()
+})
+await new Promise(resolve => server.listen(0, '127.0.0.1', resolve))
+
+// Browsers are not asked what a page cannot observe: redirect answers and its own conditions. A
+// library can show both. What remains left out concerns shared caches alone.
+const forSharedCaches = /-shared|^other-authorization/
+const beyondBrowsers = new Set()
+for (const suite of suites) {
+  for (const test of suite.tests) {
+    if (test.browser_skip && !forSharedCaches.test(test.id)) {
+      test.browser_skip = false
+      beyondBrowsers.add(test.id)
+    }
+  }
+  if (onlyId) suite.tests = suite.tests.filter(test => test.id === onlyId)
+  if (onlyId) suite.tests.forEach(test => { test.dump = true })
+}
+
+const bridge = new Bridge(program)
+const log = console.log
+if (!onlyId) console.log = () => {}
+await runTests(suites, bridge.fetch, true, `http://127.0.0.1:${server.address().port}`)
+console.log = log
+bridge.close()
+server.close()
+server.closeAllConnections()
+
+const results = getResults()
+const words = { '✅': 'kept', Y: 'yes', N: 'no', '⚪️': 'not reached (a test it depends on is not kept)' }
+const tally = {}
+const lines = []
+for (const test of suites.flatMap(suite => suite.tests)) {
+  if (!(test.id in results)) continue
+  const verdict = onlyId
+    ? String(results[test.id])
+    : words[determineTestResult(suites, test.id, results)[2]] ?? 'not kept'
+  const kind = test.kind ?? 'required'
+  const group = kind + (beyondBrowsers.has(test.id) ? ', beyond browsers' : '')
+  tally[group] ??= { kept: 0, total: 0 }
+  tally[group].total += 1
+  if (verdict === 'kept' || verdict === 'yes') tally[group].kept += 1
+  else if (kind !== 'check') {
+    const detail = results[test.id] === true ? '' : `: ${results[test.id][1]}`
+    lines.push(`  ${group} ${test.id} is ${verdict}${detail}`)
+  }
+}
+log(Object.keys(tally).sort((a, b) => a.localeCompare(b))
+  .map(group => `${group} ${tally[group].kept}/${tally[group].total}`).join('; '))
+if (lines.length > 0) log(lines.join('\n'))
