@@ -133,9 +133,7 @@ void Exchange::noteEffects(const TransferResult& result) {
 
 std::optional<CacheWrite> Exchange::writeFor(const HTTPURLResponse& answer,
                                              const TransferResult& result) {
-  // A body in a coding that is not decoded here is of no use to a later request.
-  const bool coded = contentCoding(answer.headers) != ContentCoding::identity;
-  if (!cache_ || coded || !mayStore(request_, answer, result.complete)) return std::nullopt;
+  if (!cache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
   URLRequest key(request_.url);
   key.headers = request_.headers;
   return CacheWrite{std::move(key),

@@ -16,6 +16,11 @@ using Code = URLError::Code;
 // What a server announces is not believed for more than this before it has sent it.
 constexpr std::int64_t maximumReservation = 4 * 1024 * 1024;
 
+bool namesSeveralCodings(const HTTPHeaders& fields) {
+  const auto value = fields.combined("Content-Encoding");
+  return value && value->find(',') != std::string::npos;
+}
+
 }  // namespace
 
 Transfer::Transfer(CURL* handle, URLRequest request, const URLSessionConfiguration& configuration,
@@ -170,10 +175,13 @@ bool Transfer::headIsAcceptable() {
   }
   if (framing_.lengthAndChunks) curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 1L);
 
+  // Ranges are ranges of the coded bytes, and a coding that is not known here is the caller's
+  // business: both are handed over as they come, under their Content-Encoding.
   const auto coding = contentCoding(head_.fields());
-  const bool isPartial = head_.statusCode() == 206;  // of the coded bytes: left as they are
-  if (!coding && !callerNamesCodings_ && !isPartial && answerHasBody()) {
-    return fail(Code::cannotDecodeContentData, "the server used a content coding nobody asked for");
+  const bool isPartial = head_.statusCode() == 206;
+  const bool isAcceptable = coding || callerNamesCodings_ || isPartial || !answerHasBody();
+  if (!isAcceptable && namesSeveralCodings(head_.fields())) {
+    return fail(Code::cannotDecodeContentData, "the server used more than one content coding");
   }
   if (coding && !isPartial) coding_ = *coding;
   if (coding_ != ContentCoding::identity) {
