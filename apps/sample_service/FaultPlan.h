@@ -38,7 +38,8 @@ struct FaultPlan {
   double failureRate = 0;
   std::uint64_t seed = 1;
 
-  // Sends the full Content-Length but only so many bytes of the body, then closes the connection.
+  // Sends the full Content-Length but at most so many bytes of the body, then closes the
+  // connection.
   std::vector<Cut> cuts;
 
   // Takes the request and never answers.

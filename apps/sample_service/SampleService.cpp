@@ -15,7 +15,7 @@
 namespace paperloom::sample {
 namespace {
 
-constexpr std::size_t requestLogLimit = 10'000;
+constexpr std::size_t requestLogLimit = 2'000;
 
 HttpReply plainStatus(int status) {
   HttpReply reply;

@@ -54,7 +54,7 @@ class SampleService {
   // start anew. A service that has gone away stays away.
   void setFaults(FaultPlan faults);
 
-  // The latest requests, up to 10,000, in the order in which they arrived, faulty ones included.
+  // The latest requests, up to 2,000, in the order in which they arrived, faulty ones included.
   // Holds what clients sent, secrets too.
   std::vector<ReceivedRequest> requests() const;
   void clearRequests();

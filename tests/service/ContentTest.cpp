@@ -167,6 +167,7 @@ TEST(SampleContent, otherMethodsAndPathsAreRefusedWithAReason) {
   EXPECT_EQ(running.status("/articles/../config.json"), 404);
   EXPECT_EQ(running.status("/" + std::string(7000, 'a')), 404);
   EXPECT_EQ(running.client->Post("/config", "{}", "application/json")->status, 405);
+  EXPECT_EQ(running.client->Delete("/identity/entitlement")->status, 405);
 
   const auto head = running.client->Head("/stream");
   ASSERT_TRUE(head);

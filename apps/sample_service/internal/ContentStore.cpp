@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/sample_service/internal/HttpDate.h"
 #include "cmake/EmbeddedFile.h"
 
 namespace paperloom::sample {
@@ -25,8 +26,6 @@ constexpr std::time_t publishedAt = 1760010000;
 constexpr int frontPageSeconds = 60;
 constexpr int articleSeconds = 600;
 constexpr int imageSeconds = 86400;
-constexpr std::array<const char*, 12> monthNames = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 std::string withBase(std::string_view text, std::string_view baseURL) {
   constexpr std::string_view mark = "{{base}}";
@@ -61,41 +60,11 @@ bool namesTag(std::string_view list, std::string_view tag) {
   return false;
 }
 
-// The preferred date format of RFC 9110, section 5.6.7, whatever the process's locale is.
-std::string httpDate(std::time_t time) {
-  static constexpr std::array<const char*, 7> days = {"Sun", "Mon", "Tue", "Wed",
-                                                      "Thu", "Fri", "Sat"};
-  std::tm parts{};
-  gmtime_r(&time, &parts);
-  std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%s, %02d %s %04d %02d:%02d:%02d GMT",
-                days[static_cast<std::size_t>(parts.tm_wday)], parts.tm_mday,
-                monthNames[static_cast<std::size_t>(parts.tm_mon)], parts.tm_year + 1900,
-                parts.tm_hour, parts.tm_min, parts.tm_sec);
-  return text.data();
-}
-
-std::optional<std::time_t> readHttpDate(const std::string& text) {
-  std::tm parts{};
-  std::array<char, 4> month{};
-  if (std::sscanf(text.c_str(), "%*3s, %2d %3s %4d %2d:%2d:%2d GMT", &parts.tm_mday, month.data(),
-                  &parts.tm_year, &parts.tm_hour, &parts.tm_min, &parts.tm_sec) != 6) {
-    return std::nullopt;
-  }
-  const auto name = std::find_if(monthNames.begin(), monthNames.end(), [&](const char* known) {
-    return month.data() == std::string_view(known);
-  });
-  if (name == monthNames.end()) return std::nullopt;
-  parts.tm_mon = static_cast<int>(name - monthNames.begin());
-  parts.tm_year -= 1900;
-  return timegm(&parts);
-}
-
 bool isUnchanged(const HttpRequest& request, std::string_view tag) {
   // RFC 9110, section 13.1.3: If-Modified-Since is ignored beside If-None-Match.
   if (const auto tags = request.header("If-None-Match")) return namesTag(*tags, tag);
   const auto since = request.header("If-Modified-Since");
-  const auto time = since ? readHttpDate(*since) : std::nullopt;
+  const auto time = since ? readHttpDate(*since) : std::optional<std::time_t>();
   return time && *time >= publishedAt;
 }
 
@@ -175,7 +144,7 @@ HttpReply ContentStore::deliver(const Document& document, const HttpRequest& req
       {"ETag", tag},
       {"Last-Modified", httpDate(publishedAt)},
       {"Cache-Control", "max-age=" + std::to_string(document.maxAgeSeconds)},
-      {"Date", httpDate(std::time(nullptr))},
+      {"Accept-Ranges", "none"},
   };
   if (isJson) reply.headers.emplace_back("Vary", "Accept-Encoding");
   if (isUnchanged(request, tag)) {

@@ -15,6 +15,7 @@
 #include <system_error>
 #include <thread>
 
+#include "apps/sample_service/internal/HttpDate.h"
 #include "apps/sample_service/internal/SocketStream.h"
 
 namespace paperloom::sample {
@@ -22,7 +23,7 @@ namespace {
 
 constexpr std::size_t connectionLimit = 256;
 constexpr std::size_t pathLimit = 1024;
-constexpr std::size_t bodyLimit = std::size_t{1} << 20;
+constexpr std::size_t bodyLimit = std::size_t{1} << 16;
 constexpr std::time_t keepAliveSeconds = 75;
 
 // What the thread's current request needs to carry past httplib's own Request and Response.
@@ -83,6 +84,7 @@ void answer(const HttpServer::Handler& handler, const httplib::Request& source,
   exchange.thenGoAway = reply.thenGoAway;
 
   target.status = reply.status;
+  target.set_header("Date", httpDate(std::time(nullptr)));
   for (const auto& [name, value] : reply.headers) target.set_header(name, value);
   if (!exchange.withoutBody) {
     target.body = std::move(reply.body);
@@ -112,6 +114,10 @@ class HttpServer::Impl final : private httplib::Server {
     };
     Get(".*", route);
     Post(".*", route);
+    Put(".*", route);
+    Patch(".*", route);
+    Delete(".*", route);
+    Options(".*", route);
     set_payload_max_length(bodyLimit);
     set_keep_alive_timeout(keepAliveSeconds);
     set_keep_alive_max_count(1'000'000);

@@ -35,8 +35,8 @@ struct HttpReply {
   bool thenGoAway = false;  // stop listening and close every connection once this is sent
 };
 
-// An HTTP/1.1 server on 127.0.0.1 that hands every GET, HEAD and POST to one handler, on one thread
-// a connection. JSON bodies are compressed for clients that accept gzip.
+// An HTTP/1.1 server on 127.0.0.1 that hands every request to one handler, on one thread a
+// connection. JSON bodies are compressed for clients that accept gzip.
 class HttpServer {
  public:
   using Handler = std::function<HttpReply(const HttpRequest&)>;  // called on many threads

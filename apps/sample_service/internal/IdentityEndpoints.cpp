@@ -96,7 +96,8 @@ HttpReply IdentityEndpoints::answer(const HttpRequest& request) {
   const std::string_view call = std::string_view(request.path).substr(sizeof "/identity/" - 1);
   const bool isPost = request.method == "POST";
   if (call == "entitlement") {
-    return isPost ? failure(405, "this call is a GET") : entitlement(request);
+    const bool isGet = request.method == "GET" || request.method == "HEAD";
+    return isGet ? entitlement(request) : failure(405, "this call is a GET");
   }
   const bool known = call == "token" || call == "refreshToken" || call == "register/account" ||
                      call == "delete/email" || call == "delete/facebook" || call == "delete/google";
