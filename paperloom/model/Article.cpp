@@ -75,12 +75,11 @@ Result<Article> Article::parse(const JSONObject& json) {
       .headline = trimmed(*headline),
       .type = fromRawValue<ArticleType>(json.stringView("type").value_or(""))
                   .value_or(ArticleType::unknown),
-      .authors = Author::parseList(json.objects("authors").value_or(std::vector<JSONObject>())),
+      .authors = Author::parseList(json.objects("authors").value_or(JSONObjectList())),
       .publishedTime = DateFormatter::shared().date(json.stringView("datePublished").value_or("")),
       .isPremium = json.boolean("premium").value_or(false),
       .leadContent = paperloom::leadContent(json),
-      .contents =
-          ArticleContentItem::parseBody(json.objects("body").value_or(std::vector<JSONObject>())),
+      .contents = ArticleContentItem::parseBody(json.objects("body").value_or(JSONObjectList())),
       .rating = json.integer("starRating"),
       .pageID = json.string("pageId"),
       .sponsored = isSponsored,

@@ -74,7 +74,7 @@ class PAPERLOOM_EXPORT Article final : public ArticleProtocol {
     std::shared_ptr<const RegistrationWallProtocol> registrationWallModel;
   };
 
-  explicit Article(Fields fields) : fields_(std::move(fields)) {}
+  explicit Article(Fields&& fields) : fields_(std::move(fields)) {}
 
   // Only the headline is required; an article that calls itself sponsored needs a good sponsor,
   // and a registration wall that is there has to be good.

@@ -80,7 +80,7 @@ Item block(std::string_view type, const JSONObject& json) {
 
 }  // namespace
 
-std::vector<ArticleContentItem> ArticleContentItem::parseBody(const std::vector<JSONObject>& body) {
+std::vector<ArticleContentItem> ArticleContentItem::parseBody(const JSONObjectList& body) {
   std::vector<ArticleContentItem> items;
   items.reserve(body.size());
   for (const JSONObject& json : body) {

@@ -73,7 +73,7 @@ struct PAPERLOOM_EXPORT ArticleContentItem {
 
   // The blocks of a body in its order. Elements without a "type" are dropped; a malformed block
   // keeps its place as Unknown.
-  static std::vector<ArticleContentItem> parseBody(const std::vector<JSONObject>& body);
+  static std::vector<ArticleContentItem> parseBody(const JSONObjectList& body);
 
   // Whether both are the same alternative, whatever they hold.
   bool isType(const ArticleContentItem& other) const {

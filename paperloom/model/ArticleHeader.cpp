@@ -27,19 +27,19 @@ Result<std::shared_ptr<const ArticleHeaderProtocol>> ArticleHeader::parse(const 
     return parsingFailed("invalid url [ " + std::string(*urlText) +
                          " ] for article with identifier " + *identifier);
   }
-  return std::make_shared<const ArticleHeader>(Fields{
-      .identifier = std::move(*identifier),
-      .URL = std::move(*url),
-      .articleType = fromRawValue<ArticleType>(json.stringView("type").value_or(""))
-                         .value_or(ArticleType::unknown),
-      .headline = std::move(*headline),
-      .authors = Author::parseList(json.objects("authors").value_or(std::vector<JSONObject>())),
-      .isPremium = json.boolean("premium").value_or(false),
-      .cardType = fromRawValue<CardType>(json.stringView("cardType").value_or(""))
-                      .value_or(CardType::small),
-      .cardAsset = cardAssetOf(json),
-      .videoDuration = json.string("videoDuration"),
-      .sponsored = json.boolean("sponsored").value_or(false)});
+  return std::make_shared<const ArticleHeader>(
+      Fields{.identifier = std::move(*identifier),
+             .URL = std::move(*url),
+             .articleType = fromRawValue<ArticleType>(json.stringView("type").value_or(""))
+                                .value_or(ArticleType::unknown),
+             .headline = std::move(*headline),
+             .authors = Author::parseList(json.objects("authors").value_or(JSONObjectList())),
+             .isPremium = json.boolean("premium").value_or(false),
+             .cardType = fromRawValue<CardType>(json.stringView("cardType").value_or(""))
+                             .value_or(CardType::small),
+             .cardAsset = cardAssetOf(json),
+             .videoDuration = json.string("videoDuration"),
+             .sponsored = json.boolean("sponsored").value_or(false)});
 }
 
 }  // namespace paperloom

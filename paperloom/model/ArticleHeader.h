@@ -66,7 +66,7 @@ class PAPERLOOM_EXPORT ArticleHeader final : public ArticleHeaderProtocol {
     bool sponsored = false;
   };
 
-  explicit ArticleHeader(Fields fields) : fields_(std::move(fields)) {}
+  explicit ArticleHeader(Fields&& fields) : fields_(std::move(fields)) {}
 
   // Headline, URL and identifier are required; a bad asset only leaves the card without one.
   static Result<std::shared_ptr<const ArticleHeaderProtocol>> parse(const JSONObject& json);

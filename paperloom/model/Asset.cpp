@@ -8,7 +8,7 @@
 namespace paperloom {
 namespace {
 
-std::vector<Asset::Rendition> parseRenditions(const std::vector<JSONObject>& list) {
+std::vector<Asset::Rendition> parseRenditions(const JSONObjectList& list) {
   std::vector<Asset::Rendition> renditions;
   renditions.reserve(list.size());
   for (const JSONObject& json : list) {
@@ -16,7 +16,7 @@ std::vector<Asset::Rendition> parseRenditions(const std::vector<JSONObject>& lis
     const auto width = json.integer("width");
     const auto height = json.integer("height");
     if (!text || !width || !height) continue;
-    if (auto url = URL::parse(*text)) renditions.push_back({std::move(*url), *width, *height});
+    if (auto url = URL::parse(*text)) renditions.emplace_back(std::move(*url), *width, *height);
   }
   return renditions;
 }

@@ -21,6 +21,9 @@ struct PAPERLOOM_EXPORT Asset {
   enum class Type { Image, Video };
 
   struct Rendition {
+    Rendition(URL renditionURL, std::int64_t pixelWidth, std::int64_t pixelHeight)
+        : url(std::move(renditionURL)), width(pixelWidth), height(pixelHeight) {}
+
     URL url;
     std::int64_t width;  // pixels
     std::int64_t height;

@@ -4,7 +4,7 @@
 
 namespace paperloom {
 
-std::vector<Author> Author::parseList(const std::vector<JSONObject>& list) {
+std::vector<Author> Author::parseList(const JSONObjectList& list) {
   std::vector<Author> authors;
   authors.reserve(list.size());
   for (const JSONObject& json : list) {

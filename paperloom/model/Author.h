@@ -15,7 +15,7 @@ struct PAPERLOOM_EXPORT Author {
   std::optional<std::string> jobTitle;
 
   // Entries without a name are dropped.
-  static std::vector<Author> parseList(const std::vector<JSONObject>& list);
+  static std::vector<Author> parseList(const JSONObjectList& list);
 };
 
 }  // namespace paperloom

@@ -36,7 +36,7 @@ class PAPERLOOM_EXPORT GlobalMetadata final : public GlobalMetadataProtocol {
     std::shared_ptr<const FallbackCardProtocol> fallbackCards;
   };
 
-  explicit GlobalMetadata(Fields fields) : fields_(std::move(fields)) {}
+  explicit GlobalMetadata(Fields&& fields) : fields_(std::move(fields)) {}
   static Result<std::shared_ptr<const GlobalMetadataProtocol>> parse(const JSONObject& json);
 
   Fields& fields() { return fields_; }

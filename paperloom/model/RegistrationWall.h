@@ -47,7 +47,7 @@ class PAPERLOOM_EXPORT RegistrationWall final : public RegistrationWallProtocol 
     std::string channel;
   };
 
-  explicit RegistrationWall(Fields fields) : fields_(std::move(fields)) {}
+  explicit RegistrationWall(Fields&& fields) : fields_(std::move(fields)) {}
   // Every key is required.
   static Result<std::shared_ptr<const RegistrationWallProtocol>> parse(const JSONObject& json);
 

@@ -49,7 +49,7 @@ class PAPERLOOM_EXPORT SectionMetaData final : public SectionMetadataProtocol {
     bool showSponsored = false;
   };
 
-  explicit SectionMetaData(Fields fields) : fields_(std::move(fields)) {}
+  explicit SectionMetaData(Fields&& fields) : fields_(std::move(fields)) {}
   static Result<std::shared_ptr<const SectionMetadataProtocol>> parse(const JSONObject& json);
 
   const std::string& uid() const override { return fields_.uid; }

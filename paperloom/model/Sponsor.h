@@ -35,7 +35,7 @@ class PAPERLOOM_EXPORT Sponsor final : public SponsorProtocol {
     std::string campaignId;
   };
 
-  explicit Sponsor(Fields fields) : fields_(std::move(fields)) {}
+  explicit Sponsor(Fields&& fields) : fields_(std::move(fields)) {}
   static Result<std::shared_ptr<const SponsorProtocol>> parse(const JSONObject& json);
 
   const std::optional<std::string>& name() const override { return fields_.name; }

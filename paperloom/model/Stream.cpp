@@ -9,7 +9,7 @@
 namespace paperloom {
 namespace {
 
-SectionList parseSections(const std::vector<JSONObject>& list) {
+SectionList parseSections(const JSONObjectList& list) {
   SectionList sections;
   sections.reserve(list.size());
   for (const JSONObject& json : list) {
@@ -36,7 +36,7 @@ std::optional<SectionMetadataList> join(const SectionList& sections,
   return taken;
 }
 
-Result<ArticleHeaderList> parseSponsored(const std::vector<JSONObject>& list) {
+Result<ArticleHeaderList> parseSponsored(const JSONObjectList& list) {
   ArticleHeaderList cards;
   cards.reserve(list.size());
   for (const JSONObject& json : list) {

@@ -38,7 +38,7 @@ class PAPERLOOM_EXPORT Stream final : public StreamProtocol {
     std::shared_ptr<const AppMetadataProtocol> appMetadata;
   };
 
-  explicit Stream(Fields fields) : fields_(std::move(fields)) {}
+  explicit Stream(Fields&& fields) : fields_(std::move(fields)) {}
 
   // Bad sections are dropped; a bad sponsored card, or a section without metadata, fails the
   // stream. The document's metadata becomes the current app metadata of the shared data

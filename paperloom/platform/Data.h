@@ -18,6 +18,9 @@ class Data {
   std::string_view view() const { return bytes_ ? std::string_view(*bytes_) : std::string_view(); }
   std::size_t size() const { return view().size(); }
   bool empty() const { return view().empty(); }
+  // How many bytes of the buffer lie beyond the last one. With 64 of them a JSON text is decoded
+  // where it lies instead of in a copy.
+  std::size_t spareCapacity() const { return bytes_ ? bytes_->capacity() - bytes_->size() : 0; }
 
   friend bool operator==(const Data& a, const Data& b) { return a.view() == b.view(); }
 

@@ -1,9 +1,11 @@
 #include "paperloom/platform/JSON.h"
 
 #include <simdjson.h>
+#include <sys/mman.h>
 
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
@@ -12,23 +14,30 @@ namespace dom = simdjson::dom;
 
 using Handle = std::array<std::byte, 16>;
 static_assert(sizeof(dom::object) == sizeof(Handle));
+static_assert(sizeof(dom::array::iterator) == sizeof(Handle));
 static_assert(std::is_trivially_copyable_v<dom::object>);
+static_assert(std::is_trivially_copyable_v<dom::array::iterator>);
 
 namespace {
 
-dom::object objectOf(const Handle& handle) { return std::bit_cast<dom::object>(handle); }
-
-// The value under `key` when it has the type T; the first of several values counts.
-template <class T>
-std::optional<T> value(const Handle& handle, std::string_view key) {
-  T result;
-  if (objectOf(handle).at_key(key).get(result) != simdjson::SUCCESS) return std::nullopt;
-  return result;
+// The value under `key`; the first of several counts.
+std::optional<dom::element> find(const Handle& handle, std::string_view key) {
+  const auto object = std::bit_cast<dom::object>(handle);
+  const auto end = object.end();
+  for (auto field = object.begin(); field != end; ++field) {
+    if (field.key_equals(key)) return field.value();
+  }
+  return std::nullopt;
 }
 
-// A spent parser keeps its working memory for the thread's next document, up to this size: most
-// documents are smaller, and a rare large one should not stay resident for ever.
-constexpr std::size_t keptCapacity = std::size_t{4} << 20U;
+// As find(), for a value of the type T.
+template <class T>
+std::optional<T> value(const Handle& handle, std::string_view key) {
+  const auto element = find(handle, key);
+  T result;
+  if (!element || element->get(result) != simdjson::SUCCESS) return std::nullopt;
+  return result;
+}
 
 }  // namespace
 
@@ -46,12 +55,12 @@ std::optional<bool> JSONObject::boolean(std::string_view key) const {
 }
 
 std::optional<std::int64_t> JSONObject::integer(std::string_view key) const {
-  dom::element element;
-  if (objectOf(handle_).at_key(key).get(element) != simdjson::SUCCESS) return std::nullopt;
+  const auto element = find(handle_, key);
   std::int64_t whole = 0;
-  if (element.get(whole) == simdjson::SUCCESS) return whole;
-  if (!element.is_double()) return std::nullopt;
-  const double number = element.get_double().value_unsafe();
+  if (!element) return std::nullopt;
+  if (element->get(whole) == simdjson::SUCCESS) return whole;
+  if (!element->is_double()) return std::nullopt;
+  const double number = element->get_double().value_unsafe();
   constexpr double limit = 9223372036854775808.0;  // 2^63, the first value that does not fit
   if (!(number >= -limit && number < limit) || std::trunc(number) != number) return std::nullopt;
   return static_cast<std::int64_t>(number);
@@ -65,19 +74,25 @@ std::optional<JSONObject> JSONObject::object(std::string_view key) const {
   return result;
 }
 
-std::optional<std::vector<JSONObject>> JSONObject::objects(std::string_view key) const {
+std::optional<JSONObjectList> JSONObject::objects(std::string_view key) const {
   const auto array = value<dom::array>(handle_, key);
   if (!array) return std::nullopt;
-  std::vector<JSONObject> result;
-  result.reserve(array->size());
+  JSONObjectList list;
   for (const dom::element element : *array) {
-    dom::object nested;
-    if (element.get(nested) != simdjson::SUCCESS) return std::nullopt;
-    JSONObject item;
-    item.handle_ = std::bit_cast<Handle>(nested);
-    result.push_back(item);
+    if (!element.is_object()) return std::nullopt;
+    ++list.size_;
   }
-  return result;
+  list.begin_.current_.handle_ = std::bit_cast<Handle>(array->begin());
+  list.end_.current_.handle_ = std::bit_cast<Handle>(array->end());
+  return list;
+}
+
+// The decoder's handle to an object and its iterator at that object are the same reference.
+JSONObjectList::Iterator& JSONObjectList::Iterator::operator++() {
+  auto iterator = std::bit_cast<dom::array::iterator>(current_.handle_);
+  ++iterator;
+  current_.handle_ = std::bit_cast<Handle>(iterator);
+  return *this;
 }
 
 std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key) const {
@@ -94,12 +109,91 @@ std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key
 }
 
 std::string JSONObject::debugDescription(std::string_view key) const {
-  dom::element element;
-  if (objectOf(handle_).at_key(key).get(element) != simdjson::SUCCESS) return "nil";
-  return simdjson::minify(element);
+  const auto element = find(handle_, key);
+  return element ? simdjson::minify(*element) : "nil";
 }
 
+namespace {
+
+// What decoding needs besides the text stays with its thread for the next document, up to a text
+// of this size: most documents are smaller, and memory fresh from the system costs more time than
+// the decoding. A thread keeps up to about three times this size, since most of what the decoder
+// reserves is never touched.
+constexpr std::size_t keptCapacity = std::size_t{2} << 20U;
+
+struct Workspace {
+  dom::parser parser;
+  dom::document document;  // its buffers, between two documents
+
+  ~Workspace();
+  // Null while the thread ends.
+  static Workspace* ofThread();
+};
+
+thread_local bool threadEnds = false;
+
+Workspace::~Workspace() { threadEnds = true; }
+
+Workspace* Workspace::ofThread() {
+  if (threadEnds) return nullptr;
+  thread_local Workspace workspace;
+  return &workspace;
+}
+
+// Fills large buffers from fewer, larger pages where the system has them.
+void preferLargePages(const void* buffer, std::size_t size) {
+  constexpr std::uintptr_t page = std::uintptr_t{2} << 20U;
+  const auto start = (reinterpret_cast<std::uintptr_t>(buffer) + page - 1) / page * page;
+  const auto end = (reinterpret_cast<std::uintptr_t>(buffer) + size) / page * page;
+  if (start < end) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+}
+
+// Decodes a text too large for the thread's workspace, with memory that is given back at once.
+simdjson::error_code decodeLarge(dom::document& document, std::string_view bytes, bool padded) {
+  if (bytes.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) return simdjson::CAPACITY;
+  dom::parser parser;
+  if (const auto failure = document.allocate(bytes.size())) return failure;
+  if (const auto failure = parser.allocate(bytes.size())) return failure;
+  std::optional<simdjson::padded_string> copy;
+  if (!padded) {
+    copy.emplace(bytes.size());
+    if (copy->data() == nullptr) return simdjson::MEMALLOC;
+  }
+  if (constexpr std::size_t large = std::size_t{16} << 20U; bytes.size() > large) {
+    preferLargePages(document.tape.get(), bytes.size() * sizeof(std::uint64_t));
+    preferLargePages(document.string_buf.get(), bytes.size());
+    preferLargePages(parser.implementation->structural_indexes.get(),
+                     bytes.size() * sizeof(std::uint32_t));
+    if (copy) preferLargePages(copy->data(), bytes.size());
+  }
+  if (copy) std::memcpy(copy->data(), bytes.data(), bytes.size());
+  const char* const text = copy ? copy->data() : bytes.data();
+  return parser.parse_into_document(document, text, bytes.size(), false).error();
+}
+
+simdjson::error_code decode(dom::document& document, std::string_view bytes, bool padded) {
+  Workspace* const workspace = Workspace::ofThread();
+  if (workspace == nullptr || bytes.size() > keptCapacity) {
+    return decodeLarge(document, bytes, padded);
+  }
+  document = std::exchange(workspace->document, dom::document());
+  return workspace->parser.parse_into_document(document, bytes.data(), bytes.size(), !padded)
+      .error();
+}
+
+}  // namespace
+
 struct JSONDocument::Storage {
+  Storage() = default;
+  Storage(const Storage&) = delete;
+  Storage& operator=(const Storage&) = delete;
+  ~Storage() {
+    Workspace* const workspace = Workspace::ofThread();
+    if (workspace != nullptr && document.capacity() <= keptCapacity) {
+      workspace->document = std::move(document);
+    }
+  }
+
   dom::document document;
 };
 
@@ -109,15 +203,18 @@ JSONDocument& JSONDocument::operator=(JSONDocument&&) noexcept = default;
 JSONDocument::~JSONDocument() = default;
 
 tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes) {
+  return parse(bytes, false);
+}
+
+tl::expected<JSONDocument, JSONError> JSONDocument::parse(const Data& data) {
+  return parse(data.view(), data.spareCapacity() >= simdjson::SIMDJSON_PADDING);
+}
+
+tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes, bool padded) {
   constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
-
-  thread_local dom::parser parser;
   auto storage = std::make_unique<Storage>();
-  const simdjson::error_code failure =
-      parser.parse_into_document(storage->document, bytes.data(), bytes.size()).error();
-  if (parser.capacity() > keptCapacity) parser = dom::parser();
-  if (failure != simdjson::SUCCESS) {
+  if (const auto failure = decode(storage->document, bytes, padded)) {
     return tl::make_unexpected(JSONError{simdjson::error_message(failure)});
   }
   return JSONDocument(std::move(storage));

@@ -20,6 +20,8 @@ struct JSONError {
   std::string localizedDescription;
 };
 
+class JSONObjectList;
+
 // A read-only view of one JSON object inside a JSONDocument; cheap to copy, valid only while the
 // document lives. The typed reads never convert: a value counts only when it has exactly the asked
 // type, and nothing is returned for a missing key as for a value of another type. Of duplicate
@@ -34,7 +36,7 @@ class PAPERLOOM_EXPORT JSONObject {
   std::optional<std::int64_t> integer(std::string_view key) const;
   std::optional<JSONObject> object(std::string_view key) const;
   // An array whose every element is an object.
-  std::optional<std::vector<JSONObject>> objects(std::string_view key) const;
+  std::optional<JSONObjectList> objects(std::string_view key) const;
   // An array whose every element is a text.
   std::optional<std::vector<std::string>> strings(std::string_view key) const;
   // The value under `key` as compact JSON text, whatever its type; "nil" when the key is absent.
@@ -42,18 +44,63 @@ class PAPERLOOM_EXPORT JSONObject {
 
  private:
   friend class JSONDocument;
+  friend class JSONObjectList;
   JSONObject() = default;
 
   // The decoder's own handle to the object, kept opaque so that no decoder header is public.
   alignas(std::max_align_t) std::array<std::byte, 16> handle_{};
 };
 
+// A read-only view of an array of objects, as cheap and as short-lived as that of an object.
+class PAPERLOOM_EXPORT JSONObjectList {
+ public:
+  class PAPERLOOM_EXPORT Iterator {
+   public:
+    using value_type = JSONObject;
+    using difference_type = std::ptrdiff_t;
+
+    Iterator() = default;
+    const JSONObject& operator*() const { return current_; }
+    const JSONObject* operator->() const { return &current_; }
+    Iterator& operator++();
+    Iterator operator++(int) {
+      Iterator before = *this;
+      ++*this;
+      return before;
+    }
+    bool operator==(const Iterator& other) const {
+      return current_.handle_ == other.current_.handle_;
+    }
+
+   private:
+    friend class JSONObject;
+
+    JSONObject current_;
+  };
+
+  // An empty list.
+  JSONObjectList() = default;
+
+  Iterator begin() const { return begin_; }
+  Iterator end() const { return end_; }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+
+ private:
+  friend class JSONObject;
+
+  Iterator begin_;
+  Iterator end_;
+  std::size_t size_ = 0;
+};
+
 // A decoded JSON text (RFC 8259); any value may stand at the top level. A leading UTF-8 byte order
-// mark is skipped. Nesting deeper than 1,024 levels, numbers that no 64-bit integer or double can
-// hold, and invalid UTF-8 are errors.
+// mark is skipped. Nesting deeper than 1,024 levels, whole numbers outside 64 bits, numbers beyond
+// the range of a double, invalid UTF-8 and texts of 4 GB or more are errors.
 class PAPERLOOM_EXPORT JSONDocument {
  public:
   static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);
+  static tl::expected<JSONDocument, JSONError> parse(const Data& data);
 
   JSONDocument(JSONDocument&&) noexcept;
   JSONDocument& operator=(JSONDocument&&) noexcept;
@@ -65,6 +112,7 @@ class PAPERLOOM_EXPORT JSONDocument {
  private:
   struct Storage;
   explicit JSONDocument(std::unique_ptr<Storage> storage);
+  static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes, bool padded);
 
   std::unique_ptr<Storage> storage_;
 };

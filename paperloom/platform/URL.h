@@ -52,7 +52,7 @@ class PAPERLOOM_EXPORT URL {
   friend bool operator==(const URL& a, const URL& b) { return a.text_ == b.text_; }
 
  private:
-  explicit URL(std::string text) : text_(std::move(text)) {}
+  explicit URL(std::string_view text) : text_(text) {}
 
   std::string text_;
 };

@@ -15,7 +15,7 @@ namespace paperloom {
 template <JSONParsing Record>
 tl::expected<Parsed<Record>, ParserError> parseJSONDocument(const Data& data,
                                                             std::string_view topLevelFailure) {
-  auto document = JSONDocument::parse(data.view());
+  auto document = JSONDocument::parse(data);
   if (!document) return tl::make_unexpected(ParserError(std::move(document.error())));
   const auto top = document->object();
   if (!top) {
