@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <thread>
 
 namespace paperloom::internal {
 namespace {
@@ -37,6 +38,17 @@ void distrustContents(sqlite3* database) {
   sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
   sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+}
+
+// SQLite's busy handler: non-zero to try again.
+int sleepUntil(void* deadline, int attempts) {
+  using std::chrono::steady_clock;
+  const auto end = *static_cast<const steady_clock::time_point*>(deadline);
+  const steady_clock::duration pause = std::chrono::microseconds(attempts < 5 ? 200 : 2000);
+  const auto left = end - steady_clock::now();
+  if (left <= steady_clock::duration::zero()) return 0;
+  std::this_thread::sleep_for(std::min(pause, left));
+  return 1;
 }
 
 }  // namespace
@@ -131,6 +143,18 @@ SQLiteResult<SQLiteDatabase> SQLiteDatabase::open(const std::filesystem::path& f
   distrustContents(handle);
   return database;
 }
+
+void SQLiteDatabase::waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
+  auto& kept = database_.get_deleter().deadline;
+  if (kept) {
+    *kept = deadline;
+    return;
+  }
+  kept = std::make_unique<std::chrono::steady_clock::time_point>(deadline);
+  sqlite3_busy_handler(handle(), sleepUntil, kept.get());
+}
+
+std::int64_t SQLiteDatabase::changes() const { return sqlite3_changes64(handle()); }
 
 SQLiteStatus SQLiteDatabase::execute(const char* sql) {
   return status(sqlite3_exec(handle(), sql, nullptr, nullptr, nullptr));

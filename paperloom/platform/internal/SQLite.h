@@ -73,8 +73,14 @@ class SQLiteDatabase {
   static SQLiteResult<SQLiteDatabase> open(const std::filesystem::path& file,
                                            std::chrono::milliseconds busyTimeout);
 
+  // From now on statements wait for a lock until then, and no longer.
+  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline);
+
   explicit operator bool() const { return database_ != nullptr; }
   sqlite3* handle() const { return database_.get(); }
+
+  // Rows that the last statement has changed.
+  std::int64_t changes() const;
 
   // Runs one or more statements and ignores their rows.
   SQLiteStatus execute(const char* sql);
@@ -92,6 +98,8 @@ class SQLiteDatabase {
  private:
   struct Closer {
     void operator()(sqlite3* database) const;
+    // Until when to wait for locks. Here, because SQLite keeps its address until it has closed.
+    std::unique_ptr<std::chrono::steady_clock::time_point> deadline;
   };
   std::unique_ptr<sqlite3, Closer> database_;
 };

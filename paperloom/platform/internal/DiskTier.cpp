@@ -1,0 +1,424 @@
+#include "paperloom/platform/internal/DiskTier.h"
+
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "paperloom/platform/internal/MemoryTier.h"
+#include "paperloom/platform/internal/PrivateFolders.h"
+
+namespace paperloom::internal {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds lockWait{250};
+constexpr std::chrono::milliseconds shortLockWait{5};
+// Between two attempts to open a file that cannot be opened, and between two looks whether an open
+// one is still where it was.
+constexpr std::chrono::milliseconds pause{100};
+// Uses noted in memory before they are written even without another change.
+constexpr std::size_t mostUses = 512;
+constexpr std::size_t mostOutdated = 10000;
+
+// SQLite's primary result codes.
+constexpr int ioError = 10;
+constexpr int outOfMemory = 7;
+constexpr int diskFull = 13;
+constexpr int tooBig = 18;
+constexpr int constraint = 19;
+
+Clock::time_point inAWhile() { return Clock::now() + lockWait; }
+
+std::int64_t randomName() {
+  std::uint64_t bits = 0;
+  if (::getrandom(&bits, sizeof bits, GRND_NONBLOCK) != sizeof bits) {
+    bits = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count()) * 65537U +
+           static_cast<std::uint64_t>(::getpid());
+  }
+  return static_cast<std::int64_t>(bits >> 1) + 1;
+}
+
+std::pair<std::uint64_t, std::uint64_t> identityOf(const std::filesystem::path& file) {
+  struct stat info {};
+  if (::stat(file.c_str(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino};
+}
+
+std::vector<std::int64_t> inOrder(const std::unordered_map<std::int64_t, std::uint64_t>& uses) {
+  std::vector<std::pair<std::uint64_t, std::int64_t>> sorted;
+  sorted.reserve(uses.size());
+  for (const auto& [id, order] : uses) sorted.emplace_back(order, id);
+  std::sort(sorted.begin(), sorted.end());
+  std::vector<std::int64_t> ids;
+  ids.reserve(sorted.size());
+  for (const auto& [order, id] : sorted) ids.push_back(id);
+  return ids;
+}
+
+}  // namespace
+
+std::shared_ptr<DiskTier> DiskTier::shared(const std::filesystem::path& folder) {
+  static auto* mutex = new std::mutex;
+  static auto* tiers = new std::map<std::filesystem::path, std::weak_ptr<DiskTier>>;
+  createPrivateFolders(folder);
+  std::error_code error;
+  auto path = std::filesystem::weakly_canonical(folder, error);
+  if (error) path = folder.lexically_normal();
+  const std::lock_guard lock(*mutex);
+  std::erase_if(*tiers, [](const auto& each) { return each.second.expired(); });
+  auto tier = (*tiers)[path].lock();
+  if (!tier) {
+    tier = std::make_shared<DiskTier>(path);
+    (*tiers)[path] = tier;
+  }
+  return tier;
+}
+
+DiskTier::DiskTier(std::filesystem::path folder)
+    : folder_(std::move(folder)), file_(folder_ / "cache.sqlite"), name_(randomName()) {}
+
+DiskTier::~DiskTier() {
+  bool noted = false;
+  {
+    const std::lock_guard lock(mutex_);
+    noted = !uses_.empty() || !outdated_.empty() || allOutdated_ != 0;
+  }
+  if (noted) write(inAWhile(), [](CacheWriter&) { return SQLiteStatus(); });
+}
+
+void DiskTier::attach(MemoryTier* memory) {
+  const std::lock_guard lock(mutex_);
+  memories_.push_back(memory);
+}
+
+void DiskTier::detach(MemoryTier* memory) {
+  const std::lock_guard lock(mutex_);
+  std::erase(memories_, memory);
+}
+
+std::uint64_t DiskTier::generation() {
+  const TimedGate::Hold hold(readGate_, inAWhile());
+  if (hold && reader_) {
+    const auto version = reader_->dataVersion();
+    if (version && *version != dataVersion_) {
+      if (const auto stamp = reader_->stamp()) {
+        noteStamp(*stamp);
+        dataVersion_ = *version;
+      }
+    }
+  }
+  const std::lock_guard lock(mutex_);
+  return generation_;
+}
+
+std::optional<CacheEntry> DiskTier::find(const CacheKey& key, VaryMatcher& request,
+                                         const URL& url) {
+  if (isOutdated(key)) return std::nullopt;
+  CacheReader::Found found;
+  read([&](CacheReader& reader) -> SQLiteStatus {
+    auto result = reader.find(key, request, url);
+    if (!result) return tl::unexpected(result.error());
+    found = std::move(*result);
+    return {};
+  });
+  if (!found.damaged.empty()) dropDamaged(found.damaged);
+  if (found.entry) noteUse(found.entry->id);
+  return std::move(found.entry);
+}
+
+void DiskTier::noteUse(std::int64_t id) {
+  if (id == 0) return;
+  {
+    const std::lock_guard lock(mutex_);
+    uses_[id] = ++useCount_;
+    if (uses_.size() < mostUses) return;
+  }
+  // Whether or not it works, the memory for the uses stays bounded.
+  write(Clock::now(), [](CacheWriter&) { return SQLiteStatus(); });
+  const std::lock_guard lock(mutex_);
+  if (uses_.size() >= mostUses) uses_.clear();
+}
+
+void DiskTier::store(const CacheKey& key, VaryMatcher& request, const CacheEntry& entry,
+                     std::int64_t capacity, const MemoryTier* own, const Then& then) {
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(writeGate_, end);
+  std::int64_t id = 0;
+  const bool stored = hold && tryWrite(end, [&](CacheWriter& writer) -> SQLiteStatus {
+                        const auto row = writer.store(key, request, entry, capacity);
+                        if (!row) return tl::unexpected(row.error());
+                        id = *row;
+                        return {};
+                      });
+  then(stored ? id : 0);
+  tellOthers(own, [&](MemoryTier& memory) { memory.remove(key); });
+}
+
+void DiskTier::removeMatching(const CacheKey& key, VaryMatcher& request, const MemoryTier* own,
+                              const Then& then) {
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(writeGate_, end);
+  if (hold) {
+    tryWrite(end, [&](CacheWriter& writer) { return writer.removeMatching(key, request); });
+  }
+  then(0);
+  tellOthers(own, [&](MemoryTier& memory) { memory.remove(key); });
+}
+
+void DiskTier::remove(const CacheKey& key, const MemoryTier* own, const Then& then) {
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(writeGate_, end);
+  const bool removed =
+      hold && tryWrite(end, [&](CacheWriter& writer) { return writer.remove(key); });
+  if (!removed) {
+    const std::lock_guard lock(mutex_);
+    outdated_.insert(key.url);
+    if (outdated_.size() > mostOutdated) ++allOutdated_;
+  }
+  then(0);
+  tellOthers(own, [&](MemoryTier& memory) { memory.remove(key); });
+}
+
+void DiskTier::removeAll(const MemoryTier* own, const Then& then) {
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(writeGate_, end);
+  const bool removed =
+      hold && tryWrite(end, [](CacheWriter& writer) { return writer.removeAll(); });
+  {
+    const std::lock_guard lock(mutex_);
+    if (!removed) ++allOutdated_;
+    uses_.clear();
+  }
+  then(0);
+  tellOthers(own, [](MemoryTier& memory) { memory.clear(); });
+  if (removed) scrub(end);
+}
+
+void DiskTier::trim(std::int64_t capacity) {
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(writeGate_, end);
+  if (!hold) return;
+  const bool trimmed = tryWrite(end, [&](CacheWriter& writer) { return writer.evict(capacity); });
+  if (trimmed && writer_->isSparse().value_or(false)) scrub(end);
+}
+
+std::int64_t DiskTier::usage() {
+  std::int64_t bytes = 0;
+  read([&](CacheReader& reader) -> SQLiteStatus {
+    const auto result = reader.usage();
+    if (!result) return tl::unexpected(result.error());
+    bytes = std::max<std::int64_t>(0, *result);
+    return {};
+  });
+  return bytes;
+}
+
+std::vector<CacheEntry> DiskTier::entries() {
+  std::vector<CacheEntry> entries;
+  read([&](CacheReader& reader) -> SQLiteStatus {
+    auto result = reader.list();
+    if (!result) return tl::unexpected(result.error());
+    entries = std::move(*result);
+    return {};
+  });
+  const std::lock_guard lock(mutex_);
+  if (allOutdated_ != 0) return {};
+  const auto order = [&](const CacheEntry& entry) {
+    const auto use = uses_.find(entry.id);
+    return use != uses_.end() ? use->second : 0;
+  };
+  std::stable_sort(entries.begin(), entries.end(),
+                   [&](const CacheEntry& a, const CacheEntry& b) { return order(a) > order(b); });
+  return entries;
+}
+
+bool DiskTier::write(Clock::time_point deadline, const Work& work) {
+  const TimedGate::Hold hold(writeGate_, deadline);
+  return hold && tryWrite(deadline, work);
+}
+
+// With the write gate held.
+bool DiskTier::tryWrite(Clock::time_point deadline, const Work& work) {
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!ensureOpen(deadline)) return false;
+    const auto shortly = Clock::now() + shortLockWait;
+    writer_->waitForLocksUntil(lockedOut_ ? std::min(shortly, deadline) : deadline);
+    const SQLiteStatus done = transact(work);
+    if (done) {
+      lockedOut_ = false;
+      if (writer_->needsScrub()) scrub(Clock::now());
+      return true;
+    }
+    writer_->rollback();
+    if (!recover(done.error(), deadline)) return false;
+  }
+  return false;
+}
+
+SQLiteStatus DiskTier::transact(const Work& work) {
+  if (auto begun = writer_->begin(); !begun) return begun;
+  noteStamp(writer_->stampBefore());
+  std::unordered_map<std::int64_t, std::uint64_t> uses;
+  std::vector<std::string> outdated;
+  int all = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    uses.swap(uses_);
+    outdated.assign(outdated_.begin(), outdated_.end());
+    all = allOutdated_;
+  }
+  if (all != 0) {
+    if (auto removed = writer_->removeAll(); !removed) return removed;
+  }
+  for (const std::string& url : outdated) {
+    if (auto removed = writer_->remove(cacheKey(url)); !removed) return removed;
+  }
+  if (auto touched = writer_->touch(inOrder(uses)); !touched) return touched;
+  if (auto worked = work(*writer_); !worked) return worked;
+  if (auto committed = writer_->commit(); !committed) return committed;
+  // Only now: until here it might not have happened.
+  const std::lock_guard lock(mutex_);
+  for (const std::string& url : outdated) outdated_.erase(url);
+  allOutdated_ -= all;
+  return {};
+}
+
+// With the write gate held: whether another attempt makes sense.
+bool DiskTier::recover(const SQLiteError& error, Clock::time_point deadline) {
+  if (error.isBusy()) {
+    lockedOut_ = true;
+    return false;
+  }
+  // The tables never break their own rules but by damage.
+  if (error.isCorruption() || (error.code & 0xff) == constraint) {
+    close();
+    return open(deadline, CacheContents::discard);
+  }
+  switch (error.code & 0xff) {
+    case ioError:
+    case outOfMemory:
+    case diskFull:
+    case tooBig:
+      return false;  // what is stored can still be read
+    default:
+      close();  // another process has replaced the tables or the file
+      return true;
+  }
+}
+
+bool DiskTier::read(const Read& work) {
+  const auto end = inAWhile();
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    SQLiteStatus done;
+    bool tried = false;
+    {
+      const TimedGate::Hold hold(readGate_, end);
+      if (!hold) return false;
+      const auto now = Clock::now();
+      const bool look = reader_ && now >= nextLook_;
+      if (look) nextLook_ = now + pause;
+      if (reader_ && !(look && wasMoved())) {
+        tried = true;
+        done = work(*reader_);
+        if (done) return true;
+      }
+    }
+    const TimedGate::Hold hold(writeGate_, end);
+    if (!hold) return false;
+    if (tried) {
+      if (done.error().isBusy()) return false;
+      // A reader that cannot read is of no use, unlike a writer that cannot write.
+      if (!done.error().isCorruption()) close();
+      if (done.error().isCorruption() && !recover(done.error(), end)) return false;
+    }
+    if (!ensureOpen(end)) return false;
+  }
+  return false;
+}
+
+// With the write gate held, as everything below that opens and closes.
+bool DiskTier::ensureOpen(Clock::time_point deadline) {
+  if (writer_ && !wasMoved()) return true;
+  close();
+  if (Clock::now() < nextAttempt_) return false;
+  return open(deadline, CacheContents::keep);
+}
+
+bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
+  nextAttempt_ = Clock::now() + pause;
+  if (!createPrivateFolders(folder_)) return false;
+  auto writer = CacheWriter::open(file_, deadline, contents, name_);
+  if (!writer) {
+    const bool damaged = writer.error().isCorruption() && contents == CacheContents::keep;
+    return damaged && open(deadline, CacheContents::discard);
+  }
+  auto reader = CacheReader::open(file_);
+  if (!reader) return false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!openedBefore_) foreign_ = writer->stampBefore();
+    openedBefore_ = true;
+  }
+  const TimedGate::Hold hold(readGate_, Clock::now() + std::chrono::seconds(10));
+  if (!hold) return false;
+  identity_ = identityOf(file_);
+  dataVersion_ = -1;
+  writer_ = std::move(*writer);
+  reader_ = std::move(*reader);
+  nextAttempt_ = {};
+  if (writer_->needsScrub()) {
+    writer_->waitForLocksUntil(Clock::now());
+    static_cast<void>(writer_->scrub());
+  }
+  return true;
+}
+
+void DiskTier::close() {
+  writer_.reset();
+  const TimedGate::Hold hold(readGate_, Clock::now() + std::chrono::seconds(10));
+  if (hold) reader_.reset();
+}
+
+// With one of the gates held.
+bool DiskTier::wasMoved() const { return identityOf(file_) != identity_; }
+
+void DiskTier::scrub(Clock::time_point deadline) {
+  const TimedGate::Hold hold(readGate_, deadline);
+  if (!hold) return;
+  writer_->waitForLocksUntil(deadline);
+  if (const auto done = writer_->scrub(); !done) return;
+  // The tables have moved within the file; this was no change by others.
+  dataVersion_ = -1;
+}
+
+// What the file says about its last writer: another one than this tier, and not the one known
+// already, means that others have changed something.
+void DiskTier::noteStamp(const CacheStamp& stamp) {
+  const std::lock_guard lock(mutex_);
+  if (stamp.writer == name_ || stamp == foreign_) return;
+  foreign_ = stamp;
+  ++generation_;
+}
+
+void DiskTier::dropDamaged(const std::vector<CacheReader::Damaged>& rows) {
+  write(Clock::now(), [&](CacheWriter& writer) { return writer.removeDamaged(rows); });
+}
+
+void DiskTier::tellOthers(const MemoryTier* own, const std::function<void(MemoryTier&)>& tell) {
+  const std::lock_guard lock(mutex_);
+  for (MemoryTier* memory : memories_) {
+    if (memory != own) tell(*memory);
+  }
+}
+
+bool DiskTier::isOutdated(const CacheKey& key) {
+  const std::lock_guard lock(mutex_);
+  return allOutdated_ != 0 || (!outdated_.empty() && outdated_.contains(key.url));
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+
+#include "paperloom/platform/URLCache.h"
+
+namespace paperloom::test {
+
+inline URLRequest request(const std::string& url, HTTPHeaders headers = {}) {
+  URLRequest made(*URL::parse(url));
+  made.headers = std::move(headers);
+  return made;
+}
+
+inline CachedURLResponse answer(const std::string& body, HTTPHeaders headers = {},
+                                std::int64_t second = 1'700'000'000) {
+  const Date time{std::chrono::seconds(second)};
+  return {{*URL::parse("http://host/answer"), 200, std::move(headers)},
+          Data(body),
+          time,
+          time + std::chrono::milliseconds(5)};
+}
+
+// The body kept for the URL; "(none)" without one.
+inline std::string bodyOf(const URLCache& cache, const std::string& url, HTTPHeaders headers = {}) {
+  const auto kept = cache.cachedResponse(request(url, std::move(headers)));
+  return kept ? std::string(kept->data.view()) : "(none)";
+}
+
+// A body that tells which URL it belongs to, so that a mixed-up or torn one is noticed.
+inline std::string bodyFor(const std::string& url, int version, std::size_t size) {
+  std::string body = url + "#" + std::to_string(version) + ":";
+  while (body.size() < size) body += std::to_string(body.size() * 7 + version) + ",";
+  body.resize(size);
+  return body;
+}
+
+constexpr std::int64_t megabyte = 1'048'576;
+
+}  // namespace paperloom::test

@@ -1,0 +1,246 @@
+#include "paperloom/platform/URLCache.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "tests/cache/CacheTools.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace paperloom {
+namespace {
+
+using test::answer;
+using test::bodyFor;
+using test::bodyOf;
+using test::megabyte;
+using test::request;
+
+class URLCacheTest : public testing::Test {
+ protected:
+  std::string rawFiles() const {
+    std::string all;
+    for (const auto& each : std::filesystem::recursive_directory_iterator(folder_.path())) {
+      if (!each.is_regular_file()) continue;
+      std::ifstream in(each.path(), std::ios::binary);
+      all.append(std::istreambuf_iterator<char>(in), {});
+    }
+    return all;
+  }
+
+  test::TemporaryFolder folder_;
+  const std::filesystem::path path_ = folder_.path() / "caches" / "url-cache";
+};
+
+TEST_F(URLCacheTest, anAnswerComesBackWholeFromMemoryAndFromDisk) {
+  CachedURLResponse stored =
+      answer(bodyFor("a", 1, 20'000),
+             {{"Set-Cookie", "a"}, {"ETag", "\"x\""}, {"set-cookie", ""}, {"Empty", ""}});
+  stored.response.url = *URL::parse("https://elsewhere/after?redirect#part");
+  stored.response.statusCode = 404;
+  URLCache cache(megabyte, 10 * megabyte, path_);
+  cache.storeCachedResponse(stored, request("http://host/a#fragment"));
+  const URLCache other(0, 10 * megabyte, path_);
+  for (const URLCache* each : {const_cast<const URLCache*>(&cache), &other}) {
+    const auto kept = each->cachedResponse(request("http://host/a"));
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->response.url, stored.response.url);
+    EXPECT_EQ(kept->response.statusCode, 404);
+    EXPECT_EQ(kept->response.headers, stored.response.headers);
+    EXPECT_EQ(kept->data, stored.data);
+    EXPECT_EQ(kept->requestTime, stored.requestTime);
+    EXPECT_EQ(kept->responseTime, stored.responseTime);
+  }
+  const auto kept = cache.cachedResponse(request("http://host/a"));
+  EXPECT_EQ(kept->data.view().data(), stored.data.view().data());
+  URLRequest post = request("http://host/p");
+  post.method = "POST";
+  cache.storeCachedResponse(stored, post);
+  EXPECT_EQ(bodyOf(cache, "http://host/p"), "(none)");
+  for (const auto& each : std::filesystem::recursive_directory_iterator(folder_.path())) {
+    struct stat info {};
+    ASSERT_EQ(::stat(each.path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, each.is_directory() ? 0700U : 0600U) << each.path();
+  }
+}
+
+TEST_F(URLCacheTest, ofTheVariantsTheOneThatFitsIsChosen) {
+  const struct {
+    const char* vary;
+    HTTPHeaders storedFor, askedWith;
+    bool fits;
+  } cases[] = {
+      {"", {{"A", "1"}}, {{"A", "2"}}, true},
+      {"A", {{"A", "1"}}, {{"A", "1"}}, true},
+      {"A", {{"A", "1"}}, {{"A", "2"}}, false},
+      {"A", {{"A", "1"}}, {}, false},
+      {"A", {{"A", ""}}, {}, false},
+      {"A", {}, {}, true},
+      {"A", {{"B", "1"}}, {{"B", "2"}}, true},
+      {"*", {}, {}, false},
+      {"A, *", {{"A", "1"}}, {{"A", "1"}}, false},
+      {"a , b", {{"B", "2"}, {"A", "1"}}, {{"a", "1"}, {"b", "2"}}, true},
+      {"A", {{"A", "1,2"}}, {{"A", " 1 ,  2 "}}, true},
+      {"A", {{"A", "1, 2"}}, {{"A", "1"}, {"a", "2"}}, true},
+      {"A", {{"A", "1, 2"}}, {{"A", "2, 1"}}, false},
+      {"A", {{"A", "x"}}, {{"A", "X"}}, false},
+      {"A", {{"A", "\"1,2\""}}, {{"A", "\"1, 2\""}}, false},
+      {"A, B", {{"A", "12"}, {"B", "3"}}, {{"A", "1"}, {"B", "23"}}, false},
+      {"A, B", {{"A", "1"}}, {{"B", "1"}}, false},
+      {"Accept-Language",
+       {{"Accept-Language", "de, en;q=0.5"}},
+       {{"Accept-Language", "EN; q=0.5,DE"}},
+       true},
+      {"Accept-Language", {{"Accept-Language", "de"}}, {{"Accept-Language", "en"}}, false},
+  };
+  int number = 0;
+  for (const auto& each : cases) {
+    const std::string url = "http://host/" + std::to_string(number++);
+    SCOPED_TRACE(testing::Message() << number << " " << each.vary);
+    URLCache memory;
+    URLCache disk(0, megabyte, path_);
+    for (URLCache* cache : {&memory, &disk}) {
+      cache->storeCachedResponse(answer("body", {{"Vary", each.vary}}),
+                                 request(url, each.storedFor));
+      EXPECT_EQ(bodyOf(*cache, url, each.askedWith), each.fits ? "body" : "(none)");
+    }
+  }
+}
+
+TEST_F(URLCacheTest, aStoredAnswerReplacesTheVariantsThatItsRequestFits) {
+  URLCache memory;
+  URLCache disk(0, 10 * megabyte, path_);
+  for (URLCache* cache : {&memory, &disk}) {
+    const auto store = [&](const std::string& language, const char* body, const char* vary,
+                           std::int64_t time = 1'700'000'000) {
+      cache->storeCachedResponse(answer(body, {{"Vary", vary}}, time),
+                                 request("http://host/", {{"Language", language}}));
+    };
+    const auto fetch = [&](const std::string& language) {
+      return bodyOf(*cache, "http://host/", {{"Language", language}});
+    };
+    store("de", "alt", "Language");
+    store("en", "old", "Language");
+    store("de", "neu", "Language");
+    EXPECT_EQ(fetch("de"), "neu");
+    EXPECT_EQ(fetch("en"), "old");
+    store("de", "for all, later", "", 1'800'000'000);
+    EXPECT_EQ(fetch("de"), "for all, later");
+    EXPECT_EQ(fetch("en"), "for all, later");
+    EXPECT_EQ(cache->entries().size(), 2U);
+    for (int i = 0; i < 40; ++i) store(std::to_string(i), "many", "Language");
+    EXPECT_LE(cache->entries().size(), 16U);
+    EXPECT_EQ(fetch("39"), "many");
+    cache->removeCachedResponse(request("http://host/#x"));
+    EXPECT_TRUE(cache->entries().empty());
+    EXPECT_EQ(cache->currentMemoryUsage() + cache->currentDiskUsage(), 0);
+  }
+}
+
+TEST_F(URLCacheTest, aVaryingSecretIsNowhereInTheFile) {
+  {
+    URLCache cache(0, megabyte, path_);
+    cache.storeCachedResponse(answer("mine", {{"Vary", "Authorization"}}),
+                              request("http://host/", {{"Authorization", "Bearer Tr0ub4dor"}}));
+    EXPECT_EQ(bodyOf(cache, "http://host/", {{"Authorization", "Bearer Tr0ub4dor"}}), "mine");
+    EXPECT_EQ(bodyOf(cache, "http://host/", {{"Authorization", "Bearer other"}}), "(none)");
+  }
+  EXPECT_NE(rawFiles().find("authorization"), std::string::npos);
+  EXPECT_EQ(rawFiles().find("Tr0ub4dor"), std::string::npos);
+}
+
+TEST_F(URLCacheTest, theLeastRecentlyUsedGoFirstInMemoryAndOnDisk) {
+  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
+  {
+    URLCache memory(megabyte, 0, "");
+    URLCache disk(0, megabyte, path_);
+    for (URLCache* cache : {&memory, &disk}) {
+      for (int i = 0; i < 40; ++i) {
+        cache->storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
+      }
+      for (int i = 0; i < 10; ++i) EXPECT_NE(bodyOf(*cache, url(i)), "(none)");
+      EXPECT_EQ(cache->entries().size(), 40U);
+    }
+  }
+  // The uses outlive the process.
+  URLCache both(megabyte, megabyte, path_);
+  for (int i = 40; i < 60; ++i) {
+    both.storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
+  }
+  for (int i = 0; i < 60; ++i) {
+    if (i >= 28 && i < 40) continue;  // how many of these go depends on the pages
+    const bool kept = i < 10 || i >= 40;
+    EXPECT_EQ(bodyOf(both, url(i)), kept ? bodyFor(url(i), 0, 25'000) : "(none)") << i;
+  }
+  EXPECT_GT(both.currentDiskUsage(), megabyte * 9 / 10);
+  both.setDiskCapacity(megabyte / 2);
+  both.setMemoryCapacity(megabyte / 2);
+  EXPECT_LE(both.currentDiskUsage(), megabyte / 2);
+  EXPECT_LE(both.currentMemoryUsage(), megabyte / 2);
+  EXPECT_LT(std::filesystem::file_size(both.diskFile()), megabyte * 6 / 10);
+  EXPECT_EQ(bodyOf(both, url(59)), bodyFor(url(59), 0, 25'000));
+  both.setDiskCapacity(0);
+  both.setMemoryCapacity(0);
+  EXPECT_TRUE(both.entries().empty());
+}
+
+TEST_F(URLCacheTest, anAnswerAboveATwentiethOfTheCapacityEvictsNothing) {
+  URLCache memory(megabyte, 0, "");
+  URLCache disk(0, megabyte, path_);
+  for (URLCache* cache : {&memory, &disk}) {
+    cache->storeCachedResponse(answer("a"), request("http://host/a"));
+    cache->storeCachedResponse(answer("b"), request("http://host/b"));
+    const std::string large(megabyte / 20, 'x');
+    cache->storeCachedResponse(answer(large), request("http://host/c"));
+    EXPECT_EQ(bodyOf(*cache, "http://host/c"), "(none)");
+    // An outdated copy is not kept in its place.
+    cache->storeCachedResponse(answer(large), request("http://host/a"));
+    EXPECT_EQ(bodyOf(*cache, "http://host/a"), "(none)");
+    EXPECT_EQ(bodyOf(*cache, "http://host/b"), "b");
+  }
+}
+
+TEST_F(URLCacheTest, clearingLeavesNothingBehind) {
+  URLCache cache(megabyte, 4 * megabyte, path_);
+  std::string needle = "FINDME";
+  for (int i = 0; i < 100; ++i) {
+    std::string body;
+    for (int j = 0; j < 3000; ++j) body += needle;
+    cache.storeCachedResponse(answer(body, {{"X", needle}}),
+                              request("http://host/" + needle + std::to_string(i)));
+  }
+  cache.removeCachedResponse(request("http://host/" + needle + "99"));
+  EXPECT_NE(rawFiles().find(needle), std::string::npos);
+  cache.removeAllCachedResponses();
+  EXPECT_EQ(rawFiles().find(needle), std::string::npos);
+  EXPECT_LT(rawFiles().size(), 100'000U);
+  EXPECT_EQ(cache.currentDiskUsage(), 0);
+  EXPECT_EQ(bodyOf(cache, "http://host/" + needle + "1"), "(none)");
+  cache.storeCachedResponse(answer("new"), request("http://host/new"));
+  EXPECT_EQ(bodyOf(cache, "http://host/new"), "new");
+}
+
+TEST_F(URLCacheTest, aMemoryNeverServesWhatAnotherCacheHasReplacedOrRemoved) {
+  URLCache first(megabyte, 10 * megabyte, path_);
+  std::filesystem::create_directory_symlink(path_, folder_.path() / "link");
+  URLCache second(megabyte, 10 * megabyte, folder_.path() / "link");
+  const std::string url = "http://host/";
+  for (int version = 0; version < 3; ++version) {
+    const std::string body = std::to_string(version);
+    first.storeCachedResponse(answer(body), request(url));
+    EXPECT_EQ(bodyOf(second, url), body);
+    second.storeCachedResponse(answer(body + "b"), request(url));
+    EXPECT_EQ(bodyOf(first, url), body + "b");
+  }
+  first.removeCachedResponse(request(url));
+  EXPECT_EQ(bodyOf(second, url), "(none)");
+  second.storeCachedResponse(answer("again"), request(url));
+  EXPECT_EQ(bodyOf(first, url), "again");
+  second.removeAllCachedResponses();
+  EXPECT_EQ(bodyOf(first, url), "(none)");
+}
+
+}  // namespace
+}  // namespace paperloom
