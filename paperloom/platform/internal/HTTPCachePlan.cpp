@@ -145,7 +145,10 @@ std::string reasonToBypass(const URLRequest& request, const CachedURLResponse* s
       return std::string("only the server can judge ") + condition;
     }
   }
-  if (stored == nullptr) return "nothing stored fits the request";
+  // A host may have put a part of an answer into the cache; it stands for no whole one.
+  if (stored == nullptr || stored->response.statusCode == 206) {
+    return "nothing stored fits the request";
+  }
   const auto range = request.headers.combined("Range");
   const auto coding = stored->response.headers.combined("Content-Encoding");
   if (range && request.method == "GET" && (!ByteRange::parse(*range) || coding)) {
@@ -204,15 +207,13 @@ CachePlan serve(bool stale, std::string reason) {
 CachePlan planWithStored(const Situation& s) {
   std::string demand = demandForValidation(s);
   if (demand.empty()) demand = demandForFresher(s);
-  const auto minFresh = s.asked.seconds("min-fresh");
-  const bool staleIsWelcome = allowsByMaxStale(s) && !minFresh.given;
   if (!demand.empty()) return validateOrSend(s, std::move(demand));
   if (s.isFresh()) {
     return serve(false, "the stored answer is fresh: " + inSeconds(s.age.value) + " of " +
                             inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source));
   }
   if (!forbidsServingStale(s)) {
-    if (staleIsWelcome) return serve(true, describeStaleness(s) + ", as max-stale allows");
+    if (allowsByMaxStale(s)) return serve(true, describeStaleness(s) + ", as max-stale allows");
     if (allowsWhileRevalidating(s)) {
       CachePlan plan = serve(true, describeStaleness(s) + ", as stale-while-revalidate allows");
       plan.revalidateInBackground = true;
