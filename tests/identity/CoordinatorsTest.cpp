@@ -1,0 +1,309 @@
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "paperloom/identity/RegistrationCoordinator.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/internal/ClampedTaskCounter.h"
+#include "paperloom/platform/DebugLog.h"
+#include "paperloom/platform/NetworkActivityIndicator.h"
+#include "tests/support/IdentityFixture.h"
+
+namespace paperloom::test {
+namespace {
+
+using nlohmann::json;
+using Lines = std::vector<std::string>;
+
+std::string itemText(Entitlement entitlement) {
+  return entitlement == Entitlement::premium ? "premium" : "not premium";
+}
+std::string itemText(const Authorisation&) { return "tokens"; }
+std::string itemText(const std::shared_ptr<const RegistrationResponseModelProtocol>& model) {
+  return model->email();
+}
+
+struct Describe {
+  template <class Item>
+  std::string operator()(const request::Success<Item>& success) const {
+    return itemText(success.item);
+  }
+  std::string operator()(request::FailedStatusCode failed) const {
+    return "status " + std::to_string(failed.statusCode);
+  }
+  std::string operator()(const request::ParsingError& error) const { return error.description; }
+  std::string operator()(request::NetworkError) const { return "network"; }
+  std::string operator()(request::InternalError) const { return "internal"; }
+};
+
+// What a completion was called with, one line a call.
+class Answers {
+ public:
+  template <class Result>
+  void operator()(const Result& result) {
+    add(std::visit(Describe{}, result));
+  }
+  void add(std::string line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
+    came_.notify_all();
+  }
+  // Waits for the first; one that follows in the same callback is taken with it once the session
+  // is gone.
+  void waitForFirst() {
+    std::unique_lock lock(mutex_);
+    came_.wait_for(lock, patience, [this] { return !lines_.empty(); });
+  }
+  Lines take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(lines_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable came_;
+  Lines lines_;
+};
+
+constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
+constexpr std::string_view missingTokens =
+    "parsing failed with error parsingFailed(details: \"Content Authorisation missing one or more "
+    "tokens\")";
+
+class Coordinators : public IdentityFixture {
+ protected:
+  using Call = std::function<void(AuthDataCoordinator&, Answers&)>;
+
+  // Every call of the completion, in order: the session is drained by its end.
+  Lines outcomes(const Call& call) {
+    Answers answers;
+    {
+      AuthDataCoordinator coordinator(std::make_shared<AuthSessionManager>(configuration("")));
+      coordinator.setBaseURL(auth->baseURL());
+      call(coordinator, answers);
+      answers.waitForFirst();
+    }
+    return answers.take();
+  }
+
+  static Call loginAs(std::string identifier, std::string authKey = "key") {
+    return [=](AuthDataCoordinator& coordinator, Answers& answers) {
+      coordinator.login(identifier, authKey, email, std::ref(answers));
+    };
+  }
+  static Call refreshWith(std::string token) {
+    return [=](AuthDataCoordinator& coordinator, Answers& answers) {
+      coordinator.refreshToken(token, std::ref(answers));
+    };
+  }
+  static Call checkWith(std::string token) {
+    return [=](AuthDataCoordinator& coordinator, Answers& answers) {
+      coordinator.checkEntitlement(token, std::ref(answers));
+    };
+  }
+};
+
+TEST_F(Coordinators, loginAndRefreshReportWhatTheServiceAnswers) {
+  const struct {
+    std::string name;
+    Lines lines;
+  } rows[] = {
+      {"answer-200", {std::string(missingTokens)}},
+      {"answer-201", {std::string(missingTokens)}},
+      {"answer-202", {std::string(missingTokens)}},
+      {"answer-203", {"status 203"}},
+      {"empty-204", {"status 204"}},
+      {"answer-206", {"status 206"}},
+      {"answer-304", {"status 304"}},
+      {"answer-400", {"status 400"}},
+      {"answer-401", {"status 401"}},
+      {"answer-403", {"status 403"}},
+      {"answer-409", {"status 409"}},
+      {"answer-500", {"status 500"}},
+      {"answer-504", {"status 504"}},
+      {"empty-200", {"no data was returned"}},
+      {"cut", {"network", "no data was returned"}},
+      {"silence", {"network"}},
+      {"no UTF-8: \xff", {"internal"}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(outcomes(loginAs(row.name)), row.lines) << row.name;
+    EXPECT_EQ(outcomes(refreshWith(row.name)), row.lines) << row.name;
+  }
+  EXPECT_EQ(outcomes(loginAs("premium@lantern.example", "lighthouse-7")), Lines{"tokens"});
+  EXPECT_EQ(outcomes(refreshWith("unknown")), Lines{"status 401"});
+}
+
+TEST_F(Coordinators, entitlementIsDecidedByTheStatusAlone) {
+  const struct {
+    std::string token;
+    Lines lines;
+  } rows[] = {
+      {"answer-200", {"premium"}},    {"garbled", {"premium"}},
+      {"answer-201", {"status 201"}}, {"empty-204", {"status 204"}},
+      {"answer-401", {"status 401"}}, {"answer-403", {"not premium"}},
+      {"answer-500", {"status 500"}}, {"cut", {"network", "premium"}},
+      {"silence", {"network"}},
+  };
+  for (const auto& row : rows) EXPECT_EQ(outcomes(checkWith(row.token)), row.lines) << row.token;
+  service->clearRequests();
+  for (const char* token : {"a\r\nX-More: 1", "a\nb", "a\x7f"}) {
+    EXPECT_EQ(outcomes(checkWith(token)), Lines{"network"});
+  }
+  EXPECT_TRUE(service->requests().empty());  // refused before anything was sent
+}
+
+TEST_F(Coordinators, aMissingBaseURLIsAnInternalErrorOrSilence) {
+  auth->setBaseURL(std::nullopt);
+  Answers answers;
+  auth->login("premium@lantern.example", "lighthouse-7", email, std::ref(answers));
+  auth->refreshToken("token", std::ref(answers));
+  registration->setBaseURL(std::nullopt);
+  registration->registerAccount("e", "k", "f", "l", true, std::ref(answers));
+  auth->checkEntitlement("token", std::ref(answers));
+  EXPECT_EQ(answers.take(), (Lines{"internal", "internal", "internal"}));
+  EXPECT_EQ(manager->taskCount(), 0);
+}
+
+TEST_F(Coordinators, sendExactlyTheMembersOfEachCall) {
+  Answers answers;
+  const auto waitFor = [&] {
+    answers.waitForFirst();
+    answers.take();
+  };
+  auth->login("KX\"1\"\u00e9", "key", AuthenticationLoginCredentialType::kxNumber,
+              std::ref(answers));
+  waitFor();
+  auth->refreshToken("refresh", std::ref(answers));
+  waitFor();
+  registration->registerAccount("new@reader.example", "long enough", "Ada", "Reader", true,
+                                std::ref(answers));
+  waitFor();
+  auth->checkEntitlement("the bare token", std::ref(answers));
+  waitFor();
+
+  const auto requests = service->requests();
+  ASSERT_EQ(requests.size(), 4U);
+  const struct {
+    std::string target;
+    json body;
+  } rows[] = {
+      {"/identity/token",
+       {{"identifier", "KX\"1\"\u00e9"}, {"authKey", "key"}, {"credentialType", "KX_NUMBER"}}},
+      {"/identity/refreshToken", {{"refreshToken", "refresh"}}},
+      {"/identity/register/account",
+       {{"email", "new@reader.example"},
+        {"firstName", "Ada"},
+        {"lastName", "Reader"},
+        {"authKey", "long enough"},
+        {"marketingEmailOptIn", true}}},
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ(requests[i].method, "POST");
+    EXPECT_EQ(requests[i].target, rows[i].target);
+    EXPECT_EQ(json::parse(requests[i].body), rows[i].body);
+    EXPECT_TRUE(requests[i].body.starts_with("{\n")) << "pretty-printed";
+    EXPECT_EQ(requests[i].header("Content-Type"), "application/json");
+    EXPECT_EQ(requests[i].header("Accept"), "application/json");
+    EXPECT_FALSE(requests[i].header("Authorization"));
+  }
+  EXPECT_EQ(requests[3].method, "GET");
+  EXPECT_EQ(requests[3].target, "/identity/entitlement");
+  EXPECT_EQ(requests[3].header("Authorization"), "the bare token");
+}
+
+TEST_F(Coordinators, aRejectedBodyIsNotedInTheDebugLogWithoutItsContent) {
+  Answers log;
+  DebugLog::setListener([&](std::string_view line) { log.add(std::string(line)); });
+  const auto garbled = outcomes(loginAs("garbled"));
+  const auto incomplete = outcomes(loginAs("answer-200"));
+  DebugLog::setListener(nullptr);
+  outcomes(loginAs("garbled"));
+  EXPECT_EQ(log.take(), (Lines{garbled.at(0), incomplete.at(0)}));
+  EXPECT_TRUE(garbled[0].starts_with("parsing failed with error "));
+  EXPECT_EQ(garbled[0].find("repaired"), std::string::npos) << garbled[0];
+}
+
+TEST_F(Coordinators, theIndicatorIsWrittenAtOnceAndTheCountNeverFallsBelowZero) {
+  const auto& indicator = NetworkActivityIndicator::shared();
+  Answers answers;
+  auth->checkEntitlement("silence", std::ref(answers));
+  EXPECT_TRUE(indicator.isVisible());
+  EXPECT_EQ(manager->taskCount(), 1);
+  answers.waitForFirst();
+  EXPECT_EQ(manager->taskCount(), 0);
+  EXPECT_FALSE(indicator.isVisible());
+
+  ClampedTaskCounter counter;
+  counter.increment();
+  counter.decrement();
+  counter.decrement();
+  EXPECT_EQ(counter.value(), 0);
+  counter.increment();
+  EXPECT_TRUE(indicator.isVisible());
+  counter.decrement();
+}
+
+TEST_F(Coordinators, aRemovalSucceedsOnlyWithStatus200) {
+  RegistrationCoordinator coordinator(std::make_shared<ContentSessionManager>(
+      std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "url-cache")));
+  const auto remove = [&](std::string_view what, const std::string& token,
+                          const std::string& address = "") {
+    Answers answers;
+    const auto success = [&] { answers.add("removed"); };
+    const auto failure = [&](const PaperloomError& error) {
+      answers.add(std::string(caseName(error.which())) + " " + error.details());
+    };
+    if (what == "email") coordinator.deleteEmailDetails(token, address, success, failure);
+    if (what == "facebook") coordinator.deleteFacebookDetails(token, success, failure);
+    if (what == "google") coordinator.deleteGoogleDetails(token, success, failure);
+    answers.waitForFirst();
+    return answers.take().at(0);
+  };
+
+  EXPECT_EQ(remove("email", "t"), "configurationError deleteEmailDetails - No Base URL");
+  EXPECT_EQ(remove("facebook", "t"), "configurationError deleteFacebookDetails - No Base URL");
+  EXPECT_EQ(remove("google", "t"), "configurationError deleteGoogleDetails - No Base URL");
+  EXPECT_TRUE(service->requests().empty());
+
+  coordinator.setBaseURL(URL::parse(service->identityURL()));
+  const std::string account = "premium@lantern.example";
+  const std::string token = login(account, "lighthouse-7")->accessToken();
+  service->clearRequests();
+  const struct {
+    std::string_view what;
+    std::string token;
+    std::string address;
+    std::string outcome;
+  } rows[] = {
+      {"google", token, "", "removed"},
+      {"google", token, "", "networkError Response code 404"},
+      {"facebook", token, "", "removed"},
+      {"facebook", "unknown", "", "networkError Response code 401"},
+      {"email", token, account, "removed"},
+      {"email", "answer-201", account, "networkError Response code 201"},
+      {"email", "empty-204", account, "networkError Response code 204"},
+      {"email", "answer-500", account, "networkError Response code 500"},
+      {"google", "\xc3", "", "networkError failed to serialize data into JSON"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(remove(row.what, row.token, row.address), row.outcome) << row.what << row.token;
+  }
+  EXPECT_TRUE(remove("google", "cut").starts_with("networkError Error: : "));
+  coordinator.deleteGoogleDetails("answer-500", [] { ADD_FAILURE(); });  // dropped silently
+
+  const auto requests = service->requests();
+  EXPECT_EQ(requests.at(0).target, "/identity/delete/google");
+  EXPECT_EQ(json::parse(requests[0].body), json({{"token", token}}));
+  EXPECT_EQ(requests.at(4).target, "/identity/delete/email");
+  EXPECT_EQ(json::parse(requests[4].body), json({{"email", account}, {"token", token}}));
+}
+
+}  // namespace
+}  // namespace paperloom::test

@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "paperloom/identity/ContentAuthorisation.h"
+#include "paperloom/operations/CheckEntitlementOperation.h"
+#include "paperloom/operations/LoginOperation.h"
+#include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
+#include "paperloom/operations/RegistrationOperation.h"
+#include "paperloom/platform/OperationQueue.h"
+#include "tests/support/IdentityFixture.h"
+
+namespace paperloom::test {
+namespace {
+
+constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
+constexpr auto number = AuthenticationLoginCredentialType::kxNumber;
+
+Operation::Deadline soon() { return std::chrono::steady_clock::now() + patience; }
+
+struct Credentials {
+  std::string identifier;
+  std::string authKey;
+};
+
+class IdentityOperations : public IdentityFixture {
+ protected:
+  // Runs the operation to its end on a queue and checks that its result is there before anyone
+  // hears of the end.
+  template <class SomeOperation, class Result>
+  std::string_view run(const std::shared_ptr<SomeOperation>& operation, Result result) {
+    struct Early final : OperationObserver {
+      explicit Early(std::function<bool()> has) : hasResult(std::move(has)) {}
+      void willChangeValue(Operation&, std::string_view key) override {
+        EXPECT_EQ(hasResult(), key == Operation::isFinishedKey || hasResult());
+      }
+      std::function<bool()> hasResult;
+    };
+    EXPECT_FALSE(result(*operation));
+    operation->addObserver(std::make_shared<Early>([&] { return result(*operation).has_value(); }));
+    queue.addOperation(operation);
+    if (!operation->waitUntilFinished(soon())) return "never finished";
+    return result(*operation)->caseName();
+  }
+
+  auto loginOperation(const Credentials& account, AuthenticationLoginCredentialType type = email) {
+    return std::make_shared<LoginOperation>(account.identifier, account.authKey, type, auth);
+  }
+
+  std::size_t requestsFor(std::string_view call) const {
+    std::size_t count = 0;
+    for (const auto& request : service->requests()) count += request.target.ends_with(call) ? 1 : 0;
+    return count;
+  }
+
+  OperationQueue queue;
+};
+
+constexpr auto resultOf = [](const auto& operation) { return operation.result(); };
+constexpr auto loginResultOf = [](const auto& operation) { return operation.loginResult(); };
+constexpr auto registrationResultOf = [](const auto& operation) {
+  return operation.registrationResult();
+};
+
+TEST_F(IdentityOperations, loginEndsAsTheServiceAnswers) {
+  const struct {
+    Credentials account;
+    std::string_view result;
+    AuthenticationLoginCredentialType type = email;
+  } rows[] = {
+      {{"premium@lantern.example", "lighthouse-7"}, "loggedInAndPremium"},
+      {{"KX204417", "quayside-9"}, "loggedInAndPremium", number},
+      {{"reader@lantern.example", "breakwater-3"}, "loggedInAndNotPremium"},  // 403
+      {{"expired@lantern.example", "lowtide-5"}, "loggedInAndNotPremium"},    // 401
+      {{"unchecked@lantern.example", "foghorn-8"}, "loggedInAndNotPremium"},  // 500
+      {{"premium@lantern.example", "wrong"}, "wrongUsernameAndPassword"},
+      {{"KX204417", "quayside-9"}, "wrongUsernameAndPassword", email},
+      {{"answer-400", ""}, "error"},
+      {{"answer-403", ""}, "error"},
+      {{"answer-500", ""}, "error"},
+      {{"answer-202", ""}, "error"},
+      {{"empty-200", ""}, "error"},
+      {{"garbled", ""}, "error"},
+      {{"cut", ""}, "error"},
+      {{"silence", ""}, "error"},
+      {{"premium@lantern.example", "no UTF-8: \xff"}, "error"},
+  };
+  for (const auto& row : rows) {
+    const auto operation = loginOperation(row.account, row.type);
+    EXPECT_EQ(run(operation, loginResultOf), row.result) << row.account.identifier;
+  }
+  for (const char* faults : {"silent=/identity/entitlement", "cut=/identity/entitlement:3"}) {
+    misbehave(faults);
+    const auto operation = loginOperation({"premium@lantern.example", "lighthouse-7"});
+    EXPECT_EQ(run(operation, loginResultOf), "loggedInAndNotPremium") << faults;
+  }
+}
+
+TEST_F(IdentityOperations, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
+  const struct {
+    Credentials account;
+    std::string_view result;
+    std::size_t refreshes;
+    std::string faults = {};
+  } rows[] = {
+      {{"premium@lantern.example", "lighthouse-7"}, "premium", 0},
+      {{"reader@lantern.example", "breakwater-3"}, "notPremium", 0},
+      {{"expired@lantern.example", "lowtide-5"}, "premium", 1},
+      {{"locked-out@lantern.example", "drydock-2"}, "refreshTokenFailed", 1},
+      {{"refresh-broken@lantern.example", "sandbank-4"}, "otherFailure", 1},
+      {{"refused@lantern.example", "undertow-6"}, "otherFailure", 1},
+      {{"unchecked@lantern.example", "foghorn-8"}, "otherFailure", 0},
+      {{"premium@lantern.example", "lighthouse-7"},
+       "otherFailure",
+       0,
+       "status=/identity/entitlement:204"},
+      // An error and a status come together: the first outcome stays.
+      {{"premium@lantern.example", "lighthouse-7"}, "otherFailure", 0, "cut=/identity/ent:3"},
+      {{"expired@lantern.example", "lowtide-5"}, "otherFailure", 1, "cut=/identity/refresh:3"},
+      {{"expired@lantern.example", "lowtide-5"}, "otherFailure", 1, "silent=/identity/refresh"},
+  };
+  for (const auto& row : rows) {
+    misbehave("");
+    const auto tokens = login(row.account.identifier, row.account.authKey);
+    misbehave(row.faults);
+    service->clearRequests();
+    const auto operation = std::make_shared<CheckEntitlementOperation>(tokens, auth);
+    EXPECT_EQ(run(operation, resultOf), row.result) << row.account.identifier << row.faults;
+    EXPECT_EQ(requestsFor("refreshToken"), row.refreshes) << row.account.identifier << row.faults;
+    if (row.result != "premium") continue;
+    const auto& premium =
+        std::get<CheckEntitlementOperationResult::Premium>(operation->result()->value);
+    EXPECT_EQ(premium.newAuthorisation != nullptr, row.refreshes == 1);
+    if (row.refreshes == 0) continue;
+    EXPECT_NE(premium.newAuthorisation->refreshToken(), tokens->refreshToken());
+    const auto again = std::make_shared<CheckEntitlementOperation>(premium.newAuthorisation, auth);
+    EXPECT_EQ(run(again, resultOf), "premium");
+  }
+}
+
+TEST_F(IdentityOperations, refreshThenCheckEndsAsTheServiceAnswers) {
+  const struct {
+    Credentials account;
+    std::string_view result;
+    bool premium = false;
+    std::string faults = {};
+  } rows[] = {
+      {{"premium@lantern.example", "lighthouse-7"}, "success", true},
+      {{"expired@lantern.example", "lowtide-5"}, "success", true},
+      {{"reader@lantern.example", "breakwater-3"}, "success", false},
+      {{"locked-out@lantern.example", "drydock-2"}, "refreshTokenInvalid"},
+      {{"refresh-broken@lantern.example", "sandbank-4"}, "otherFailure"},
+      {{"refused@lantern.example", "undertow-6"}, "otherFailure"},
+      {{"unchecked@lantern.example", "foghorn-8"}, "otherFailure"},
+      {{"premium@lantern.example", "lighthouse-7"}, "otherFailure", false, "cut=/identity/ent:3"},
+      {{"premium@lantern.example", "lighthouse-7"}, "otherFailure", false, "cut=/identity/ref:3"},
+      {{"premium@lantern.example", "lighthouse-7"},
+       "otherFailure",
+       false,
+       "status=/identity/refreshToken:200"},
+  };
+  for (const auto& row : rows) {
+    misbehave("");
+    const auto tokens = login(row.account.identifier, row.account.authKey);
+    misbehave(row.faults);
+    const auto operation =
+        std::make_shared<RefreshTokenThenCheckEntitlementsOperation>(tokens, auth);
+    EXPECT_EQ(run(operation, resultOf), row.result) << row.account.identifier << row.faults;
+    if (row.result != "success") continue;
+    using Success = RefreshTokenThenCheckEntitlementsOperationResult::Success;
+    const auto& success = std::get<Success>(operation->result()->value);
+    EXPECT_EQ(success.premium == Premium::premium, row.premium) << row.account.identifier;
+    EXPECT_NE(success.contentAuthorisation->accessToken(), tokens->accessToken());
+  }
+}
+
+TEST_F(IdentityOperations, registrationEndsAsTheServiceAnswers) {
+  const struct {
+    std::string email;
+    std::string_view result;
+    std::string authKey = "long enough";
+  } rows[] = {
+      {"new@reader.example", "registeredWithRefreshToken"},
+      {"new@reader.example", "duplicateAccount"},
+      {"no-refresh@reader.example", "registeredWithoutRefreshToken"},
+      {"short@reader.example", "badRequest", "short"},
+      {"answer-400@reader.example", "badRequest"},
+      {"answer-409@reader.example", "duplicateAccount"},
+      {"answer-504@reader.example", "timeout"},
+      {"cut@reader.example", "timeout"},
+      {"silence@reader.example", "timeout"},
+      {"answer-200@reader.example", "failed"},
+      {"answer-401@reader.example", "failed"},
+      {"answer-503@reader.example", "failed"},
+      {"garbled@reader.example", "failed"},
+      {"no UTF-8: \xff", "failed"},
+  };
+  for (const auto& row : rows) {
+    const auto operation = std::make_shared<RegistrationOperation>(
+        RegistrationOperation::Arguments{.email = row.email,
+                                         .authKey = row.authKey,
+                                         .firstName = "Ada",
+                                         .lastName = "Reader",
+                                         .martketingOptIn = true},
+        registration);
+    EXPECT_EQ(run(operation, registrationResultOf), row.result) << row.email;
+  }
+}
+
+TEST_F(IdentityOperations, anOperationCancelledBeforeItsStartSendsNothing) {
+  queue.setSuspended(true);
+  const auto operation = loginOperation({"premium@lantern.example", "lighthouse-7"});
+  queue.addOperation(operation);
+  operation->cancel();
+  queue.setSuspended(false);
+  EXPECT_TRUE(operation->waitUntilFinished(soon()));
+  EXPECT_FALSE(operation->loginResult());
+  EXPECT_TRUE(service->requests().empty());
+}
+
+TEST_F(IdentityOperations, cancellingAfterTheStartChangesNothing) {
+  misbehave("latency=50");
+  const auto operation = loginOperation({"premium@lantern.example", "lighthouse-7"});
+  operation->start();
+  operation->cancel();
+  EXPECT_TRUE(operation->waitUntilFinished(soon()));
+  EXPECT_EQ(operation->loginResult()->caseName(), "loggedInAndPremium");
+}
+
+TEST_F(IdentityOperations, areReleasedUnfinishedExceptForARegistration) {
+  misbehave("latency=100");
+  auto released = loginOperation({"premium@lantern.example", "lighthouse-7"});
+  auto kept = std::make_shared<RegistrationOperation>(
+      RegistrationOperation::Arguments{.email = "new@reader.example",
+                                       .authKey = "long enough",
+                                       .firstName = "Ada",
+                                       .lastName = "Reader",
+                                       .martketingOptIn = false},
+      registration);
+  std::promise<std::string> registered;
+  released->setCompletionBlock([] { ADD_FAILURE() << "finished without an owner"; });
+  kept->setCompletionBlock([&, operation = kept.get()] {
+    registered.set_value(std::string(operation->registrationResult()->caseName()));
+  });
+  released->start();
+  kept->start();
+  const std::weak_ptr<Operation> gone = released;
+  released.reset();
+  kept.reset();
+  EXPECT_TRUE(gone.expired());
+  EXPECT_EQ(await(registered.get_future()), "registeredWithRefreshToken");
+}
+
+TEST_F(IdentityOperations, aCheckWithoutABaseURLStaysUnfinished) {
+  auth->setBaseURL(std::nullopt);
+  const auto tokens = std::make_shared<const ContentAuthorisation>("access", "refresh", "id");
+  const auto check = std::make_shared<CheckEntitlementOperation>(tokens, auth);
+  const auto refresh = std::make_shared<RefreshTokenThenCheckEntitlementsOperation>(tokens, auth);
+  {
+    OperationQueue own;
+    own.addOperation(check);
+    own.addOperation(refresh);
+    EXPECT_TRUE(refresh->waitUntilFinished(soon()));
+    EXPECT_EQ(own.operationCount(), 1U);
+  }
+  EXPECT_FALSE(check->isFinished());
+}
+
+}  // namespace
+}  // namespace paperloom::test

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "apps/sample_service/SampleService.h"
+#include "paperloom/identity/AuthDataCoordinator.h"
+#include "paperloom/identity/UserRegistrationDataCoordinator.h"
+#include "paperloom/network/AuthSessionManager.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Wait.h"
+
+namespace paperloom::test {
+
+using Authorisation = std::shared_ptr<const ContentAuthorisationProtocol>;
+
+// A sample service and coordinators over a session with little patience and a cache of its own.
+class IdentityFixture : public ::testing::Test {
+ protected:
+  IdentityFixture() {
+    auth->setBaseURL(URL::parse(service->identityURL()));
+    registration->setBaseURL(URL::parse(service->identityURL()));
+  }
+
+  void misbehave(const std::string& faults) {
+    service->setFaults(*sample::FaultPlan::parse(faults));
+  }
+
+  Authorisation login(const std::string& identifier, const std::string& authKey) {
+    std::promise<Authorisation> answer;
+    auth->login(identifier, authKey, AuthenticationLoginCredentialType::emailAndPassword,
+                [&](auto result) {
+                  answer.set_value(std::get<request::Success<Authorisation>>(result).item);
+                });
+    return await(answer.get_future());
+  }
+
+  static URLSessionConfiguration configuration(const std::filesystem::path& cache) {
+    URLSessionConfiguration configuration;
+    configuration.timeoutIntervalForRequest = std::chrono::milliseconds(1500);
+    configuration.urlCache = std::make_shared<URLCache>(1 << 20, 10 << 20, cache);
+    return configuration;
+  }
+
+  TemporaryFolder folder;
+  std::unique_ptr<sample::SampleService> service = std::move(*sample::SampleService::start());
+  std::shared_ptr<AuthSessionManager> manager =
+      std::make_shared<AuthSessionManager>(configuration(folder.path() / "auth-url-cache"));
+  std::shared_ptr<AuthDataCoordinator> auth = std::make_shared<AuthDataCoordinator>(manager);
+  std::shared_ptr<UserRegistrationDataCoordinator> registration =
+      std::make_shared<UserRegistrationDataCoordinator>(manager);
+};
+
+}  // namespace paperloom::test
