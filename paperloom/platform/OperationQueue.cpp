@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <limits>
-#include <system_error>
 #include <utility>
 
 #include "paperloom/platform/internal/OperationQueueCore.h"
+#include "paperloom/platform/internal/QuietThread.h"
 
 namespace paperloom {
 namespace internal {
@@ -80,20 +80,13 @@ std::size_t OperationQueueCore::maximumThreads() const {
 void OperationQueueCore::wakeThreads() {
   if (suspended_ && !closed_) return;
   const std::size_t wanted = cancelled_.size() + std::min(ready_.size(), freePlaces());
-  while (idleThreads_ < wanted && threads_.size() < maximumThreads() && makeThread()) {
-  }
+  while (!closed_ && idleThreads_ < wanted && threads_.size() < maximumThreads()) makeThread();
   for (std::size_t i = 0; i < std::min(wanted, idleThreads_); ++i) work_.notify_one();
 }
 
-bool OperationQueueCore::makeThread() {
-  if (closed_) return false;
-  try {
-    threads_.emplace_back([core = shared_from_this()] { core->runThread(); });
-  } catch (const std::system_error&) {
-    return false;  // the threads there are have to do
-  }
+void OperationQueueCore::makeThread() {
+  threads_.push_back(startQuietThread([core = shared_from_this()] { core->runThread(); }));
   ++idleThreads_;  // until it looks for work
-  return true;
 }
 
 OperationQueueCore::Entry* OperationQueueCore::nextEntry() {

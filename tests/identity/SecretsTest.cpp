@@ -1,96 +1,33 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
+#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "paperloom/identity/RegistrationCoordinator.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/platform/DebugLog.h"
 #include "tests/support/IdentityFixture.h"
+#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {
 
-std::string storable(int status, const std::string& body) {
-  return "HTTP/1.1 " + std::to_string(status) +
-         " Any\r\nCache-Control: public, max-age=3600\r\nETag: \"1\"\r\nVary: Authorization\r\n"
-         "Connection: close\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-// Answers every POST, one request a connection, with the same bytes, replies that no orderly
-// identity service would send, and every GET with a document that may be kept.
-class OneReplyServer {
- public:
-  OneReplyServer() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
-    ::listen(listener_, 16);
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
-  }
-  ~OneReplyServer() {
-    ::shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    ::close(listener_);
-  }
-
-  std::optional<URL> url() const { return URL::parse("http://127.0.0.1:" + std::to_string(port_)); }
-  // Set between requests only.
-  std::string reply;
-
- private:
-  void serve() {
-    for (int peer = 0; (peer = ::accept(listener_, nullptr, nullptr)) >= 0; ::close(peer)) {
-      std::string request;
-      char bytes[4096];
-      while (!isWhole(request)) {
-        const auto count = ::recv(peer, bytes, sizeof bytes, 0);
-        if (count <= 0) break;
-        request.append(bytes, static_cast<std::size_t>(count));
-      }
-      const std::string answer = request.starts_with("GET") ? storable(200, "{}") : reply;
-      ::send(peer, answer.data(), answer.size(), MSG_NOSIGNAL);
-      ::shutdown(peer, SHUT_WR);
-      while (::recv(peer, bytes, sizeof bytes, 0) > 0) {
-      }
-    }
-  }
-
-  static bool isWhole(const std::string& request) {
-    const auto end = request.find("\r\n\r\n");
-    if (end == std::string::npos) return false;
-    const auto length = request.find("Content-Length: ");
-    if (length == std::string::npos) return true;
-    return request.size() - end - 4 >= std::stoul(request.substr(length + 16));
-  }
-
-  int listener_;
-  int port_ = 0;
-  std::thread thread_;
-};
+// Answers that no orderly identity service would give: they may be kept, by any cache.
+constexpr std::string_view storable =
+    "Cache-Control: public, max-age=3600\r\nETag: \"1\"\r\nVary: Authorization\r\n";
 
 class Secrets : public IdentityFixture {
  protected:
   Secrets() {
-    auth->setBaseURL(server.url());
-    registration->setBaseURL(server.url());
-    removal.setBaseURL(server.url());
-    DebugLog::setListener([this](std::string_view line) { said.append(line).append("\n"); });
+    auth->setBaseURL(server.url(""));
+    registration->setBaseURL(server.url(""));
+    removal.setBaseURL(server.url(""));
+    DebugLog::setListener([this](std::string_view line) { say(line); });
   }
   ~Secrets() override { DebugLog::setListener(nullptr); }
 
@@ -110,7 +47,7 @@ class Secrets : public IdentityFixture {
       removal.deleteEmailDetails(
           "canary-removal", "e", [done] { done(request::NetworkError{}); },
           [this, done](const PaperloomError& error) {
-            said.append(error.details()).append("\n");
+            say(error.details());
             done(request::NetworkError{});
           });
     });
@@ -130,15 +67,31 @@ class Secrets : public IdentityFixture {
   template <class Item>
   void note(const RequestResult<Item>& result) {
     if (const auto* error = std::get_if<request::ParsingError>(&result)) {
-      said.append(error->description).append("\n");
+      say(error->description);
     }
   }
   void note(request::NetworkError) {}
 
-  OneReplyServer server;
+  void say(std::string_view text) {
+    const std::lock_guard lock(mutex);
+    said.append(text).append("\n");
+  }
+
+  void setPostAnswer(const Script& script) {
+    const std::lock_guard lock(mutex);
+    postAnswer = script;
+  }
+
+  std::mutex mutex;  // guards the next two
+  std::string said;
+  Script postAnswer;
+  // The one GET, for the entitlement, is answered without secrets.
+  ScriptedServer server{[this](const ScriptedServer::Request& request) {
+    const std::lock_guard lock(mutex);
+    return request.method == "GET" ? answer("{}", storable) : postAnswer;
+  }};
   RegistrationCoordinator removal{std::make_shared<ContentSessionManager>(
       std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "url-cache"))};
-  std::string said;
 };
 
 TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
@@ -146,21 +99,22 @@ TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
   ::testing::internal::CaptureStderr();
   const std::string token =
       R"("accessToken":"canary-access","refreshToken":"canary-refresh","idToken":"canary-id")";
-  const std::string replies[] = {
-      storable(200, "{" + token + "}"),
-      storable(201, R"({"@id":"1","token":{"expiresIn":1,"livefyreToken":"canary-comments",)"
-                    R"("tokenType":"t",)" +
-                        token +
-                        R"(},"email":"e","firstName":"f",)"
-                        R"("lastName":"l","marketingEmailOptIn":true,"marketingPhoneOptIn":true,)"
-                        R"("marketingPostOptIn":true,"marketingSMSOptIn":true})"),
-      storable(200, R"({"accessToken":"canary-lonely"})"),
-      storable(200, "{" + token + R"(,"canary-garbage)"),
-      storable(401, R"({"error":"canary-refusal"})"),
-      storable(200, "{" + token + "}").substr(0, 160),
+  const std::string registered =
+      R"({"@id":"1","token":{"expiresIn":1,"livefyreToken":"canary-comments","tokenType":"t",)" +
+      token +
+      R"(},"email":"e","firstName":"f","lastName":"l","marketingEmailOptIn":true,)"
+      R"("marketingPhoneOptIn":true,"marketingPostOptIn":true,"marketingSMSOptIn":true})";
+  const Script answers[] = {
+      answer("{" + token + "}", storable),
+      answer(registered, storable, "201 Created"),
+      answer(R"({"accessToken":"canary-lonely"})", storable),
+      answer("{" + token + R"(,"canary-garbage)", storable),
+      answer(R"({"error":"canary-refusal"})", storable, "401 Unauthorized"),
+      {send("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n{" + token), closeConnection()},
+      {send("HTTP/1.1 canary-status\r\n\r\n"), closeConnection()},
   };
-  for (const std::string& reply : replies) {
-    server.reply = reply;
+  for (const Script& given : answers) {
+    setPostAnswer(given);
     callEverything();
   }
   manager.reset();

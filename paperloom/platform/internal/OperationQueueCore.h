@@ -48,7 +48,7 @@ class OperationQueueCore : public OperationObserver,
   std::size_t maximumThreads() const;
   void enqueue(Entry& entry);
   void wakeThreads();
-  bool makeThread();
+  void makeThread();
   Entry* nextEntry();
 
   // Starts what may be started until nothing is left, with `lock` held in between.
