@@ -123,17 +123,17 @@ TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
   said += ::testing::internal::GetCapturedStdout() + ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(said.find("canary"), std::string::npos) << said;
 
-  int files = 0;
+  bool keptTheEntitlement = false;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path())) {
     EXPECT_EQ(entry.path().string().find("canary"), std::string::npos);
     if (!entry.is_regular_file()) continue;
-    ++files;
     std::ifstream file(entry.path(), std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    keptTheEntitlement |= bytes.find("/entitlement") != std::string::npos;
     const auto found = bytes.find("canary");
     EXPECT_EQ(found, std::string::npos) << entry.path() << ": " << bytes.substr(found, 40);
   }
-  EXPECT_GT(files, 0) << "the entitlement is storable: without a cache this proves nothing";
+  EXPECT_TRUE(keptTheEntitlement) << "it may be kept: without a cache this proves nothing";
 }
 
 }  // namespace
