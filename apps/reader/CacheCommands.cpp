@@ -1,0 +1,161 @@
+#include <fmt/format.h>
+
+#include "apps/reader/Commands.h"
+#include "apps/reader/RecordJSON.h"
+#include "apps/reader/Text.h"
+#include "paperloom/network/LatestDateStore.h"
+#include "paperloom/platform/CacheExplanation.h"
+
+namespace paperloom::reader {
+namespace {
+
+void elapsed(Host& host) {
+  const double seconds = LatestDateStore::shared().timeElapsedSinceLastRequest();
+  if (host.json()) {
+    return host.output().line(dump({{"timeElapsedSinceLastRequest", seconds}}));
+  }
+  host.output().line("The last fresh fetch was " + duration(seconds) + " ago.");
+}
+
+void stats(Host& host) {
+  const auto& cache = host.sessionManager()->contentSessionCache();
+  const std::size_t entries = cache->entries().size();
+  if (host.json()) {
+    return host.output().line(dump({{"entries", entries},
+                                    {"currentMemoryUsage", cache->currentMemoryUsage()},
+                                    {"memoryCapacity", cache->memoryCapacity()},
+                                    {"currentDiskUsage", cache->currentDiskUsage()},
+                                    {"diskCapacity", cache->diskCapacity()},
+                                    {"diskFile", cache->diskFile().string()}}));
+  }
+  const auto row = [&](std::string_view name, const std::string& value) {
+    host.output().line(fmt::format("{} {}", host.style().dim(fmt::format("{:<10}", name)), value));
+  };
+  row("documents", std::to_string(entries));
+  row("on disk", fmt::format("{} of {}", byteSize(cache->currentDiskUsage()),
+                             byteSize(cache->diskCapacity())));
+  row("in memory", fmt::format("{} of {}", byteSize(cache->currentMemoryUsage()),
+                               byteSize(cache->memoryCapacity())));
+  row("file", printableLine(cache->diskFile().string()));
+}
+
+// What the rules say of an entry, as a session would find it now.
+struct EntryState {
+  CacheExplanation explanation;
+  std::string freshness;
+};
+
+EntryState stateOf(const URLCache::Entry& entry, Date now) {
+  const CacheExplanation explanation =
+      explainCaching(URLRequest(entry.response.response.url), entry.response, now);
+  using Outcome = CacheExplanation::Outcome;
+  std::string freshness = "sent again";
+  if (explanation.outcome == Outcome::answeredFromCache) {
+    freshness = explanation.stale ? "stale, served" : "fresh";
+    if (!explanation.stale && explanation.age && explanation.freshnessLifetime) {
+      const auto left = *explanation.freshnessLifetime - *explanation.age;
+      freshness = "fresh for " + duration(static_cast<double>(left.count()));
+    }
+  } else if (explanation.outcome == Outcome::revalidated) {
+    freshness = "to be confirmed";
+  }
+  return {explanation, freshness};
+}
+
+void list(Host& host) {
+  const Date now = currentDate();
+  JSON rows = JSON::array();
+  for (const URLCache::Entry& entry : host.sessionManager()->contentSessionCache()->entries()) {
+    const EntryState state = stateOf(entry, now);
+    const auto& age = state.explanation.age;
+    if (host.json()) {
+      rows.push_back({{"url", entry.response.response.url.absoluteString()},
+                      {"statusCode", entry.response.response.statusCode},
+                      {"size", entry.size},
+                      {"age", age ? JSON(age->count()) : JSON()},
+                      {"freshness", state.freshness},
+                      {"fetchedAt", toJSON(entry.response.responseTime)},
+                      {"onDisk", entry.onDisk}});
+      continue;
+    }
+    host.output().line(fmt::format("{:>10}  {:<12} {:<22} {}", byteSize(entry.size),
+                                   age ? duration(static_cast<double>(age->count())) : "",
+                                   state.freshness,
+                                   printableLine(entry.response.response.url.absoluteString())));
+  }
+  if (host.json()) host.output().line(dump({{"entries", std::move(rows)}}));
+}
+
+void clear(Host& host) {
+  const auto& cache = host.sessionManager()->contentSessionCache();
+  const std::size_t entries = cache->entries().size();
+  cache->removeAllCachedResponses();
+  if (host.json()) return host.output().line(dump({{"removed", entries}}));
+  host.output().line(count(entries, "document") + " removed.");
+}
+
+void explain(Host& host, const std::string& address) {
+  const URLRequest request(host.resolve(address));
+  const auto stored = host.sessionManager()->contentSessionCache()->cachedResponse(request);
+  const CacheExplanation explanation = explainCaching(request, stored, currentDate());
+
+  static constexpr std::string_view outcomes[] = {"answeredFromCache", "revalidated", "sent",
+                                                  "refused"};
+  static constexpr std::string_view sentences[] = {"would be answered from the cache",
+                                                   "would be revalidated", "would be sent",
+                                                   "would be refused"};
+  const auto outcome = static_cast<std::size_t>(explanation.outcome);
+  const auto seconds = [](const auto& value) { return value ? JSON(value->count()) : JSON(); };
+  if (host.json()) {
+    return host.output().line(
+        dump({{"url", request.url.absoluteString()},
+              {"outcome", outcomes[outcome]},
+              {"stale", explanation.stale},
+              {"reason", explanation.reason},
+              {"age", seconds(explanation.age)},
+              {"freshnessLifetime", seconds(explanation.freshnessLifetime)}}));
+  }
+  host.output().line(fmt::format(
+      "A request for it now {}{}: {}.", host.style().bold(sentences[outcome]),
+      explanation.stale ? ", with a stale copy" : "", printableLine(explanation.reason)));
+  if (explanation.age) {
+    const auto words = [](std::chrono::seconds time) {
+      return duration(static_cast<double>(time.count()));
+    };
+    host.output().line(fmt::format("The stored copy is {} old{}.", words(*explanation.age),
+                                   explanation.freshnessLifetime
+                                       ? " and fresh for " + words(*explanation.freshnessLifetime)
+                                       : ""));
+  }
+}
+
+}  // namespace
+
+void addCacheCommands(CLI::App& app, Action& action) {
+  app.add_subcommand("elapsed", "How long ago content was last fetched fresh")
+      ->group(cacheGroup)
+      ->callback([&action] { action = elapsed; });
+
+  auto* cache = app.add_subcommand("cache", "What the URL cache holds");
+  cache->group(cacheGroup);
+  cache->require_subcommand(0, 1);
+  cache->callback([&action, cache] {
+    if (cache->get_subcommands().empty()) action = stats;
+  });
+  cache->add_subcommand("stats", "How much it holds (this is also what `cache` alone says)")
+      ->callback([&action] { action = stats; });
+  cache->add_subcommand("list", "Every document: size, age, freshness, URL")->callback([&action] {
+    action = list;
+  });
+  cache->add_subcommand("clear", "Remove every document")->callback([&action] { action = clear; });
+  auto* command = cache->add_subcommand(
+      "explain", "Whether a request now would be answered from the cache, and why");
+  auto address = std::make_shared<std::string>();
+  command->add_option("url", *address, "URL, or path on the content service")
+      ->required()
+      ->type_name("URL");
+  command->callback(
+      [&action, address] { action = [address](Host& host) { explain(host, *address); }; });
+}
+
+}  // namespace paperloom::reader

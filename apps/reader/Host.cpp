@@ -1,0 +1,200 @@
+#include "apps/reader/Host.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+
+#include <array>
+#include <charconv>
+
+#include "apps/reader/Files.h"
+#include "apps/reader/Signals.h"
+#include "apps/reader/Text.h"
+#include "paperloom/platform/ApplicationDirectories.h"
+
+namespace paperloom::reader {
+namespace {
+
+bool isWebURL(const URL& url) {
+  return !url.host().empty() && (url.scheme() == "http" || url.scheme() == "https");
+}
+
+URL webURL(const std::string& text, std::string_view what) {
+  auto url = URL::parse(text);
+  if (!url || !isWebURL(*url)) {
+    throw Failure(fmt::format("{} is not an http or https URL: {}", what, printableLine(text)));
+  }
+  return std::move(*url);
+}
+
+// The port that the embedded service had last time: with the same one again, the cached answers of
+// earlier runs are found under their URLs.
+int rememberedPort(const std::filesystem::path& file) {
+  try {
+    const std::string text = readFileIfPresent(file).value_or("");
+    int port = 0;
+    std::from_chars(text.data(), text.data() + text.size(), port);
+    return port > 1023 && port < 65'536 ? port : 0;
+  } catch (const Failure&) {
+    return 0;
+  }
+}
+
+void rememberPort(const std::filesystem::path& file, int port) {
+  try {
+    writeWholeFile(file, std::to_string(port) + "\n", 0600);
+  } catch (const Failure&) {
+    // Nothing but a warm cache next time depends on it.
+  }
+}
+
+}  // namespace
+
+Host::Host(GlobalOptions options) : options_(std::move(options)) {
+  if (options_.dataDirectory.empty()) return;
+  const auto directory = std::filesystem::absolute(options_.dataDirectory);
+  ApplicationDirectories::setCachesDirectory(directory);
+  ApplicationDirectories::setSettingsDirectory(directory);
+}
+
+// Requests in flight are cancelled while the service still answers.
+Host::~Host() {
+  coordinator_.reset();
+  sessionManager_.reset();
+}
+
+std::filesystem::path Host::file(std::string_view name) const {
+  return ApplicationDirectories::settingsDirectory() / name;
+}
+
+sample::SampleService& Host::service() {
+  if (service_) return *service_;
+  const auto memory = file("sample-port");
+  const int port = rememberedPort(memory);
+  auto started = sample::SampleService::start({.port = port});
+  if (!started && port != 0) started = sample::SampleService::start();
+  if (!started) throw Failure("the embedded sample service does not start: " + started.error());
+  service_ = std::move(*started);
+  if (port == 0) rememberPort(memory, service_->port());
+  return *service_;
+}
+
+const URL& Host::contentURL() {
+  if (!contentURL_) {
+    contentURL_ = options_.contentURL.empty() ? webURL(service().baseURL(), "The service's URL")
+                                              : webURL(options_.contentURL, "--content-url");
+  }
+  return *contentURL_;
+}
+
+URL Host::identityURL() {
+  return options_.identityURL.empty() ? webURL(service().identityURL(), "The service's URL")
+                                      : webURL(options_.identityURL, "--identity-url");
+}
+
+URL Host::resolve(const std::string& text) {
+  auto url = URL::parse(text);
+  if (url) url = resolveIfPossible(*url);
+  if (!url) throw Failure("not an http or https URL: " + printableLine(text));
+  return std::move(*url);
+}
+
+std::optional<URL> Host::resolveIfPossible(const URL& address) {
+  if (!address.scheme().empty()) return isWebURL(address) ? std::optional(address) : std::nullopt;
+  if (!address.host().empty()) return {};
+  // A path counts from the root itself, whether or not that ends in a slash.
+  const std::string& text = address.absoluteString();
+  const auto start = text.find_first_not_of('/');
+  if (start == std::string::npos) return {};
+  return contentURL().appendingPathComponent("x").resolving(text.substr(start));
+}
+
+const std::shared_ptr<ContentSessionManager>& Host::sessionManager() {
+  if (!sessionManager_) {
+    sessionManager_ = std::make_shared<ContentSessionManager>();
+    sessionManager_->setTaskObserver([origins = origins_,
+                                      cache = sessionManager_->contentSessionCache()](
+                                         const URLSessionTask& task, bool fromCache) {
+      const URLSessionTaskMetrics metrics = task.metrics();
+      Origin origin{metrics.source, metrics.age, metrics.fetchedAt, fromCache, false};
+      if (fromCache) {
+        if (const auto copy = cache->cachedResponse(task.originalRequest())) {
+          origin.fetchedAt = copy->responseTime;
+          origin.age = std::chrono::floor<std::chrono::seconds>(currentDate() - copy->responseTime);
+        }
+      }
+      const std::lock_guard lock(origins->mutex);
+      origins->latest = origin;
+      origins->byURL[task.originalRequest().url.absoluteString()] = origin;
+    });
+  }
+  return sessionManager_;
+}
+
+DataCoordinator& Host::content() {
+  if (!coordinator_) {
+    coordinator_ = std::make_unique<DataCoordinator>(sessionManager());
+    coordinator_->setBaseURL(contentURL());
+  }
+  return *coordinator_;
+}
+
+Origin Host::originOf(const URL* url) const {
+  const std::lock_guard lock(origins_->mutex);
+  if (url == nullptr) return origins_->latest;
+  const auto found = origins_->byURL.find(url->absoluteString());
+  return found == origins_->byURL.end() ? Origin() : found->second;
+}
+
+void Host::waitUntil(const std::function<bool()>& done) {
+  DispatchQueue& queue = DispatchQueue::main();
+  while (!done()) {
+    Signals::throwIfReceived();
+    std::array<pollfd, 2> waiting = {pollfd{queue.fileDescriptor(), POLLIN, 0},
+                                     pollfd{Signals::fileDescriptor(), POLLIN, 0}};
+    ::poll(waiting.data(), waiting.size(), -1);
+    queue.runPending();
+  }
+}
+
+Answer<AppMetadataProtocol> Host::appMetadata() {
+  auto record = await<AppMetadataProtocol>([&](auto success, auto failure) {
+    content().requestAppMetadata(std::move(success), std::move(failure));
+  });
+  return {std::move(record), originOf(nullptr)};
+}
+
+Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
+  auto record = await<StreamProtocol>([&](auto success, auto failure) {
+    content().requestStreamForSections(sections, std::move(success), std::move(failure));
+  });
+  return {std::move(record), originOf(nullptr)};
+}
+
+Answer<StreamProtocol> Host::offlineStream() {
+  auto record = await<StreamProtocol>([&](auto success, auto failure) {
+    content().requestOfflineStream(std::move(success), std::move(failure));
+  });
+  Origin origin;
+  origin.shipped = true;
+  return {std::move(record), origin};
+}
+
+Answer<ArticleProtocol> Host::article(const URL& url) {
+  auto record = await<ArticleProtocol>([&](auto success, auto failure) {
+    content().requestArticle(url, std::move(success), std::move(failure));
+  });
+  return {std::move(record), originOf(&url)};
+}
+
+Answer<Image> Host::image(const URL& url) {
+  auto record = await<Image>([&](auto success, auto) {
+    content().requestImageFromURL(url, success, [success] { success(nullptr); });
+  });
+  return {std::move(record), originOf(&url)};
+}
+
+void Host::stopEmbeddedService() {
+  if (service_) service_->stop();
+}
+
+}  // namespace paperloom::reader

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+
+#include "apps/reader/Failure.h"
+#include "apps/reader/Origin.h"
+#include "apps/reader/Output.h"
+#include "apps/sample_service/SampleService.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/platform/DispatchQueue.h"
+
+namespace paperloom::reader {
+
+// What every command understands.
+struct GlobalOptions {
+  std::string contentURL;
+  std::string identityURL;
+  std::string dataDirectory;
+  bool json = false;
+};
+
+template <class T>
+struct Answer {
+  std::shared_ptr<const T> record;
+  Origin origin;
+};
+
+// The host application of one command: the coordinator it asks, the embedded sample service when
+// no other is named, and the loop that pumps the main queue while it waits.
+class Host {
+ public:
+  explicit Host(GlobalOptions options);
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  Output& output() { return output_; }
+  const Style& style() const { return output_.style(); }
+  bool json() const { return options_.json; }
+
+  // Where the reader keeps its own small files.
+  std::filesystem::path file(std::string_view name) const;
+
+  // The root of the content and of the identity endpoints; the embedded service starts with the
+  // first question for a URL that is not given.
+  const URL& contentURL();
+  URL identityURL();
+  // A URL as a person or a document gives it; one without a scheme counts from the content root.
+  URL resolve(const std::string& text);
+  // The same for a document's address; nothing when it is not one of the web.
+  std::optional<URL> resolveIfPossible(const URL& address);
+
+  DataCoordinator& content();
+  const std::shared_ptr<ContentSessionManager>& sessionManager();
+
+  // Pumps the main queue until `done`; throws Interrupted on Ctrl-C.
+  void waitUntil(const std::function<bool()>& done);
+
+  // The coordinator's requests, waited for. All throw Failure.
+  Answer<AppMetadataProtocol> appMetadata();
+  Answer<StreamProtocol> stream(const std::vector<std::string>& sections);
+  Answer<StreamProtocol> offlineStream();
+  Answer<ArticleProtocol> article(const URL& url);
+  // Null when the image cannot be loaded.
+  Answer<Image> image(const URL& url);
+
+  bool usesEmbeddedService() const {
+    return options_.contentURL.empty() && options_.identityURL.empty();
+  }
+  // Ends the embedded service, if it runs; its URLs stay what they were.
+  void stopEmbeddedService();
+
+ private:
+  // What the session tells of finished requests, by URL; shared with its callback queue.
+  struct Origins {
+    std::mutex mutex;
+    std::unordered_map<std::string, Origin> byURL;
+    Origin latest;
+  };
+
+  template <class T>
+  using Outcome = std::variant<std::monostate, std::shared_ptr<const T>, PaperloomError>;
+
+  // Starts a request by `start(success, failure)` and waits for its outcome, which is brought to
+  // the main queue from wherever it is answered.
+  template <class T, class Start>
+  std::shared_ptr<const T> await(Start start) {
+    auto outcome = std::make_shared<Outcome<T>>();
+    start(
+        [outcome](std::shared_ptr<const T> record) {
+          DispatchQueue::main().async([outcome, record] { *outcome = record; });
+        },
+        [outcome](PaperloomError error) {
+          DispatchQueue::main().async([outcome, error] { *outcome = error; });
+        });
+    waitUntil([&] { return outcome->index() != 0; });
+    if (auto* error = std::get_if<PaperloomError>(outcome.get())) throw Failure(*error);
+    return std::get<std::shared_ptr<const T>>(*outcome);
+  }
+
+  sample::SampleService& service();
+  Origin originOf(const URL* url) const;
+
+  GlobalOptions options_;
+  Output output_;
+  std::unique_ptr<sample::SampleService> service_;
+  std::optional<URL> contentURL_;
+  std::shared_ptr<Origins> origins_ = std::make_shared<Origins>();
+  std::shared_ptr<ContentSessionManager> sessionManager_;
+  std::unique_ptr<DataCoordinator> coordinator_;
+};
+
+}  // namespace paperloom::reader

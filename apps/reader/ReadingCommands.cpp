@@ -1,0 +1,146 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <charconv>
+
+#include "apps/reader/AccountStore.h"
+#include "apps/reader/Commands.h"
+#include "apps/reader/Files.h"
+#include "apps/reader/FrontPage.h"
+#include "apps/reader/Picture.h"
+#include "apps/reader/Printing.h"
+#include "apps/reader/RecordJSON.h"
+#include "apps/reader/Text.h"
+
+namespace paperloom::reader {
+namespace {
+
+void config(Host& host) {
+  const auto answer = host.appMetadata();
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  printConfiguration(host.output(), *answer.record);
+  printOrigin(host, answer.origin);
+}
+
+void printStream(Host& host, const Answer<StreamProtocol>& answer) {
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  printNumberedFrontPage(host, *answer.record);
+  printOrigin(host, answer.origin);
+}
+
+// A card's number on the front page printed last, else an address.
+URL articleURL(Host& host, const std::string& text) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return host.resolve(text);
+  const auto url = numberedCard(host, number);
+  if (!url) {
+    throw Failure(
+        fmt::format("the front page printed last has no story {}; see `paperloom stream`", number));
+  }
+  return host.resolve(*url);
+}
+
+void article(Host& host, const std::string& address) {
+  const auto answer = host.article(articleURL(host, address));
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  printArticle(host, *answer.record, accessOf(accountStore(host).load()), true);
+  printOrigin(host, answer.origin);
+}
+
+// The bytes as the server sent them: from the cache, where the request has just put them, or asked
+// for once more if they may not be stored.
+Data originalBytes(Host& host, const URL& url) {
+  struct Outcome {
+    bool done = false;
+    std::optional<Data> data;
+  };
+  auto outcome = std::make_shared<Outcome>();
+  URLSessionConfiguration configuration;
+  configuration.urlCache = host.sessionManager()->contentSessionCache();
+  URLSession session(configuration);
+  URLRequest request(url);
+  request.cachePolicy = URLRequestCachePolicy::returnCacheDataElseLoad;
+  session
+      .dataTask(request,
+                [outcome](const auto& data, const auto&, const auto&) {
+                  DispatchQueue::main().async([outcome, data = data] { *outcome = {true, data}; });
+                })
+      ->resume();
+  host.waitUntil([&] { return outcome->done; });
+  if (!outcome->data) throw Failure("the image cannot be fetched again to save it");
+  return *outcome->data;
+}
+
+void image(Host& host, const std::string& address, const std::string& out) {
+  const URL url = host.resolve(address);
+  const auto answer = host.image(url);
+  if (!answer.record) {
+    throw Failure("no image can be loaded from " + printableLine(url.absoluteString()));
+  }
+  if (!out.empty()) {
+    const Data bytes = originalBytes(host, url);
+    if (out == "-") return host.output().write(bytes.view());
+    writeWholeFile(out, bytes.view(), 0644);
+  }
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  if (out.empty()) {
+    const Terminal& terminal = host.output().terminal();
+    host.output().write(drawPicture(*answer.record, terminal, terminal.columns, terminal.rows - 3));
+  }
+  host.output().line(fmt::format("{} x {} pixels{}", answer.record->width(),
+                                 answer.record->height(),
+                                 out.empty() ? "" : ", saved as " + printableLine(out)));
+  printOrigin(host, answer.origin);
+}
+
+}  // namespace
+
+void addReadingCommands(CLI::App& app, Action& action) {
+  const auto add = [&](const char* name, const char* help) {
+    auto* command = app.add_subcommand(name, help);
+    command->group(readingGroup);
+    return command;
+  };
+  struct Arguments {
+    std::vector<std::string> sections;
+    std::string address;
+    std::string out;
+  };
+  auto arguments = std::make_shared<Arguments>();
+
+  add("config", "The sections, their names and colours")->callback([&action] { action = config; });
+
+  auto* command = add("stream", "The front page");
+  command->add_option("--sections", arguments->sections, "Only these sections, in this order")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->type_name("A,B");
+  command->callback([&action, arguments] {
+    action = [arguments](Host& host) { printStream(host, host.stream(arguments->sections)); };
+  });
+
+  command = add("article", "One story: its URL, or its number on the front page printed last");
+  command->add_option("url", arguments->address, "URL, path on the content service, or number")
+      ->required()
+      ->type_name("URL");
+  command->callback([&action, arguments] {
+    action = [arguments](Host& host) { article(host, arguments->address); };
+  });
+
+  command = add("image", "One picture, shown in the terminal or saved");
+  command->add_option("url", arguments->address, "URL, or path on the content service")
+      ->required()
+      ->type_name("URL");
+  command->add_option("--out", arguments->out, "Save the file as it came; - is standard output")
+      ->type_name("FILE");
+  command->callback([&action, arguments] {
+    action = [arguments](Host& host) { image(host, arguments->address, arguments->out); };
+  });
+
+  add("offline", "The front page that comes with the library, without any network")
+      ->callback(
+          [&action] { action = [](Host& host) { printStream(host, host.offlineStream()); }; });
+}
+
+}  // namespace paperloom::reader
