@@ -1,11 +1,9 @@
 #include "paperloom/platform/internal/CurlLoop.h"
 
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 
 namespace paperloom::internal {
@@ -56,15 +54,19 @@ bool CurlLoop::add(CURL* handle) { return curl_multi_add_handle(multi_, handle) 
 
 void CurlLoop::remove(CURL* handle) { curl_multi_remove_handle(multi_, handle); }
 
-const std::vector<CurlLoop::Finished>& CurlLoop::turn(Clock::time_point until) {
+const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
+  // Each call may set the timer anew for something that is due at once.
+  for (int i = 0; i < 4 && timer_ && *timer_ <= Clock::now(); ++i) {
+    timer_.reset();
+    int running = 0;
+    curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+  }
   finished_.clear();
-  // What was just added is sent before the wait.
-  runTimer();
-  collectFinished();
-  if (finished_.empty()) {
-    wait(timer_ ? std::min(*timer_, until) : until);
-    runTimer();
-    collectFinished();
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+    if (message->msg == CURLMSG_DONE) {
+      finished_.push_back({message->easy_handle, message->data.result});
+    }
   }
   return finished_;
 }
@@ -75,40 +77,24 @@ void CurlLoop::wake() {
   [[maybe_unused]] const auto written = write(event_, &one, sizeof one);
 }
 
-void CurlLoop::wait(Clock::time_point until) {
-  std::array<epoll_event, 64> events;
-  const int count =
-      epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), millisecondsUntil(until));
-  for (int i = 0; i < count; ++i) {
-    const epoll_event& event = events[static_cast<std::size_t>(i)];
+void CurlLoop::wait(Clock::time_point until, Ready& ready) {
+  ready.count = epoll_wait(epoll_, ready.events.data(), static_cast<int>(ready.events.size()),
+                           millisecondsUntil(until));
+}
+
+void CurlLoop::moveOn(const Ready& ready) {
+  for (int i = 0; i < ready.count; ++i) {
+    const epoll_event& event = ready.events[static_cast<std::size_t>(i)];
     if (event.data.fd == event_) {
       std::uint64_t ignored = 0;
       [[maybe_unused]] const auto size = read(event_, &ignored, sizeof ignored);
       continue;
     }
-    int ready = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
-                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
-    if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) ready = 0;  // libcurl looks for itself
+    int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
+               ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
+    if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) bits = 0;  // libcurl looks for itself
     int running = 0;
-    curl_multi_socket_action(multi_, event.data.fd, ready, &running);
-  }
-}
-
-void CurlLoop::runTimer() {
-  // Each call may set the timer anew for something that is due at once.
-  for (int i = 0; i < 4 && timer_ && *timer_ <= Clock::now(); ++i) {
-    timer_.reset();
-    int running = 0;
-    curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
-  }
-}
-
-void CurlLoop::collectFinished() {
-  int left = 0;
-  while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
-    if (message->msg == CURLMSG_DONE) {
-      finished_.push_back({message->easy_handle, message->data.result});
-    }
+    curl_multi_socket_action(multi_, event.data.fd, bits, &running);
   }
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <sys/epoll.h>
 
+#include <array>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -9,8 +11,8 @@
 
 namespace paperloom::internal {
 
-// libcurl's multi interface over epoll: many transfers, one thread. Everything but wake() belongs
-// to the thread that calls turn().
+// libcurl's multi interface over epoll. wait() and wake() need no lock and may run beside
+// everything else; all other functions are called by one thread at a time.
 class CurlLoop {
  public:
   using Clock = std::chrono::steady_clock;
@@ -29,22 +31,30 @@ class CurlLoop {
     CURL* handle;
     CURLcode code;
   };
-  // Moves every transfer on, waiting until `until` at most for something to happen, and tells which
-  // have finished; those are still to be removed. The next call invalidates the list.
-  const std::vector<Finished>& turn(Clock::time_point until);
+  // Starts what has been added and runs the timers that are due, then tells which transfers have
+  // finished; those are still to be removed. The next call invalidates the list.
+  const std::vector<Finished>& advance();
+
+  // When libcurl wants advance() to be called again if nothing happens before.
+  Clock::time_point nextTimer() const { return timer_.value_or(Clock::time_point::max()); }
+
+  // Waits for sockets until then, or until wake(), and tells which are ready, for moveOn().
+  struct Ready {
+    std::array<epoll_event, 64> events;
+    int count = 0;
+  };
+  void wait(Clock::time_point until, Ready& ready);
+  void moveOn(const Ready& ready);
 
   // Closes the connections; every handle has been removed, and nothing but wake() may follow.
   void end();
 
-  // Ends the wait of turn(), now or the next. From any thread.
+  // Ends the wait, the present one or else the next.
   void wake();
 
  private:
   static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known);
   static int onTimer(CURLM* multi, long milliseconds, void* self);
-  void wait(Clock::time_point until);
-  void runTimer();
-  void collectFinished();
 
   CURLM* multi_ = nullptr;
   int epoll_ = -1;

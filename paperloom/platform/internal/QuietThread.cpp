@@ -1,6 +1,7 @@
 #include "paperloom/platform/internal/QuietThread.h"
 
 #include <csignal>
+#include <ctime>
 #include <system_error>
 #include <utility>
 
@@ -25,6 +26,41 @@ std::thread startQuietThread(std::function<void()> body) {
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
+}
+
+namespace {
+
+sigset_t onlyBrokenPipe() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGPIPE);
+  return set;
+}
+
+bool isBrokenPipePending() {
+  sigset_t pending;
+  sigpending(&pending);
+  return sigismember(&pending, SIGPIPE) == 1;
+}
+
+}  // namespace
+
+BrokenPipeShield::BrokenPipeShield() {
+  const sigset_t set = onlyBrokenPipe();
+  sigset_t before;
+  pthread_sigmask(SIG_BLOCK, &set, &before);
+  wasBlocked_ = sigismember(&before, SIGPIPE) == 1;
+  wasPending_ = wasBlocked_ && isBrokenPipePending();
+}
+
+BrokenPipeShield::~BrokenPipeShield() {
+  if (wasPending_) return;
+  const sigset_t set = onlyBrokenPipe();
+  if (isBrokenPipePending()) {
+    const timespec now{};
+    sigtimedwait(&set, nullptr, &now);
+  }
+  if (!wasBlocked_) pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 }  // namespace paperloom::internal

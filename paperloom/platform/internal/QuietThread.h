@@ -10,4 +10,17 @@ namespace paperloom::internal {
 // system has no thread left.
 std::thread startQuietThread(std::function<void()> body);
 
+// While it lives, a write to a closed socket on this thread raises no signal.
+class BrokenPipeShield {
+ public:
+  BrokenPipeShield();
+  ~BrokenPipeShield();
+  BrokenPipeShield(const BrokenPipeShield&) = delete;
+  BrokenPipeShield& operator=(const BrokenPipeShield&) = delete;
+
+ private:
+  bool wasBlocked_ = false;
+  bool wasPending_ = false;
+};
+
 }  // namespace paperloom::internal

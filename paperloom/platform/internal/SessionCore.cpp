@@ -44,11 +44,14 @@ bool SessionCore::startLoop() {
 }
 
 bool SessionCore::post(SessionLoop::Command command, const std::shared_ptr<TaskCore>& task) {
-  const std::lock_guard lock(mutex_);
-  if (closing_) return false;
-  if (startLoop()) {
-    loop_->post(command, task);
-  } else if (command == SessionLoop::Command::start) {
+  SessionLoop* loop = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    if (closing_) return false;
+    if (startLoop()) loop = loop_.get();
+  }
+  if (loop != nullptr) return loop->post(command, task);
+  if (command == SessionLoop::Command::start) {
     // Out of descriptors: this task fails, the next may succeed.
     callbacks_.async([task] {
       auto error = makeError(URLError::Code::unknown, "there are no descriptors for the session");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "paperloom/platform/internal/QuietThread.h"
 #include "paperloom/platform/internal/RequestRules.h"
 
 namespace paperloom::internal {
@@ -22,19 +23,36 @@ SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, SerialQue
 
 SessionLoop::~SessionLoop() = default;
 
-void SessionLoop::post(Command command, std::shared_ptr<TaskCore> task) {
-  bool wasEmpty = false;
+bool SessionLoop::post(Command command, std::shared_ptr<TaskCore> task) {
+  if (command == Command::start && startDirectly(task)) return true;
+  bool mustWake = false;
   {
-    const std::lock_guard lock(mutex_);
-    wasEmpty = inbox_.empty();
+    const std::lock_guard lock(inboxMutex_);
+    if (closed_) return false;
     inbox_.push_back({command, std::move(task)});
+    mustWake = std::exchange(asleep_, false);
   }
-  if (wasEmpty) curl_.wake();
+  if (mustWake) curl_.wake();
+  return true;
+}
+
+bool SessionLoop::startDirectly(const std::shared_ptr<TaskCore>& task) {
+  const std::unique_lock state(stateMutex_, std::try_to_lock);
+  if (!state) return false;
+  {
+    const std::lock_guard lock(inboxMutex_);
+    if (closed_ || !inbox_.empty()) return false;
+  }
+  const BrokenPipeShield shield;
+  start(task, false);
+  finishTransfers();
+  if (std::min(nextCheck_, curl_.nextTimer()) < waitsUntil_) curl_.wake();
+  return true;
 }
 
 void SessionLoop::close() {
   {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(inboxMutex_);
     closed_ = true;
   }
   curl_.wake();
@@ -42,17 +60,46 @@ void SessionLoop::close() {
 
 bool SessionLoop::takePosted() {
   taken_.clear();
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(inboxMutex_);
   taken_.swap(inbox_);
   return !closed_;
 }
 
 void SessionLoop::run() {
+  std::unique_lock state(stateMutex_);
   while (takePosted()) {
     for (Posted& posted : taken_) obey(std::move(posted));
-    for (const auto& [handle, code] : curl_.turn(nextCheck_)) finishTransfer(handle, code);
+    finishTransfers();
     enforceDeadlines();
+    waitForNetwork(state);
   }
+  cancelEverything();
+}
+
+void SessionLoop::finishTransfers() {
+  for (const auto& [handle, code] : curl_.advance()) finishTransfer(handle, code);
+}
+
+void SessionLoop::waitForNetwork(std::unique_lock<std::mutex>& state) {
+  {
+    const std::lock_guard lock(inboxMutex_);
+    if (!inbox_.empty() || closed_) return;
+    asleep_ = true;
+  }
+  waitsUntil_ = std::min(nextCheck_, curl_.nextTimer());
+  const auto until = waitsUntil_;
+  state.unlock();
+  curl_.wait(until, ready_);
+  state.lock();
+  waitsUntil_ = Clock::time_point::min();
+  {
+    const std::lock_guard lock(inboxMutex_);
+    asleep_ = false;
+  }
+  curl_.moveOn(ready_);
+}
+
+void SessionLoop::cancelEverything() {
   for (Posted& posted : taken_) {
     // Taken in without being sent: the state alone says what becomes of it.
     if (posted.command != Command::start) continue;

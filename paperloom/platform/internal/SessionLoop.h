@@ -19,6 +19,8 @@ namespace paperloom::internal {
 
 // The event loop of a session: takes tasks from any thread, drives their exchanges on its own, and
 // leaves their deliveries to the callback queue. Look-ups in the cache happen here, writes there.
+// While the loop waits for the network, a thread that starts a task sends its request itself, which
+// spares it the way through the loop's thread.
 class SessionLoop {
  public:
   SessionLoop(const URLSessionConfiguration& configuration, SerialQueue& callbacks);
@@ -27,9 +29,9 @@ class SessionLoop {
   // Whether the system had the descriptors for it.
   bool isUsable() const { return curl_.isUsable(); }
 
-  // From any thread, before close(): nothing that was posted is lost.
+  // From any thread. False after close(); what was accepted before is delivered.
   enum class Command { start, cancel, reprioritize };
-  void post(Command command, std::shared_ptr<TaskCore> task);
+  bool post(Command command, std::shared_ptr<TaskCore> task);
 
   // run() cancels every task that is left and returns. From any thread.
   void close();
@@ -52,7 +54,11 @@ class SessionLoop {
     std::shared_ptr<TaskCore> task;
   };
 
+  bool startDirectly(const std::shared_ptr<TaskCore>& task);
   bool takePosted();
+  void finishTransfers();
+  void waitForNetwork(std::unique_lock<std::mutex>& state);
+  void cancelEverything();
   void obey(Posted posted);
   void start(std::shared_ptr<TaskCore> task, bool isRefresh);
   void startRefresh(URLRequest request, const TaskCore& origin);
@@ -72,19 +78,24 @@ class SessionLoop {
 
   const URLSessionConfiguration& configuration_;
   SerialQueue& callbacks_;
+
+  std::mutex inboxMutex_;
+  std::vector<Posted> inbox_;  // guarded, as are the two below
+  bool closed_ = false;
+  bool asleep_ = false;
+
+  // Guards everything below but for the wait and the wake of curl_; free while the loop waits.
+  std::mutex stateMutex_;
   CurlLoop curl_;
   EasyHandles handles_;
   ConnectionSlots slots_;
-
-  std::mutex mutex_;
-  std::vector<Posted> inbox_;  // guarded, as is closed_
-  bool closed_ = false;
-
   std::vector<Posted> taken_;
   std::unordered_map<TaskCore*, std::unique_ptr<Entry>> entries_;
   std::unordered_map<CURL*, Entry*> transfers_;
   std::unordered_set<std::string> refreshes_;
   Clock::time_point nextCheck_ = Clock::time_point::max();
+  Clock::time_point waitsUntil_ = Clock::time_point::min();
+  CurlLoop::Ready ready_;
 };
 
 }  // namespace paperloom::internal

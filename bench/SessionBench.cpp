@@ -1,0 +1,164 @@
+// A GET of 20 KB through the session beside a bare curl_easy_perform on a kept connection, one at a
+// time and 16 in flight; and warming 500 URLs over one connection beside the bare loop.
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "bench/LoopbackServer.h"
+#include "bench/Ratios.h"
+#include "paperloom/platform/URLSession.h"
+
+namespace paperloom::bench {
+namespace {
+
+constexpr std::size_t bodySize = 20 * 1024;
+constexpr int warmedURLs = 500;
+
+const LoopbackServer& server() {
+  static const LoopbackServer& server = *new LoopbackServer(bodySize);
+  return server;
+}
+
+std::size_t append(char* bytes, std::size_t, std::size_t size, void* text) {
+  static_cast<std::string*>(text)->append(bytes, size);
+  return size;
+}
+
+// What a program would do without the library: one handle, used again and again.
+class BareClient {
+ public:
+  BareClient() {
+    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &append);
+  }
+  ~BareClient() { curl_easy_cleanup(handle_); }
+  BareClient(const BareClient&) = delete;
+  BareClient& operator=(const BareClient&) = delete;
+
+  std::size_t get(const std::string& url) {
+    std::string body;
+    curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &body);
+    curl_easy_perform(handle_);
+    return body.size();
+  }
+
+ private:
+  CURL* handle_ = curl_easy_init();
+};
+
+// Runs `count` requests, `width` of them at a time, each started by the completion of another.
+class Chain {
+ public:
+  Chain(URLSession& session, std::function<URL(int)> url)
+      : session_(session), url_(std::move(url)) {}
+
+  void run(int count, int width) {
+    toStart_ = count;
+    toFinish_ = count;
+    for (int i = 0; i < width; ++i) startNext();
+    std::unique_lock lock(mutex_);
+    done_.wait(lock, [this] { return toFinish_ == 0; });
+  }
+
+ private:
+  void startNext() {
+    int index = 0;
+    {
+      const std::lock_guard lock(mutex_);
+      if (toStart_ == 0) return;
+      index = --toStart_;
+    }
+    session_
+        .dataTask(URLRequest(url_(index)),
+                  [this](const auto& data, const auto&, const auto&) {
+                    if (!data || data->size() != bodySize) std::abort();
+                    startNext();
+                    const std::lock_guard lock(mutex_);
+                    if (--toFinish_ == 0) done_.notify_one();
+                  })
+        ->resume();
+  }
+
+  URLSession& session_;
+  const std::function<URL(int)> url_;
+  std::mutex mutex_;
+  std::condition_variable done_;
+  int toStart_ = 0;
+  int toFinish_ = 0;
+};
+
+URL numbered(int index) { return *URL::parse(server().url() + std::to_string(index)); }
+
+void curlEasy(benchmark::State& state) {
+  BareClient client;
+  for (auto _ : state) {
+    if (client.get(server().url()) != bodySize) state.SkipWithError("wrong size");
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(curlEasy)->UseRealTime();
+
+// The caller waits for each answer, as a program that needs one thing after the other does.
+void sessionGetAndWait(benchmark::State& state) {
+  URLSession session({});
+  Chain chain(session, numbered);
+  for (auto _ : state) chain.run(1, 1);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(sessionGetAndWait)->UseRealTime();
+
+void sessionGet(benchmark::State& state) {
+  URLSession session({});
+  const int width = static_cast<int>(state.range(0));
+  Chain chain(session, numbered);
+  constexpr int batch = 256;
+  for (auto _ : state) chain.run(batch, width);
+  state.SetItemsProcessed(state.iterations() * batch);
+}
+BENCHMARK(sessionGet)->Arg(1)->Arg(16)->UseRealTime();
+
+void warmBare(benchmark::State& state) {
+  BareClient client;
+  for (auto _ : state) {
+    for (int i = 0; i < warmedURLs; ++i) client.get(server().url() + std::to_string(i));
+  }
+  state.SetItemsProcessed(state.iterations() * warmedURLs);
+}
+BENCHMARK(warmBare)->UseRealTime();
+
+// As the warmer does: everything asked for at once, one connection a host.
+void warmSession(benchmark::State& state) {
+  URLSessionConfiguration configuration;
+  configuration.httpMaximumConnectionsPerHost = 1;
+  URLSession session(configuration);
+  Chain chain(session, numbered);
+  for (auto _ : state) chain.run(warmedURLs, warmedURLs);
+  state.SetItemsProcessed(state.iterations() * warmedURLs);
+}
+BENCHMARK(warmSession)->UseRealTime();
+
+}  // namespace
+}  // namespace paperloom::bench
+
+int main(int argc, char** argv) {
+  using namespace paperloom::bench;
+  benchmark::Initialize(&argc, argv);
+  BestTimes best;
+  benchmark::RunSpecifiedBenchmarks(&best);
+
+  const double bare = best.of("curlEasy");
+  constexpr double batch = 256;
+  printRatio("session-get/curl-easy", best.of("sessionGet/1") / batch / bare, "<= 1.5");
+  printRatio("session-get-and-wait/curl-easy", best.of("sessionGetAndWait") / bare, "<= 1.5");
+  printRatio("session-16-in-flight-rate/curl-easy-rate", bare / (best.of("sessionGet/16") / batch),
+             ">= 1");
+  printRatio("warm-500-urls/curl-easy-loop", best.of("warmSession") / best.of("warmBare"),
+             "<= 1.25");
+}
