@@ -129,8 +129,8 @@ int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_of
 }
 
 // Called when a connection is ready for the request. libcurl sends a request again, of any method
-// and up to five times, when a kept connection turns out to be dead; here a GET or HEAD once, on a
-// fresh connection, and nothing else ever.
+// and up to five times, when a kept connection ends before the answer's first line; here a GET or
+// HEAD once, on a fresh connection, and nothing else ever.
 int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   const std::string& method = transfer.request_.method;

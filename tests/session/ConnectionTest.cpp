@@ -1,0 +1,333 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "tests/support/Fetch.h"
+#include "tests/support/ScriptedServer.h"
+
+namespace paperloom::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Code = URLError::Code;
+using Request = ScriptedServer::Request;
+
+Script then(Script script, Step step) {
+  script.push_back(std::move(step));
+  return script;
+}
+
+TEST(Connections, aKeptConnectionThatDiedCostsAGETOneRepetitionAndAPOSTNone) {
+  struct Case {
+    const char* method;
+    Step death;
+    bool everyTime;
+    std::optional<Code> error;
+    std::size_t requests;  // after the first, which warms the connection
+  };
+  const auto lost = Code::networkConnectionLost;
+  const Case cases[] = {
+      {"GET", closeConnection(), false, {}, 2},    {"GET", resetConnection(), false, {}, 2},
+      {"HEAD", closeConnection(), false, {}, 2},   {"GET", closeConnection(), true, lost, 2},
+      {"POST", closeConnection(), false, lost, 1}, {"POST", resetConnection(), false, lost, 1},
+      {"PUT", closeConnection(), false, lost, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.method);
+    ScriptedServer server([&](const Request& request) -> Script {
+      if (request.target == "/warm") return answer("warm");
+      if (c.everyTime || request.indexOnConnection > 1) return {c.death};
+      return answer(request.method == "HEAD" ? "" : "fresh");
+    });
+    URLSession session({});
+    ASSERT_EQ(fetch(session, URLRequest(server.url("/warm"))).body(), "warm");
+    URLRequest request(server.url("/"));
+    request.method = c.method;
+    if (request.method[0] == 'P') request.body = Data("once");
+    EXPECT_EQ(fetch(session, request).code(), c.error);
+    EXPECT_EQ(server.requests().size() - 1, c.requests);
+  }
+}
+
+TEST(Connections, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain) {
+  for (const char* begun : {"", "HTTP/1.1 200 OK\r\n"}) {
+    ScriptedServer server([&](const Request& request) -> Script {
+      if (request.target == "/warm") return answer("warm");
+      return {send(begun), closeConnection()};
+    });
+    URLSession session({});
+    if (*begun != '\0') fetch(session, URLRequest(server.url("/warm")));
+    const auto before = server.requests().size();
+    EXPECT_EQ(fetch(session, URLRequest(server.url("/"))).code(), Code::networkConnectionLost);
+    EXPECT_EQ(server.requests().size() - before, 1U);
+  }
+}
+
+TEST(Connections, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
+  for (const int allowed : {1, 3}) {
+    ScriptedServer server([](const Request& request) -> Script {
+      if (request.method == "POST") return then(answer("x"), closeConnection());
+      return answer("x");
+    });
+    URLSessionConfiguration configuration;
+    configuration.httpMaximumConnectionsPerHost = allowed;
+    URLSession session(configuration);
+    std::vector<Pending> tasks;
+    for (int i = 0; i < 60; ++i) {
+      URLRequest request(server.url("/" + std::to_string(i)));
+      if (i % 20 == 19) request.method = "POST";
+      tasks.push_back(start(session, request));
+    }
+    for (Pending& task : tasks) EXPECT_EQ(task.get().body(), "x");
+    EXPECT_LE(server.mostConnections(), allowed);
+    EXPECT_LE(server.connections(), allowed + 3);
+  }
+}
+
+TEST(Connections, tasksWaitInOrderOfPriorityAndThenOfArrival) {
+  ScriptedServer server([](const Request& request) -> Script {
+    if (request.target != "/first") return answer("x");
+    Script script = answer("x");
+    script.insert(script.begin(), awaitRelease());
+    return script;
+  });
+  URLSessionConfiguration configuration;
+  configuration.httpMaximumConnectionsPerHost = 1;
+  URLSession session(configuration);
+  std::vector<Pending> tasks;
+  const auto add = [&](const char* target, float priority) {
+    tasks.push_back(start(session, URLRequest(server.url(target)), priority));
+  };
+  add("/first", URLSessionTask::defaultPriority);
+  add("/low", URLSessionTask::lowPriority);
+  add("/cancelled", URLSessionTask::highPriority);
+  add("/default", URLSessionTask::defaultPriority);
+  add("/high", URLSessionTask::highPriority);
+  add("/default2", URLSessionTask::defaultPriority);
+  add("/raised", URLSessionTask::lowPriority);
+  tasks.back().task->setPriority(1);
+  tasks[2].task->cancel();
+  EXPECT_EQ(tasks[2].get().code(), Code::cancelled);
+  server.release();
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    if (i == 2) continue;
+    EXPECT_EQ(tasks[i].get().body(), "x");
+  }
+  std::vector<std::string> order;
+  for (const auto& request : server.requests()) order.push_back(request.target);
+  EXPECT_EQ(order, (std::vector<std::string>{"/first", "/raised", "/high", "/default", "/default2",
+                                             "/low"}));
+}
+
+TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
+  struct Case {
+    const char* what;
+    Script script;
+    std::optional<Code> error;
+    int status;
+  };
+  Script dripping = {send("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\n")};
+  Script drippingHeader = {send("HTTP/1.1 200 OK\r\n")};
+  for (int i = 0; i < 8; ++i) {
+    dripping.push_back(wait(100ms));
+    dripping.push_back(send("x"));
+    drippingHeader.push_back(wait(100ms));
+    drippingHeader.push_back(send("X: y\r\n"));
+  }
+  drippingHeader.push_back(send("Content-Length: 0\r\n\r\n"));
+  const Case cases[] = {
+      {"no answer", {hang()}, Code::timedOut, 0},
+      {"within the body",
+       {send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), hang()},
+       Code::timedOut,
+       200},
+      {"slow body", dripping, {}, 200},
+      {"slow header", drippingHeader, {}, 200},
+  };
+  URLSessionConfiguration configuration;
+  configuration.timeoutIntervalForRequest = 400ms;
+  URLSession session(configuration);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ScriptedServer server(c.script);
+    const Answer received = fetch(session, URLRequest(server.url()));
+    EXPECT_EQ(received.code(), c.error);
+    EXPECT_EQ(received.status(), c.status);
+    EXPECT_EQ(received.data.has_value(), !c.error);
+  }
+}
+
+TEST(Timeouts, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlone) {
+  Script trickle = {send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n")};
+  for (int i = 0; i < 200; ++i) {
+    trickle.push_back(send("x"));
+    trickle.push_back(wait(20ms));
+  }
+  ScriptedServer server(trickle);
+  URLSessionConfiguration configuration;
+  configuration.timeoutIntervalForRequest = 300ms;
+  configuration.timeoutIntervalForResource = 600ms;
+  configuration.httpMaximumConnectionsPerHost = 1;
+  URLSession session(configuration);
+  Pending trickling = start(session, URLRequest(server.url()));
+  Pending waiting = start(session, URLRequest(server.url()));
+  const Answer first = trickling.get();
+  EXPECT_EQ(first.code(), Code::timedOut);
+  EXPECT_EQ(first.status(), 200);
+  EXPECT_GT(first.metrics.countOfBytesReceived, 10);
+  EXPECT_EQ(waiting.get().code(), Code::timedOut);
+}
+
+TEST(Timeouts, aSilentServerHoldsUpNobodyElse) {
+  ScriptedServer silent({hang()});
+  ScriptedServer lively([](const Request& request) -> Script {
+    if (request.target == "/silent") return {hang()};
+    return answer("x");
+  });
+  URLSession session({});
+  std::vector<Pending> stuck;
+  for (int i = 0; i < 6; ++i) stuck.push_back(start(session, URLRequest(silent.url())));
+  for (int i = 0; i < 5; ++i) stuck.push_back(start(session, URLRequest(lively.url("/silent"))));
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(fetch(session, URLRequest(lively.url())).body(), "x");
+  for (Pending& task : stuck) task.task->cancel();
+  for (Pending& task : stuck) EXPECT_EQ(task.get().code(), Code::cancelled);
+}
+
+TEST(Lifetime, cancelReachesATaskInEveryState) {
+  ScriptedServer server([](const Request& request) -> Script {
+    if (request.target == "/ok") return answer("x");
+    return {send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), hang()};
+  });
+  URLSession session({});
+  std::promise<Answer> promise;
+  auto suspended = session.dataTask(URLRequest(server.url("/ok")),
+                                    [&](const auto& data, const auto& response, const auto& error) {
+                                      promise.set_value({data, response, error, {}});
+                                    });
+  suspended->cancel();
+  suspended->resume();
+  EXPECT_EQ(await(promise.get_future()).code(), Code::cancelled);
+
+  Pending running = start(session, URLRequest(server.url("/hang")));
+  while (running.task->countOfBytesReceived() < 3) std::this_thread::yield();
+  EXPECT_EQ(running.task->countOfBytesExpectedToReceive(), 9);
+  running.task->cancel();
+  running.task->cancel();
+  const Answer received = running.get();
+  EXPECT_EQ(received.code(), Code::cancelled);
+  EXPECT_FALSE(received.response || received.data);
+  EXPECT_EQ(running.task->state(), URLSessionTask::State::completed);
+
+  // The answer is there, but its completion waits behind the one that cancels it.
+  std::promise<Answer> latePromise;
+  auto late = session.dataTask(URLRequest(server.url("/ok")),
+                               [&](const auto& data, const auto& response, const auto& error) {
+                                 latePromise.set_value({data, response, error, {}});
+                               });
+  session
+      .dataTask(URLRequest(server.url("/ok")),
+                [&](const auto&, const auto&, const auto&) {
+                  late->resume();
+                  while (late->countOfBytesReceived() < 1) std::this_thread::yield();
+                  late->cancel();
+                })
+      ->resume();
+  EXPECT_EQ(await(latePromise.get_future()).code(), Code::cancelled);
+  URLSessionTask::unattached(URLRequest(server.url()))->cancel();
+}
+
+TEST(Lifetime, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwards) {
+  ScriptedServer server({hang()});
+  std::atomic<int> cancelled = 0;
+  std::shared_ptr<URLSessionTask> survivor;
+  {
+    URLSessionConfiguration configuration;
+    configuration.httpMaximumConnectionsPerHost = 2;
+    URLSession session(configuration);
+    for (int i = 0; i < 5; ++i) {
+      survivor = session.dataTask(URLRequest(server.url()),
+                                  [&](const auto& data, const auto&, const auto& error) {
+                                    EXPECT_FALSE(data);
+                                    if (error && error->code == Code::cancelled) ++cancelled;
+                                  });
+      survivor->resume();
+    }
+  }
+  EXPECT_EQ(cancelled, 5);
+  survivor->cancel();
+  survivor->setPriority(1);
+  EXPECT_EQ(survivor->state(), URLSessionTask::State::completed);
+}
+
+TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
+  ScriptedServer server([](const Request& request) -> Script {
+    if (request.target == "/hang") return {hang()};
+    return answer("x");
+  });
+  auto session = std::make_shared<URLSession>(URLSessionConfiguration{});
+  std::vector<std::string> order;
+  std::promise<void> done;
+  const auto note = [&](std::string what) { order.push_back(std::move(what)); };
+  URLSession* raw = session.get();
+  // The completion holds the last reference, and a task is still in flight.
+  auto first = raw->dataTask(
+      URLRequest(server.url()), [&, session](const auto&, const auto&, const auto&) mutable {
+        auto next = session->dataTask(
+            URLRequest(server.url()),
+            [&, session = std::move(session)](const auto& data, const auto&, const auto&) mutable {
+              note(data ? "second" : "no data");
+              session.reset();
+              note("released");
+              done.set_value();
+            });
+        next->resume();
+      });
+  raw->dataTask(URLRequest(server.url("/hang")),
+                [&](const auto&, const auto&, const auto& error) {
+                  note(error && error->code == Code::cancelled ? "cancelled" : "wrong");
+                })
+      ->resume();
+  session.reset();
+  first->resume();
+  first.reset();
+  await(done.get_future());
+  EXPECT_EQ(order, (std::vector<std::string>{"second", "cancelled", "released"}));
+}
+
+TEST(Lifetime, sessionsComeAndGoWithTasksInEveryState) {
+  ScriptedServer server([](const Request& request) -> Script {
+    if (request.target == "/hang") return {hang()};
+    return answer("x");
+  });
+  std::atomic<int> completions = 0;
+  const int cycles = 200;
+  for (int cycle = 0; cycle < cycles; ++cycle) {
+    URLSession session({});
+    const auto count = [&](const auto&, const auto&, const auto&) { ++completions; };
+    auto answered = session.dataTask(URLRequest(server.url("/ok")), count);
+    auto hanging = session.dataTask(URLRequest(server.url("/hang")), count);
+    answered->resume();
+    hanging->resume();
+    std::thread other([&] { (cycle % 2 == 0 ? answered : hanging)->cancel(); });
+    if (cycle % 3 == 0) std::this_thread::yield();
+    other.join();
+  }
+  EXPECT_EQ(completions, 2 * cycles);
+}
+
+TEST(Lifetime, whatCannotBeReachedFailsWithoutAnAnswer) {
+  std::optional<URL> closed;
+  {
+    ScriptedServer server(answer("x"));
+    closed = server.url();
+  }
+  URLSession session({});
+  EXPECT_EQ(fetch(session, URLRequest(*closed)).code(), Code::cannotConnectToHost);
+  EXPECT_EQ(fetch(session, URLRequest(*URL::parse("http://name.invalid/"))).code(),
+            Code::cannotFindHost);
+}
+
+}  // namespace
+}  // namespace paperloom::test
