@@ -116,7 +116,9 @@ class UserDefaults::Store {
     if (!opened) return false;
     if (isDamaged(*opened)) {
       opened->copyFile(file_.string() + ".damaged");
-      if (!opened->resetFile()) return false;
+      *opened = {};
+      opened = SQLiteDatabase::open(file_, lockWait);
+      if (!opened || !opened->resetFile()) return false;
     }
     if (!prepareSchema(*opened)) return false;
     database_ = std::move(*opened);

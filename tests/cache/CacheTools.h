@@ -27,10 +27,15 @@ inline std::string bodyOf(const URLCache& cache, const std::string& url, HTTPHea
   return kept ? std::string(kept->data.view()) : "(none)";
 }
 
-// A body that tells which URL it belongs to, so that a mixed-up or torn one is noticed.
+// A body whose every part tells which URL and version it belongs to, so that a mixed-up or torn one
+// is noticed.
 inline std::string bodyFor(const std::string& url, int version, std::size_t size) {
   std::string body = url + "#" + std::to_string(version) + ":";
-  while (body.size() < size) body += std::to_string(body.size() * 7 + version) + ",";
+  std::size_t number = std::hash<std::string>{}(body);
+  while (body.size() < size) {
+    number = number * 6364136223846793005U + 1442695040888963407U;
+    body += std::to_string(number >> 20) + ",";
+  }
   body.resize(size);
   return body;
 }

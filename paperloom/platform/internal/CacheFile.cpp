@@ -88,26 +88,26 @@ SQLiteStatus createTables(SQLiteDatabase& database) {
   return done;
 }
 
-// A changed bit in the file's header can declare a file read-only that is not.
-bool isWronglyReadOnly(SQLiteDatabase& database, const std::filesystem::path& file) {
-  constexpr int readOnly = 8;
-  const auto begun = database.execute("BEGIN IMMEDIATE");
-  static_cast<void>(database.execute("ROLLBACK"));
-  return !begun && (begun.error().code & 0xff) == readOnly && ::access(file.c_str(), W_OK) == 0;
+SQLiteResult<SQLiteDatabase> connect(const std::filesystem::path& file, Deadline deadline) {
+  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(0));
+  if (database) database->waitForLocksUntil(deadline);
+  return database;
 }
 
 SQLiteResult<SQLiteDatabase> tryOpen(const std::filesystem::path& file, Deadline deadline,
                                      CacheContents contents) {
-  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(0));
+  auto database = connect(file, deadline);
   if (!database) return database;
-  database->waitForLocksUntil(deadline);
   auto examined = contents == CacheContents::keep ? examine(*database) : Examined::wrong;
   if (!examined) return tl::unexpected(examined.error());
-  if (*examined == Examined::ours && isWronglyReadOnly(*database, file)) {
+  // A changed bit in the file's header can declare it read-only.
+  if (*examined == Examined::ours && database->isReadOnly() && ::access(file.c_str(), W_OK) == 0) {
     examined = Examined::wrong;
   }
   if (*examined == Examined::wrong) {
-    static_cast<void>(configure(*database));
+    *database = {};
+    database = connect(file, deadline);
+    if (!database) return database;
     if (const auto reset = database->resetFile(); !reset) return tl::unexpected(reset.error());
     examined = Examined::empty;
   }

@@ -154,6 +154,8 @@ void SQLiteDatabase::waitForLocksUntil(std::chrono::steady_clock::time_point dea
   sqlite3_busy_handler(handle(), sleepUntil, kept.get());
 }
 
+bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(handle(), "main") == 1; }
+
 std::int64_t SQLiteDatabase::changes() const { return sqlite3_changes64(handle()); }
 
 SQLiteStatus SQLiteDatabase::execute(const char* sql) {
@@ -179,8 +181,6 @@ SQLiteResult<std::int64_t> SQLiteDatabase::integer(std::string_view sql) {
 }
 
 SQLiteStatus SQLiteDatabase::resetFile() {
-  sqlite3_table_column_metadata(handle(), nullptr, "x", nullptr, nullptr, nullptr, nullptr, nullptr,
-                                nullptr);
   sqlite3_db_config(handle(), SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
   const SQLiteStatus done = execute("VACUUM");
   sqlite3_db_config(handle(), SQLITE_DBCONFIG_RESET_DATABASE, 0, nullptr);

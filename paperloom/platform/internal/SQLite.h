@@ -79,6 +79,9 @@ class SQLiteDatabase {
   explicit operator bool() const { return database_ != nullptr; }
   sqlite3* handle() const { return database_.get(); }
 
+  // Whether the file, once read from, does not take changes: by its mode, or because its header
+  // says so.
+  bool isReadOnly() const;
   // Rows that the last statement has changed.
   std::int64_t changes() const;
 
