@@ -52,7 +52,7 @@ void AccountStore::save(const Account& account) const {
                {"idToken", account.idToken},
                {"premium", account.premium ? JSON(*account.premium) : JSON()},
                {"checkedAt", account.checkedAt ? toJSON(*account.checkedAt) : JSON()}};
-  writeWholeFile(file_, dump(json) + "\n", 0600);
+  writeWholeFile(file_, dump(json) + "\n", 0600, Durable::yes);
 }
 
 bool AccountStore::remove() const {

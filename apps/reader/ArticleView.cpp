@@ -146,7 +146,7 @@ class ArticleView {
     if (const auto url = pictures_ ? host_.resolveIfPossible(pictureOf(asset)) : std::nullopt) {
       if (const auto image = host_.image(*url).record) {
         const int rows = std::max(output_.terminal().rows - 8, 6);
-        output_.write(drawPicture(*image, output_.terminal(), width_, rows));
+        output_.write(drawPicture(*image, output_.terminal(), width_, rows, 2));
         return;
       }
     }

@@ -87,20 +87,22 @@ std::optional<std::string> readFileIfPresent(const std::filesystem::path& path) 
   return readAll(file, path);
 }
 
-void writeWholeFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+void writeWholeFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
+                    Durable durable) {
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
   std::string name = (folder / ".paperloom-XXXXXX").string();
   const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
   if (file.get() < 0) failWith("write", path);
   const bool written = ::fchmod(file.get(), mode) == 0 && writeAll(file.get(), bytes) &&
-                       ::fsync(file.get()) == 0 && ::rename(name.c_str(), path.c_str()) == 0;
+                       (durable == Durable::no || ::fsync(file.get()) == 0) &&
+                       ::rename(name.c_str(), path.c_str()) == 0;
   if (!written) {
     const int error = errno;
     ::unlink(name.c_str());
     errno = error;
     failWith("write", path);
   }
-  syncFolder(folder);
+  if (durable == Durable::yes) syncFolder(folder);
 }
 
 }  // namespace paperloom::reader

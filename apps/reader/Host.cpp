@@ -41,7 +41,7 @@ int rememberedPort(const std::filesystem::path& file) {
 
 void rememberPort(const std::filesystem::path& file, int port) {
   try {
-    writeWholeFile(file, std::to_string(port) + "\n", 0600);
+    writeWholeFile(file, std::to_string(port) + "\n", 0600, Durable::no);
   } catch (const Failure&) {
     // Nothing but a warm cache next time depends on it.
   }

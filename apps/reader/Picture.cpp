@@ -2,7 +2,9 @@
 
 #include <chafa.h>
 
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
 namespace paperloom::reader {
 namespace {
@@ -47,7 +49,8 @@ bool canShowPictures(const Terminal& terminal) {
   return terminal.interactive && terminal.colours >= Terminal::Colours::indexed;
 }
 
-std::string drawPicture(const Image& image, const Terminal& terminal, int maxColumns, int maxRows) {
+std::string drawPicture(const Image& image, const Terminal& terminal, int maxColumns, int maxRows,
+                        int indent) {
   if (!canShowPictures(terminal)) return {};
   gint columns = maxColumns;
   gint rows = maxRows;
@@ -74,9 +77,14 @@ std::string drawPicture(const Image& image, const Terminal& terminal, int maxCol
   chafa_canvas_draw_all_pixels(canvas.get(), CHAFA_PIXEL_RGBA8_UNASSOCIATED, image.pixels().data(),
                                image.width(), image.height(), image.width() * 4);
   GString* drawn = chafa_canvas_print(canvas.get(), info.get());
-  std::string text(drawn->str, drawn->len);
+  std::string_view rest(drawn->str, drawn->len);
+  std::string text;
+  while (!rest.empty()) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    text.append(static_cast<std::size_t>(indent), ' ').append(line) += '\n';
+    rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+  }
   g_string_free(drawn, TRUE);
-  if (!text.ends_with('\n')) text += '\n';
   return text;
 }
 

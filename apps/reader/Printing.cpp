@@ -27,7 +27,7 @@ void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {
   std::string lines;
   for (const auto& card : cardsOf(stream)) lines += card->URL().absoluteString() + "\n";
   try {
-    writeWholeFile(host.file(numbersFile), lines, 0600);
+    writeWholeFile(host.file(numbersFile), lines, 0600, Durable::no);
   } catch (const Failure&) {
     // The page can be read all the same; only its numbers mean nothing.
   }

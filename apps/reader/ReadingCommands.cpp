@@ -81,7 +81,7 @@ void image(Host& host, const std::string& address, const std::string& out) {
   if (!out.empty()) {
     const Data bytes = originalBytes(host, url);
     if (out == "-") return host.output().write(bytes.view());
-    writeWholeFile(out, bytes.view(), 0644);
+    writeWholeFile(out, bytes.view(), 0644, Durable::yes);
   }
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
   if (out.empty()) {

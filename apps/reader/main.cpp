@@ -62,7 +62,7 @@ int usage(const CLI::App& app, const CLI::ParseError& error) {
     return 0;
   }
   std::cerr << "error: " << printableLine(sentenceFor(app, error))
-            << "\nRun with --help to see what is understood.\n";
+            << "; --help tells what is understood\n";
   return usageStatus;
 }
 

@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "apps/sample_service/SampleService.h"
+#include "tests/reader/ReaderProcess.h"
+
+namespace paperloom {
+namespace {
+
+using test::Reader;
+using test::ReaderOutcome;
+using test::ReaderRun;
+
+TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
+  const auto service = std::move(*sample::SampleService::start());
+  const std::string port = std::to_string(service->port());
+  struct Case {
+    std::vector<std::string> arguments;
+    std::string input;
+    int status;
+    std::string error;  // how the line begins
+  };
+  const Case cases[] = {
+      {{"parse", "config", "-"},
+       R"({"sectionMetaData": [{}], "globalMetaData": {}})",
+       1,
+       "error: parsingFailed: failed to parse JSON into section meta data\n"},
+      {{"parse", "article", "-"}, "{\"headline\": ", 1, "error: decoder: "},
+      {{"parse", "article", "-"},
+       "[]",
+       1,
+       "error: parsingFailed: failed to parse top level object in JSON Article\n"},
+      {{"parse", "authorisation", "-"},
+       "{}",
+       1,
+       "error: parsingFailed: Content Authorisation missing one or more tokens\n"},
+      {{"parse", "stream", "/nonexistent/file"},
+       "",
+       1,
+       "error: cannot read /nonexistent/file: No "},
+      {{"parse", "stream", "/"}, "", 1, "error: cannot read /: Is a directory\n"},
+      {{"article", "ftp://host/a"}, "", 1, "error: not an http or https URL: ftp://host/a\n"},
+      {{"article", "%%%"}, "", 1, "error: not an http or https URL: %%%\n"},
+      {{"article", "7"}, "", 1, "error: the front page printed last has no story 7"},
+      {{"image", service->baseURL() + "/config"}, "", 1, "error: no image can be loaded from "},
+      {{"--content-url", "nonsense", "config"}, "", 1, "error: --content-url is not an http"},
+      {{"article", service->baseURL() + "/none"}, "", 1, "error: networkError: no network error\n"},
+      {{"serve", "--port", port}, "", 1, "error: "},
+      {{}, "", 2, "error: say a command; "},
+      {{"frobnicate"}, "", 2, "error: "},
+      {{"article"}, "", 2, "error: url is required; "},
+      {{"parse", "poem", "-"}, "", 2, "error: kind: poem not in "},
+      {{"serve", "--port", "70000"}, "", 2, "error: --port: "},
+      {{"serve", "--status", "news"}, "", 2, "error: "},
+      {{"warm"}, "", 2, "error: name the URLs to warm, or say --stream\n"},
+      {{"warm", "--stream", "http://h/a"}, "", 2, "error: name the URLs to warm"},
+      {{"login", "a@b", "--password=hunter2"},
+       "",
+       2,
+       "error: there is more than this command understands: --password; "},
+      {{"--json", "demo"}, "", 2, "error: the demo is for people"},
+  };
+  for (const Case& each : cases) {
+    const Reader reader;
+    const ReaderOutcome outcome = reader.run(each.arguments, each.input);
+    SCOPED_TRACE(outcome.error);
+    EXPECT_EQ(outcome.status, each.status);
+    EXPECT_EQ(outcome.error.rfind(each.error, 0), 0U) << "expected " << each.error;
+    EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.error.find("hunter2"), std::string::npos);
+  }
+}
+
+TEST(Failure, outputThatCannotBeWrittenIsOne) {
+  ReaderRun run;
+  run.arguments = {"offline"};
+  run.outputFile = "/dev/full";
+  const ReaderOutcome outcome = Reader().run(run);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.error, "error: the output cannot be written: No space left on device\n");
+}
+
+struct TerminalCase {
+  const char* name;
+  bool terminal;
+  std::vector<std::pair<std::string, std::string>> environment;
+  bool colours;
+};
+
+const TerminalCase terminals[] = {
+    {"pipe", false, {{"TERM", "xterm-256color"}, {"COLORTERM", "truecolor"}}, false},
+    {"NO_COLOR", true, {{"TERM", "xterm-256color"}, {"NO_COLOR", "1"}}, false},
+    {"dumb", true, {{"TERM", "dumb"}}, false},
+    {"colours", true, {{"TERM", "xterm-256color"}}, true},
+};
+
+TEST(Terminal, showsColoursAndPicturesOnlyWhereItCan) {
+  for (const TerminalCase& each : terminals) {
+    SCOPED_TRACE(each.name);
+    for (const auto& arguments : {std::vector<std::string>{"offline"},
+                                  {"article", "articles/harbour-barrier-vote"},
+                                  {"image", "images/gallery-320.png"},
+                                  {"warm", "config"}}) {
+      ReaderRun run;
+      run.arguments = arguments;
+      run.terminal = each.terminal;
+      run.environment = each.environment;
+      const ReaderOutcome outcome = Reader().run(run);
+      EXPECT_EQ(outcome.status, 0) << outcome.error;
+      const bool escapes = outcome.out.find('\x1b') != std::string::npos;
+      EXPECT_EQ(escapes, each.colours && arguments[0] != "warm") << arguments[0];
+    }
+  }
+}
+
+TEST(Terminal, isNotSpokenToByDocuments) {
+  const std::string article =
+      "{\"headline\": \"\\u001b]0;owned\\u0007 \\u009b2J \\u202eabc\", \"body\": [{\"type\": "
+      "\"text\", \"text\": \"one\\u001b[31m\\rtwo\\u0008\"}], \"authors\": [{\"name\": "
+      "\"\\u001bc\"}]}";
+  for (const TerminalCase& each : terminals) {
+    ReaderRun run;
+    const Reader reader;
+    std::ofstream(reader.folder() / "article.json") << article;
+    run.arguments = {"parse", "article", (reader.folder() / "article.json").string()};
+    run.terminal = each.terminal;
+    run.environment = each.environment;
+    const ReaderOutcome outcome = reader.run(run);
+    EXPECT_EQ(outcome.status, 0) << outcome.error;
+    for (const char* bad : {"\x1b]", "\x1b[31",
+                            "\x1b"
+                            "c",
+                            "\x07", "\x08", "\xc2\x9b", "\xe2\x80\xae"}) {
+      EXPECT_EQ(outcome.out.find(bad), std::string::npos) << each.name;
+    }
+    EXPECT_NE(outcome.out.find("one[31m two"), std::string::npos) << outcome.out;
+  }
+}
+
+}  // namespace
+}  // namespace paperloom

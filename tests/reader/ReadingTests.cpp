@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "apps/sample_service/SampleService.h"
+#include "tests/reader/ReaderProcess.h"
+
+namespace paperloom {
+namespace {
+
+using JSON = nlohmann::ordered_json;
+using test::Reader;
+using test::ReaderOutcome;
+using test::ReaderRun;
+
+class ReadingCommands : public ::testing::Test {
+ protected:
+  JSON json(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "--json");
+    const ReaderOutcome outcome = reader_.run(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.error;
+    return JSON::parse(outcome.out, nullptr, false);
+  }
+
+  std::unique_ptr<sample::SampleService> service_ = std::move(*sample::SampleService::start());
+  Reader reader_{{"--content-url", service_->baseURL()}};
+};
+
+TEST_F(ReadingCommands, recordsArePrintedWholeAndSayWhereTheyCameFrom) {
+  const std::string article = service_->baseURL() + "/articles/storm-edda-live";
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> keys;
+    bool isRequest = true;
+  };
+  const Case cases[] = {
+      {{"config"}, {"sectionMetadata", "globalMetadata"}},
+      {{"stream"},
+       {"premiumColourSet", "premiumLabelColourSet", "sections", "sponsoredArticles",
+        "appMetadata"}},
+      {{"article", article},
+       {"headline", "type", "authors", "publishedTime", "isPremium", "leadContent", "contents",
+        "rating", "pageID", "sponsored", "sponsor", "websiteURL", "callToAction", "adZone",
+        "businessSegment", "registrationWallModel", "wallType", "canInjectOutbrain"}},
+      {{"image", "images/harbour-640.jpg"}, {"width", "height"}},
+      {{"offline"},
+       {"premiumColourSet", "premiumLabelColourSet", "sections", "sponsoredArticles",
+        "appMetadata"},
+       false},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.arguments[0]);
+    for (const char* source : {"network", "cache"}) {
+      const JSON record = json(each.arguments);
+      std::vector<std::string> keys = each.keys;
+      keys.insert(keys.end(), {"source", "age", "fetchedAt"});
+      std::vector<std::string> found;
+      for (const auto& [key, value] : record.items()) found.push_back(key);
+      EXPECT_EQ(found, keys);
+      EXPECT_EQ(record["source"], each.isRequest ? source : "library");
+      EXPECT_EQ(record["age"].is_null(), record["source"] != "cache");
+    }
+  }
+}
+
+TEST_F(ReadingCommands, variantsEnumerationsDatesAndMissingValuesHaveTheirForms) {
+  std::ofstream(reader_.folder() / "article.json") << R"({
+    "headline": " Title ", "type": "liveArticle", "datePublished": "2018-03-01T15:05:09+01:00",
+    "body": [{"type": "heading", "level": 2, "text": "h"}, {"type": "quiz"},
+             {"type": "particle", "embedSrc": "s"}, {"type": "livepost", "time": "2018-03-01T14:05:09Z"},
+             {"type": "image", "renditions": [{"url": "http://h/i", "width": 0, "height": 1}]}],
+    "registerWall": {"headline": "w", "dismissType": "soft", "primaryColour": "1",
+      "secondaryColour": "2", "accessibleColour": "3", "registerButtonText": "r",
+      "loginButtonText": "l", "channel": "c"}})";
+  const JSON article = json({"parse", "article", (reader_.folder() / "article.json").string()});
+  EXPECT_EQ(article["headline"], "Title");
+  EXPECT_EQ(article["type"], "liveArticle");
+  EXPECT_EQ(article["publishedTime"], "2018-03-01T14:05:09Z");
+  EXPECT_EQ(article["leadContent"], JSON({{"case", "unknown"}}));
+  EXPECT_TRUE(article["rating"].is_null());
+  EXPECT_EQ(article["wallType"]["case"], "regWall");
+  EXPECT_EQ(article["wallType"]["dismissType"], "soft");
+  EXPECT_EQ(article["registrationWallModel"]["wallDecorationColours"]["accessibleColourHex"], "3");
+  const JSON& blocks = article["contents"];
+  EXPECT_EQ(blocks[0], JSON({{"case", "heading"}, {"style", 2}, {"text", "h"}}));
+  EXPECT_EQ(blocks[1], JSON({{"case", "unknown"}}));
+  EXPECT_EQ(blocks[2]["particle"]["embedSrc"], "s");
+  EXPECT_EQ(blocks[3]["time"], "2018-03-01T14:05:09Z");
+  EXPECT_EQ(blocks[4]["asset"]["type"], "image");
+  EXPECT_TRUE(blocks[4]["asset"]["aspectRatio"].is_null());  // infinite
+}
+
+TEST_F(ReadingCommands, whatWasReadIsStillReadWhenTheServiceIsGone) {
+  const std::string picture = (reader_.folder() / "picture.jpg").string();
+  for (const bool gone : {false, true}) {
+    if (gone) service_->stop();
+    const ReaderOutcome page = reader_.run({"stream", "--sections", "sport,news"});
+    EXPECT_EQ(page.status, 0) << page.error;
+    EXPECT_LT(page.out.find("Sport ──"), page.out.find("News ──"));
+    EXPECT_NE(page.out.find(gone ? "from the cache, fetched" : "from the network"),
+              std::string::npos);
+    const ReaderOutcome story = reader_.run({"article", "1"});
+    EXPECT_EQ(story.status, 0) << story.error;
+    const ReaderOutcome image = reader_.run({"image", "images/harbour-640.jpg", "--out", picture});
+    EXPECT_EQ(image.status, 0) << image.error;
+  }
+  std::ifstream saved(picture, std::ios::binary);
+  EXPECT_EQ(saved.get(), 0xFF);  // as the server sent it
+  const ReaderOutcome unread = reader_.run({"article", "articles/tide-mill-turns"});
+  EXPECT_EQ(unread.status, 1);
+  EXPECT_EQ(unread.error.rfind("error: networkError: no network error : ", 0), 0U) << unread.error;
+}
+
+TEST_F(ReadingCommands, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
+  service_->setFaults(*sample::FaultPlan::parse("status=/articles/storm-edda-live:500"));
+  const ReaderOutcome first = reader_.run({"--json", "warm", "--stream", "--sections", "news"});
+  EXPECT_EQ(first.status, 1);
+  EXPECT_EQ(first.error, "error: 1 document could not be fetched\n");
+  std::istringstream lines(first.out);
+  std::map<std::string, int> results;
+  int images = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const JSON item = JSON::parse(line, nullptr, false);
+    ++results[item["result"]];
+    EXPECT_EQ(item["statusCode"], item["result"] == "failedStatusCode" ? JSON(500) : JSON());
+    EXPECT_EQ(item["bytes"].is_null(), item["result"] == "failedStatusCode");
+    if (item["url"].get<std::string>().find("/images/") != std::string::npos) ++images;
+  }
+  EXPECT_EQ(results["failedStatusCode"], 1);
+  EXPECT_GT(results["success"], 10);
+  EXPECT_GT(images, 3);
+
+  service_->stop();
+  const std::string image = service_->baseURL() + "/images/harbour-640.jpg";
+  const std::string missing = service_->baseURL() + "/images/none.jpg";
+  EXPECT_EQ(JSON::parse(reader_.run({"--json", "warm", image}).out)["result"], "successFromCache");
+  for (const auto& arguments : {std::vector{missing}, std::vector<std::string>{image, "--force"}}) {
+    std::vector<std::string> all = {"--json", "warm"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const ReaderOutcome outcome = reader_.run(all);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(JSON::parse(outcome.out)["result"], "networkError");
+  }
+}
+
+TEST_F(ReadingCommands, theCacheIsListedExplainedAndCleared) {
+  EXPECT_EQ(json({"cache", "explain", "config"})["outcome"], "sent");
+  ASSERT_EQ(reader_.run({"config"}).status, 0);
+  EXPECT_EQ(json({"cache", "explain", "config"})["outcome"], "answeredFromCache");
+  const JSON entries = json({"cache", "list"})["entries"];
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_EQ(entries[0]["url"], service_->baseURL() + "/config");
+  EXPECT_GT(json({"cache"})["currentDiskUsage"], 0);
+  EXPECT_EQ(json({"cache", "clear"})["removed"], 1);
+  EXPECT_EQ(json({"cache", "stats"})["entries"], 0);
+}
+
+TEST_F(ReadingCommands, controlCCancelsAndLeavesTheCacheSound) {
+  for (const auto& arguments : {std::vector<std::string>{"stream"},
+                                {"article", "articles/tide-mill-turns"},
+                                {"warm", "--stream"}}) {
+    service_->setFaults(*sample::FaultPlan::parse(arguments[0] == "stream" ? "silent=/stream"
+                                                                           : "silent=/articles"));
+    service_->clearRequests();
+    ReaderRun run;
+    run.arguments = arguments;
+    run.interruptWhen = [&] { return !service_->requests().empty(); };
+    const ReaderOutcome outcome = reader_.run(run);
+    EXPECT_EQ(outcome.status, 130);
+    EXPECT_EQ(outcome.error, "");
+    service_->setFaults({});
+    EXPECT_EQ(reader_.run(arguments).status == 0, arguments[0] != "warm");  // one link is dead
+  }
+}
+
+TEST(EmbeddedService, isFoundAgainByTheNextReader) {
+  const Reader reader;
+  for (const char* source : {"network", "cache"}) {
+    const ReaderOutcome outcome = reader.run({"--json", "config"});
+    ASSERT_EQ(outcome.status, 0) << outcome.error;
+    EXPECT_EQ(JSON::parse(outcome.out)["source"], source);
+  }
+}
+
+TEST(Demo, goesThroughToTheOfflineStory) {
+  const ReaderOutcome outcome = Reader().run({"demo"});
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+  for (const char* part : {"is for premium readers", "Logged in; premium stories are open",
+                           "The story, offline", "from the cache, fetched"}) {
+    EXPECT_NE(outcome.out.find(part), std::string::npos) << part;
+  }
+}
+
+}  // namespace
+}  // namespace paperloom
