@@ -95,7 +95,7 @@ class PAPERLOOM_EXPORT JSONObjectList {
 };
 
 // A decoded JSON text (RFC 8259); any value may stand at the top level. A leading UTF-8 byte order
-// mark is skipped. Nesting deeper than 1,024 levels, whole numbers outside 64 bits, numbers beyond
+// mark is skipped. Nesting of 1,024 levels or more, whole numbers outside 64 bits, numbers beyond
 // the range of a double, invalid UTF-8 and texts of 4 GB or more are errors.
 class PAPERLOOM_EXPORT JSONDocument {
  public:

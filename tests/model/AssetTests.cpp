@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "paperloom/model/ArticleContentItem.h"
+#include "paperloom/model/ArticleHeader.h"
+#include "paperloom/model/Asset.h"
+#include "paperloom/model/Sponsor.h"
+#include "tests/model/Documents.h"
+
+namespace paperloom {
+namespace {
+
+using namespace test;
+
+json sized(const json& width, const json& height) {
+  return with(rendition, {{"width", width}, {"height", height}});
+}
+
+std::string sizes(const Asset& asset) {
+  std::string text;
+  for (const auto& each : asset.renditions) {
+    text += std::to_string(each.width) + "x" + std::to_string(each.height) + " ";
+  }
+  return text;
+}
+
+TEST(AssetTests, theFirstFailingCheckGivesItsText) {
+  const std::string shape = "parsingFailed: failed to parse JSON into Asset";
+  const std::string type = "parsingFailed: invalid asset type found";
+  const std::string embed = "parsingFailed: No video embed Id";
+  const std::string none = "parsingFailed: No renditions found";
+  const json video = with(image, {{"type", "video"}, {"videoEmbedId", "v"}});
+  const std::pair<json, std::string> table[] = {
+      {image, "parsed"},
+      {video, "parsed"},
+      {with(image, {{"type", absent}}), shape},
+      {with(image, {{"type", 1}}), shape},
+      {with(image, {{"renditions", absent}, {"type", "Video"}}), shape},
+      {with(image, {{"renditions", rendition}}), shape},
+      {with(image, {{"renditions", {rendition, nullptr}}}), shape},
+      {with(image, {{"type", "Video"}}), type},
+      {with(image, {{"type", "IMAGE"}}), type},
+      {with(image, {{"type", ""}, {"renditions", json::array()}}), type},
+      {with(video, {{"videoEmbedId", absent}, {"renditions", json::array()}}), embed},
+      {with(video, {{"videoEmbedId", 12345}}), embed},
+      {with(image, {{"renditions", json::array()}}), none},
+      {with(image, {{"renditions", {sized("640", 480), json::object()}}}), none},
+  };
+  for (const auto& [document, expected] : table) {
+    EXPECT_EQ(failure<Asset>(document), expected) << document;
+  }
+}
+
+TEST(AssetTests, optionalTextsOfAnotherTypeAreAbsent) {
+  const auto asset = parse<Asset>(with(image, {{"caption", 3},
+                                               {"copyright", "c"},
+                                               {"altText", nullptr},
+                                               {"videoEmbedId", "v"},
+                                               {"videoDuration", "1:05"}}));
+  EXPECT_EQ(asset->caption, std::nullopt);
+  EXPECT_EQ(asset->copyright, "c");
+  EXPECT_EQ(asset->altText, std::nullopt);
+  EXPECT_EQ(asset->videoEmbedId, "v");
+  EXPECT_EQ(asset->videoDuration, "1:05");
+}
+
+TEST(AssetTests, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
+  const auto asset = parse<Asset>(with(
+      image, {{"renditions",
+               {sized(1200, 800), with(rendition, {{"url", ""}}), sized(640.5, 1), sized(1e30, 1),
+                with(rendition, {{"url", "http://h/a b"}}), sized(300.0, 200), sized(600, 400),
+                sized("600", 400), sized(600, true), with(rendition, {{"url", absent}})}}}));
+  EXPECT_EQ(sizes(*asset), "300x200 600x400 1200x800 ");
+  EXPECT_DOUBLE_EQ(asset->aspectRatio(), 200.0 / 300.0);
+}
+
+TEST(AssetTests, aspectRatioDividesAsFloatingPointDoes) {
+  const auto ratio = [](int width, int height) {
+    return parse<Asset>(with(image, {{"renditions", {sized(width, height)}}}))->aspectRatio();
+  };
+  EXPECT_EQ(ratio(0, 5), std::numeric_limits<double>::infinity());
+  EXPECT_TRUE(std::isnan(ratio(0, 0)));
+  EXPECT_EQ(ratio(-2, 1), -0.5);
+  Asset bare = *parse<Asset>(image);
+  bare.renditions.clear();
+  EXPECT_EQ(bare.aspectRatio(), 0);
+}
+
+TEST(AssetTests, aHundredThousandRenditionsOfMixedSizesAreOrderedWhereTheyCompare) {
+  std::mt19937 random(7);
+  json list = json::array();
+  for (int i = 0; i < 100'000; ++i) {
+    list.push_back(with(sized(random() % 300, random() % 300), {{"url", std::to_string(i)}}));
+  }
+  const auto asset = parse<Asset>(with(image, {{"renditions", list}}));
+  ASSERT_EQ(asset->renditions.size(), 100'000U);
+  // Any rendition is after those that it covers: checked against a spread of the others.
+  for (std::size_t i = 0; i < asset->renditions.size(); i += 97) {
+    for (std::size_t j = i + 1; j < asset->renditions.size(); j += 1009) {
+      const auto& a = asset->renditions[i];
+      const auto& b = asset->renditions[j];
+      ASSERT_FALSE(b.width <= a.width && b.height <= a.height &&
+                   (b.width != a.width || b.height != a.height));
+    }
+  }
+  for (std::size_t i = 1; i < asset->renditions.size(); ++i) {
+    const auto& a = asset->renditions[i - 1];
+    const auto& b = asset->renditions[i];
+    if (a.width != b.width || a.height != b.height) continue;
+    ASSERT_LT(std::stoi(a.url.absoluteString()), std::stoi(b.url.absoluteString()));
+  }
+}
+
+TEST(AuthorTests, entriesWithoutANameAreDropped) {
+  const auto document = JSONDocument::parse(
+      R"({"authors":[{"name":"A"},{"jobTitle":"Editor"},{"name":1},{"name":"B","jobTitle":"Editor"}]})");
+  const auto authors = Author::parseList(*document->object()->objects("authors"));
+  ASSERT_EQ(authors.size(), 2U);
+  EXPECT_EQ(authors[0].name, "A");
+  EXPECT_EQ(authors[0].jobTitle, std::nullopt);
+  EXPECT_EQ(authors[1].name, "B");
+  EXPECT_EQ(authors[1].jobTitle, "Editor");
+}
+
+TEST(SponsorTests, failuresNameTheOffendingValues) {
+  const json good = {{"image", "https://s.example/logo.png"}, {"campaignId", "c"}};
+  expectRequired<Sponsor>(good, {"image", "campaignId"},
+                          "parsingFailed: failed to parse JSON into sponsor");
+  const std::string invalid = "parsingFailed: invalid url [ ";
+  const std::pair<json, std::string> table[] = {
+      {with(good, {{"image", ""}}), invalid + " ] for sponsor with url nil"},
+      {with(good, {{"image", "a b"}, {"url", "x"}}), invalid + "a b ] for sponsor with url \"x\""},
+      {with(good, {{"image", "%"}, {"url", {1, nullptr}}}),
+       invalid + "% ] for sponsor with url [1,null]"},
+  };
+  for (const auto& [document, expected] : table) EXPECT_EQ(failure<Sponsor>(document), expected);
+}
+
+TEST(SponsorTests, anUnusableLinkOrNameIsAbsent) {
+  const json good = {
+      {"image", "https://s.example/logo.png"}, {"campaignId", "c"}, {"byline", "by"}};
+  const std::pair<json, bool> table[] = {{"https://s.example/", true},
+                                         {"page", true},
+                                         {"", false},
+                                         {"a b", false},
+                                         {4, false},
+                                         {absent, false}};
+  for (const auto& [url, there] : table) {
+    const auto sponsor = *parse<Sponsor>(with(good, {{"url", url}, {"name", 7}}));
+    EXPECT_EQ(sponsor->url().has_value(), there) << url;
+    EXPECT_EQ(sponsor->name(), std::nullopt);
+    EXPECT_EQ(sponsor->byline(), "by");
+  }
+}
+
+}  // namespace
+}  // namespace paperloom

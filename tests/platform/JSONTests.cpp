@@ -1,0 +1,129 @@
+#include "paperloom/platform/JSON.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "tests/support/Split.h"
+
+namespace paperloom {
+namespace {
+
+const char* const values = R"({
+  "text": "\u00e9", "empty": "", "yes": true, "no": false, "null": null, "one": 1, "zero": -0.0,
+  "least": -9223372036854775808, "most": 9223372036854775807, "beyond": 9223372036854775808,
+  "whole": 640.0, "exponent": 64e1, "half": 0.5, "huge": 1e30, "2^63": 9223372036854775808.0,
+  "object": {"a": {"b": "c"}}, "objects": [{"n": 1}, {}, {"n": 3}], "mixed": [{}, []],
+  "strings": ["a", "b"], "numbers": [1], "none": [], "twice": "first", "twice": "second",
+  "shadowed": null, "shadowed": "text"
+})";
+
+TEST(JSONTests, aValueCountsOnlyWithExactlyTheAskedType) {
+  const auto document = JSONDocument::parse(values);
+  const JSONObject json = *document->object();
+  for (const char* key : {"text", "empty", "yes", "no", "null", "one", "half", "object", "objects",
+                          "mixed", "strings", "numbers", "none", "missing", ""}) {
+    SCOPED_TRACE(key);
+    const std::string name = key;
+    EXPECT_EQ(json.string(key).has_value(), name == "text" || name == "empty");
+    EXPECT_EQ(json.boolean(key).has_value(), name == "yes" || name == "no");
+    EXPECT_EQ(json.integer(key).has_value(), name == "one");
+    EXPECT_EQ(json.object(key).has_value(), name == "object");
+    EXPECT_EQ(json.objects(key).has_value(), name == "objects" || name == "none");
+    EXPECT_EQ(json.strings(key).has_value(), name == "strings" || name == "none");
+  }
+  EXPECT_EQ(json.string("text"), "\u00e9");
+  EXPECT_EQ(json.object("object")->object("a")->string("b"), "c");
+  EXPECT_EQ(json.string("twice"), "first");
+  EXPECT_EQ(json.string("shadowed"), std::nullopt);
+}
+
+TEST(JSONTests, integersAreNumbersOfIntegralValueWithinTheirRange) {
+  const auto document = JSONDocument::parse(values);
+  const std::pair<const char*, std::optional<std::int64_t>> table[] = {
+      {"one", 1},
+      {"zero", 0},
+      {"least", std::numeric_limits<std::int64_t>::min()},
+      {"most", std::numeric_limits<std::int64_t>::max()},
+      {"beyond", std::nullopt},
+      {"2^63", std::nullopt},
+      {"whole", 640},
+      {"exponent", 640},
+      {"half", std::nullopt},
+      {"huge", std::nullopt},
+  };
+  for (const auto& [key, expected] : table) {
+    EXPECT_EQ(document->object()->integer(key), expected) << key;
+  }
+}
+
+TEST(JSONTests, listsOfObjectsAreWalkedInOrder) {
+  const auto document = JSONDocument::parse(values);
+  const auto list = document->object()->objects("objects");
+  std::string all;
+  for (const JSONObject& object : *list) all += std::to_string(object.integer("n").value_or(0));
+  EXPECT_EQ(all, "103");
+  EXPECT_EQ(list->size(), 3U);
+  EXPECT_EQ(JSONObjectList().begin(), JSONObjectList().end());
+}
+
+TEST(JSONTests, descriptionsAreCompactTextAndNilForAnAbsentKey) {
+  const auto document = JSONDocument::parse(values);
+  const JSONObject json = *document->object();
+  EXPECT_EQ(json.debugDescription("objects"), R"([{"n":1},{},{"n":3}])");
+  EXPECT_EQ(json.debugDescription("text"), "\"\u00e9\"");
+  EXPECT_EQ(json.debugDescription("null"), "null");
+  EXPECT_EQ(json.debugDescription("missing"), "nil");
+}
+
+std::string nested(std::size_t levels) {
+  return std::string(levels, '[') + std::string(levels, ']');
+}
+
+TEST(JSONTests, whatIsNoJSONTextIsAnErrorWithTheDecodersWords) {
+  auto invalid = test::split(
+      "|\xEF\xBB\xBF|\xEF\xBB\xBF\xEF\xBB\xBF{}| \n|{|{\"a\":1,}|{} {}|nul|'a'|{\"a\":\"\xff\"}|"
+      "\"\xED\xA0\x80\"|\"\\ud800\"|\"\\x\"|\"a\nb\"|01|1.|NaN|18446744073709551616|1e999");
+  for (const char byte : {'9', '[', '{'}) invalid.emplace_back(100'000, byte);
+  invalid.insert(invalid.end(), {std::string("\"a\0b\"", 5), nested(1025), nested(100'000)});
+  for (const std::string& text : invalid) {
+    const auto document = JSONDocument::parse(text);
+    ASSERT_FALSE(document) << text.substr(0, 40);
+    EXPECT_FALSE(document.error().localizedDescription.empty());
+  }
+  for (const std::string& text : {nested(1000), std::string("3"), std::string("\xEF\xBB\xBFnull"),
+                                  std::string("18446744073709551615"), std::string("1e-999")}) {
+    const auto document = JSONDocument::parse(text);
+    ASSERT_TRUE(document) << text.substr(0, 40);
+    EXPECT_FALSE(document->object());
+  }
+}
+
+// Documents share their thread's working memory in turn; those alive at once must not.
+TEST(JSONTests, documentsLiveOnBesideLaterOnesOfAnySizeAndOnOtherThreads) {
+  const auto text = [](int number, std::size_t size) {
+    return "{\"n\":" + std::to_string(number) + ",\"pad\":\"" + std::string(size, 'x') + "\"}";
+  };
+  std::vector<JSONDocument> documents;
+  const std::size_t sizes[] = {0, 100, 5'000'000, 10, 3'000'000, 200'000, 1};
+  for (int round = 0; round < 2; ++round) {
+    documents.clear();
+    for (int i = 0; i < 7; ++i) {
+      std::string bytes = text(i, sizes[i]);
+      if (i % 2 == 1) bytes.reserve(bytes.size() + 64);
+      documents.push_back(*JSONDocument::parse(Data(std::move(bytes))));
+      EXPECT_FALSE(JSONDocument::parse("{\"n\":"));
+    }
+    for (int i = 0; i < 7; ++i) {
+      const JSONObject json = *documents[static_cast<std::size_t>(i)].object();
+      EXPECT_EQ(json.integer("n"), i);
+      EXPECT_EQ(json.stringView("pad")->size(), sizes[i]);
+    }
+  }
+  std::async(std::launch::async, [&] { documents.clear(); }).get();
+  auto elsewhere = std::async(std::launch::async, [&] { return JSONDocument::parse(text(9, 5)); });
+  EXPECT_EQ(elsewhere.get()->object()->integer("n"), 9);
+}
+
+}  // namespace
+}  // namespace paperloom
