@@ -121,6 +121,16 @@ TEST(Connections, tasksWaitInOrderOfPriorityAndThenOfArrival) {
                                              "/low"}));
 }
 
+TEST(Connections, namesAreLookedUpForEverySessionAndRequest) {
+  ScriptedServer server([](const Request&) { return then(answer("x"), closeConnection()); });
+  const std::string port = server.url().origin().substr(16);
+  const URL byName = *URL::parse("http://localhost" + port);
+  for (int i = 0; i < 5; ++i) {
+    URLSession session({});
+    for (int j = 0; j < 3; ++j) EXPECT_EQ(fetch(session, URLRequest(byName)).body(), "x");
+  }
+}
+
 TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
   struct Case {
     const char* what;

@@ -1,6 +1,7 @@
 #include "paperloom/platform/internal/CurlLoop.h"
 
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,11 +25,9 @@ CurlLoop::CurlLoop(int maximumConnectionsPerHost)
     : multi_(curl_multi_init()),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  epoll_event interest{};
-  interest.events = EPOLLIN;
-  interest.data.fd = event_;
-  usable_ = multi_ != nullptr && epoll_ctl(epoll_, EPOLL_CTL_ADD, event_, &interest) == 0;
+  usable_ = multi_ != nullptr && epoll_ >= 0 && event_ >= 0;
   if (!usable_) return;
+  change(EPOLL_CTL_ADD, event_, EPOLLIN);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
@@ -90,6 +89,13 @@ void CurlLoop::moveOn(const Ready& ready) {
       [[maybe_unused]] const auto size = read(event_, &ignored, sizeof ignored);
       continue;
     }
+    const auto known = watched_.find(event.data.fd);
+    if (known == watched_.end()) continue;
+    if (!known->second.wanted) {  // the server has something to say to an idle connection
+      change(EPOLL_CTL_DEL, event.data.fd, 0);
+      known->second.events = 0;
+      continue;
+    }
     int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
     if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) bits = 0;  // libcurl looks for itself
@@ -98,20 +104,45 @@ void CurlLoop::moveOn(const Ready& ready) {
   }
 }
 
-int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void* known) {
-  auto* loop = static_cast<CurlLoop*>(self);
+int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void*) {
+  auto& loop = *static_cast<CurlLoop*>(self);
+  Watched& watched = loop.watched_[socket];
   if (what == CURL_POLL_REMOVE) {
-    epoll_ctl(loop->epoll_, EPOLL_CTL_DEL, socket, nullptr);
+    watched.wanted = false;
+    if (watched.isOurs) return 0;
+    // One that libcurl made for itself may be closed without a word.
+    loop.change(EPOLL_CTL_DEL, socket, 0);
+    loop.watched_.erase(socket);
     return 0;
   }
-  epoll_event interest{};
-  interest.events = ((what & CURL_POLL_IN) != 0 ? std::uint32_t{EPOLLIN} : 0U) |
-                    ((what & CURL_POLL_OUT) != 0 ? std::uint32_t{EPOLLOUT} : 0U);
-  interest.data.fd = socket;
-  const int change = known != nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-  if (known == nullptr) curl_multi_assign(loop->multi_, socket, self);
-  epoll_ctl(loop->epoll_, change, socket, &interest);  // a failure shows as an idle timeout
+  const std::uint32_t events = ((what & CURL_POLL_IN) != 0 ? std::uint32_t{EPOLLIN} : 0U) |
+                               ((what & CURL_POLL_OUT) != 0 ? std::uint32_t{EPOLLOUT} : 0U);
+  if (watched.events != events) {
+    loop.change(watched.events == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, events);
+  }
+  watched.events = events;
+  watched.wanted = true;
   return 0;
+}
+
+// A failure shows as an idle timeout.
+void CurlLoop::change(int operation, curl_socket_t socket, std::uint32_t events) {
+  epoll_event interest{};
+  interest.events = events;
+  interest.data.fd = socket;
+  epoll_ctl(epoll_, operation, socket, &interest);
+}
+
+curl_socket_t CurlLoop::openSocket(const curl_sockaddr& address) {
+  const curl_socket_t made =
+      socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (made >= 0) watched_[made] = {.isOurs = true};
+  return made < 0 ? CURL_SOCKET_BAD : made;
+}
+
+int CurlLoop::onCloseSocket(void* self, curl_socket_t socket) noexcept {
+  static_cast<CurlLoop*>(self)->watched_.erase(socket);  // epoll forgets it by itself
+  return close(socket);
 }
 
 int CurlLoop::onTimer(CURLM*, long milliseconds, void* self) {

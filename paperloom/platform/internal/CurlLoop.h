@@ -5,8 +5,9 @@
 
 #include <array>
 #include <chrono>
-#include <functional>
+#include <cstdint>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 namespace paperloom::internal {
@@ -31,6 +32,10 @@ class CurlLoop {
     CURL* handle;
     CURLcode code;
   };
+  // How libcurl is to open and close its sockets, so that the loop knows them.
+  curl_socket_t openSocket(const curl_sockaddr& address);
+  static int onCloseSocket(void* self, curl_socket_t socket) noexcept;
+
   // Starts what has been added and runs the timers that are due, then tells which transfers have
   // finished; those are still to be removed. The next call invalidates the list.
   const std::vector<Finished>& advance();
@@ -53,13 +58,23 @@ class CurlLoop {
   void wake();
 
  private:
-  static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void* known);
+  // What epoll knows of a socket. One of ours that libcurl has lost interest in, since its transfer
+  // is over, stays with epoll: its next transfer will most likely ask for the same.
+  struct Watched {
+    std::uint32_t events = 0;  // none: epoll does not know it
+    bool wanted = false;
+    bool isOurs = false;
+  };
+  void change(int operation, curl_socket_t socket, std::uint32_t events);
+
+  static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void*);
   static int onTimer(CURLM* multi, long milliseconds, void* self);
 
   CURLM* multi_ = nullptr;
   int epoll_ = -1;
   int event_ = -1;
   bool usable_ = false;
+  std::unordered_map<curl_socket_t, Watched> watched_;
   std::optional<Clock::time_point> timer_;
   std::vector<Finished> finished_;
 };

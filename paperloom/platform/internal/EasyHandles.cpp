@@ -47,8 +47,8 @@ void secure(CURL* handle) {
 
 }  // namespace
 
-EasyHandles::EasyHandles(const URLSessionConfiguration& configuration)
-    : configuration_(configuration) {}
+EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop)
+    : configuration_(configuration), loop_(loop) {}
 
 EasyHandles::~EasyHandles() { clear(); }
 
@@ -77,6 +77,8 @@ CURL* EasyHandles::make() const {
   if (handle == nullptr) return nullptr;
   secure(handle);
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &CurlLoop::onCloseSocket);
+  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &loop_);
   // A name that is still being looked up must not hold up the loop when its request is given up.
   curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);

@@ -18,7 +18,7 @@ SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, SerialQue
     : configuration_(configuration),
       callbacks_(callbacks),
       curl_(configuration.httpMaximumConnectionsPerHost),
-      handles_(configuration),
+      handles_(configuration, curl_),
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
 SessionLoop::~SessionLoop() = default;
@@ -159,7 +159,7 @@ void SessionLoop::send(Entry& entry, URLRequest request) {
   CURL* const handle = handles_.take();
   if (handle != nullptr) {
     entry.transfer =
-        std::make_unique<Transfer>(handle, std::move(request), configuration_, *entry.task);
+        std::make_unique<Transfer>(handle, curl_, std::move(request), configuration_, *entry.task);
     transfers_[handle] = &entry;
     nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
     if (curl_.add(handle)) return;

@@ -1,7 +1,5 @@
 #include "paperloom/platform/internal/Transfer.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -23,9 +21,10 @@ bool namesSeveralCodings(const HTTPHeaders& fields) {
 
 }  // namespace
 
-Transfer::Transfer(CURL* handle, URLRequest request, const URLSessionConfiguration& configuration,
-                   TaskCore& task)
+Transfer::Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+                   const URLSessionConfiguration& configuration, TaskCore& task)
     : handle_(handle),
+      loop_(loop),
       request_(std::move(request)),
       configuration_(configuration),
       task_(task),
@@ -154,7 +153,7 @@ int Transfer::onResolve(void*, void*, void* self) noexcept {
 curl_socket_t Transfer::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
-  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  return transfer.loop_.openSocket(*address);
 }
 
 bool Transfer::fail(Code code, std::string text) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "paperloom/platform/internal/ContentDecoder.h"
+#include "paperloom/platform/internal/CurlLoop.h"
 #include "paperloom/platform/internal/ResponseHead.h"
 #include "paperloom/platform/internal/TaskCore.h"
 
@@ -27,10 +28,10 @@ struct TransferResult {
   Date responseTime{};
 };
 
-// libcurl handles for reuse, with the options that no request changes.
+// libcurl handles for one loop, kept for reuse, with the options that no request changes.
 class EasyHandles {
  public:
-  explicit EasyHandles(const URLSessionConfiguration& configuration);
+  EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop);
   ~EasyHandles();
   EasyHandles(const EasyHandles&) = delete;
   EasyHandles& operator=(const EasyHandles&) = delete;
@@ -43,6 +44,7 @@ class EasyHandles {
   CURL* make() const;
 
   const URLSessionConfiguration& configuration_;
+  CurlLoop& loop_;
   std::vector<CURL*> idle_;
 };
 
@@ -57,8 +59,8 @@ class Transfer {
   using Clock = std::chrono::steady_clock;
 
   // `request` has been found fit to be sent. Counts the bytes of the body in `task`.
-  Transfer(CURL* handle, URLRequest request, const URLSessionConfiguration& configuration,
-           TaskCore& task);
+  Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+           const URLSessionConfiguration& configuration, TaskCore& task);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -91,6 +93,7 @@ class Transfer {
   TransferResult result();
 
   CURL* const handle_;
+  CurlLoop& loop_;
   const URLRequest request_;
   const URLSessionConfiguration& configuration_;
   TaskCore& task_;

@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/support/Fetch.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TLSServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace paperloom::test {
+namespace {
+
+using Code = URLError::Code;
+
+const std::string whole = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\nbody";
+
+// Environment variables for the length of a test.
+class Environment {
+ public:
+  explicit Environment(std::vector<std::pair<const char*, std::string>> variables)
+      : variables_(std::move(variables)) {
+    for (const auto& [name, value] : variables_) ::setenv(name, value.c_str(), 1);
+  }
+  ~Environment() {
+    for (const auto& [name, value] : variables_) ::unsetenv(name);
+  }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+ private:
+  const std::vector<std::pair<const char*, std::string>> variables_;
+};
+
+TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenTo) {
+  const TemporaryFolder folder;
+  const auto failed = Code::secureConnectionFailed;
+  struct Case {
+    const char* what;
+    TLSServer::Options options;
+    bool trusted;
+    std::optional<Code> error;
+  };
+  const Case cases[] = {
+      {"trusted", {.answer = whole}, true, {}},
+      {"not trusted", {.answer = whole}, false, failed},
+      {"another name", {.answer = whole, .subject = "DNS:other.invalid"}, true, failed},
+      {"expired", {.answer = whole, .daysValid = -1}, true, failed},
+      {"TLS 1.1", {.answer = whole, .onlyTLS11 = true}, true, failed},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TLSServer server(c.options);
+    server.writeAuthority(folder.path() / "authority.pem");
+    // None of these may bring trust that the configuration does not.
+    const Environment tempting({{"SSL_CERT_FILE", (folder.path() / "authority.pem").string()},
+                                {"CURL_CA_BUNDLE", (folder.path() / "authority.pem").string()},
+                                {"SSL_CERT_DIR", folder.path().string()}});
+    URLSessionConfiguration configuration;
+    if (c.trusted) {
+      configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
+    }
+    URLSession session(configuration);
+    const Answer received = fetch(session, URLRequest(server.url()));
+    EXPECT_EQ(received.code(), c.error);
+    EXPECT_EQ(server.requests(), c.error ? 0 : 1);
+    EXPECT_EQ(received.body(), c.error ? "no data" : "body");
+  }
+}
+
+TEST(Security, aMissingOrBrokenAuthorityFileTrustsNobody) {
+  const TemporaryFolder folder;
+  TLSServer server({.answer = whole});
+  std::ofstream(folder.path() / "broken.pem") << "-----BEGIN CERTIFICATE-----\nnonsense\n";
+  for (const char* file : {"missing.pem", "broken.pem"}) {
+    URLSessionConfiguration configuration;
+    configuration.additionalCertificateAuthorities = folder.path() / file;
+    URLSession session(configuration);
+    EXPECT_EQ(fetch(session, URLRequest(server.url())).code(), Code::secureConnectionFailed);
+  }
+}
+
+TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
+  const TemporaryFolder folder;
+  ScriptedServer plain(answer("stolen"));
+  TLSServer server({.answer = "HTTP/1.1 302 Found\r\nLocation: " + plain.url().absoluteString() +
+                              "\r\nContent-Length: 0\r\n\r\n"});
+  server.writeAuthority(folder.path() / "authority.pem");
+  URLSessionConfiguration configuration;
+  configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
+  URLSession session(configuration);
+  EXPECT_EQ(fetch(session, URLRequest(server.url())).code(), Code::redirectRefused);
+  EXPECT_EQ(plain.connections(), 0);
+}
+
+TEST(Security, passwordsOfTheUsersNetrcAreNeverSent) {
+  const TemporaryFolder folder;
+  std::ofstream(folder.path() / ".netrc") << "machine 127.0.0.1 login user password secret\n";
+  const Environment home({{"HOME", folder.path().string()}});
+  ScriptedServer server(answer("x"));
+  URLSession session({});
+  fetch(session, URLRequest(server.url()));
+  EXPECT_EQ(server.requests().at(0).field("Authorization"), "");
+}
+
+TEST(Security, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
+  ScriptedServer proxy(answer("by proxy"));
+  const std::string address = proxy.url().origin();
+  const URL target = *URL::parse("http://name.invalid/page");
+  {
+    URLSessionConfiguration configuration;
+    configuration.proxy = address;
+    URLSession session(configuration);
+    EXPECT_EQ(fetch(session, URLRequest(target)).body(), "by proxy");
+    EXPECT_EQ(proxy.requests().at(0).target, "http://name.invalid/page");
+  }
+  const Environment variables({{"http_proxy", address}, {"no_proxy", "name2.invalid"}});
+  URLSession session({});
+  EXPECT_EQ(fetch(session, URLRequest(target)).body(), "by proxy");
+  EXPECT_EQ(fetch(session, URLRequest(*URL::parse("http://name2.invalid/"))).code(),
+            Code::cannotFindHost);
+}
+
+}  // namespace
+}  // namespace paperloom::test

@@ -1,0 +1,124 @@
+#include "tests/support/TLSServer.h"
+
+#include <arpa/inet.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <stdexcept>
+
+namespace paperloom::test {
+namespace {
+
+template <auto free>
+struct Free {
+  template <class T>
+  void operator()(T* pointer) const {
+    free(pointer);
+  }
+};
+using Key = std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>>;
+using Certificate = std::unique_ptr<X509, Free<X509_free>>;
+using Context = std::unique_ptr<SSL_CTX, Free<SSL_CTX_free>>;
+
+void addExtension(X509* certificate, int kind, const std::string& value) {
+  X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str());
+  X509_add_ext(certificate, extension, -1);
+  X509_EXTENSION_free(extension);
+}
+
+Certificate makeCertificate(const char* name, EVP_PKEY* key, int daysValid, X509* issuer,
+                            EVP_PKEY* issuerKey, int extension, const std::string& value) {
+  Certificate made(X509_new());
+  X509_set_version(made.get(), 2);
+  ASN1_INTEGER_set(X509_get_serialNumber(made.get()), issuer == nullptr ? 1 : 2);
+  constexpr long day = 24 * 60 * 60;
+  X509_gmtime_adj(X509_getm_notBefore(made.get()), -30 * day);
+  X509_gmtime_adj(X509_getm_notAfter(made.get()), daysValid * day);
+  X509_NAME_add_entry_by_txt(X509_get_subject_name(made.get()), "CN", MBSTRING_ASC,
+                             reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
+  X509_set_issuer_name(made.get(), X509_get_subject_name(issuer != nullptr ? issuer : made.get()));
+  X509_set_pubkey(made.get(), key);
+  addExtension(made.get(), extension, value);
+  X509_sign(made.get(), issuerKey, EVP_sha256());
+  return made;
+}
+
+}  // namespace
+
+struct TLSServer::Secrets {
+  Key authorityKey{EVP_EC_gen("P-256")};
+  Key key{EVP_EC_gen("P-256")};
+  Certificate authority;
+  Certificate certificate;
+  Context context{SSL_CTX_new(TLS_server_method())};
+};
+
+TLSServer::TLSServer(const Options& options)
+    : answer_(options.answer), secrets_(std::make_unique<Secrets>()) {
+  std::signal(SIGPIPE, SIG_IGN);  // clients that do not trust us leave early
+  Secrets& s = *secrets_;
+  s.authority = makeCertificate("test authority", s.authorityKey.get(), 1, nullptr,
+                                s.authorityKey.get(), NID_basic_constraints, "critical,CA:TRUE");
+  s.certificate = makeCertificate("test server", s.key.get(), options.daysValid, s.authority.get(),
+                                  s.authorityKey.get(), NID_subject_alt_name, options.subject);
+  SSL_CTX_use_certificate(s.context.get(), s.certificate.get());
+  SSL_CTX_use_PrivateKey(s.context.get(), s.key.get());
+  if (options.onlyTLS11) {
+    SSL_CTX_set_security_level(s.context.get(), 0);
+    SSL_CTX_set_min_proto_version(s.context.get(), TLS1_1_VERSION);
+    SSL_CTX_set_max_proto_version(s.context.get(), TLS1_1_VERSION);
+  }
+  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  if (bind(listener_, generic, size) != 0 || listen(listener_, 16) != 0 ||
+      getsockname(listener_, generic, &size) != 0) {
+    throw std::runtime_error("no loopback port");
+  }
+  port_ = ntohs(address.sin_port);
+  thread_ = std::thread([this] { serve(); });
+}
+
+TLSServer::~TLSServer() {
+  ::shutdown(listener_, SHUT_RDWR);
+  thread_.join();
+  ::close(listener_);
+}
+
+URL TLSServer::url() const {
+  return *URL::parse("https://127.0.0.1:" + std::to_string(port_) + "/");
+}
+
+void TLSServer::writeAuthority(const std::filesystem::path& file) const {
+  std::FILE* out = std::fopen(file.c_str(), "w");
+  PEM_write_X509(out, secrets_->authority.get());
+  std::fclose(out);
+}
+
+void TLSServer::serve() {
+  while (true) {
+    const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (connection < 0) return;
+    std::unique_ptr<SSL, Free<SSL_free>> tls(SSL_new(secrets_->context.get()));
+    SSL_set_fd(tls.get(), connection);
+    char request[4096];
+    if (SSL_accept(tls.get()) == 1 && SSL_read(tls.get(), request, sizeof request) > 0) {
+      ++requests_;
+      SSL_write(tls.get(), answer_.data(), static_cast<int>(answer_.size()));
+      SSL_shutdown(tls.get());
+    }
+    tls.reset();
+    ::close(connection);
+  }
+}
+
+}  // namespace paperloom::test

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "paperloom/platform/URL.h"
+
+namespace paperloom::test {
+
+// An https server on a loopback port that gives every request the same bytes, behind a certificate
+// made for the occasion. One connection at a time, closed after its answer.
+class TLSServer {
+ public:
+  struct Options {
+    std::string answer{};
+    std::string subject = "IP:127.0.0.1";  // the subjectAltName of the certificate
+    int daysValid = 1;                     // negative: it has expired
+    bool onlyTLS11 = false;
+  };
+  explicit TLSServer(const Options& options);
+  ~TLSServer();
+  TLSServer(const TLSServer&) = delete;
+  TLSServer& operator=(const TLSServer&) = delete;
+
+  URL url() const;
+  // Writes the certificate that vouches for the server's, in PEM.
+  void writeAuthority(const std::filesystem::path& file) const;
+  // How many requests came through the handshake.
+  int requests() const { return requests_; }
+
+ private:
+  struct Secrets;
+  void serve();
+
+  const std::string answer_;
+  std::unique_ptr<Secrets> secrets_;
+  int listener_ = -1;
+  int port_ = 0;
+  std::atomic<int> requests_ = 0;
+  std::thread thread_;
+};
+
+}  // namespace paperloom::test
