@@ -4,9 +4,11 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -18,7 +20,7 @@ struct DispatchQueue::State {
   std::mutex mutex;
   std::deque<std::function<void()>> work;
   std::function<void()> wakeUp;
-  bool stopped = false;
+  std::atomic<bool> stopped = false;  // written with the lock held
   int event = -1;
 
   void signal() const {
@@ -63,12 +65,12 @@ void DispatchQueue::run() {
   for (;;) {
     {
       const std::lock_guard lock(state_->mutex);
-      if (std::exchange(state_->stopped, false)) {
-        if (!state_->work.empty()) state_->signal();
+      if (state_->stopped.exchange(false)) {
+        if (state_->work.empty()) state_->clearSignal();
         return;
       }
     }
-    if (runPending() > 0) continue;
+    if (runBatch(true) > 0) continue;
     pollfd readable{state_->event, POLLIN, 0};
     ::poll(&readable, 1, -1);
   }
@@ -80,15 +82,24 @@ void DispatchQueue::stop() {
   state_->signal();
 }
 
-std::size_t DispatchQueue::runPending() {
+std::size_t DispatchQueue::runPending() { return runBatch(false); }
+
+std::size_t DispatchQueue::runBatch(bool untilStopped) {
   std::deque<std::function<void()>> pending;
   {
     const std::lock_guard lock(state_->mutex);
     pending.swap(state_->work);
     if (!state_->stopped) state_->clearSignal();
   }
-  const std::size_t count = pending.size();
-  for (; !pending.empty(); pending.pop_front()) pending.front()();
+  std::size_t count = 0;
+  for (; !pending.empty() && !(untilStopped && state_->stopped); pending.pop_front(), ++count) {
+    pending.front()();
+  }
+  if (!pending.empty()) {
+    const std::lock_guard lock(state_->mutex);
+    state_->work.insert(state_->work.begin(), std::make_move_iterator(pending.begin()),
+                        std::make_move_iterator(pending.end()));
+  }
   return count;
 }
 

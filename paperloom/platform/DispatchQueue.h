@@ -27,7 +27,8 @@ class PAPERLOOM_EXPORT DispatchQueue {
   // Queues `work`; it runs in its turn on the thread that pumps the queue.
   void async(std::function<void()> work);
 
-  // Runs work as it comes until stop() is called, then returns; what is still queued stays.
+  // Runs work as it comes until stop() is called, then returns once the work under way is done;
+  // what is still queued stays, in its order.
   void run();
   // Ends run(), or the next run() when none is under way. Any thread.
   void stop();
@@ -44,6 +45,8 @@ class PAPERLOOM_EXPORT DispatchQueue {
   void setWakeUp(std::function<void()> wakeUp);
 
  private:
+  std::size_t runBatch(bool untilStopped);
+
   struct State;
   std::unique_ptr<State> state_;
 };
