@@ -207,8 +207,14 @@ UserDefaults& UserDefaults::standard() {
   return *instance;
 }
 
-UserDefaults::UserDefaults(std::filesystem::path file)
-    : store_(std::make_unique<Store>(std::move(file))) {}
+UserDefaults::UserDefaults(std::filesystem::path file) {
+  std::error_code error;
+  // The file has to stay the same one when the program changes its working folder.
+  if (auto absolute = std::filesystem::absolute(file, error); !file.empty() && !error) {
+    file = std::move(absolute);
+  }
+  store_ = std::make_unique<Store>(std::move(file));
+}
 
 UserDefaults::~UserDefaults() { synchronize(); }
 

@@ -52,6 +52,16 @@ TEST_F(UserDefaultsTest, synchronizedValuesAreThereForTheNextProcessAndAKilledOn
   EXPECT_EQ(info.st_mode & 0777, 0600U);
 }
 
+TEST_F(UserDefaultsTest, aRelativeFileStaysWhereItWasWhenTheProgramMoves) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.path());
+  UserDefaults defaults("defaults.sqlite");
+  std::filesystem::current_path(before);
+  defaults.setDouble(1, "one");
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(UserDefaults(folder_.path() / "defaults.sqlite").doubleForKey("one"), 1.0);
+}
+
 TEST_F(UserDefaultsTest, writersInSeveralThreadsAndProcessesKeepEachOthersValues) {
   std::vector<pid_t> children;
   for (int process = 0; process < 3; ++process) {
