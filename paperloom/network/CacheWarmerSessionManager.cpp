@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "paperloom/network/internal/StoredAnswer.h"
 #include "paperloom/network/internal/TaskCounter.h"
 
 namespace paperloom {
@@ -42,15 +43,15 @@ std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL
   URLRequest request(url);
   if (forceRefresh) {
     request.headers.add("Cache-Control", "no-cache");
-  } else if (auto cached = cache_->cachedResponse(request)) {
-    completion(cachewarmer::SuccessFromCache{std::move(cached->data)});
+  } else if (auto cached = storedAnswer(*cache_, url)) {
+    if (completion) completion(cachewarmer::SuccessFromCache{std::move(cached->data)});
     return nullptr;
   }
   auto task = session_.dataTask(std::move(request),
                                 [completion = std::move(completion), counter = taskCounter_](
                                     const auto& data, const auto& response, const auto& /*error*/) {
                                   counter->decrement();
-                                  completion(outcome(data, response));
+                                  if (completion) completion(outcome(data, response));
                                 });
   taskCounter_->increment();
   task->setPriority(URLSessionTask::lowPriority);

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "paperloom/network/internal/StoredAnswer.h"
 #include "paperloom/network/internal/TaskCounter.h"
 
 namespace paperloom {
@@ -87,7 +88,7 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, E
   get->completion = std::move(completion);
   get->observer = taskObserver_;
   // Before the request is sent: what this very request stores must not be its own fallback.
-  if (auto cached = contentSessionCache_->cachedResponse(request)) {
+  if (auto cached = storedAnswer(*contentSessionCache_, url)) {
     get->cachedBody = std::move(cached->data);
   }
   auto task = session_.dataTask(
@@ -120,6 +121,7 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::postJSONData(
       [completion = std::move(completion), counter = taskCounter_](
           const auto& data, const auto& response, const auto& error) {
         counter->decrement();
+        if (!completion) return;
         if (response && data && !error) {
           completion(PostSuccess{response->statusCode, *data});
         } else {

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "paperloom/network/MockSessionManager.h"
+#include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/TaskCounter.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
 #include "tests/network/ContentFixture.h"
+#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {
@@ -127,6 +129,24 @@ TEST_F(ContentSessionManagerTests, successCutShortHasNoBodyAndDoesNotFallBack) {
   EXPECT_EQ(cut.result.error().details().find("no network error : "), 0U);
 }
 
+TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
+  auto server = std::make_unique<test::ScriptedServer>([](const auto& request) {
+    if (request.target == "/new") return test::answer("{}", "Cache-Control: max-age=0\r\n");
+    return test::answer("moved", "Cache-Control: max-age=600\r\nLocation: /new\r\n",
+                        "301 Moved Permanently");
+  });
+  const URL moved = server->url("/old");
+  const URL target = server->url("/new");
+  ASSERT_TRUE(get(manager, moved).result);
+  server.reset();
+
+  const Answer offline = get(manager, moved);
+  EXPECT_TRUE(offline.fromCache);
+  EXPECT_EQ(offline.result, "{}");
+  cache->removeCachedResponse(URLRequest(target));
+  EXPECT_EQ(get(manager, moved).result.error().which(), PaperloomError::Case::networkError);
+}
+
 TEST_F(ContentSessionManagerTests, goodCopySurvivesAnAnswerThatItsParserRefuses) {
   // What a captive portal does: 200, storable, and not the document.
   class Portal final : public ParserProtocol<std::string> {
@@ -216,6 +236,7 @@ TEST(ProgrammingErrorsDeathTests, stopTheProgramWithAMessage) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(MockSessionManager(Data()).postJSONData(*URL::parse("http://a"), Data(), {}),
                "postJSONData not yet implemented");
+  EXPECT_DEATH(offlineResource("none"), "no JSON resource named none");
   EXPECT_DEATH(checkedSum(INT64_MAX, 1), "count of tasks");
   EXPECT_DEATH(checkedSum(INT64_MIN, -1), "count of tasks");
 }

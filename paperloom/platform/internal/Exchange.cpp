@@ -11,8 +11,6 @@ using Code = URLError::Code;
 using Source = URLSessionTaskMetrics::Source;
 using Action = CachePlan::Action;
 
-constexpr int maximumRedirects = 20;
-
 }  // namespace
 
 Exchange::Exchange(URLRequest request, std::shared_ptr<URLCache> cache)

@@ -22,6 +22,9 @@ std::optional<URLError> refusalOf(const URLRequest& request);
 // Accept-Encoding and User-Agent where the request has none.
 HTTPHeaders fieldsToSend(const URLRequest& request);
 
+// How many redirects in a row are followed.
+inline constexpr int maximumRedirects = 20;
+
 // Whether an answer of that status leads somewhere else (RFC 9110 section 15.4).
 bool isRedirect(int statusCode);
 
