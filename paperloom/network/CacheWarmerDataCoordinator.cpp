@@ -3,27 +3,25 @@
 #include <utility>
 #include <variant>
 
-#include "paperloom/platform/Date.h"
+#include "paperloom/network/internal/RecordFetch.h"
 
 namespace paperloom {
 
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm)
-    : CacheWarmerDataCoordinator(std::move(cacheToWarm), LatestDateStore::shared()) {}
+    : cache_(std::move(cacheToWarm)), sessionManager_(cache_) {}
 
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm,
                                                        LatestDateStore& dates)
-    : cache_(std::move(cacheToWarm)), dates_(dates), sessionManager_(cache_) {}
+    : cache_(std::move(cacheToWarm)), dates_(&dates), sessionManager_(cache_) {}
 
 std::shared_ptr<URLSessionTask> CacheWarmerDataCoordinator::saveToCache(const URL& url,
                                                                         bool forceRefresh,
                                                                         Completion completion) {
   return sessionManager_.saveToCache(
       url, forceRefresh,
-      [&dates = dates_, completion = std::move(completion)](CacheWarmerRequestResult result) {
-        if (std::holds_alternative<cachewarmer::Success>(result)) {
-          dates.setLastRequestTime(secondsSince1970(currentDate()));
-        }
-        completion(std::move(result));
+      [dates = dates_, completion = std::move(completion)](CacheWarmerRequestResult result) {
+        if (std::holds_alternative<cachewarmer::Success>(result)) recordFetch(dates);
+        if (completion) completion(std::move(result));
       });
 }
 

@@ -25,6 +25,7 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinatorProtocol {
 class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
     : public CacheWarmerDataCoordinatorProtocol {
  public:
+  // Records in LatestDateStore::shared().
   explicit CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm);
   // `dates` must outlive the coordinator.
   CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm, LatestDateStore& dates);
@@ -36,7 +37,7 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
 
  private:
   std::shared_ptr<URLCache> cache_;
-  LatestDateStore& dates_;
+  LatestDateStore* dates_ = nullptr;  // null for the shared one
   CacheWarmerSessionManager sessionManager_;
 };
 

@@ -18,6 +18,7 @@ class TaskCounter;
 // kept is decided by the rules of HTTP caching, not here. Safe from any thread.
 class PAPERLOOM_EXPORT CacheWarmerSessionManager {
  public:
+  // May be empty: the answer is dropped then.
   using Completion = std::function<void(CacheWarmerRequestResult result)>;
 
   explicit CacheWarmerSessionManager(std::shared_ptr<URLCache> cache);

@@ -14,7 +14,8 @@
 
 namespace paperloom {
 
-// The HTTP layer of the content side, as its coordinators see it.
+// The HTTP layer of the content side, as its coordinators see it. A completion may be empty: its
+// answer is dropped then.
 class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
  public:
   virtual ~ContentSessionManagerProtocol() = default;
@@ -35,6 +36,7 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
           return std::any(std::move(*parsed));
         },
         [completion = std::move(completion)](Result<std::any> result, bool fromCache) {
+          if (!completion) return;
           if (!result) {
             completion(tl::unexpected(std::move(result.error())), fromCache);
           } else {

@@ -1,6 +1,7 @@
 #include "paperloom/network/DataCoordinator.h"
 
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "paperloom/model/ArticleParser.h"
@@ -11,15 +12,16 @@
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/MockSessionManager.h"
 #include "paperloom/network/internal/OfflineResource.h"
-#include "paperloom/platform/Date.h"
+#include "paperloom/network/internal/RecordFetch.h"
 #include "paperloom/platform/DispatchQueue.h"
 #include "paperloom/platform/internal/FatalError.h"
 
 namespace paperloom {
 namespace {
 
-void fail(const DataCoordinator::Failure& failure, PaperloomError error) {
-  if (failure) failure(std::move(error));
+template <class... Values>
+void call(const std::function<void(Values...)>& callback, std::type_identity_t<Values>... values) {
+  if (callback) callback(std::move(values)...);
 }
 
 std::string joined(const std::vector<std::string>& texts) {
@@ -50,20 +52,20 @@ DataCoordinator& DataCoordinator::shared() {
   // Not owned: the slot of the process is never destroyed.
   const std::shared_ptr<CurrentAppMetadata> slot(std::shared_ptr<void>(),
                                                  &CurrentAppMetadata::shared());
-  static auto* const coordinator = new DataCoordinator(std::make_shared<ContentSessionManager>(),
-                                                       LatestDateStore::shared(), slot);
+  static auto* const coordinator =
+      new DataCoordinator(std::make_shared<ContentSessionManager>(), nullptr, slot);
   return *coordinator;
 }
 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
-    : DataCoordinator(std::move(sessionManager), LatestDateStore::shared()) {}
+    : DataCoordinator(std::move(sessionManager), nullptr, std::make_shared<CurrentAppMetadata>()) {}
 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                                  LatestDateStore& dates)
-    : DataCoordinator(std::move(sessionManager), dates, std::make_shared<CurrentAppMetadata>()) {}
+    : DataCoordinator(std::move(sessionManager), &dates, std::make_shared<CurrentAppMetadata>()) {}
 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
-                                 LatestDateStore& dates,
+                                 LatestDateStore* dates,
                                  std::shared_ptr<CurrentAppMetadata> appMetadata)
     : sessionManager_(std::move(sessionManager)),
       dates_(dates),
@@ -76,7 +78,7 @@ DataCoordinator::~DataCoordinator() = default;
 void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    fail(failure, PaperloomError::configurationError("Request Stream - No config URL"));
+    call(failure, PaperloomError::configurationError("Request Stream - No config URL"));
     return;
   }
   using Item = std::shared_ptr<const AppMetadataProtocol>;
@@ -85,9 +87,9 @@ void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, F
                           std::make_shared<const ConfigParser>(),
                           [received = received_, success = std::move(success),
                            failure = std::move(failure)](Result<Item> result, bool /*fromCache*/) {
-                            if (!result) return fail(failure, std::move(result.error()));
+                            if (!result) return call(failure, std::move(result.error()));
                             received->appMetadata->set(*result);
-                            success(std::move(*result));
+                            call(success, std::move(*result));
                           })
       ->resume();
 }
@@ -96,7 +98,7 @@ void DataCoordinator::requestStreamForSections(const std::vector<std::string>& s
                                                Success<StreamProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    fail(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    call(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
   sessionManager_
@@ -109,7 +111,7 @@ void DataCoordinator::requestStreamForSections(const std::vector<std::string>& s
 void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    fail(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    call(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
   const auto mock = std::make_shared<MockSessionManager>(offlineResource("sectionList"));
@@ -127,12 +129,12 @@ std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)>
 DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failure) const {
   return [received = received_, success = std::move(success), failure = std::move(failure)](
              Result<std::shared_ptr<const StreamProtocol>> result, bool /*fromCache*/) {
-    if (!result) return fail(failure, std::move(result.error()));
+    if (!result) return call(failure, std::move(result.error()));
     {
       const std::lock_guard lock(received->mutex);
       received->stream = *result;
     }
-    success(std::move(*result));
+    call(success, std::move(*result));
   };
 }
 
@@ -142,12 +144,12 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
   using Item = std::shared_ptr<const ArticleProtocol>;
   return sessionManager_->getJSONData<Item>(
       url, std::make_shared<const ArticleParser>(),
-      [&dates = dates_, success = std::move(success), failure = std::move(failure)](
+      [dates = dates_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, bool fromCache) {
-        if (result && !fromCache) dates.setLastRequestTime(secondsSince1970(currentDate()));
+        if (result && !fromCache) recordFetch(dates);
         DispatchQueue::main().async([result = std::move(result), success, failure] {
-          if (!result) return fail(failure, result.error());
-          success(*result);
+          if (!result) return call(failure, result.error());
+          call(success, *result);
         });
       });
 }
@@ -160,8 +162,8 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    bool /*fromCache*/) {
         DispatchQueue::main().async([result = std::move(result), success, failure] {
-          if (result) return success(*result);
-          if (failure) failure();
+          if (!result) return call(failure);
+          call(success, *result);
         });
       });
 }
@@ -198,16 +200,19 @@ void DataCoordinator::setDefaultSections(std::optional<std::string> sections) {
 std::shared_ptr<CacheWarmerDataCoordinatorProtocol> DataCoordinator::cacheWarmerDataCoordinator() {
   const std::lock_guard lock(mutex_);
   if (!cacheWarmerDataCoordinator_) {
-    cacheWarmerDataCoordinator_ = std::make_shared<CacheWarmerDataCoordinator>(
-        sessionManager_->contentSessionCache(), dates_);
+    auto cache = sessionManager_->contentSessionCache();
+    cacheWarmerDataCoordinator_ =
+        dates_ != nullptr ? std::make_shared<CacheWarmerDataCoordinator>(std::move(cache), *dates_)
+                          : std::make_shared<CacheWarmerDataCoordinator>(std::move(cache));
   }
   return cacheWarmerDataCoordinator_;
 }
 
 void DataCoordinator::setCacheWarmerDataCoordinator(
     std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer) {
+  // The old one goes after the lock: it waits for its callbacks, which may call in here.
   const std::lock_guard lock(mutex_);
-  cacheWarmerDataCoordinator_ = std::move(warmer);
+  cacheWarmerDataCoordinator_.swap(warmer);
 }
 
 std::shared_ptr<ContentSessionManagerProtocol> DataCoordinator::sessionManagerMock() const {

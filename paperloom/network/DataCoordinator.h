@@ -22,7 +22,7 @@ namespace paperloom {
 
 class CurrentAppMetadata;
 
-// The requests of the content side. A failure callback may be empty: the failure is dropped then.
+// The requests of the content side. Any callback may be empty: what it would be told is dropped.
 class PAPERLOOM_EXPORT DataCoordinatorProtocol {
  public:
   template <class T>
@@ -42,7 +42,8 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
                                         Success<StreamProtocol> success,
                                         Failure failure = nullptr) = 0;
 
-  // GETs an article from `url`. Answers on the main queue. Returns the task, already started.
+  // GETs an article from `url`. Answers on the main queue. Returns the task, already started. An
+  // article that is no stored copy in place of a missing answer is recorded as the latest fetch.
   virtual std::shared_ptr<URLSessionTask> requestArticle(const URL& url,
                                                          Success<ArticleProtocol> success,
                                                          Failure failure = nullptr) = 0;
@@ -64,8 +65,9 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   // every stream that is parsed in the process.
   static DataCoordinator& shared();
 
+  // Records fetches in LatestDateStore::shared().
   explicit DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
-  // `dates` must outlive the coordinator.
+  // `dates` must outlive the coordinator, its session manager and its cache warmer.
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                   LatestDateStore& dates);
   ~DataCoordinator() override;
@@ -107,13 +109,13 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   struct Received;
 
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
-                  LatestDateStore& dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
+                  LatestDateStore* dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
 
   std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)> streamCompletion(
       Success<StreamProtocol> success, Failure failure) const;
 
   std::shared_ptr<ContentSessionManagerProtocol> sessionManager_;
-  LatestDateStore& dates_;
+  LatestDateStore* const dates_;  // null for the shared one
   std::shared_ptr<Received> received_;
 
   mutable std::mutex mutex_;  // guards what follows

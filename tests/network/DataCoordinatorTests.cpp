@@ -203,6 +203,36 @@ TEST_F(CacheWarmerTests, warmedPagesAreReadOfflineAndOnlyFetchesCountAsFresh) {
   EXPECT_TRUE(offline && *offline);
 }
 
+TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator) {
+  misbehave("silent=/config");
+  std::promise<bool> cancelled;
+  coordinator.cacheWarmerDataCoordinator()->saveToCache(
+      at("/config"), false, [&](CacheWarmerRequestResult result) {
+        cancelled.set_value(coordinator.baseURL() &&
+                            std::holds_alternative<cachewarmer::NetworkError>(result));
+      });
+  warmer.reset();
+  coordinator.setCacheWarmerDataCoordinator(nullptr);
+  EXPECT_TRUE(test::await(cancelled.get_future()));
+  EXPECT_TRUE(coordinator.cacheWarmerDataCoordinator());
+}
+
+TEST_F(CacheWarmerTests, callbacksMayBeLeftOut) {
+  const URL config = at("/config");
+  warmer->saveToCache(config, false, nullptr);
+  manager->postJSONData(config, Data(), nullptr);
+  coordinator.requestAppMetadata(nullptr);
+  coordinator.requestStreamForSections({}, nullptr);
+  coordinator.requestOfflineStream(nullptr);
+  coordinator.requestArticle(config, nullptr);
+  coordinator.requestImageFromURL(config, nullptr);
+  EXPECT_TRUE(test::pumpUntil([&] {
+    return manager->taskCount() == 0 && coordinator.appMetadata() &&
+           cache->cachedResponse(URLRequest(config));
+  }));
+  EXPECT_EQ(warmer->saveToCache(config, false, nullptr), nullptr);
+}
+
 TEST_F(CacheWarmerTests, failuresAreTellingAndLeaveTheTimeAlone) {
   dates.setLastRequestTime(1000);
   const auto missing = warm(at("/articles/none"), false);
