@@ -186,7 +186,7 @@ BENCHMARK(login)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(false);
 int main(int argc, char** argv) {
   using namespace paperloom::bench;
   benchmark::Initialize(&argc, argv);
-  BestTimes times;
+  BestTimes times(BestTimes::Clock::real);
   benchmark::RunSpecifiedBenchmarks(&times);
   const double plain = times.of("operationQueue<PlainOperation>");
   const double alone = times.of("startByHand/observers:0");

@@ -150,7 +150,7 @@ BENCHMARK(warmSession)->UseRealTime();
 int main(int argc, char** argv) {
   using namespace paperloom::bench;
   benchmark::Initialize(&argc, argv);
-  BestTimes best;
+  BestTimes best(BestTimes::Clock::real);
   benchmark::RunSpecifiedBenchmarks(&best);
 
   const double bare = best.of("curlEasy");
