@@ -90,6 +90,24 @@ TEST(SampleIdentity, tokensRotateAndRunOut) {
   EXPECT_EQ(store.refresh(first->refreshToken, later).error(), 401);
   EXPECT_TRUE(store.refresh(second->refreshToken, later));
   EXPECT_EQ(store.refresh(second->accessToken, later).error(), 401);
+  EXPECT_EQ(store.entitlement(second->refreshToken, later), 401);
+}
+
+TEST(SampleIdentity, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
+  const IdentityStore::Time now;
+  IdentityStore first(std::chrono::seconds(60));
+  IdentityStore next(std::chrono::seconds(60));
+  const auto login = first.login("premium@lantern.example", "lighthouse-7", "EMAIL_PASSWORD", now);
+  const auto made = first.registerAccount({"ada@lantern.example", "long enough", "A", "M"}, now);
+  ASSERT_TRUE(login && made);
+  EXPECT_EQ(next.entitlement(login->accessToken, now), 200);
+  EXPECT_EQ(next.entitlement(made->tokens.accessToken, now), 403);
+  EXPECT_TRUE(next.refresh(made->tokens.refreshToken, now));
+  for (std::size_t i = 0; i < login->accessToken.size(); ++i) {
+    std::string forged = login->accessToken;
+    forged[i] = forged[i] == 'a' ? 'b' : 'a';
+    EXPECT_EQ(next.entitlement(forged, now), 401) << i;
+  }
 }
 
 TEST(SampleIdentity, badBodiesAreRefused) {

@@ -16,7 +16,7 @@ using nlohmann::ordered_json;
 
 constexpr std::size_t shortestAuthKey = 8;
 
-IdentityStore::Time currentTime() { return std::chrono::steady_clock::now(); }
+IdentityStore::Time currentTime() { return std::chrono::system_clock::now(); }
 
 HttpReply withBody(int status, const ordered_json& body) {
   HttpReply reply;

@@ -1,25 +1,11 @@
 #include "apps/sample_service/internal/IdentityStore.h"
 
-#include <array>
-#include <random>
-
 namespace paperloom::sample {
 namespace {
 
 constexpr std::string_view byEmail = "EMAIL_PASSWORD";
 constexpr std::size_t registrationLimit = 10'000;
-constexpr std::size_t tokenLimit = 100'000;
-
-std::string randomToken(std::string_view prefix) {
-  static constexpr std::string_view digits = "0123456789abcdef";
-  std::random_device source;
-  std::string token(prefix);
-  for (int word = 0; word < 6; ++word) {
-    std::uint32_t bits = source();
-    for (int digit = 0; digit < 8; ++digit, bits >>= 4) token += digits[bits & 15U];
-  }
-  return token;
-}
+constexpr std::size_t usedLimit = 100'000;
 
 }  // namespace
 
@@ -44,21 +30,40 @@ void IdentityStore::add(std::shared_ptr<Account> account) {
 
 IdentityStore::Tokens IdentityStore::issue(const std::shared_ptr<Account>& account, bool expired,
                                            Time now) {
-  if (accessTokens_.size() >= tokenLimit) {
-    std::erase_if(accessTokens_, [&](const auto& entry) { return entry.second.expiry <= now; });
-  }
-  if (accessTokens_.size() >= tokenLimit) accessTokens_.clear();
-  if (refreshTokens_.size() >= tokenLimit) refreshTokens_.clear();
-
-  Tokens tokens{randomToken("access-"), randomToken("refresh-"), randomToken("id-")};
-  accessTokens_[tokens.accessToken] = {account, expired ? now : now + tokenLifetime_};
-  if (!account->behaviour.refreshTokenRefused) refreshTokens_[tokens.refreshToken] = account;
-  return tokens;
+  SealedToken token;
+  token.credentialType = account->credentialType;
+  token.identifier = account->identifier;
+  token.kind = "access";
+  token.serial = randomDigits(8);
+  token.expiry = expired ? now : now + tokenLifetime_;
+  const std::string access = token.seal();
+  token.kind = "refresh";
+  token.serial = randomDigits(8);
+  token.expiry = Time::max();
+  return {access, token.seal(), "id-" + randomDigits(24)};
 }
 
-const IdentityStore::Access* IdentityStore::valid(const std::string& accessToken, Time now) const {
-  const auto found = accessTokens_.find(accessToken);
-  return found != accessTokens_.end() && now < found->second.expiry ? &found->second : nullptr;
+std::shared_ptr<IdentityStore::Account> IdentityStore::accountOf(const SealedToken& token) {
+  const auto found = accounts_.find({token.credentialType, token.identifier});
+  if (found != accounts_.end()) return found->second;
+  auto account = std::make_shared<Account>();
+  account->identifier = token.identifier;
+  account->authKey = randomDigits(16);
+  account->credentialType = token.credentialType;
+  account->links = {Link::email};
+  add(account);
+  return account;
+}
+
+std::shared_ptr<IdentityStore::Account> IdentityStore::accessedBy(const std::string& accessToken,
+                                                                  Time now) {
+  const auto token = SealedToken::open(accessToken);
+  if (!token || token->kind != "access" || now >= token->expiry) return nullptr;
+  return accountOf(*token);
+}
+
+bool IdentityStore::cannotLogIn(const Account& account) {
+  return account.credentialType == byEmail && !account.links.contains(Link::email);
 }
 
 tl::expected<IdentityStore::Tokens, int> IdentityStore::login(const std::string& identifier,
@@ -67,7 +72,8 @@ tl::expected<IdentityStore::Tokens, int> IdentityStore::login(const std::string&
                                                               Time now) {
   const std::lock_guard lock(mutex_);
   const auto found = accounts_.find({credentialType, identifier});
-  if (found == accounts_.end() || found->second->authKey != authKey) {
+  if (found == accounts_.end() || found->second->authKey != authKey ||
+      cannotLogIn(*found->second)) {
     return tl::make_unexpected(401);
   }
   return issue(found->second, found->second->behaviour.loginTokenExpired, now);
@@ -76,21 +82,25 @@ tl::expected<IdentityStore::Tokens, int> IdentityStore::login(const std::string&
 tl::expected<IdentityStore::Tokens, int> IdentityStore::refresh(const std::string& refreshToken,
                                                                 Time now) {
   const std::lock_guard lock(mutex_);
-  const auto found = refreshTokens_.find(refreshToken);
-  if (found == refreshTokens_.end()) return tl::make_unexpected(401);
-  const auto account = found->second;
+  const auto token = SealedToken::open(refreshToken);
+  if (!token || token->kind != "refresh" || usedSerials_.contains(token->serial)) {
+    return tl::make_unexpected(401);
+  }
+  const auto account = accountOf(*token);
+  if (account->behaviour.refreshTokenRefused) return tl::make_unexpected(401);
   if (account->behaviour.refreshStatus != 0) {
     return tl::make_unexpected(account->behaviour.refreshStatus);
   }
-  refreshTokens_.erase(found);
+  if (usedSerials_.size() == usedLimit) usedSerials_.clear();
+  usedSerials_.insert(token->serial);
   return issue(account, false, now);
 }
 
-int IdentityStore::entitlement(const std::string& accessToken, Time now) const {
+int IdentityStore::entitlement(const std::string& accessToken, Time now) {
   const std::lock_guard lock(mutex_);
-  const Access* access = valid(accessToken, now);
-  if (!access) return 401;
-  const SampleAccount& behaviour = access->account->behaviour;
+  const auto account = accessedBy(accessToken, now);
+  if (!account) return 401;
+  const SampleAccount& behaviour = account->behaviour;
   if (behaviour.entitlementStatus != 0) return behaviour.entitlementStatus;
   return behaviour.premium ? 200 : 403;
 }
@@ -98,7 +108,11 @@ int IdentityStore::entitlement(const std::string& accessToken, Time now) const {
 tl::expected<IdentityStore::Registration, int> IdentityStore::registerAccount(
     const NewAccount& wanted, Time now) {
   const std::lock_guard lock(mutex_);
-  if (accounts_.contains({std::string(byEmail), wanted.email})) return tl::make_unexpected(409);
+  const auto known = accounts_.find({std::string(byEmail), wanted.email});
+  if (known != accounts_.end()) {
+    if (!cannotLogIn(*known->second)) return tl::make_unexpected(409);
+    accounts_.erase(known);
+  }
   if (registrations_ == registrationLimit) return tl::make_unexpected(503);
   ++registrations_;
 
@@ -115,12 +129,10 @@ tl::expected<IdentityStore::Registration, int> IdentityStore::registerAccount(
 int IdentityStore::removeLink(Link link, const std::string& accessToken, const std::string& email,
                               Time now) {
   const std::lock_guard lock(mutex_);
-  const Access* access = valid(accessToken, now);
-  if (!access) return 401;
-  const auto account = access->account;
+  const auto account = accessedBy(accessToken, now);
+  if (!account) return 401;
   if (link == Link::email && email != account->identifier) return 404;
   if (account->links.erase(link) == 0) return 404;
-  if (link == Link::email) accounts_.erase({account->credentialType, account->identifier});
   return 200;
 }
 

@@ -13,14 +13,17 @@
 #include <tl/expected.hpp>
 
 #include "apps/sample_service/SampleAccounts.h"
+#include "apps/sample_service/internal/SealedToken.h"
 
 namespace paperloom::sample {
 
-// The accounts of one service and the tokens it has given out. Tokens are random; a refresh token
-// is good for one refresh. Failures are the HTTP statuses that tell them. Any thread.
+// The accounts of one service. Tokens are signed, so that one service of this program honours what
+// another has given out; a refresh token is good for one refresh in each. Accounts made by
+// registration can log in as long as the service lives. Failures are the HTTP statuses that tell
+// them. Any thread.
 class IdentityStore {
  public:
-  using Time = std::chrono::steady_clock::time_point;
+  using Time = SealedToken::Time;
 
   struct Tokens {
     std::string accessToken;
@@ -54,7 +57,7 @@ class IdentityStore {
   tl::expected<Tokens, int> refresh(const std::string& refreshToken, Time now);
 
   // The status: 200 premium, 403 not premium, 401 unknown or past its time.
-  int entitlement(const std::string& accessToken, Time now) const;
+  int entitlement(const std::string& accessToken, Time now);
 
   // 409: the e-mail has an account; 503: the service takes no more accounts.
   tl::expected<Registration, int> registerAccount(const NewAccount& account, Time now);
@@ -71,20 +74,19 @@ class IdentityStore {
     SampleAccount behaviour;
     std::set<Link> links;
   };
-  struct Access {
-    std::shared_ptr<Account> account;
-    Time expiry;
-  };
-
   void add(std::shared_ptr<Account> account);
   Tokens issue(const std::shared_ptr<Account>& account, bool expired, Time now);
-  const Access* valid(const std::string& accessToken, Time now) const;
+  // Its e-mail link is removed.
+  static bool cannotLogIn(const Account& account);
+  // An account that this service does not know was made in another one.
+  std::shared_ptr<Account> accountOf(const SealedToken& token);
+  // Null without a good access token.
+  std::shared_ptr<Account> accessedBy(const std::string& accessToken, Time now);
 
   const std::chrono::milliseconds tokenLifetime_;
-  mutable std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards what follows
   std::map<std::pair<std::string, std::string>, std::shared_ptr<Account>> accounts_;
-  std::map<std::string, Access> accessTokens_;
-  std::map<std::string, std::shared_ptr<Account>> refreshTokens_;
+  std::set<std::string> usedSerials_;  // of refresh tokens
   std::size_t registrations_ = 0;
 };
 
