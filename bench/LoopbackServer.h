@@ -11,18 +11,22 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace paperloom::bench {
 
 // Answers every request on a kept connection with the same bytes, as fast as blocking sockets do:
-// so that what is measured is the client.
+// so that what is measured is the client. A request is over when its bytes end with `requestEnd`.
 class LoopbackServer {
  public:
   explicit LoopbackServer(std::size_t bodySize, std::string_view fields = "")
+      : LoopbackServer(std::string(bodySize, 'x'), fields, "\r\n\r\n") {}
+
+  LoopbackServer(const std::string& body, std::string_view fields, std::string requestEnd)
       : answer_("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n" + std::string(fields) +
-                "Content-Length: " + std::to_string(bodySize) + "\r\n\r\n" +
-                std::string(bodySize, 'x')),
+                "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body),
+        requestEnd_(std::move(requestEnd)),
         listener_(socket(AF_INET, SOCK_STREAM, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -71,7 +75,7 @@ class LoopbackServer {
       const ssize_t count = recv(connection, buffer, sizeof buffer, 0);
       if (count <= 0) return;
       input.append(buffer, static_cast<std::size_t>(count));
-      if (!input.ends_with("\r\n\r\n")) continue;
+      if (!input.ends_with(requestEnd_)) continue;
       input.clear();
       std::string_view left = answer_;
       while (!left.empty()) {
@@ -83,6 +87,7 @@ class LoopbackServer {
   }
 
   const std::string answer_;
+  const std::string requestEnd_;
   const int listener_;
   std::string url_;
   std::mutex mutex_;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "apps/sample_service/SampleService.h"
+#include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/network/AuthSessionManager.h"
@@ -127,17 +128,26 @@ void startByHand(benchmark::State& state) {
   }
 }
 
-sample::SampleService& service() {
-  static const auto instance = std::move(*sample::SampleService::start());
-  return *instance;
+const std::string& sampleService() {
+  static auto& service = *std::move(*sample::SampleService::start()).release();
+  static const std::string url = service.identityURL() + "/";
+  return url;
+}
+
+// Answers without doing anything, so that the whole round trip is the client's.
+const std::string& instantServer() {
+  static LoopbackServer& server =
+      *new LoopbackServer(R"({"accessToken":"access","refreshToken":"refresh","idToken":"id"})",
+                          "Cache-Control: no-store\r\n", "\n}");
+  return server.url();
 }
 
 constexpr const char* identifier = "premium@lantern.example";
 constexpr const char* authKey = "lighthouse-7";
 
-void login(benchmark::State& state) {
+void login(benchmark::State& state, const std::string& (*baseURL)()) {
   AuthDataCoordinator coordinator(std::make_shared<AuthSessionManager>(URLSessionConfiguration{}));
-  coordinator.setBaseURL(URL::parse(service().identityURL()));
+  coordinator.setBaseURL(URL::parse(baseURL()));
   for ([[maybe_unused]] auto _ : state) {
     std::promise<bool> answer;
     coordinator.login(identifier, authKey, AuthenticationLoginCredentialType::emailAndPassword,
@@ -146,8 +156,8 @@ void login(benchmark::State& state) {
   }
 }
 
-void barePost(benchmark::State& state) {
-  const std::string url = service().identityURL() + "/token";
+void barePost(benchmark::State& state, const std::string& (*baseURL)()) {
+  const std::string url = baseURL() + "token";
   const std::string body = std::string("{\n  \"identifier\": \"") + identifier +
                            "\",\n  \"authKey\": \"" + authKey +
                            "\",\n  \"credentialType\": \"EMAIL_PASSWORD\"\n}";
@@ -177,8 +187,10 @@ BENCHMARK(barePool)->UseRealTime();
 BENCHMARK_TEMPLATE(operationQueue, PlainOperation)->UseRealTime();
 BENCHMARK_TEMPLATE(operationQueue, AnsweredOperation)->UseRealTime();
 BENCHMARK(startByHand)->ArgName("observers")->Arg(0)->Arg(1);
-BENCHMARK(barePost)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(false);
-BENCHMARK(login)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(false);
+BENCHMARK_CAPTURE(barePost, service, sampleService)->UseRealTime()->Repetitions(5);
+BENCHMARK_CAPTURE(login, service, sampleService)->UseRealTime()->Repetitions(5);
+BENCHMARK_CAPTURE(barePost, instant, instantServer)->UseRealTime()->Repetitions(5);
+BENCHMARK_CAPTURE(login, instant, instantServer)->UseRealTime()->Repetitions(5);
 
 }  // namespace
 }  // namespace paperloom::bench
@@ -198,5 +210,7 @@ int main(int argc, char** argv) {
   printRatio("operation-queue/bare-pool", plain / times.of("barePool"), "for information");
   printRatio("asynchronous-operation/plain", times.of("operationQueue<AnsweredOperation>") / plain,
              "for information");
-  printRatio("login/bare-post", times.of("login") / times.of("barePost"), "<= 1.5");
+  printRatio("login/bare-post", times.of("login/service") / times.of("barePost/service"), "<= 1.5");
+  printRatio("login/bare-post-instant-server",
+             times.of("login/instant") / times.of("barePost/instant"), "for information");
 }
