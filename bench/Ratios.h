@@ -15,7 +15,7 @@ class BestTimes : public benchmark::ConsoleReporter {
  public:
   // Processor time leaves other processes out, and whatever the work waits for.
   enum class Clock { real, processor };
-  explicit BestTimes(Clock clock) : clock_(clock) {}
+  explicit BestTimes(Clock clock = Clock::real) : clock_(clock) {}
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
