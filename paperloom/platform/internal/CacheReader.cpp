@@ -86,12 +86,12 @@ SQLiteResult<std::int64_t> CacheReader::usage() {
   return database_.integer("SELECT bytes FROM state WHERE id = 1");
 }
 
-SQLiteResult<std::vector<CacheEntry>> CacheReader::list() {
+SQLiteResult<std::vector<CacheReader::Listed>> CacheReader::list() {
   auto read = database_.prepare(
-      "SELECT answers.id, answers.sum, answers.head FROM uses JOIN answers ON answers.id = uses.id "
-      "ORDER BY uses.used DESC");
+      "SELECT answers.id, answers.sum, answers.head, uses.used "
+      "FROM uses JOIN answers ON answers.id = uses.id");
   if (!read) return tl::unexpected(read.error());
-  std::vector<CacheEntry> entries;
+  std::vector<Listed> entries;
   for (;;) {
     const auto row = read->step();
     if (!row) return tl::unexpected(row.error());
@@ -102,10 +102,11 @@ SQLiteResult<std::vector<CacheEntry>> CacheReader::list() {
     const auto head = sum == read->integer(1) ? CacheHead::parse(bytes) : std::nullopt;
     auto answer = head ? head->answer() : std::nullopt;
     if (!answer) continue;
-    entries.push_back({{std::string(head->varyNames), std::string(head->varyDigest)},
-                       std::move(*answer),
-                       id,
-                       static_cast<std::int64_t>(bytes.size() + head->bodySize)});
+    entries.push_back({{{std::string(head->varyNames), std::string(head->varyDigest)},
+                        std::move(*answer),
+                        id,
+                        static_cast<std::int64_t>(bytes.size() + head->bodySize)},
+                       read->integer(3)});
   }
 }
 

@@ -40,8 +40,11 @@ class CacheReader {
   SQLiteResult<CacheStamp> stamp();
   // The size of all entries in bytes.
   SQLiteResult<std::int64_t> usage();
-  // Without bodies, most recently used first.
-  SQLiteResult<std::vector<CacheEntry>> list();
+  struct Listed {
+    CacheEntry entry;  // without its body
+    std::int64_t used = 0;
+  };
+  SQLiteResult<std::vector<Listed>> list();
 
  private:
   bool readRow(const CacheKey& key, VaryMatcher& request, const URL& url, Found& found);

@@ -8,6 +8,8 @@
 namespace paperloom::internal {
 namespace {
 
+// Uses written while one answer makes room for itself.
+constexpr int mostTouches = 2'000;
 constexpr std::int64_t largestClock = std::int64_t{1} << 62;
 
 // SQLite's pages hold more than the entries' bytes; this much more, and the tables themselves.
@@ -32,8 +34,8 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
       "DELETE FROM answers WHERE id = ?1",
       "DELETE FROM answers WHERE id = ?1 AND sum = ?2",
       "DELETE FROM uses WHERE id = ?1 RETURNING size",
-      "UPDATE uses SET used = ?2 WHERE id = ?1",
-      "SELECT id FROM uses ORDER BY used LIMIT 1",
+      "UPDATE uses SET used = ?2 WHERE id = ?1 AND used < ?2",
+      "SELECT id, used FROM uses ORDER BY used LIMIT 1",
       "SELECT id FROM uses WHERE id BETWEEN ?1 AND ?2 ORDER BY used LIMIT 1",
       "PRAGMA page_count",
       "PRAGMA freelist_count",
@@ -48,7 +50,7 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
     writer.statements_[i] = std::move(*statement);
   }
   writer.writer_ = name;
-  SQLiteStatus counted = writer.begin();
+  SQLiteStatus counted = writer.begin(0, nullptr);
   if (counted) counted = writer.recount();
   if (counted) counted = writer.commit();
   if (!counted) {
@@ -58,10 +60,17 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
   return writer;
 }
 
-SQLiteStatus CacheWriter::begin() {
+SQLiteStatus CacheWriter::begin(std::int64_t clock, LastUse lastUse) {
   if (const auto begun = statements_[beginTransaction].run(); !begun) return begun;
   changed_ = false;
-  SQLiteStatement& read = statements_[readState];
+  lastUse_ = std::move(lastUse);
+  if (const auto read = readState(); !read) return read;
+  state_.clock = std::max(state_.clock, clock);
+  return {};
+}
+
+SQLiteStatus CacheWriter::readState() {
+  SQLiteStatement& read = statements_[selectState];
   const auto row = read.step();
   if (row && *row) {
     state_ = {read.integer(0), read.integer(1), read.integer(3), read.integer(4)};
@@ -147,17 +156,11 @@ SQLiteStatus CacheWriter::removeDamaged(const std::vector<CacheReader::Damaged>&
   return {};
 }
 
-SQLiteStatus CacheWriter::touch(const std::vector<std::int64_t>& ids) {
-  for (const std::int64_t id : ids) {
-    SQLiteStatement& statement = statements_[touchUse];
-    statement.bind(1, id);
-    statement.bind(2, ++state_.clock);
-    if (const auto touched = statement.run(); !touched) return touched;
-    if (database_.changes() != 0) continue;
-    // Evicted meanwhile, or damage has left an answer that no eviction would find.
-    if (const auto removed = removeRow(id); !removed) return tl::unexpected(removed.error());
-  }
-  return {};
+SQLiteStatus CacheWriter::touch(std::int64_t id, std::int64_t clock) {
+  SQLiteStatement& statement = statements_[touchUse];
+  statement.bind(1, id);
+  statement.bind(2, clock);
+  return statement.run();
 }
 
 SQLiteStatus CacheWriter::evict(std::int64_t capacity) {
@@ -165,18 +168,22 @@ SQLiteStatus CacheWriter::evict(std::int64_t capacity) {
   if (state_.bytes / 2 > capacity) {
     if (const auto counted = recount(); !counted) return counted;
   }
-  for (;;) {
+  for (int touches = 0;;) {
     const auto over = isOver(capacity);
     if (!over) return tl::unexpected(over.error());
     if (!*over) return {};
     SQLiteStatement& oldest = statements_[selectOldest];
     const auto row = oldest.step();
     const std::int64_t id = row && *row ? oldest.integer(0) : 0;
+    const std::int64_t used = row && *row ? oldest.integer(1) : 0;
     oldest.reset();
     if (!row) return tl::unexpected(row.error());
-    if (!*row) {
-      state_.bytes = 0;
-      return {};
+    if (!*row) return corrupt();  // nothing is left, and still it is too much
+    const std::int64_t usedSince = lastUse_ && touches < mostTouches ? lastUse_(id) : 0;
+    if (usedSince > used) {
+      ++touches;
+      if (const auto touched = touch(id, usedSince); !touched) return touched;
+      continue;
     }
     const auto removed = removeRow(id);
     if (!removed) return tl::unexpected(removed.error());
@@ -197,7 +204,7 @@ SQLiteStatus CacheWriter::scrub() {
   if (!busy) return tl::unexpected(busy.error());
   if (*busy != 0) return tl::unexpected(SQLiteError{5});
   if (!needsScrub()) return {};
-  if (const auto begun = begin(); !begun) return begun;
+  if (const auto begun = begin(0, nullptr); !begun) return begun;
   state_.scrub = 0;
   const auto done = commit();
   if (!done) rollback();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,8 +25,14 @@ class CacheWriter {
     database_.waitForLocksUntil(deadline);
   }
 
-  // Takes the file's write lock.
-  SQLiteStatus begin();
+  // The uses are counted by a clock that every store and every use advances. Tells when a row was
+  // last used, where the file may not know it yet; 0 for rows it knows nothing of.
+  using LastUse = std::function<std::int64_t(std::int64_t id)>;
+
+  // Takes the file's write lock. `clock` is the least that the clock shows from now on; `lastUse`
+  // is asked when entries are evicted.
+  SQLiteStatus begin(std::int64_t clock, LastUse lastUse);
+  std::int64_t clock() const { return state_.clock; }
   SQLiteStatus commit();
   void rollback();
   // As it was when the transaction began.
@@ -37,8 +44,8 @@ class CacheWriter {
   SQLiteStatus removeMatching(const CacheKey& key, VaryMatcher& request);
   SQLiteStatus remove(const CacheKey& key);
   SQLiteStatus removeDamaged(const std::vector<CacheReader::Damaged>& rows);
-  // Makes these the most recently used entries, the last one before all.
-  SQLiteStatus touch(const std::vector<std::int64_t>& ids);
+  // Writes that the entry was used at `clock`, unless the file knows of a later use.
+  SQLiteStatus touch(std::int64_t id, std::int64_t clock);
   SQLiteStatus evict(std::int64_t capacity);
   // Removes every entry and asks for scrub().
   SQLiteStatus removeAll();
@@ -56,7 +63,7 @@ class CacheWriter {
     beginTransaction,
     commitTransaction,
     rollbackTransaction,
-    readState,
+    selectState,
     writeState,
     selectVariants,
     insertAnswer,
@@ -78,6 +85,7 @@ class CacheWriter {
     std::int64_t scrub = 0;
   };
 
+  SQLiteStatus readState();
   SQLiteStatus recount();
   SQLiteResult<std::int64_t> value(Sql sql);
   SQLiteResult<std::int64_t> freeId(const CacheKey& key);
@@ -93,6 +101,7 @@ class CacheWriter {
   CacheStamp before_;
   State state_;
   bool changed_ = false;
+  LastUse lastUse_;
 };
 
 }  // namespace paperloom::internal

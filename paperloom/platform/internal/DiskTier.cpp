@@ -21,8 +21,9 @@ constexpr std::chrono::milliseconds shortLockWait{5};
 // Between two attempts to open a file that cannot be opened, and between two looks whether an open
 // one is still where it was.
 constexpr std::chrono::milliseconds pause{100};
-// Uses noted in memory before they are written even without another change.
-constexpr std::size_t mostUses = 512;
+// Uses noted in memory, and those of them that are worth writing in the end.
+constexpr std::size_t mostUses = 65'536;
+constexpr std::size_t mostWrittenUses = 4'096;
 constexpr std::size_t mostOutdated = 10000;
 
 // SQLite's primary result codes.
@@ -47,17 +48,6 @@ std::pair<std::uint64_t, std::uint64_t> identityOf(const std::filesystem::path& 
   struct stat info {};
   if (::stat(file.c_str(), &info) != 0) return {};
   return {info.st_dev, info.st_ino};
-}
-
-std::vector<std::int64_t> inOrder(const std::unordered_map<std::int64_t, std::uint64_t>& uses) {
-  std::vector<std::pair<std::uint64_t, std::int64_t>> sorted;
-  sorted.reserve(uses.size());
-  for (const auto& [id, order] : uses) sorted.emplace_back(order, id);
-  std::sort(sorted.begin(), sorted.end());
-  std::vector<std::int64_t> ids;
-  ids.reserve(sorted.size());
-  for (const auto& [order, id] : sorted) ids.push_back(id);
-  return ids;
 }
 
 }  // namespace
@@ -88,7 +78,7 @@ DiskTier::~DiskTier() {
     const std::lock_guard lock(mutex_);
     noted = !uses_.empty() || !outdated_.empty() || allOutdated_ != 0;
   }
-  if (noted) write(inAWhile(), [](CacheWriter&) { return SQLiteStatus(); });
+  if (noted) write(inAWhile(), [this](CacheWriter& writer) { return writeUses(writer); });
 }
 
 void DiskTier::attach(MemoryTier* memory) {
@@ -133,15 +123,10 @@ std::optional<CacheEntry> DiskTier::find(const CacheKey& key, VaryMatcher& reque
 
 void DiskTier::noteUse(std::int64_t id) {
   if (id == 0) return;
-  {
-    const std::lock_guard lock(mutex_);
-    uses_[id] = ++useCount_;
-    if (uses_.size() < mostUses) return;
-  }
-  // Whether or not it works, the memory for the uses stays bounded.
-  write(Clock::now(), [](CacheWriter&) { return SQLiteStatus(); });
   const std::lock_guard lock(mutex_);
+  // A process that only reads, and so much, can lose track of some uses.
   if (uses_.size() >= mostUses) uses_.clear();
+  uses_[id] = ++clock_;
 }
 
 void DiskTier::store(const CacheKey& key, VaryMatcher& request, const CacheEntry& entry,
@@ -219,21 +204,26 @@ std::int64_t DiskTier::usage() {
 }
 
 std::vector<CacheEntry> DiskTier::entries() {
-  std::vector<CacheEntry> entries;
+  std::vector<CacheReader::Listed> listed;
   read([&](CacheReader& reader) -> SQLiteStatus {
     auto result = reader.list();
     if (!result) return tl::unexpected(result.error());
-    entries = std::move(*result);
+    listed = std::move(*result);
     return {};
   });
-  const std::lock_guard lock(mutex_);
-  if (allOutdated_ != 0) return {};
-  const auto order = [&](const CacheEntry& entry) {
-    const auto use = uses_.find(entry.id);
-    return use != uses_.end() ? use->second : 0;
-  };
-  std::stable_sort(entries.begin(), entries.end(),
-                   [&](const CacheEntry& a, const CacheEntry& b) { return order(a) > order(b); });
+  {
+    const std::lock_guard lock(mutex_);
+    if (allOutdated_ != 0) return {};
+    for (CacheReader::Listed& each : listed) {
+      const auto use = uses_.find(each.entry.id);
+      if (use != uses_.end()) each.used = std::max(each.used, use->second);
+    }
+  }
+  std::sort(listed.begin(), listed.end(),
+            [](const auto& a, const auto& b) { return a.used > b.used; });
+  std::vector<CacheEntry> entries;
+  entries.reserve(listed.size());
+  for (CacheReader::Listed& each : listed) entries.push_back(std::move(each.entry));
   return entries;
 }
 
@@ -261,30 +251,51 @@ bool DiskTier::tryWrite(Clock::time_point deadline, const Work& work) {
 }
 
 SQLiteStatus DiskTier::transact(const Work& work) {
-  if (auto begun = writer_->begin(); !begun) return begun;
-  noteStamp(writer_->stampBefore());
-  std::unordered_map<std::int64_t, std::uint64_t> uses;
   std::vector<std::string> outdated;
   int all = 0;
+  std::int64_t clock = 0;
   {
     const std::lock_guard lock(mutex_);
-    uses.swap(uses_);
+    clock = clock_;
     outdated.assign(outdated_.begin(), outdated_.end());
     all = allOutdated_;
   }
+  const auto lastUse = [this](std::int64_t id) { return this->lastUse(id); };
+  if (auto begun = writer_->begin(clock, lastUse); !begun) return begun;
+  noteStamp(writer_->stampBefore());
   if (all != 0) {
     if (auto removed = writer_->removeAll(); !removed) return removed;
   }
   for (const std::string& url : outdated) {
     if (auto removed = writer_->remove(cacheKey(url)); !removed) return removed;
   }
-  if (auto touched = writer_->touch(inOrder(uses)); !touched) return touched;
   if (auto worked = work(*writer_); !worked) return worked;
   if (auto committed = writer_->commit(); !committed) return committed;
   // Only now: until here it might not have happened.
   const std::lock_guard lock(mutex_);
   for (const std::string& url : outdated) outdated_.erase(url);
   allOutdated_ -= all;
+  clock_ = std::max(clock_, writer_->clock());
+  return {};
+}
+
+std::int64_t DiskTier::lastUse(std::int64_t id) {
+  const std::lock_guard lock(mutex_);
+  const auto use = uses_.find(id);
+  return use != uses_.end() ? use->second : 0;
+}
+
+SQLiteStatus DiskTier::writeUses(CacheWriter& writer) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> latest;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, clock] : uses_) latest.emplace_back(clock, id);
+  }
+  std::sort(latest.rbegin(), latest.rend());
+  if (latest.size() > mostWrittenUses) latest.resize(mostWrittenUses);
+  for (const auto& [clock, id] : latest) {
+    if (auto touched = writer.touch(id, clock); !touched) return touched;
+  }
   return {};
 }
 
@@ -362,6 +373,7 @@ bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
   {
     const std::lock_guard lock(mutex_);
     if (!openedBefore_) foreign_ = writer->stampBefore();
+    clock_ = std::max(clock_, writer->clock());
     openedBefore_ = true;
   }
   const TimedGate::Hold hold(readGate_, Clock::now() + std::chrono::seconds(10));

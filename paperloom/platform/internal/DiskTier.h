@@ -46,7 +46,7 @@ class DiskTier {
   std::uint64_t generation();
 
   std::optional<CacheEntry> find(const CacheKey& key, VaryMatcher& request, const URL& url);
-  // Counts a use of the row; written with a later change.
+  // Counts a use of the row. The file learns of it when the row would be evicted, or in the end.
   void noteUse(std::int64_t id);
 
   // `own` is the memory of the cache that asks. `then` brings it up to date: it is called exactly
@@ -82,6 +82,8 @@ class DiskTier {
   bool wasMoved() const;
   void scrub(Clock::time_point deadline);
   void noteStamp(const CacheStamp& stamp);
+  std::int64_t lastUse(std::int64_t id);
+  SQLiteStatus writeUses(CacheWriter& writer);
   void dropDamaged(const std::vector<CacheReader::Damaged>& rows);
   void tellOthers(const MemoryTier* own, const std::function<void(MemoryTier&)>& tell);
   bool isOutdated(const CacheKey& key);
@@ -107,8 +109,8 @@ class DiskTier {
   std::uint64_t generation_ = 0;
   CacheStamp foreign_;
   std::vector<MemoryTier*> memories_;
-  std::unordered_map<std::int64_t, std::uint64_t> uses_;  // row id to the order of its last use
-  std::uint64_t useCount_ = 0;
+  std::unordered_map<std::int64_t, std::int64_t> uses_;  // row id to the clock of its last use
+  std::int64_t clock_ = 0;
   // What could not be removed from the file yet, and must not be served.
   std::unordered_set<std::string> outdated_;
   int allOutdated_ = 0;  // how often everything was to be removed
