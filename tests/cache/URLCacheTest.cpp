@@ -94,6 +94,10 @@ TEST_F(URLCacheTest, ofTheVariantsTheOneThatFitsIsChosen) {
        {{"Accept-Language", "EN; q=0.5,DE"}},
        true},
       {"Accept-Language", {{"Accept-Language", "de"}}, {{"Accept-Language", "en"}}, false},
+      {"", {{"Authorization", "mine"}}, {{"authorization", "mine"}}, true},
+      {"", {{"Authorization", "mine"}}, {{"Authorization", "yours"}}, false},
+      {"", {{"Authorization", "mine"}}, {}, false},
+      {"", {}, {{"Authorization", "mine"}}, true},
   };
   int number = 0;
   for (const auto& each : cases) {

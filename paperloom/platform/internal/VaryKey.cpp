@@ -58,10 +58,10 @@ std::string digestOf(std::string_view names, const HTTPHeaders& request) {
 }  // namespace
 
 std::optional<VaryKey> varyKey(const HTTPHeaders& response, const HTTPHeaders& request) {
-  const auto vary = response.combined("Vary");
-  if (!vary) return VaryKey{};
   std::vector<std::string> names;
-  for (const std::string_view name : listMembers(*vary)) names.push_back(lowercased(name));
+  const auto vary = response.combined("Vary").value_or("");
+  for (const std::string_view name : listMembers(vary)) names.push_back(lowercased(name));
+  if (request.contains("Authorization")) names.emplace_back("authorization");
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   if (std::find(names.begin(), names.end(), "*") != names.end()) return std::nullopt;

@@ -15,6 +15,9 @@ namespace paperloom::internal {
 // Values are compared after combining repeated fields, without regard to white space around list
 // members; those of Accept, Accept-Charset, Accept-Encoding and Accept-Language also without
 // regard to case and order. A field that is absent differs from an empty one.
+//
+// The answer to a request with Authorization always varies by it: what one account was told is not
+// another's, whether the server says so or not.
 struct VaryKey {
   std::string names;   // in lower case, sorted, each once, separated by commas
   std::string digest;  // 32 bytes; empty when there are no names
