@@ -25,10 +25,16 @@ std::vector<Asset::Rendition> parseRenditions(const JSONObjectList& list) {
 // against a tall one, which no sort may be given; by width and then height is an order that agrees
 // with it wherever it says something.
 void sortBySize(std::vector<Asset::Rendition>& renditions) {
-  std::stable_sort(renditions.begin(), renditions.end(),
-                   [](const Asset::Rendition& a, const Asset::Rendition& b) {
-                     return std::tie(a.width, a.height) < std::tie(b.width, b.height);
-                   });
+  const auto isSmaller = [](const Asset::Rendition& a, const Asset::Rendition& b) {
+    return std::tie(a.width, a.height) < std::tie(b.width, b.height);
+  };
+  const auto isNotLarger = [&](const auto& a, const auto& b) { return !isSmaller(b, a); };
+  // Feeds write them in order, one way or the other.
+  if (std::adjacent_find(renditions.begin(), renditions.end(), isNotLarger) == renditions.end()) {
+    std::reverse(renditions.begin(), renditions.end());
+  } else if (!std::is_sorted(renditions.begin(), renditions.end(), isSmaller)) {
+    std::stable_sort(renditions.begin(), renditions.end(), isSmaller);
+  }
 }
 
 }  // namespace

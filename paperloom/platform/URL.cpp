@@ -47,16 +47,7 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 // The index of the first byte at or after `from` that is neither of the class nor part of a
 // percent-encoded byte.
 std::size_t skip(std::string_view text, std::size_t from, int flags) {
-  const auto classOf = [&](std::size_t at) {
-    return byteClasses[static_cast<unsigned char>(text[at])];
-  };
   while (from < text.size()) {
-    // Four at once: nearly every byte is of the class.
-    while (from + 4 <= text.size() && (classOf(from) & classOf(from + 1) & classOf(from + 2) &
-                                       classOf(from + 3) & flags) != 0) {
-      from += 4;
-    }
-    if (from == text.size()) break;
     if (is(text[from], flags)) {
       ++from;
     } else if (text[from] == '%' && from + 2 < text.size() && is(text[from + 1], hexByte) &&
