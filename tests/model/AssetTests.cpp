@@ -56,12 +56,12 @@ TEST(AssetTests, theFirstFailingCheckGivesItsText) {
 TEST(AssetTests, optionalTextsOfAnotherTypeAreAbsent) {
   const auto asset = parse<Asset>(with(image, {{"caption", 3},
                                                {"copyright", "c"},
-                                               {"altText", nullptr},
+                                               {"altText", "a"},
                                                {"videoEmbedId", "v"},
                                                {"videoDuration", "1:05"}}));
   EXPECT_EQ(asset->caption, std::nullopt);
   EXPECT_EQ(asset->copyright, "c");
-  EXPECT_EQ(asset->altText, std::nullopt);
+  EXPECT_EQ(asset->altText, "a");
   EXPECT_EQ(asset->videoEmbedId, "v");
   EXPECT_EQ(asset->videoDuration, "1:05");
 }

@@ -59,9 +59,9 @@ TEST(ArticleHeaderTests, optionalValuesCountOnlyWithTheirType) {
                                                       {"type", "liveArticle"},
                                                       {"videoDuration", "2:00"},
                                                       {"authors", {{{"name", "A"}}}},
-                                                      {"premium", true},
-                                                      {"sponsored", true}}));
-  EXPECT_TRUE(good->cardAsset() && good->isPremium() && good->sponsored());
+                                                      {"premium", true}}));
+  EXPECT_TRUE(good->cardAsset() && good->isPremium() && !good->sponsored());
+  EXPECT_TRUE((*parse<ArticleHeader>(with(card, {{"sponsored", true}})))->sponsored());
   EXPECT_EQ(good->cardType(), CardType::bespoke);
   EXPECT_EQ(good->articleType(), ArticleType::live);
   EXPECT_EQ(good->videoDuration(), "2:00");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "paperloom/network/CacheWarmerSessionManager.h"
 #include "paperloom/network/MockSessionManager.h"
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/TaskCounter.h"
@@ -129,6 +130,28 @@ TEST_F(ContentSessionManagerTests, successCutShortHasNoBodyAndDoesNotFallBack) {
   EXPECT_EQ(cut.result.error().details().find("no network error : "), 0U);
 }
 
+TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
+  test::ScriptedServer server([](const auto&) {
+    auto script = test::answer("{}", "", "500 Internal Server Error");
+    script.insert(script.begin(), test::awaitRelease());
+    return script;
+  });
+  const URLRequest request(server.url());
+  CachedURLResponse copy{HTTPURLResponse{request.url, 200, {{"Cache-Control", "max-age=0"}}},
+                         Data(R"({"copy": 1})"),
+                         {},
+                         {}};
+  cache->storeCachedResponse(copy, request);
+  std::promise<Result<std::string>> answered;
+  manager.getJSONData<std::string>(
+      request.url, std::make_shared<BodyParser>(),
+      [&](Result<std::string> result, bool) { answered.set_value(std::move(result)); });
+  copy.data = Data(R"({"copy": 2})");
+  cache->storeCachedResponse(copy, request);
+  server.release();
+  EXPECT_EQ(test::await(answered.get_future()), R"({"copy": 1})");
+}
+
 TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
   auto server = std::make_unique<test::ScriptedServer>([](const auto& request) {
     if (request.target == "/new") return test::answer("{}", "Cache-Control: max-age=0\r\n");
@@ -210,15 +233,24 @@ TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
   auto& indicator = NetworkActivityIndicator::shared();
   DispatchQueue::main().runPending();
   misbehave("silent=/config");
-  const auto task = manager.getJSONData<std::string>(at("/config"), std::make_shared<BodyParser>(),
-                                                     [](Result<std::string>, bool) {});
-  EXPECT_EQ(manager.taskCount(), 1);
-  EXPECT_FALSE(indicator.isVisible());
-  DispatchQueue::main().runPending();
-  EXPECT_TRUE(indicator.isVisible());
-
-  task->cancel();
-  EXPECT_TRUE(test::pumpUntil([&] { return manager.taskCount() == 0 && !indicator.isVisible(); }));
+  const URL config = at("/config");
+  CacheWarmerSessionManager warmer(cache);
+  const std::function<std::shared_ptr<URLSessionTask>()> starts[] = {
+      [&] {
+        return manager.getJSONData<std::string>(config, std::make_shared<BodyParser>(), nullptr);
+      },
+      [&] { return manager.postJSONData(config, Data(), nullptr); },
+      [&] { return warmer.saveToCache(config, false, nullptr); }};
+  for (const auto& start : starts) {
+    const auto task = start();
+    EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 1);
+    EXPECT_FALSE(indicator.isVisible());
+    DispatchQueue::main().runPending();
+    EXPECT_TRUE(indicator.isVisible());
+    task->cancel();
+    EXPECT_TRUE(test::pumpUntil([&] { return !indicator.isVisible(); }));
+    EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 0);
+  }
 }
 
 TEST_F(ContentSessionManagerTests, twoManagersShareOneCacheOnDisk) {

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <optional>
 #include <thread>
 
 #include "tests/network/ContentFixture.h"
+#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {
@@ -215,6 +217,25 @@ TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator
   coordinator.setCacheWarmerDataCoordinator(nullptr);
   EXPECT_TRUE(test::await(cancelled.get_future()));
   EXPECT_TRUE(coordinator.cacheWarmerDataCoordinator());
+}
+
+TEST_F(CacheWarmerTests, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority) {
+  test::ScriptedServer server([](const auto&) {
+    auto script = test::answer("page");
+    script.insert(script.begin(), test::wait(std::chrono::milliseconds(5)));
+    return script;
+  });
+  std::atomic<int> left = 10;
+  for (int i = 0; i < 10; ++i) {
+    const auto task = warmer->saveToCache(server.url("/" + std::to_string(i)), false,
+                                          [&](CacheWarmerRequestResult result) {
+                                            EXPECT_EQ(result.index(), 0U);
+                                            --left;
+                                          });
+    EXPECT_EQ(task->priority(), URLSessionTask::lowPriority);
+  }
+  EXPECT_TRUE(test::pumpUntil([&] { return left == 0; }));
+  EXPECT_EQ(server.mostConnections(), 1);
 }
 
 TEST_F(CacheWarmerTests, callbacksMayBeLeftOut) {
