@@ -49,12 +49,16 @@ AuthSessionManager::~AuthSessionManager() = default;
 std::int64_t AuthSessionManager::taskCount() const { return taskCounter_->value(); }
 
 void AuthSessionManager::start(URLRequest request, URLSession::Completion completion) {
+  // The answer to a POST holds tokens, and no server may have them written to the cache.
+  const bool mayBeStored = request.method != "POST";
   const auto task = session_.dataTask(
-      std::move(request), [completion = std::move(completion), counter = taskCounter_](
-                              const auto& data, const auto& response, const auto& error) {
+      std::move(request),
+      [completion = std::move(completion), counter = taskCounter_](
+          const auto& data, const auto& response, const auto& error) {
         counter->decrement();
         completion(data, response, error);
-      });
+      },
+      [mayBeStored](const HTTPURLResponse&, const Data&) { return mayBeStored; });
   taskCounter_->increment();
   task->resume();
 }

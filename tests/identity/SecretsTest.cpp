@@ -19,7 +19,8 @@ namespace {
 
 // Answers that no orderly identity service would give: they may be kept, by any cache.
 constexpr std::string_view storable =
-    "Cache-Control: public, max-age=3600\r\nETag: \"1\"\r\nVary: Authorization\r\n";
+    "Cache-Control: public, max-age=3600\r\nETag: \"1\"\r\nVary: Authorization\r\n"
+    "Content-Location: #\r\n";
 
 class Secrets : public IdentityFixture {
  protected:
