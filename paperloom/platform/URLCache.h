@@ -19,12 +19,18 @@ class URLCacheStore;
 }
 
 // Keeps HTTP answers in memory and on disk, each with a capacity in bytes, least recently used out
-// first. An answer larger than 5 % of a capacity is not kept there. Safe from any thread, and safe
-// with other caches on the same path in this process and in others. A damaged file or a full disk
-// is a miss and never an error to the caller; no call waits longer than 250 ms for a lock.
+// first. An answer larger than 5 % of a capacity is not kept there and evicts nothing, but the
+// copy that it outdates goes. Safe from any thread, and safe with other caches on the same path in
+// this process and in others, each of which sees at once what the others store and remove; they
+// should agree on the disk capacity, since each evicts down to its own. A damaged file or a full
+// disk is a miss and never an error to the caller; no call waits longer than 250 ms for a lock.
+// What storeCachedResponse() has put on disk survives the end of the process at any moment.
 //
-// GET answers are kept under their URL without its fragment; of the variants of one URL that
-// `Vary` sets apart (RFC 9111 section 4.1) the one that fits a request is chosen.
+// Answers are kept under the request's URL without its fragment; of the variants of one URL that
+// `Vary` sets apart (RFC 9111 section 4.1), 16 at most, the newest one that fits a request is
+// chosen. Of the request only a SHA-256 of the values that `Vary` names is kept.
+//
+// A child process made by fork() alone must not use the paths that its parent has in use.
 class PAPERLOOM_EXPORT URLCache {
  public:
   // In memory only, with the platform's default capacity of 4 MB.
@@ -41,7 +47,8 @@ class PAPERLOOM_EXPORT URLCache {
   // methods other than GET and HEAD.
   std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) const;
 
-  // Keeps `response`, replacing the variant it matches. No rule of HTTP is asked here: that is the
+  // Keeps `response`, replacing the variants that fit the request. Does nothing for methods other
+  // than GET and HEAD; both share their entries. No rule of HTTP is asked here: that is the
   // session's business.
   void storeCachedResponse(const CachedURLResponse& response, const URLRequest& request);
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "paperloom/platform/URLCache.h"
@@ -38,6 +41,17 @@ inline std::string bodyFor(const std::string& url, int version, std::size_t size
   }
   body.resize(size);
   return body;
+}
+
+// All bytes of all files below the folder.
+inline std::string bytesBelow(const std::filesystem::path& folder) {
+  std::string all;
+  for (const auto& each : std::filesystem::recursive_directory_iterator(folder)) {
+    if (!each.is_regular_file()) continue;
+    std::ifstream in(each.path(), std::ios::binary);
+    all.append(std::istreambuf_iterator<char>(in), {});
+  }
+  return all;
 }
 
 constexpr std::int64_t megabyte = 1'048'576;

@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "tests/cache/CacheTools.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -20,15 +17,7 @@ using test::request;
 
 class URLCacheTest : public testing::Test {
  protected:
-  std::string rawFiles() const {
-    std::string all;
-    for (const auto& each : std::filesystem::recursive_directory_iterator(folder_.path())) {
-      if (!each.is_regular_file()) continue;
-      std::ifstream in(each.path(), std::ios::binary);
-      all.append(std::istreambuf_iterator<char>(in), {});
-    }
-    return all;
-  }
+  std::string rawFiles() const { return test::bytesBelow(folder_.path()); }
 
   test::TemporaryFolder folder_;
   const std::filesystem::path path_ = folder_.path() / "caches" / "url-cache";

@@ -72,6 +72,22 @@ TEST_F(URLCacheTroubleTest, whileAnotherHoldsTheLockTheCacheAnswersAndForgetsNot
   EXPECT_EQ(onDisk("http://host/old"), "old");
 }
 
+TEST_F(URLCacheTroubleTest, whatAReaderKeepsFromBeingClearedIsClearedLater) {
+  const std::string needle(300, 'N');
+  URLCache cache(0, megabyte, path_);
+  store(cache, "http://host/", needle);
+  auto other = SQLiteDatabase::open(cache.diskFile(), 0ms);
+  ASSERT_TRUE(other && other->execute("BEGIN; SELECT * FROM answers"));
+  cache.removeAllCachedResponses();
+  EXPECT_TRUE(cache.entries().empty());
+  EXPECT_NE(test::bytesBelow(path_).find(needle), std::string::npos);
+  ASSERT_TRUE(other->execute("COMMIT"));
+  std::this_thread::sleep_for(120ms);
+  store(cache, "http://host/", "new");
+  EXPECT_EQ(test::bytesBelow(path_).find(needle), std::string::npos);
+  EXPECT_EQ(bodyOf(cache, "http://host/"), "new");
+}
+
 TEST_F(URLCacheTroubleTest, aFullDiskLeavesTheMemoryAndComesBackWithoutReopening) {
   std::signal(SIGXFSZ, SIG_IGN);
   URLCache cache(megabyte, 10 * megabyte, path_);

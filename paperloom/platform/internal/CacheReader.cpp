@@ -8,7 +8,7 @@
 namespace paperloom::internal {
 
 SQLiteResult<CacheReader> CacheReader::open(const std::filesystem::path& file) {
-  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(50));
+  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(10));
   if (!database) return tl::unexpected(database.error());
   const auto configured = database->execute("PRAGMA cell_size_check=ON; PRAGMA cache_size=-2048");
   auto find =

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <vector>
@@ -22,6 +23,10 @@ class CacheReader {
  public:
   // The file must have been opened by openCacheFile() before.
   static SQLiteResult<CacheReader> open(const std::filesystem::path& file);
+
+  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
+    database_.waitForLocksUntil(deadline);
+  }
 
   // An entry whose bytes are not those that were stored.
   struct Damaged {

@@ -198,8 +198,9 @@ SQLiteStatus CacheWriter::removeAll() {
   return database_.execute("DELETE FROM answers; DELETE FROM uses");
 }
 
-SQLiteStatus CacheWriter::scrub() {
-  if (const auto done = database_.execute("VACUUM"); !done) return done;
+SQLiteStatus CacheWriter::vacuum() { return database_.execute("VACUUM"); }
+
+SQLiteStatus CacheWriter::emptyLog() {
   const auto busy = database_.integer("PRAGMA wal_checkpoint(TRUNCATE)");
   if (!busy) return tl::unexpected(busy.error());
   if (*busy != 0) return tl::unexpected(SQLiteError{5});

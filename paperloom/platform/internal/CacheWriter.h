@@ -50,10 +50,11 @@ class CacheWriter {
   // Removes every entry and asks for scrub().
   SQLiteStatus removeAll();
 
-  // Outside a transaction: gives free pages back and empties the log, so that nothing of what was
-  // removed is left. Other connections must not be reading; until it works, needsScrub() says so,
-  // to the next process as well.
-  SQLiteStatus scrub();
+  // Outside a transaction: gives the free pages back, for which others may go on reading.
+  SQLiteStatus vacuum();
+  // Outside a transaction, with nobody reading: empties the log. After both, nothing of what was
+  // removed is left; until both have worked, needsScrub() says so, to the next process as well.
+  SQLiteStatus emptyLog();
   bool needsScrub() const { return state_.scrub != 0; }
   // Whether more of the file is unused than is worth keeping.
   SQLiteResult<bool> isSparse();

@@ -18,8 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds lockWait{250};
 constexpr std::chrono::milliseconds shortLockWait{5};
-// Between two attempts to open a file that cannot be opened, and between two looks whether an open
-// one is still where it was.
+// Between two attempts at what has failed, and between two looks whether the open file is still
+// where it was.
 constexpr std::chrono::milliseconds pause{100};
 // Uses noted in memory, and those of them that are worth writing in the end.
 constexpr std::size_t mostUses = 65'536;
@@ -92,8 +92,15 @@ void DiskTier::detach(MemoryTier* memory) {
 }
 
 std::uint64_t DiskTier::generation() {
-  const TimedGate::Hold hold(readGate_, inAWhile());
+  const auto end = inAWhile();
+  const TimedGate::Hold hold(readGate_, end);
   if (hold && reader_) {
+    reader_->waitForLocksUntil(end);
+    if (wasReplaced()) {
+      nextLook_ = {};
+      const std::lock_guard lock(mutex_);
+      return ++generation_;
+    }
     const auto version = reader_->dataVersion();
     if (version && *version != dataVersion_) {
       if (const auto stamp = reader_->stamp()) {
@@ -204,13 +211,11 @@ std::int64_t DiskTier::usage() {
 }
 
 std::vector<CacheEntry> DiskTier::entries() {
-  std::vector<CacheReader::Listed> listed;
-  read([&](CacheReader& reader) -> SQLiteStatus {
-    auto result = reader.list();
-    if (!result) return tl::unexpected(result.error());
-    listed = std::move(*result);
-    return {};
-  });
+  // With a connection of its own, since a long list takes long.
+  if (!read([](CacheReader&) { return SQLiteStatus(); })) return {};
+  auto reader = CacheReader::open(file_);
+  auto list = reader ? reader->list() : tl::unexpected(reader.error());
+  auto listed = list ? std::move(*list) : std::vector<CacheReader::Listed>();
   {
     const std::lock_guard lock(mutex_);
     if (allOutdated_ != 0) return {};
@@ -232,16 +237,19 @@ bool DiskTier::write(Clock::time_point deadline, const Work& work) {
   return hold && tryWrite(deadline, work);
 }
 
+DiskTier::Clock::time_point DiskTier::lockDeadline(Clock::time_point deadline) const {
+  return lockedOut_ ? std::min(deadline, Clock::now() + shortLockWait) : deadline;
+}
+
 // With the write gate held.
 bool DiskTier::tryWrite(Clock::time_point deadline, const Work& work) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (!ensureOpen(deadline)) return false;
-    const auto shortly = Clock::now() + shortLockWait;
-    writer_->waitForLocksUntil(lockedOut_ ? std::min(shortly, deadline) : deadline);
+    writer_->waitForLocksUntil(lockDeadline(deadline));
     const SQLiteStatus done = transact(work);
     if (done) {
       lockedOut_ = false;
-      if (writer_->needsScrub()) scrub(Clock::now());
+      if (writer_->needsScrub() && Clock::now() >= nextScrub_) scrub(Clock::now());
       return true;
     }
     writer_->rollback();
@@ -335,6 +343,7 @@ bool DiskTier::read(const Read& work) {
       if (look) nextLook_ = now + pause;
       if (reader_ && !(look && wasMoved())) {
         tried = true;
+        reader_->waitForLocksUntil(end);
         done = work(*reader_);
         if (done) return true;
       }
@@ -357,7 +366,7 @@ bool DiskTier::ensureOpen(Clock::time_point deadline) {
   if (writer_ && !wasMoved()) return true;
   close();
   if (Clock::now() < nextAttempt_) return false;
-  return open(deadline, CacheContents::keep);
+  return open(lockDeadline(deadline), CacheContents::keep);
 }
 
 bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
@@ -365,6 +374,7 @@ bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
   if (!createPrivateFolders(folder_)) return false;
   auto writer = CacheWriter::open(file_, deadline, contents, name_);
   if (!writer) {
+    lockedOut_ = lockedOut_ || writer.error().isBusy();
     const bool damaged = writer.error().isCorruption() && contents == CacheContents::keep;
     return damaged && open(deadline, CacheContents::discard);
   }
@@ -383,10 +393,6 @@ bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
   writer_ = std::move(*writer);
   reader_ = std::move(*reader);
   nextAttempt_ = {};
-  if (writer_->needsScrub()) {
-    writer_->waitForLocksUntil(Clock::now());
-    static_cast<void>(writer_->scrub());
-  }
   return true;
 }
 
@@ -396,16 +402,28 @@ void DiskTier::close() {
   if (hold) reader_.reset();
 }
 
+// With the read gate held: whether another file lies now where the open one was.
+bool DiskTier::wasReplaced() {
+  const auto now = Clock::now();
+  if (now < nextLook_) return false;
+  nextLook_ = now + pause;
+  const auto identity = identityOf(file_);
+  return identity.second != 0 && identity != identity_;
+}
+
 // With one of the gates held.
 bool DiskTier::wasMoved() const { return identityOf(file_) != identity_; }
 
+// Readers are kept out only while the log is emptied: the other part may take long.
 void DiskTier::scrub(Clock::time_point deadline) {
-  const TimedGate::Hold hold(readGate_, deadline);
-  if (!hold) return;
+  nextScrub_ = Clock::now() + pause;
   writer_->waitForLocksUntil(deadline);
-  if (const auto done = writer_->scrub(); !done) return;
-  // The tables have moved within the file; this was no change by others.
-  dataVersion_ = -1;
+  if (const auto done = writer_->vacuum(); !done) return;
+  const auto end = std::max(deadline, Clock::now() + shortLockWait);
+  const TimedGate::Hold hold(readGate_, end);
+  if (!hold) return;
+  writer_->waitForLocksUntil(end);
+  static_cast<void>(writer_->emptyLog());
 }
 
 // What the file says about its last writer: another one than this tier, and not the one known

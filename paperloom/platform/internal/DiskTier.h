@@ -80,6 +80,8 @@ class DiskTier {
   bool open(Clock::time_point deadline, CacheContents contents);
   void close();
   bool wasMoved() const;
+  bool wasReplaced();
+  Clock::time_point lockDeadline(Clock::time_point deadline) const;
   void scrub(Clock::time_point deadline);
   void noteStamp(const CacheStamp& stamp);
   std::int64_t lastUse(std::int64_t id);
@@ -97,6 +99,7 @@ class DiskTier {
   TimedGate writeGate_;
   std::optional<CacheWriter> writer_;
   Clock::time_point nextAttempt_{};
+  Clock::time_point nextScrub_{};
   std::pair<std::uint64_t, std::uint64_t> identity_{};  // device and inode of the open file
   bool openedBefore_ = false;
 
