@@ -2,7 +2,6 @@
 // time and 16 in flight; and warming 500 URLs over one connection beside the bare loop.
 
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 
 #include <condition_variable>
 #include <functional>
@@ -10,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "bench/BareClient.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "paperloom/platform/URLSession.h"
@@ -24,34 +24,6 @@ const LoopbackServer& server() {
   static const LoopbackServer& server = *new LoopbackServer(bodySize);
   return server;
 }
-
-std::size_t append(char* bytes, std::size_t, std::size_t size, void* text) {
-  static_cast<std::string*>(text)->append(bytes, size);
-  return size;
-}
-
-// What a program would do without the library: one handle, used again and again.
-class BareClient {
- public:
-  BareClient() {
-    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &append);
-  }
-  ~BareClient() { curl_easy_cleanup(handle_); }
-  BareClient(const BareClient&) = delete;
-  BareClient& operator=(const BareClient&) = delete;
-
-  std::size_t get(const std::string& url) {
-    std::string body;
-    curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &body);
-    curl_easy_perform(handle_);
-    return body.size();
-  }
-
- private:
-  CURL* handle_ = curl_easy_init();
-};
 
 // Runs `count` requests, `width` of them at a time, each started by the completion of another.
 class Chain {
