@@ -3,10 +3,10 @@
 
 #include <benchmark/benchmark.h>
 
-#include <condition_variable>
+#include <atomic>
+#include <cstdlib>
 #include <functional>
-#include <memory>
-#include <mutex>
+#include <future>
 #include <string>
 
 #include "bench/BareClient.h"
@@ -34,36 +34,31 @@ class Chain {
   void run(int count, int width) {
     toStart_ = count;
     toFinish_ = count;
+    done_ = std::promise<void>();
+    auto done = done_.get_future();
     for (int i = 0; i < width; ++i) startNext();
-    std::unique_lock lock(mutex_);
-    done_.wait(lock, [this] { return toFinish_ == 0; });
+    done.wait();
   }
 
  private:
   void startNext() {
-    int index = 0;
-    {
-      const std::lock_guard lock(mutex_);
-      if (toStart_ == 0) return;
-      index = --toStart_;
-    }
+    const int index = --toStart_;
+    if (index < 0) return;
     session_
         .dataTask(URLRequest(url_(index)),
                   [this](const auto& data, const auto&, const auto&) {
                     if (!data || data->size() != bodySize) std::abort();
                     startNext();
-                    const std::lock_guard lock(mutex_);
-                    if (--toFinish_ == 0) done_.notify_one();
+                    if (--toFinish_ == 0) done_.set_value();
                   })
         ->resume();
   }
 
   URLSession& session_;
   const std::function<URL(int)> url_;
-  std::mutex mutex_;
-  std::condition_variable done_;
-  int toStart_ = 0;
-  int toFinish_ = 0;
+  std::promise<void> done_;
+  std::atomic<int> toStart_ = 0;
+  std::atomic<int> toFinish_ = 0;
 };
 
 URL numbered(int index) { return *URL::parse(server().url() + std::to_string(index)); }

@@ -21,7 +21,8 @@ class TaskCore;
 }  // namespace internal
 
 struct URLSessionConfiguration {
-  // Idle time, connecting included: the longest wait without a byte in either direction.
+  // Idle time, connecting included: the longest wait without a byte in either direction. The wait
+  // for a connection to become free counts for the whole task alone.
   std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
   // The longest time for a whole task, redirects included.
   std::chrono::milliseconds timeoutIntervalForResource = std::chrono::minutes(10);
@@ -46,7 +47,7 @@ struct URLSessionTaskMetrics {
   Source source = Source::network;
   std::optional<std::chrono::seconds> age;  // of a stored copy when it was served
   std::optional<Date> fetchedAt;            // when the answer, or its last validation, was received
-  std::int64_t countOfBytesReceived = 0;  // from the network for this task, bodies before decoding
+  std::int64_t countOfBytesReceived = 0;    // of bodies, from the network, before decoding
 };
 
 // One exchange. Created suspended; safe from any thread.
@@ -68,6 +69,7 @@ class PAPERLOOM_EXPORT URLSessionTask {
   // Starts the exchange; the second call does nothing.
   void resume();
   // Ends it: the completion receives URLError::Code::cancelled, unless it was under way already.
+  // That holds for a suspended task, too.
   void cancel();
 
   // Tasks that wait for a connection start in order of priority, 0 to 1.
@@ -94,14 +96,27 @@ class PAPERLOOM_EXPORT URLSessionTask {
 // followed (at most 20, never from https to http), gzip and deflate decoded, answers stored and
 // reused as a private cache does (RFC 9111).
 //
-// One event-loop thread and one serial callback queue a session, both started with its first task.
-// Every callback of a session runs on its callback queue, one at a time, never on the caller's
-// stack. The destructor cancels what is in flight, joins the threads, and no callback runs after
-// it returns; a callback may start requests and may release the session.
+// The threads of a session, two, start with its first task; both wait for the network, and one at
+// a time runs callbacks: all of them on this serial callback queue, never on the caller's stack.
+// A resumed task may send its request, and look into the cache, on the caller's thread. The
+// destructor cancels what is in flight, runs those completions, joins the threads, and no callback
+// runs after it returns; a task resumed later, or by one of those completions, never begins. A
+// callback may start requests and may release the session: then the other completions run within
+// its destructor.
+//
+// The wire. Host, Connection, Content-Length and the other fields that frame a message or steer a
+// connection are the session's own; such fields of a request are left out. A request without
+// Accept-Encoding asks for gzip and deflate, or for no coding with a Range. What arrives in these
+// codings is handed over and stored decoded, without Content-Encoding and Content-Length; other
+// codings and partial contents as they come. To another scheme, host or port a redirect takes along
+// only fields that say nothing of the user: no Authorization, no Cookie, none of a caller's own
+// making. No cookies are kept, no .netrc is read. A GET or HEAD is sent again once, on a fresh
+// connection, when a kept connection ends before the answer begins; nothing else ever is.
 class PAPERLOOM_EXPORT URLSession {
  public:
-  // Called exactly once. A body cut off after its header arrives as response and error without
-  // data; a failure before the header as an error alone.
+  // Called exactly once for a task that was resumed or cancelled. Without an error there are both
+  // response and data, if only empty. A body cut off after its header arrives as response and error
+  // without data; a failure before the header, and a cancellation, as an error alone.
   using Completion = std::function<void(const std::optional<Data>& data,
                                         const std::optional<HTTPURLResponse>& response,
                                         const std::optional<URLError>& error)>;

@@ -46,6 +46,7 @@ TEST_F(CachingTest, aFreshCopyIsServedWithItsAgeAndWithoutTraffic) {
   EXPECT_EQ(kept(server.url()), "body");
   const Answer second = fetch(session_, URLRequest(server.url("/#part")));
   EXPECT_EQ(second.body(), "body");
+  EXPECT_EQ(second.response->url, server.url("/#part"));
   EXPECT_EQ(second.metrics.source, Source::cache);
   EXPECT_EQ(second.metrics.countOfBytesReceived, 0);
   EXPECT_TRUE(second.metrics.age && second.metrics.fetchedAt);

@@ -6,6 +6,7 @@
 
 #include "tests/support/Fetch.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/Soak.h"
 
 namespace paperloom::test {
 namespace {
@@ -306,13 +307,13 @@ TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
   EXPECT_EQ(order, (std::vector<std::string>{"second", "cancelled", "released"}));
 }
 
-TEST(Lifetime, sessionsComeAndGoWithTasksInEveryState) {
+TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target == "/hang") return {hang()};
     return answer("x");
   });
   std::atomic<int> completions = 0;
-  const int cycles = 200;
+  const int cycles = soakTimes(100);
   for (int cycle = 0; cycle < cycles; ++cycle) {
     URLSession session({});
     const auto count = [&](const auto&, const auto&, const auto&) { ++completions; };

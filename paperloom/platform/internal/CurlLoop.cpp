@@ -27,7 +27,7 @@ CurlLoop::CurlLoop(int maximumConnectionsPerHost)
       event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   usable_ = multi_ != nullptr && epoll_ >= 0 && event_ >= 0;
   if (!usable_) return;
-  change(EPOLL_CTL_ADD, event_, EPOLLIN);
+  change(EPOLL_CTL_ADD, event_, EPOLLIN | EPOLLET);  // one thread a wake
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
@@ -54,8 +54,7 @@ bool CurlLoop::add(CURL* handle) { return curl_multi_add_handle(multi_, handle) 
 void CurlLoop::remove(CURL* handle) { curl_multi_remove_handle(multi_, handle); }
 
 const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
-  // Each call may set the timer anew for something that is due at once.
-  for (int i = 0; i < 4 && timer_ && *timer_ <= Clock::now(); ++i) {
+  if (timer_ && *timer_ <= Clock::now()) {
     timer_.reset();
     int running = 0;
     curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
@@ -91,16 +90,16 @@ void CurlLoop::moveOn(const Ready& ready) {
     }
     const auto known = watched_.find(event.data.fd);
     if (known == watched_.end()) continue;
-    if (!known->second.wanted) {  // the server has something to say to an idle connection
-      change(EPOLL_CTL_DEL, event.data.fd, 0);
-      known->second.events = 0;
-      continue;
-    }
+    known->second.armed = false;
+    if (!known->second.wanted) continue;
     int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
     if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) bits = 0;  // libcurl looks for itself
     int running = 0;
     curl_multi_socket_action(multi_, event.data.fd, bits, &running);
+    const auto still = watched_.find(event.data.fd);
+    if (still == watched_.end() || !still->second.wanted || still->second.armed) continue;
+    watch(event.data.fd, still->second, still->second.events);
   }
 }
 
@@ -117,12 +116,15 @@ int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void*)
   }
   const std::uint32_t events = ((what & CURL_POLL_IN) != 0 ? std::uint32_t{EPOLLIN} : 0U) |
                                ((what & CURL_POLL_OUT) != 0 ? std::uint32_t{EPOLLOUT} : 0U);
-  if (watched.events != events) {
-    loop.change(watched.events == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, events);
-  }
-  watched.events = events;
   watched.wanted = true;
+  if (watched.events != events || !watched.armed) loop.watch(socket, watched, events);
   return 0;
+}
+
+void CurlLoop::watch(curl_socket_t socket, Watched& watched, std::uint32_t events) {
+  change(watched.events == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, events | EPOLLONESHOT);
+  watched.events = events;
+  watched.armed = true;
 }
 
 // A failure shows as an idle timeout.

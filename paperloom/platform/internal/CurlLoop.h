@@ -58,13 +58,16 @@ class CurlLoop {
   void wake();
 
  private:
-  // What epoll knows of a socket. One of ours that libcurl has lost interest in, since its transfer
-  // is over, stays with epoll: its next transfer will most likely ask for the same.
+  // What epoll knows of a socket. It tells of each once and is then to be armed again, so that no
+  // two threads are woken for one; and one of ours that libcurl has lost interest in, since its
+  // transfer is over, stays known, as its next transfer will most likely ask for the same.
   struct Watched {
     std::uint32_t events = 0;  // none: epoll does not know it
+    bool armed = false;
     bool wanted = false;
     bool isOurs = false;
   };
+  void watch(curl_socket_t socket, Watched& watched, std::uint32_t events);
   void change(int operation, curl_socket_t socket, std::uint32_t events);
 
   static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void*);

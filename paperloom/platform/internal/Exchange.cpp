@@ -155,6 +155,7 @@ Exchange::Step Exchange::serveStored(const CachedURLResponse& stored, Source sou
   metrics_.age = plan_.age;
   metrics_.fetchedAt = stored.responseTime;
   auto answer = answerFromStored(request_, stored, now, source == Source::revalidated);
+  answer.response.url = request_.url;  // with this request's fragment
   if (auto next = follow(answer.response, now)) return *std::move(next);
   return deliver(std::move(answer.response), std::move(answer.data));
 }

@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 #include "paperloom/platform/internal/QuietThread.h"
@@ -34,31 +33,133 @@ SessionCore::SessionCore(URLSessionConfiguration configuration)
 
 SessionCore::~SessionCore() = default;
 
-bool SessionCore::startLoop() {
+bool SessionCore::startWorkers() {
   if (loop_) return true;
-  auto loop = std::make_unique<SessionLoop>(limits_, callbacks_);
+  auto loop = std::make_unique<SessionLoop>(limits_, *callbacks_);
   if (!loop->isUsable()) return false;
   loop_ = std::move(loop);
-  thread_ = startQuietThread([raw = loop_.get()] { raw->run(); });
+  for (std::size_t i = 0; i < workers; ++i) {
+    threads_[i] =
+        startQuietThread([this, i, callbacks = callbacks_] { work(*this, i, callbacks); });
+  }
   return true;
 }
 
-bool SessionCore::post(SessionLoop::Command command, const std::shared_ptr<TaskCore>& task) {
-  SessionLoop* loop = nullptr;
+// Out of descriptors: this task fails, the next may succeed.
+void SessionCore::failWithoutWorkers(const std::shared_ptr<TaskCore>& task) {
+  callbacks_->add([task] {
+    auto error = makeError(URLError::Code::unknown, "there are no descriptors for the session");
+    complete(*task, Delivery{.error = std::move(error)}, nullptr);
+  });
+  if (!callbacks_->needsRunner()) return;
+  std::thread& spare = threads_[workers];
+  if (spare.joinable()) spare.join();  // it has run out of jobs
+  spare = startQuietThread([callbacks = callbacks_] { callbacks->run(); });
+}
+
+// A completion may end the session, and then `core` is gone when run() returns.
+void SessionCore::work(SessionCore& core, std::size_t worker,
+                       std::shared_ptr<CallbackQueue> callbacks) {
+  while (core.turn(worker)) {
+    callbacks->run();
+    if (callbacks->isFinished()) return;
+  }
+  callbacks->run();
+}
+
+bool SessionCore::post(Command command, const std::shared_ptr<TaskCore>& task) {
   {
     const std::lock_guard lock(mutex_);
     if (closing_) return false;
-    if (startLoop()) loop = loop_.get();
+    if (!startWorkers()) {
+      if (command == Command::start) failWithoutWorkers(task);
+      return true;
+    }
   }
-  if (loop != nullptr) return loop->post(command, task);
-  if (command == SessionLoop::Command::start) {
-    // Out of descriptors: this task fails, the next may succeed.
-    callbacks_.async([task] {
-      auto error = makeError(URLError::Code::unknown, "there are no descriptors for the session");
-      complete(*task, Delivery{.error = std::move(error)}, nullptr);
-    });
+  if (command == Command::start && startDirectly(task)) return true;
+  bool mustWake = false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (closing_) return false;
+    inbox_.push_back({command, task});
+    mustWake = !std::exchange(attended_, true);
   }
+  if (mustWake) loop_->network().wake();
   return true;
+}
+
+bool SessionCore::startDirectly(const std::shared_ptr<TaskCore>& task) {
+  std::unique_lock loop(loopMutex_, std::try_to_lock);
+  if (!loop) return false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (closing_ || !inbox_.empty()) return false;
+  }
+  const BrokenPipeShield shield;
+  loop_->obey({Command::start, task});
+  loop_->settle();
+  announceNextLook();
+  loop.unlock();  // the answer may be there already
+  if (callbacks_->needsRunner()) loop_->network().wake();
+  return true;
+}
+
+bool SessionCore::turn(std::size_t worker) {
+  CurlLoop::Ready ready;
+  waitForNetwork(worker, ready);
+  const std::lock_guard loop(loopMutex_);
+  if (ended_) return false;
+  loop_->network().moveOn(ready);
+  do {
+    bool closing = false;
+    std::vector<Posted> posted = takePosted(closing);
+    if (closing) {
+      loop_->end(std::move(posted));
+      ended_ = true;
+      loop_->network().wake();  // the other worker
+      return false;
+    }
+    for (Posted& one : posted) loop_->obey(std::move(one));
+    loop_->settle();
+  } while (!isInboxEmpty());
+  announceNextLook();
+  return true;
+}
+
+void SessionCore::waitForNetwork(std::size_t worker, CurlLoop::Ready& ready) {
+  Clock::time_point until;
+  {
+    const std::lock_guard lock(mutex_);
+    if (closing_) return;
+    until = nextLook_;
+    waits_[worker] = until;
+  }
+  loop_->network().wait(until, ready);
+  const std::lock_guard lock(mutex_);
+  waits_[worker].reset();
+}
+
+std::vector<SessionCore::Posted> SessionCore::takePosted(bool& closing) {
+  const std::lock_guard lock(mutex_);
+  attended_ = true;
+  closing = closing_;
+  return std::exchange(inbox_, {});
+}
+
+bool SessionCore::isInboxEmpty() {
+  const std::lock_guard lock(mutex_);
+  attended_ = !inbox_.empty();
+  return inbox_.empty();
+}
+
+void SessionCore::announceNextLook() {
+  bool mustWake = false;
+  {
+    const std::lock_guard lock(mutex_);
+    nextLook_ = loop_->nextLook();
+    for (const auto& wait : waits_) mustWake = mustWake || (wait && *wait > nextLook_);
+  }
+  if (mustWake) loop_->network().wake();
 }
 
 void SessionCore::shutDown() {
@@ -66,11 +167,17 @@ void SessionCore::shutDown() {
     const std::lock_guard lock(mutex_);
     closing_ = true;
   }
-  if (loop_) {
-    loop_->close();
-    thread_.join();
+  if (loop_) loop_->network().wake();
+  std::thread* own = nullptr;
+  for (std::thread& thread : threads_) {
+    if (thread.get_id() == std::this_thread::get_id()) {
+      own = &thread;
+    } else if (thread.joinable()) {
+      thread.join();
+    }
   }
-  callbacks_.finish();
+  callbacks_->finish();
+  if (own != nullptr) own->detach();
 }
 
 }  // namespace paperloom::internal

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "paperloom/platform/internal/QuietThread.h"
 #include "paperloom/platform/internal/RequestRules.h"
 
 namespace paperloom::internal {
@@ -14,102 +13,32 @@ using State = URLSessionTask::State;
 
 }  // namespace
 
-SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, SerialQueue& callbacks)
+SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks)
     : configuration_(configuration),
       callbacks_(callbacks),
-      curl_(configuration.httpMaximumConnectionsPerHost),
-      handles_(configuration, curl_),
+      network_(configuration.httpMaximumConnectionsPerHost),
+      handles_(configuration, network_),
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
-SessionLoop::~SessionLoop() = default;
-
-bool SessionLoop::post(Command command, std::shared_ptr<TaskCore> task) {
-  if (command == Command::start && startDirectly(task)) return true;
-  bool mustWake = false;
-  {
-    const std::lock_guard lock(inboxMutex_);
-    if (closed_) return false;
-    inbox_.push_back({command, std::move(task)});
-    mustWake = std::exchange(asleep_, false);
-  }
-  if (mustWake) curl_.wake();
-  return true;
-}
-
-bool SessionLoop::startDirectly(const std::shared_ptr<TaskCore>& task) {
-  const std::unique_lock state(stateMutex_, std::try_to_lock);
-  if (!state) return false;
-  {
-    const std::lock_guard lock(inboxMutex_);
-    if (closed_ || !inbox_.empty()) return false;
-  }
-  const BrokenPipeShield shield;
-  start(task, false);
-  finishTransfers();
-  if (std::min(nextCheck_, curl_.nextTimer()) < waitsUntil_) curl_.wake();
-  return true;
-}
-
-void SessionLoop::close() {
-  {
-    const std::lock_guard lock(inboxMutex_);
-    closed_ = true;
-  }
-  curl_.wake();
-}
-
-bool SessionLoop::takePosted() {
-  taken_.clear();
-  const std::lock_guard lock(inboxMutex_);
-  taken_.swap(inbox_);
-  return !closed_;
-}
-
-void SessionLoop::run() {
-  std::unique_lock state(stateMutex_);
-  while (takePosted()) {
-    for (Posted& posted : taken_) obey(std::move(posted));
-    finishTransfers();
+void SessionLoop::settle() {
+  // A transfer that ends may let another begin, which is to be sent at once.
+  constexpr int rounds = 8;
+  for (int i = 0; i == 0 || (i < rounds && network_.nextTimer() <= Clock::now()); ++i) {
+    for (const auto& [handle, code] : network_.advance()) finishTransfer(handle, code);
     enforceDeadlines();
-    waitForNetwork(state);
   }
-  cancelEverything();
 }
 
-void SessionLoop::finishTransfers() {
-  for (const auto& [handle, code] : curl_.advance()) finishTransfer(handle, code);
-}
-
-void SessionLoop::waitForNetwork(std::unique_lock<std::mutex>& state) {
-  {
-    const std::lock_guard lock(inboxMutex_);
-    if (!inbox_.empty() || closed_) return;
-    asleep_ = true;
-  }
-  waitsUntil_ = std::min(nextCheck_, curl_.nextTimer());
-  const auto until = waitsUntil_;
-  state.unlock();
-  curl_.wait(until, ready_);
-  state.lock();
-  waitsUntil_ = Clock::time_point::min();
-  {
-    const std::lock_guard lock(inboxMutex_);
-    asleep_ = false;
-  }
-  curl_.moveOn(ready_);
-}
-
-void SessionLoop::cancelEverything() {
-  for (Posted& posted : taken_) {
+void SessionLoop::end(std::vector<Posted> unsent) {
+  for (Posted& posted : unsent) {
     // Taken in without being sent: the state alone says what becomes of it.
     if (posted.command != Command::start) continue;
     posted.task->state = State::canceling;
     obey(std::move(posted));
   }
   while (!entries_.empty()) cancel(*entries_.begin()->second);
-  // Here, where a farewell written to a closed connection raises no signal.
   handles_.clear();
-  curl_.end();
+  network_.end();
 }
 
 void SessionLoop::obey(Posted posted) {
@@ -158,11 +87,11 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
 void SessionLoop::send(Entry& entry, URLRequest request) {
   CURL* const handle = handles_.take();
   if (handle != nullptr) {
-    entry.transfer =
-        std::make_unique<Transfer>(handle, curl_, std::move(request), configuration_, *entry.task);
+    entry.transfer = std::make_unique<Transfer>(handle, network_, std::move(request),
+                                                configuration_, *entry.task);
     transfers_[handle] = &entry;
     nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
-    if (curl_.add(handle)) return;
+    if (network_.add(handle)) return;
   }
   abandonTransfer(entry, makeError(Code::unknown, "there is no memory for the request"));
 }
@@ -193,7 +122,7 @@ std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
   if (entry.transfer) {
     CURL* const handle = entry.transfer->handle();
     transfers_.erase(handle);
-    curl_.remove(handle);
+    network_.remove(handle);
     handles_.giveBack(handle);
     entry.transfer.reset();
   }
@@ -224,7 +153,7 @@ void SessionLoop::deliver(Entry& entry, Delivery delivery) {
   // Before the delivery: then the callback queue takes the filter away from the task.
   if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  callbacks_.async([task, shared, cache = configuration_.urlCache] {
+  callbacks_.add([task, shared, cache = configuration_.urlCache] {
     complete(*task, std::move(*shared), cache.get());
   });
 }

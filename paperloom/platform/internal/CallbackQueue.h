@@ -1,0 +1,39 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace paperloom::internal {
+
+// Jobs that run one at a time in the order they were given, on whichever thread offers itself by
+// run(). Safe from any thread.
+class CallbackQueue {
+ public:
+  using Job = std::function<void()>;
+
+  // After finish() the job is dropped.
+  void add(Job job);
+
+  // Whether jobs wait and no thread is at them.
+  bool needsRunner() const;
+
+  // Runs and destroys jobs until none is left, unless another thread is at it already.
+  void run();
+
+  // Runs what is left and ends the queue: no job starts after it returns. Called once, within a job
+  // or when no thread is in run().
+  void finish();
+  bool isFinished() const;
+
+ private:
+  Job take();
+
+  mutable std::mutex mutex_;
+  std::deque<Job> jobs_;  // guarded, as are the others
+  std::thread::id runner_;
+  bool finished_ = false;
+};
+
+}  // namespace paperloom::internal
