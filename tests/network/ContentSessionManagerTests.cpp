@@ -172,30 +172,16 @@ TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
 
 TEST_F(ContentSessionManagerTests, goodCopySurvivesAnAnswerThatItsParserRefuses) {
   // What a captive portal does: 200, storable, and not the document.
-  class Portal final : public ParserProtocol<std::string> {
-    tl::expected<std::string, ParserError> parse(const Data& data) const override {
-      if (data.view().find("sectionMetaData") == std::string_view::npos) {
-        return tl::unexpected(ParserError(PaperloomError::parsingFailed("not the document")));
-      }
-      return std::string(data.view());
-    }
-  };
-  const URL config = at("/config");
-  ASSERT_TRUE(get(manager, config).result);
-  auto stale = *cache->cachedResponse(URLRequest(config));
-  stale.response.headers = {{"Cache-Control", "max-age=0"}};
-  cache->storeCachedResponse(stale, URLRequest(config));
-
-  misbehave("status=/config:200");
-  std::promise<Answer> answered;
-  manager.getJSONData<std::string>(config, std::make_shared<Portal>(),
-                                   [&](Result<std::string> result, bool fromCache) {
-                                     answered.set_value({std::move(result), fromCache});
-                                   });
-  const Answer refused = test::await(answered.get_future());
-  ASSERT_FALSE(refused.result);
-  EXPECT_EQ(refused.result.error().details(), "not the document");
-  EXPECT_EQ(cache->cachedResponse(URLRequest(config))->data, stale.data);
+  test::ScriptedServer server([](const auto& request) {
+    return request.indexOnConnection == 1
+               ? test::answer(R"({"good": 1})", "Cache-Control: max-age=0\r\n")
+               : test::answer("[]", "Cache-Control: max-age=600\r\n");
+  });
+  ASSERT_TRUE(get(manager, server.url()).result);
+  const Answer refused = get(manager, server.url());
+  EXPECT_FALSE(refused.fromCache);
+  EXPECT_EQ(refused.result.error().details(), "no object");
+  EXPECT_EQ(cache->cachedResponse(URLRequest(server.url()))->data, Data(R"({"good": 1})"));
 }
 
 TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnType) {
@@ -237,10 +223,18 @@ TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
   CacheWarmerSessionManager warmer(cache);
   const std::function<std::shared_ptr<URLSessionTask>()> starts[] = {
       [&] {
-        return manager.getJSONData<std::string>(config, std::make_shared<BodyParser>(), nullptr);
+        return manager.getJSONData<std::string>(
+            config, std::make_shared<BodyParser>(),
+            [&](Result<std::string>, bool) { EXPECT_EQ(manager.taskCount(), 0); });
       },
-      [&] { return manager.postJSONData(config, Data(), nullptr); },
-      [&] { return warmer.saveToCache(config, false, nullptr); }};
+      [&] {
+        return manager.postJSONData(config, Data(),
+                                    [&](PostRequestResult) { EXPECT_EQ(manager.taskCount(), 0); });
+      },
+      [&] {
+        return warmer.saveToCache(
+            config, false, [&](CacheWarmerRequestResult) { EXPECT_EQ(warmer.taskCount(), 0); });
+      }};
   for (const auto& start : starts) {
     const auto task = start();
     EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 1);

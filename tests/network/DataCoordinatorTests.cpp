@@ -107,6 +107,8 @@ TEST_F(DataCoordinatorTests, keepsTheLastConfigurationAndStream) {
 TEST_F(DataCoordinatorTests, onlyAFreshArticleCountsAsFetched) {
   const URL url = firstArticle();
   dates.setLastRequestTime(1000);
+  EXPECT_FALSE(*article(at("/config"))) << "no article";
+  EXPECT_EQ(dates.lastRequestTime(), 1000);
   const auto fresh = article(url);
   ASSERT_TRUE(fresh && *fresh) << (*fresh).error().details();
   EXPECT_GT(dates.lastRequestTime(), 1'000'000);
@@ -278,6 +280,8 @@ TEST(LatestDateStoreTests, timesInTheFutureAndUnusableValuesCountAsNone) {
   LatestDateStore again(defaults);
   again.setLastRequestTime(secondsSince1970(currentDate()) + 100);
   EXPECT_EQ(again.timeElapsedSinceLastRequest(), 0.0);
+  EXPECT_EQ(UserDefaults(folder.path() / "defaults").doubleForKey("paperloom.lastRequestTime"),
+            again.lastRequestTime());
   again.setLastRequestTime(secondsSince1970(currentDate()) - 100);
   EXPECT_GE(LatestDateStore(defaults).timeElapsedSinceLastRequest(), 99.0);
   defaults.setString("yesterday", "paperloom.lastRequestTime");
