@@ -280,5 +280,29 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
   expectSuccess(child);
 }
 
+TEST_F(URLCacheEnduranceTest, afterARaceEveryCacheHasTheSameAnswer) {
+  for (int round = 0; round < soakTimes(10); ++round) {
+    URLCache first(megabyte, 10 * megabyte, path_);
+    URLCache second(megabyte, 10 * megabyte, path_);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+      threads.emplace_back([&, thread] {
+        URLCache& cache = thread % 2 == 0 ? first : second;
+        for (int i = 0; i < 30; ++i) {
+          store(cache, i % 3, round * 1'000 + thread * 100 + i);
+          bodyOf(cache, url((i + 1) % 3));
+          if (i % 7 == thread) cache.removeCachedResponse(request(url(i % 3)));
+        }
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    const URLCache disk(0, 10 * megabyte, path_);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(bodyOf(first, url(i)), bodyOf(disk, url(i)));
+      EXPECT_EQ(bodyOf(second, url(i)), bodyOf(disk, url(i)));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace paperloom
