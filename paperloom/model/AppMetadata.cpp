@@ -1,6 +1,7 @@
 #include "paperloom/model/AppMetadata.h"
 
 #include "paperloom/model/internal/ParsingFailed.h"
+#include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
 
@@ -10,7 +11,7 @@ Result<std::shared_ptr<const AppMetadataProtocol>> AppMetadata::parse(const JSON
   if (!sections || !global) return parsingFailed("failed to parse JSON into app meta data");
 
   SectionMetadataList list;
-  list.reserve(sections->size());
+  reserveFor(list, *sections);
   for (const JSONObject& section : *sections) {
     auto metadata = SectionMetaData::parse(section);
     if (!metadata) return tl::make_unexpected(std::move(metadata.error()));

@@ -1,5 +1,6 @@
 #include "paperloom/model/ArticleContentItem.h"
 
+#include "paperloom/model/internal/Reserve.h"
 #include "paperloom/platform/DateFormatter.h"
 
 namespace paperloom {
@@ -82,7 +83,7 @@ Item block(std::string_view type, const JSONObject& json) {
 
 std::vector<ArticleContentItem> ArticleContentItem::parseBody(const JSONObjectList& body) {
   std::vector<ArticleContentItem> items;
-  items.reserve(body.size());
+  reserveFor(items, body);
   for (const JSONObject& json : body) {
     if (const auto type = json.stringView("type")) items.push_back(block(*type, json));
   }

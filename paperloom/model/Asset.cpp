@@ -4,13 +4,14 @@
 #include <tuple>
 
 #include "paperloom/model/internal/ParsingFailed.h"
+#include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
 namespace {
 
 std::vector<Asset::Rendition> parseRenditions(const JSONObjectList& list) {
   std::vector<Asset::Rendition> renditions;
-  renditions.reserve(list.size());
+  reserveFor(renditions, list);
   for (const JSONObject& json : list) {
     const auto text = json.stringView("url");
     const auto width = json.integer("width");

@@ -2,11 +2,13 @@
 
 #include <utility>
 
+#include "paperloom/model/internal/Reserve.h"
+
 namespace paperloom {
 
 std::vector<Author> Author::parseList(const JSONObjectList& list) {
   std::vector<Author> authors;
-  authors.reserve(list.size());
+  reserveFor(authors, list);
   for (const JSONObject& json : list) {
     if (auto name = json.string("name")) {
       authors.push_back({std::move(*name), json.string("jobTitle")});

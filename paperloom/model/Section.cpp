@@ -1,6 +1,7 @@
 #include "paperloom/model/Section.h"
 
 #include "paperloom/model/internal/ParsingFailed.h"
+#include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
 
@@ -10,7 +11,7 @@ Result<std::shared_ptr<const SectionProtocol>> Section::parse(const JSONObject& 
   if (!uid || !previews) return parsingFailed("failed to parse JSON into section");
 
   ArticleHeaderList headers;
-  headers.reserve(previews->size());
+  reserveFor(headers, *previews);
   for (const JSONObject& preview : *previews) {
     // One bad card never fails its section.
     if (auto header = ArticleHeader::parse(preview)) headers.push_back(std::move(*header));

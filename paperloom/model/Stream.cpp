@@ -5,13 +5,14 @@
 
 #include "paperloom/model/internal/CurrentAppMetadata.h"
 #include "paperloom/model/internal/ParsingFailed.h"
+#include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
 namespace {
 
 SectionList parseSections(const JSONObjectList& list) {
   SectionList sections;
-  sections.reserve(list.size());
+  reserveFor(sections, list);
   for (const JSONObject& json : list) {
     // One bad section never fails the stream.
     if (auto section = Section::parse(json)) sections.push_back(std::move(*section));
@@ -38,7 +39,7 @@ std::optional<SectionMetadataList> join(const SectionList& sections,
 
 Result<ArticleHeaderList> parseSponsored(const JSONObjectList& list) {
   ArticleHeaderList cards;
-  cards.reserve(list.size());
+  reserveFor(cards, list);
   for (const JSONObject& json : list) {
     auto card = ArticleHeader::parse(json);
     if (!card) return tl::make_unexpected(std::move(card.error()));

@@ -3,6 +3,7 @@
 #include <simdjson.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -99,7 +100,7 @@ std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key
   const auto array = value<dom::array>(handle_, key);
   if (!array) return std::nullopt;
   std::vector<std::string> result;
-  result.reserve(array->size());
+  result.reserve(std::min<std::size_t>(array->size(), 64));
   for (const dom::element element : *array) {
     std::string_view text;
     if (element.get(text) != simdjson::SUCCESS) return std::nullopt;

@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 
 namespace paperloom {
 namespace {
@@ -69,8 +70,37 @@ std::size_t schemeLength(std::string_view text) {
   return static_cast<std::size_t>(end - text.begin());
 }
 
-// Recognises every reference except those with user information or an IP literal: a stream holds
-// thousands of URLs, and the general parser allocates for each of their segments.
+// Whether all 16 bytes are letters, digits or of "&'()*+,-./:;=?_~", compared at once.
+bool arePathAndQueryBytes(const char* bytes) {
+  using Block = std::uint8_t __attribute__((vector_size(16)));
+  Block block;
+  std::memcpy(&block, bytes, sizeof block);
+  const Block letters = (block | 0x20) - 'a';
+  const Block ampersandToSemicolon = block - '&';
+  const auto others = (letters > 'z' - 'a') & (ampersandToSemicolon > ';' - '&') &
+                      ((block | 2) != '?') & (block != '_') & (block != '~');
+  std::array<std::uint64_t, 2> halves;
+  std::memcpy(halves.data(), &others, sizeof halves);
+  return (halves[0] | halves[1]) == 0;
+}
+
+// Recognises a web address of only such bytes, without port: nearly every URL of a stream, which
+// holds thousands.
+bool isCommonAddress(std::string_view text) {
+  if (text.size() < 16 || !text.starts_with("http")) return false;
+  const std::size_t scheme = text[4] == 's' ? 5 : 4;
+  if (text.substr(scheme, 3) != "://") return false;
+  for (std::size_t at = 0; at + 16 < text.size(); at += 16) {
+    if (!arePathAndQueryBytes(text.data() + at)) return false;
+  }
+  if (!arePathAndQueryBytes(text.data() + text.size() - 16)) return false;
+  std::size_t hostEnd = scheme + 3;
+  while (hostEnd < text.size() && is(text[hostEnd], hostByte)) ++hostEnd;
+  return hostEnd == text.size() || text[hostEnd] == '/' || text[hostEnd] == '?';
+}
+
+// Recognises every reference except those with user information or an IP literal, without the
+// general parser's allocation for each segment.
 bool isPlainReference(std::string_view text) {
   const std::size_t scheme = schemeLength(text);
   std::size_t at = scheme == 0 ? 0 : scheme + 1;
@@ -94,7 +124,7 @@ bool isPlainReference(std::string_view text) {
 }
 
 bool isReference(std::string_view text) {
-  if (isPlainReference(text)) return true;
+  if (isCommonAddress(text) || isPlainReference(text)) return true;
   // The general parser is only needed for these two bytes and builds a list in memory.
   if (text.find_first_of("[@") == text.npos) return false;
   UriUriA uri;
