@@ -194,8 +194,10 @@ bool Transfer::headIsAcceptable() {
   if (!decoder_ && framing_.length && *framing_.length > limit) {
     return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
   }
-  body_.reserve(
-      static_cast<std::size_t>(std::min({framing_.length.value_or(0), limit, maximumReservation})));
+  // With a little room behind it a JSON body is decoded without a copy.
+  constexpr std::int64_t room = 64;
+  body_.reserve(static_cast<std::size_t>(
+      std::min({framing_.length.value_or(0), limit, maximumReservation}) + room));
   return true;
 }
 
