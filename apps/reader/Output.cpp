@@ -15,6 +15,7 @@ namespace paperloom::reader {
 Output::Output() : terminal_(Terminal::of(STDOUT_FILENO)), style_(terminal_) {}
 
 void Output::write(std::string_view bytes) {
+  if (bytes.empty()) return;  // perhaps without an address, which fwrite may not be given
   if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) failed();
 }
 

@@ -115,7 +115,7 @@ void addReadingCommands(CLI::App& app, Action& action) {
   command->add_option("--sections", arguments->sections, "Only these sections, in this order")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->type_name("A,B");
+      ->option_text("A,B");
   command->callback([&action, arguments] {
     action = [arguments](Host& host) { printStream(host, host.stream(arguments->sections)); };
   });

@@ -41,7 +41,7 @@ void addWarmCommand(CLI::App& app, Action& action) {
   command->add_option("--sections", options->sections, "Only these sections of the front page")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->type_name("A,B");
+      ->option_text("A,B");
   command->add_flag("--force", options->force, "Fetch also what is cached already");
   command->callback(
       [&action, options] { action = [options](Host& host) { warm(host, *options); }; });

@@ -89,7 +89,9 @@ TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
 TEST_F(AccountCommands, theWallOpensForThoseEntitledAndAfterLogoutNoMore) {
   const std::string story = "articles/the-ledger-of-cald-point";
   const auto walled = [&] {
-    return reader_.run({"article", story}).out.find("premium readers") != std::string::npos;
+    const ReaderOutcome article = reader_.run({"article", story});
+    EXPECT_EQ(article.status, 0) << article.error;
+    return article.out.find("premium readers") != std::string::npos;
   };
   EXPECT_TRUE(walled());
   ASSERT_EQ(outcome({"login", "reader@lantern.example"}, "breakwater-3"), "loggedInAndNotPremium");

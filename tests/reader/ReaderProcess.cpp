@@ -54,7 +54,6 @@ int openTerminal(int& host) {
   ::clearenv();
   ::setenv("TZ", "UTC", 1);
   ::setenv("HOME", "/nonexistent", 1);
-  ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // does not work on a traced child
   for (const auto& [name, value] : run.environment) ::setenv(name.c_str(), value.c_str(), 1);
   std::vector<char*> arguments = {const_cast<char*>(PAPERLOOM_READER)};
   for (const auto& argument : run.arguments)
