@@ -328,6 +328,54 @@ TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {
   EXPECT_EQ(completions, 2 * cycles);
 }
 
+TEST(SessionEndurance, manyThreadsShareASessionAndEveryTaskIsAnsweredOnceWithItsOwn) {
+  const auto echo = [](const Request& request) -> Script {
+    const auto number = std::atoi(request.target.c_str() + 1);
+    if (number % 7 == 0) return {closeConnection()};
+    const char* fields = number % 3 == 0 ? "Cache-Control: max-age=100\r\n" : "";
+    if (number % 5 == 0) return then(answer(request.target, fields), closeConnection());
+    return answer(request.target, fields);
+  };
+  ScriptedServer one(echo);
+  ScriptedServer two(echo);
+  URLSessionConfiguration configuration;
+  configuration.urlCache = std::make_shared<URLCache>(1 << 20, 0, "");
+  configuration.httpMaximumConnectionsPerHost = 3;
+  std::atomic<int> completions = 0;
+  std::atomic<int> wrong = 0;
+  const int each = soakTimes(150);
+  {
+    URLSession session(configuration);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < each; ++i) {
+          const std::string target = "/" + std::to_string((i * 31 + t) % 97 + 1);
+          auto task = session.dataTask(
+              URLRequest((i % 2 == 0 ? one : two).url(target)),
+              [&, target](const auto& data, const auto&, const auto& error) {
+                ++completions;
+                if (data.has_value() == error.has_value() || (data && data->view() != target)) {
+                  ++wrong;
+                }
+              });
+          task->setPriority(static_cast<float>(i % 10) / 10);
+          task->resume();
+          if (i % 11 == 0) task->cancel();
+          if (i % 16 == 0) std::this_thread::sleep_for(1ms);
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (completions < 3 * each && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(1ms);
+    }
+  }
+  EXPECT_EQ(completions, 4 * each);
+  EXPECT_EQ(wrong, 0);
+}
+
 TEST(Lifetime, whatCannotBeReachedFailsWithoutAnAnswer) {
   std::optional<URL> closed;
   {
