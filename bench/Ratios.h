@@ -10,12 +10,13 @@
 
 namespace paperloom::bench {
 
-// Prints the runs as usual and keeps the best time of each, in seconds an iteration.
+// Prints the runs without colour, which would run into the lines below them, and keeps the best
+// time of each, in seconds an iteration.
 class BestTimes : public benchmark::ConsoleReporter {
  public:
   // Processor time leaves other processes out, and whatever the work waits for.
   enum class Clock { real, processor };
-  explicit BestTimes(Clock clock = Clock::real) : clock_(clock) {}
+  explicit BestTimes(Clock clock = Clock::real) : ConsoleReporter(OO_Tabular), clock_(clock) {}
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
