@@ -6,6 +6,7 @@
 #include <optional>
 #include <thread>
 
+#include "paperloom/model/ArticleParser.h"
 #include "tests/network/ContentFixture.h"
 #include "tests/support/ScriptedServer.h"
 
@@ -243,6 +244,8 @@ TEST_F(CacheWarmerTests, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority)
 TEST_F(CacheWarmerTests, callbacksMayBeLeftOut) {
   const URL config = at("/config");
   warmer->saveToCache(config, false, nullptr);
+  manager->getJSONData<std::shared_ptr<const ArticleProtocol>>(
+      config, std::make_shared<ArticleParser>(), nullptr);
   manager->postJSONData(config, Data(), nullptr);
   coordinator.requestAppMetadata(nullptr);
   coordinator.requestStreamForSections({}, nullptr);
