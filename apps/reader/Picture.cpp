@@ -58,6 +58,7 @@ std::string drawPicture(const Image& image, const Terminal& terminal, int maxCol
                              static_cast<gfloat>(terminal.cellAspect), TRUE, FALSE);
   if (columns < 1 || rows < 1) return {};
 
+  chafa_set_n_threads(1);  // a terminal's picture is too small to share out
   const TermInfo info = detectTerminal();
   const ChafaPixelMode mode = pixelMode(info.get());
   const CanvasConfig config(chafa_canvas_config_new());
