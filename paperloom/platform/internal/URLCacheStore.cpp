@@ -35,10 +35,14 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
       return entry->response;
     }
   }
-  if (!disk) return std::nullopt;
+  const bool isPlain = request.headers.empty();
+  if (!disk || (isPlain && memory_.isKnownAbsent(key))) return std::nullopt;
   const MemoryTier::Ticket ticket = memory_.ticket(key);
   auto entry = disk->find(key, matcher, request.url);
-  if (!entry) return std::nullopt;
+  if (!entry) {
+    if (isPlain) memory_.noteAbsent(key, ticket);
+    return std::nullopt;
+  }
   CachedURLResponse response = entry->response;
   memory_.promote(key, matcher, std::move(*entry), ticket);
   return response;
