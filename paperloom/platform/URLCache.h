@@ -15,8 +15,9 @@
 namespace paperloom {
 
 namespace internal {
+class Exchange;
 class URLCacheStore;
-}
+}  // namespace internal
 
 // Keeps HTTP answers in memory and on disk, each with a capacity in bytes, least recently used out
 // first. An answer larger than 5 % of a capacity is not kept there and evicts nothing, but the
@@ -77,7 +78,12 @@ class PAPERLOOM_EXPORT URLCache {
   std::vector<Entry> entries() const;
 
  private:
+  friend class internal::Exchange;
   friend class internal::URLCacheStore;
+
+  // cachedResponse() for a session: a miss of a moment ago may stand for a look on disk.
+  std::optional<CachedURLResponse> cachedResponseForSession(const URLRequest& request) const;
+
   std::unique_ptr<internal::URLCacheStore> store_;
 };
 

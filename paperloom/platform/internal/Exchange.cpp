@@ -22,7 +22,7 @@ Exchange::Step Exchange::begin(Date now) {
     started_ = true;
   }
   if (!cache_) return request_;
-  stored_ = cache_->cachedResponse(request_);
+  stored_ = cache_->cachedResponseForSession(request_);
   plan_ = planRequest(request_, stored_ ? &*stored_ : nullptr, now);
   switch (plan_.action) {
     case Action::send:
