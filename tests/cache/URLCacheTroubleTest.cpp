@@ -131,6 +131,10 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
   const auto write = [&](const std::string& bytes) {
     std::ofstream(path_ / "cache.sqlite", std::ios::binary) << bytes;
   };
+  const auto keepOne = [&] {
+    URLCache cache(0, megabyte, path_);
+    store(cache, "http://host/", "x");
+  };
   const std::function<void()> cases[] = {
       [&] {
         write("plain text, longer than the hundred bytes of a header would be" +
@@ -141,24 +145,15 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
       [&] { prepare("CREATE TABLE answers(id); PRAGMA user_version=1"); },
       [&] { prepare("CREATE TABLE other(x); INSERT INTO other VALUES(1)"); },
       [&] {
-        {
-          URLCache cache(0, megabyte, path_);
-          store(cache, "http://host/", "newer");
-        }
+        keepOne();
         prepare("PRAGMA user_version=2");
       },
       [&] {
-        {
-          URLCache cache(0, megabyte, path_);
-          store(cache, "http://host/", "x");
-        }
+        keepOne();
         prepare("CREATE TRIGGER t AFTER INSERT ON answers BEGIN DELETE FROM answers; END");
       },
       [&] {
-        {
-          URLCache cache(0, megabyte, path_);
-          store(cache, "http://host/", "x");
-        }
+        keepOne();
         std::fstream file(path_ / "cache.sqlite", std::ios::in | std::ios::out | std::ios::binary);
         file.seekp(18);
         file << '\x03';  // declares itself read-only

@@ -29,10 +29,11 @@ class ContentFixture : public ::testing::Test {
                                       folder.path() / "url-cache");
   }
 
-  std::size_t requestsFor(const std::string& path) const {
-    std::size_t count = 0;
-    for (const auto& request : service->requests()) count += request.target == path ? 1 : 0;
-    return count;
+  // Makes the stored copy one that is asked for anew.
+  void makeStale(const URL& url) const {
+    auto copy = *cache->cachedResponse(URLRequest(url));
+    copy.response.headers.set("Cache-Control", "max-age=0");
+    cache->storeCachedResponse(copy, URLRequest(url));
   }
 
   TemporaryFolder folder;

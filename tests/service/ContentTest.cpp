@@ -7,7 +7,6 @@
 
 #include "paperloom/model/ArticleParser.h"
 #include "paperloom/model/DocumentParsers.h"
-#include "paperloom/network/internal/OfflineResource.h"
 #include "tests/service/RunningService.h"
 
 namespace paperloom::sample {
@@ -78,17 +77,6 @@ TEST(SampleContent, theLibraryReadsEveryDocumentAndDropsOnlyTheBadCards) {
   EXPECT_EQ(blocks, (std::set<std::size_t>{0, 1, 4, 5, 6, 7, 8, 9, 10}));
   for (const std::string& path : images) {
     EXPECT_TRUE(makeImageParser()->parse(documentAt(running, path))) << path;
-  }
-}
-
-TEST(OfflineStream, theShippedDocumentIsAWholeFrontPage) {
-  const auto stream = makeStreamParser()->parse(offlineResource("sectionList"));
-  ASSERT_TRUE(stream);
-  EXPECT_EQ((*stream)->sections().size(), 3U);
-  EXPECT_FALSE((*stream)->sponsoredArticles().empty());
-  for (const auto& section : (*stream)->sections()) {
-    EXPECT_GE(section->articleHeaders().size(), 3U);
-    for (const auto& card : section->articleHeaders()) EXPECT_TRUE(card->cardAsset());
   }
 }
 

@@ -20,6 +20,11 @@ Script then(Script script, Step step) {
   return script;
 }
 
+Script hangingOnRequest(const Request& request) {
+  if (request.target == "/hang") return {hang()};
+  return answer("x");
+}
+
 TEST(Connections, aKeptConnectionThatDiedCostsAGETOneRepetitionAndAPOSTNone) {
   struct Case {
     const char* method;
@@ -122,16 +127,6 @@ TEST(Connections, tasksWaitInOrderOfPriorityAndThenOfArrival) {
                                              "/low"}));
 }
 
-TEST(Connections, namesAreLookedUpForEverySessionAndRequest) {
-  ScriptedServer server([](const Request&) { return then(answer("x"), closeConnection()); });
-  const std::string port = server.url().origin().substr(16);
-  const URL byName = *URL::parse("http://localhost" + port);
-  for (int i = 0; i < 5; ++i) {
-    URLSession session({});
-    for (int j = 0; j < 3; ++j) EXPECT_EQ(fetch(session, URLRequest(byName)).body(), "x");
-  }
-}
-
 TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
   struct Case {
     const char* what;
@@ -193,14 +188,11 @@ TEST(Timeouts, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlo
 
 TEST(Timeouts, aSilentServerHoldsUpNobodyElse) {
   ScriptedServer silent({hang()});
-  ScriptedServer lively([](const Request& request) -> Script {
-    if (request.target == "/silent") return {hang()};
-    return answer("x");
-  });
+  ScriptedServer lively(hangingOnRequest);
   URLSession session({});
   std::vector<Pending> stuck;
   for (int i = 0; i < 6; ++i) stuck.push_back(start(session, URLRequest(silent.url())));
-  for (int i = 0; i < 5; ++i) stuck.push_back(start(session, URLRequest(lively.url("/silent"))));
+  for (int i = 0; i < 5; ++i) stuck.push_back(start(session, URLRequest(lively.url("/hang"))));
   for (int i = 0; i < 50; ++i) EXPECT_EQ(fetch(session, URLRequest(lively.url())).body(), "x");
   for (Pending& task : stuck) task.task->cancel();
   for (Pending& task : stuck) EXPECT_EQ(task.get().code(), Code::cancelled);
@@ -212,14 +204,10 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
     return {send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), hang()};
   });
   URLSession session({});
-  std::promise<Answer> promise;
-  auto suspended = session.dataTask(URLRequest(server.url("/ok")),
-                                    [&](const auto& data, const auto& response, const auto& error) {
-                                      promise.set_value({data, response, error, {}});
-                                    });
-  suspended->cancel();
-  suspended->resume();
-  EXPECT_EQ(await(promise.get_future()).code(), Code::cancelled);
+  Pending suspended = prepare(session, URLRequest(server.url("/ok")));
+  suspended.task->cancel();
+  suspended.task->resume();
+  EXPECT_EQ(suspended.get().code(), Code::cancelled);
 
   Pending running = start(session, URLRequest(server.url("/hang")));
   while (running.task->countOfBytesReceived() < 3) std::this_thread::yield();
@@ -232,20 +220,16 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
   EXPECT_EQ(running.task->state(), URLSessionTask::State::completed);
 
   // The answer is there, but its completion waits behind the one that cancels it.
-  std::promise<Answer> latePromise;
-  auto late = session.dataTask(URLRequest(server.url("/ok")),
-                               [&](const auto& data, const auto& response, const auto& error) {
-                                 latePromise.set_value({data, response, error, {}});
-                               });
+  Pending late = prepare(session, URLRequest(server.url("/ok")));
   session
       .dataTask(URLRequest(server.url("/ok")),
                 [&](const auto&, const auto&, const auto&) {
-                  late->resume();
-                  while (late->countOfBytesReceived() < 1) std::this_thread::yield();
-                  late->cancel();
+                  late.task->resume();
+                  while (late.task->countOfBytesReceived() < 1) std::this_thread::yield();
+                  late.task->cancel();
                 })
       ->resume();
-  EXPECT_EQ(await(latePromise.get_future()).code(), Code::cancelled);
+  EXPECT_EQ(late.get().code(), Code::cancelled);
   URLSessionTask::unattached(URLRequest(server.url()))->cancel();
 }
 
@@ -273,10 +257,7 @@ TEST(Lifetime, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwar
 }
 
 TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
-  ScriptedServer server([](const Request& request) -> Script {
-    if (request.target == "/hang") return {hang()};
-    return answer("x");
-  });
+  ScriptedServer server(hangingOnRequest);
   auto session = std::make_shared<URLSession>(URLSessionConfiguration{});
   std::vector<std::string> order;
   std::promise<void> done;
@@ -308,10 +289,7 @@ TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
 }
 
 TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {
-  ScriptedServer server([](const Request& request) -> Script {
-    if (request.target == "/hang") return {hang()};
-    return answer("x");
-  });
+  ScriptedServer server(hangingOnRequest);
   std::atomic<int> completions = 0;
   const int cycles = soakTimes(100);
   for (int cycle = 0; cycle < cycles; ++cycle) {

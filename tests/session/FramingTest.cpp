@@ -42,6 +42,9 @@ struct Case {
   std::optional<Code> error;
   std::string body = "no data";
 };
+Case good(const char* what, std::string bytes, std::string body) {
+  return {what, std::move(bytes), 200, {}, std::move(body)};
+}
 
 void expectAll(const std::vector<Case>& cases, URLSessionConfiguration configuration = {},
                const char* method = "GET") {
@@ -62,18 +65,13 @@ TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
   const auto bad = Code::badServerResponse;
   const auto lost = Code::networkConnectionLost;
   expectAll({
-      {"length", withLength("", "abc"), 200, {}, "abc"},
-      {"chunks",
-       head("Transfer-Encoding: chunked\r\n") + "3;x=y\r\nabc\r\n2\r\nde\r\n0\r\n\r\n",
-       200,
-       {},
-       "abcde"},
-      {"end of connection", head("") + "abc", 200, {}, "abc"},
-      {"one length twice",
-       head("Content-Length: 3\r\nContent-Length: 3, 3\r\n") + "abc",
-       200,
-       {},
-       "abc"},
+      good("length", withLength("", "abc"), "abc"),
+      good("chunks",
+           head("Transfer-Encoding: chunked\r\n") + "3;x=y\r\nabc\r\n2\r\nde\r\n0\r\n\r\n",
+           "abcde"),
+      good("end of connection", head("") + "abc", "abc"),
+      good("one length twice", head("Content-Length: 3\r\nContent-Length: 3, 3\r\n") + "abc",
+           "abc"),
       {"two lengths", head("Content-Length: 3\r\nContent-Length: 4\r\n") + "abcd", 200, bad},
       {"two lengths in a list", head("Content-Length: 3, 4\r\n") + "abcd", 200, bad},
       {"no number", head("Content-Length: 3xyz\r\n") + "abc", 200, bad},
@@ -81,11 +79,9 @@ TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
       {"negative", head("Content-Length: -1\r\n") + "abc", 0, bad},
       {"empty", head("Content-Length:\r\n") + "abc", 0, bad},
       {"beyond 64 bits", head("Content-Length: 99999999999999999999\r\n") + "abc", 200, bad},
-      {"length and chunks",
-       head("Content-Length: 1\r\nTransfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n\r\n",
-       200,
-       {},
-       "abc"},
+      good("length and chunks",
+           head("Content-Length: 1\r\nTransfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n\r\n",
+           "abc"),
       {"transfer coding gzip", head("Transfer-Encoding: gzip, chunked\r\n") + "0\r\n\r\n", 200,
        bad},
       {"bad chunk", head("Transfer-Encoding: chunked\r\n") + "zz\r\n", 200, lost},
@@ -93,11 +89,10 @@ TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
       {"cut length", head("Content-Length: 5\r\n") + "abc", 200, lost},
       {"no body by status", head("Content-Length: 5\r\n", "204 No Content"), 204, {}, ""},
       {"not modified", head("Content-Length: 5\r\n", "304 Not Modified"), 304, {}, ""},
-      {"interim answers",
-       head("", "100 Continue") + head("Link: </a>\r\n", "103 Early Hints") + withLength("", "abc"),
-       200,
-       {},
-       "abc"},
+      good("interim answers",
+           head("", "100 Continue") + head("Link: </a>\r\n", "103 Early Hints") +
+               withLength("", "abc"),
+           "abc"),
       {"unasked protocol", head("Upgrade: x\r\n", "101 Switching Protocols") + "abc", 0, bad},
       {"nothing", "", 0, lost},
       {"half a header", "HTTP/1.1 200 OK\r\nContent-Le", 0, lost},
@@ -106,7 +101,7 @@ TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
       {"no colon", head("Nonsense\r\n") + "abc", 0, bad},
       {"space before the colon", head("Content-Length : 3\r\n") + "abc", 0, bad},
   });
-  expectAll({{"HEAD", head("Content-Length: 5\r\n"), 200, {}, ""}}, {}, "HEAD");
+  expectAll({good("HEAD", head("Content-Length: 5\r\n"), "")}, {}, "HEAD");
 }
 
 TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
@@ -119,11 +114,11 @@ TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
   std::string hints;
   for (int i = 0; i < 50; ++i) hints += head(fields(1, 8000), "103 Early Hints");
   expectAll({
-      {"60 KB in a line", withLength(fields(1, 60'000), "abc"), 200, {}, "abc"},
+      good("60 KB in a line", withLength(fields(1, 60'000), "abc"), "abc"),
       {"70 KB in a line", withLength(fields(1, 70'000), "abc"), 0, bad},
-      {"240 KB in all", withLength(fields(4, 60'000), "abc"), 200, {}, "abc"},
+      good("240 KB in all", withLength(fields(4, 60'000), "abc"), "abc"),
       {"300 KB in all", withLength(fields(5, 60'000), "abc"), 0, bad},
-      {"990 fields", withLength(fields(990, 1), "abc"), 200, {}, "abc"},
+      good("990 fields", withLength(fields(990, 1), "abc"), "abc"),
       {"1001 fields", withLength(fields(1001, 1), "abc"), 0, bad},
       {"interim answers without end", hints + withLength("", "abc"), 0, bad},
       {"trailers without end",
@@ -164,17 +159,17 @@ TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
   std::string flipped = gzip;
   flipped[flipped.size() - 6] ^= 1;  // in the check sum
   expectAll({
-      {"gzip", coded("gzip", gzip), 200, {}, text},
-      {"x-gzip in capitals", coded("X-GZIP", gzip), 200, {}, text},
-      {"two members", coded("gzip", gzipped("ab") + gzipped("cd")), 200, {}, "abcd"},
-      {"deflate with the zlib frame", coded("deflate", compressed(text, 15)), 200, {}, text},
-      {"bare deflate", coded("deflate", compressed(text, -15)), 200, {}, text},
-      {"identity", coded("identity", "abc"), 200, {}, "abc"},
-      {"no body at all", coded("gzip", ""), 200, {}, ""},
+      good("gzip", coded("gzip", gzip), text),
+      good("x-gzip in capitals", coded("X-GZIP", gzip), text),
+      good("two members", coded("gzip", gzipped("ab") + gzipped("cd")), "abcd"),
+      good("deflate with the zlib frame", coded("deflate", compressed(text, 15)), text),
+      good("bare deflate", coded("deflate", compressed(text, -15)), text),
+      good("identity", coded("identity", "abc"), "abc"),
+      good("no body at all", coded("gzip", ""), ""),
       {"wrong check sum", coded("gzip", flipped), 200, broken},
       {"garbage after the end", coded("gzip", gzip + "garbage"), 200, broken},
       {"not gzip", coded("gzip", "plain text"), 200, broken},
-      {"a coding not known here", coded("br", "abc"), 200, {}, "abc"},
+      good("a coding not known here", coded("br", "abc"), "abc"),
       {"two codings", coded("gzip, gzip", gzipped(gzip)), 200, broken},
   });
 }
@@ -220,12 +215,12 @@ TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
   const std::string gzip = "Content-Encoding: gzip\r\n";
   expectAll(
       {
-          {"at the limit", withLength("", limitSized), 200, {}, limitSized},
+          good("at the limit", withLength("", limitSized), limitSized),
           {"by length", head("Content-Length: 1000001\r\n"), 200, error},
           {"by a length beyond memory", head("Content-Length: 9223372036854775807\r\n"), 200,
            error},
           {"by end of connection", head("") + tooLarge, 200, error},
-          {"coded at the limit", withLength(gzip, gzipped(limitSized)), 200, {}, limitSized},
+          good("coded at the limit", withLength(gzip, gzipped(limitSized)), limitSized),
           {"coded", withLength(gzip, gzipped(tooLarge)), 200, error},
           {"coded a thousand times smaller", withLength(gzip, bomb), 200, error},
       },

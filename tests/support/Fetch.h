@@ -36,9 +36,9 @@ struct Pending {
   }
 };
 
-inline Pending start(URLSession& session, URLRequest request,
-                     float priority = URLSessionTask::defaultPriority,
-                     URLSession::StoreFilter filter = nullptr) {
+// A task whose answer is waited for, not yet resumed.
+inline Pending prepare(URLSession& session, URLRequest request,
+                       URLSession::StoreFilter filter = nullptr) {
   auto promise = std::make_shared<std::promise<Answer>>();
   auto future = promise->get_future();
   auto task = session.dataTask(
@@ -47,9 +47,16 @@ inline Pending start(URLSession& session, URLRequest request,
         promise->set_value({data, response, error, {}});
       },
       std::move(filter));
-  task->setPriority(priority);
-  task->resume();
   return {std::move(task), std::move(future)};
+}
+
+inline Pending start(URLSession& session, URLRequest request,
+                     float priority = URLSessionTask::defaultPriority,
+                     URLSession::StoreFilter filter = nullptr) {
+  Pending pending = prepare(session, std::move(request), std::move(filter));
+  pending.task->setPriority(priority);
+  pending.task->resume();
+  return pending;
 }
 
 inline Answer fetch(URLSession& session, URLRequest request) {

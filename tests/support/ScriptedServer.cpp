@@ -41,21 +41,29 @@ std::string ScriptedServer::Request::field(std::string_view name) const {
   return "";
 }
 
-ScriptedServer::ScriptedServer(Script script)
-    : ScriptedServer([script = std::move(script)](const Request&) { return script; }) {}
-
-ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler)) {
-  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+Listener::Listener() : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(listener_, generic, size) != 0 || listen(listener_, 128) != 0 ||
-      getsockname(listener_, generic, &size) != 0) {
+  if (bind(socket, generic, size) != 0 || listen(socket, 128) != 0 ||
+      getsockname(socket, generic, &size) != 0) {
     throw std::runtime_error("no loopback port");
   }
-  port_ = ntohs(address.sin_port);
+  origin = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+Listener::~Listener() { ::close(socket); }
+
+int Listener::accept() const { return accept4(socket, nullptr, nullptr, SOCK_CLOEXEC); }
+
+void Listener::stop() const { ::shutdown(socket, SHUT_RDWR); }
+
+ScriptedServer::ScriptedServer(Script script)
+    : ScriptedServer([script = std::move(script)](const Request&) { return script; }) {}
+
+ScriptedServer::ScriptedServer(Handler handler) : handler_(std::move(handler)) {
   acceptor_ = std::thread([this] { acceptAll(); });
 }
 
@@ -66,14 +74,13 @@ ScriptedServer::~ScriptedServer() {
     for (const auto& [connection, socket] : open_) ::shutdown(socket, SHUT_RDWR);
   }
   changed_.notify_all();
-  ::shutdown(listener_, SHUT_RDWR);
+  listener_.stop();
   acceptor_.join();
   for (std::thread& thread : threads_) thread.join();
-  ::close(listener_);
 }
 
 URL ScriptedServer::url(std::string_view target) const {
-  return *URL::parse("http://127.0.0.1:" + std::to_string(port_) + std::string(target));
+  return *URL::parse("http://" + listener_.origin + std::string(target));
 }
 
 std::vector<ScriptedServer::Request> ScriptedServer::requests() const {
@@ -99,7 +106,7 @@ void ScriptedServer::release() {
 
 void ScriptedServer::acceptAll() {
   while (true) {
-    const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int socket = listener_.accept();
     if (socket < 0) return;
     const std::lock_guard lock(mutex_);
     const int connection = ++connections_;

@@ -38,6 +38,18 @@ Step awaitRelease();
 Script answer(std::string_view body, std::string_view fields = "",
               std::string_view status = "200 OK");
 
+// A socket that listens on a loopback port of the kernel's choice.
+struct Listener {
+  Listener();
+  ~Listener();
+  int accept() const;
+  // Ends accept().
+  void stop() const;
+
+  int socket;
+  std::string origin;  // address and port
+};
+
 // A server on a loopback port that says exactly the bytes it is told to, however wrong they are.
 // Connections are kept until a script ends them. The handler runs on a thread for each connection.
 class ScriptedServer {
@@ -75,9 +87,7 @@ class ScriptedServer {
   bool perform(int socket, const Step& step);
 
   const Handler handler_;
-  int listener_ = -1;
-  int port_ = 0;
-
+  Listener listener_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Request> requests_;

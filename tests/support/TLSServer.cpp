@@ -1,16 +1,13 @@
 #include "tests/support/TLSServer.h"
 
-#include <arpa/inet.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
-#include <stdexcept>
 
 namespace paperloom::test {
 namespace {
@@ -74,28 +71,12 @@ TLSServer::TLSServer(const Options& options)
     SSL_CTX_set_min_proto_version(s.context.get(), TLS1_1_VERSION);
     SSL_CTX_set_max_proto_version(s.context.get(), TLS1_1_VERSION);
   }
-  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(listener_, generic, size) != 0 || listen(listener_, 16) != 0 ||
-      getsockname(listener_, generic, &size) != 0) {
-    throw std::runtime_error("no loopback port");
-  }
-  port_ = ntohs(address.sin_port);
   thread_ = std::thread([this] { serve(); });
 }
 
 TLSServer::~TLSServer() {
-  ::shutdown(listener_, SHUT_RDWR);
+  listener_.stop();
   thread_.join();
-  ::close(listener_);
-}
-
-URL TLSServer::url() const {
-  return *URL::parse("https://127.0.0.1:" + std::to_string(port_) + "/");
 }
 
 void TLSServer::writeAuthority(const std::filesystem::path& file) const {
@@ -106,7 +87,7 @@ void TLSServer::writeAuthority(const std::filesystem::path& file) const {
 
 void TLSServer::serve() {
   while (true) {
-    const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int connection = listener_.accept();
     if (connection < 0) return;
     std::unique_ptr<SSL, Free<SSL_free>> tls(SSL_new(secrets_->context.get()));
     SSL_set_fd(tls.get(), connection);

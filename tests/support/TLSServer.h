@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "paperloom/platform/URL.h"
+#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 
@@ -25,7 +25,7 @@ class TLSServer {
   TLSServer(const TLSServer&) = delete;
   TLSServer& operator=(const TLSServer&) = delete;
 
-  URL url() const;
+  URL url() const { return *URL::parse("https://" + listener_.origin + "/"); }
   // Writes the certificate that vouches for the server's, in PEM.
   void writeAuthority(const std::filesystem::path& file) const;
   // How many requests came through the handshake.
@@ -37,8 +37,7 @@ class TLSServer {
 
   const std::string answer_;
   std::unique_ptr<Secrets> secrets_;
-  int listener_ = -1;
-  int port_ = 0;
+  Listener listener_;
   std::atomic<int> requests_ = 0;
   std::thread thread_;
 };

@@ -1,14 +1,24 @@
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
+#include <string>
 
 namespace paperloom::test {
 
 // A fresh folder that goes away with this object.
 class TemporaryFolder {
  public:
-  TemporaryFolder();
-  ~TemporaryFolder();
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "paperloom-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    path_ = name;
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 

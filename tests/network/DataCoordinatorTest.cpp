@@ -114,9 +114,7 @@ TEST_F(DataCoordinatorTests, onlyAFreshArticleCountsAsFetched) {
   ASSERT_TRUE(fresh && *fresh) << (*fresh).error().details();
   EXPECT_GT(dates.lastRequestTime(), 1'000'000);
 
-  auto copy = *cache->cachedResponse(URLRequest(url));
-  copy.response.headers.set("Cache-Control", "max-age=0");
-  cache->storeCachedResponse(copy, URLRequest(url));
+  makeStale(url);
   dates.setLastRequestTime(1000);
   service->stop();
   const auto fallback = article(url);
@@ -151,7 +149,12 @@ TEST_F(DataCoordinatorTests, offlineStreamIsAnsweredBeforeTheCallReturns) {
   std::shared_ptr<const StreamProtocol> offline;
   coordinator.requestOfflineStream([&](auto stream) { offline = std::move(stream); });
   ASSERT_TRUE(offline);
-  EXPECT_FALSE(offline->sections().empty());
+  EXPECT_EQ(offline->sections().size(), 3U);
+  EXPECT_FALSE(offline->sponsoredArticles().empty());
+  for (const auto& section : offline->sections()) {
+    EXPECT_GE(section->articleHeaders().size(), 3U);
+    for (const auto& card : section->articleHeaders()) EXPECT_TRUE(card->cardAsset());
+  }
   EXPECT_EQ(coordinator.stream(), offline);
   EXPECT_TRUE(service->requests().empty());
 }

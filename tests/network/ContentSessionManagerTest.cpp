@@ -101,9 +101,7 @@ TEST_F(ContentSessionManagerTests, storedDocumentIsReadWhenTheServiceIsGone) {
   EXPECT_GT(unknown.result.error().details().size(), std::string("no network error : ").size());
 
   // The copy is made stale first, so that it is the manager's fall-back that answers.
-  auto copy = *cache->cachedResponse(URLRequest(article));
-  copy.response.headers.set("Cache-Control", "max-age=0");
-  cache->storeCachedResponse(copy, URLRequest(article));
+  makeStale(article);
   ContentSessionManager afterRestart(openCache());
   for (ContentSessionManager* each : {&manager, &afterRestart}) {
     const Answer offline = get(*each, article);
@@ -118,7 +116,6 @@ TEST_F(ContentSessionManagerTests, successCutShortHasNoBodyAndDoesNotFallBack) {
   ASSERT_TRUE(get(manager, config).result);
   auto copy = *cache->cachedResponse(URLRequest(config));
   copy.response.headers.set("Cache-Control", "max-age=0");
-  cache->storeCachedResponse(copy, URLRequest(config));
   copy.response.headers.remove("ETag");
   copy.response.headers.remove("Last-Modified");
   cache->storeCachedResponse(copy, URLRequest(config));
@@ -245,17 +242,6 @@ TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
     EXPECT_TRUE(test::pumpUntil([&] { return !indicator.isVisible(); }));
     EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 0);
   }
-}
-
-TEST_F(ContentSessionManagerTests, twoManagersShareOneCacheOnDisk) {
-  ContentSessionManager other(openCache());
-  const URL config = at("/config");
-  ASSERT_TRUE(get(manager, config).result);
-  ASSERT_TRUE(get(other, config).result);
-  EXPECT_EQ(requestsFor("/config"), 1U);
-  ASSERT_TRUE(get(other, at("/stream?uids=")).result);
-  ASSERT_TRUE(get(manager, at("/stream?uids=")).result);
-  EXPECT_EQ(requestsFor("/stream?uids="), 1U);
 }
 
 TEST(ProgrammingErrorsDeathTests, stopTheProgramWithAMessage) {

@@ -156,16 +156,5 @@ TEST(Image, aPictureOfThousandsOfPassesIsGivenUp) {
   EXPECT_FALSE(ImageDecoder::current()->decode(file));
 }
 
-TEST(Image, theHostMayPutItsOwnDecoderInPlace) {
-  struct Nothing final : ImageDecoder {
-    std::shared_ptr<const Image> decode(std::string_view) const override { return nullptr; }
-  };
-  const std::string file = png(PNG_FORMAT_GRAY, {90});
-  ImageDecoder::setCurrent(std::make_shared<Nothing>());
-  EXPECT_FALSE(ImageDecoder::current()->decode(file));
-  ImageDecoder::setCurrent(nullptr);
-  EXPECT_TRUE(ImageDecoder::current()->decode(file));
-}
-
 }  // namespace
 }  // namespace paperloom

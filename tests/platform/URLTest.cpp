@@ -102,37 +102,19 @@ TEST(URLTests, theWholeQueryIsReplacedAndOnlyTheCommaStays) {
 
 // The examples of RFC 3986 section 5.4, and what they leave out.
 TEST(URLTests, referencesResolveAsInTheStandard) {
-  const char* const table[][2] = {{"g:h", "g:h"},
-                                  {"g", "http://a/b/c/g"},
-                                  {"./g", "http://a/b/c/g"},
-                                  {"g/", "http://a/b/c/g/"},
-                                  {"/g", "http://a/g"},
-                                  {"//g", "http://g"},
-                                  {"?y", "http://a/b/c/d;p?y"},
-                                  {"g?y", "http://a/b/c/g?y"},
-                                  {"#s", "http://a/b/c/d;p?q#s"},
-                                  {"g?y#s", "http://a/b/c/g?y#s"},
-                                  {";x", "http://a/b/c/;x"},
-                                  {"", "http://a/b/c/d;p?q"},
-                                  {".", "http://a/b/c/"},
-                                  {"..", "http://a/b/"},
-                                  {"../g", "http://a/b/g"},
-                                  {"../..", "http://a/"},
-                                  {"../../g", "http://a/g"},
-                                  {"../../../../g", "http://a/g"},
-                                  {"/./g", "http://a/g"},
-                                  {"/../g", "http://a/g"},
-                                  {"g.", "http://a/b/c/g."},
-                                  {"..g", "http://a/b/c/..g"},
-                                  {"./../g", "http://a/b/g"},
-                                  {"./g/.", "http://a/b/c/g/"},
-                                  {"g/../h", "http://a/b/c/h"},
-                                  {"g;x=1/../y", "http://a/b/c/y"},
-                                  {"g?y/../x", "http://a/b/c/g?y/../x"},
-                                  {"http:g", "http:g"}};
+  // A reference and what it becomes each.
   const URL base = url("http://a/b/c/d;p?q");
-  for (const auto& [reference, expected] : table) {
-    EXPECT_EQ(base.resolving(reference)->absoluteString(), expected) << reference;
+  for (const std::string& row :
+       split("g:h g:h|g http://a/b/c/g|./g http://a/b/c/g|g/ http://a/b/c/g/|/g http://a/g|"
+             "//g http://g|?y http://a/b/c/d;p?y|g?y http://a/b/c/g?y|#s http://a/b/c/d;p?q#s|"
+             "g?y#s http://a/b/c/g?y#s|;x http://a/b/c/;x| http://a/b/c/d;p?q|. http://a/b/c/|"
+             ".. http://a/b/|../g http://a/b/g|../.. http://a/|../../g http://a/g|"
+             "../../../../g http://a/g|/./g http://a/g|/../g http://a/g|g. http://a/b/c/g.|"
+             "..g http://a/b/c/..g|./../g http://a/b/g|./g/. http://a/b/c/g/|"
+             "g/../h http://a/b/c/h|g;x=1/../y http://a/b/c/y|g?y/../x http://a/b/c/g?y/../x|"
+             "http:g http:g")) {
+    const auto space = row.find(' ');
+    EXPECT_EQ(base.resolving(row.substr(0, space))->absoluteString(), row.substr(space + 1)) << row;
   }
   EXPECT_EQ(url("http://a").resolving("g")->absoluteString(), "http://a/g");
   EXPECT_EQ(url("x:a/b").resolving("..//g")->absoluteString(), "x:/.//g");
