@@ -281,9 +281,12 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
 }
 
 TEST_F(URLCacheEnduranceTest, afterARaceEveryCacheHasTheSameAnswer) {
+  const auto link = folder_.path() / "link";
+  std::filesystem::create_directories(path_);
+  std::filesystem::create_directory_symlink(path_, link);
   for (int round = 0; round < soakTimes(10); ++round) {
     URLCache first(megabyte, 10 * megabyte, path_);
-    URLCache second(megabyte, 10 * megabyte, path_);
+    URLCache second(megabyte, 10 * megabyte, link);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
       threads.emplace_back([&, thread] {

@@ -215,25 +215,5 @@ TEST_F(URLCacheTest, clearingLeavesNothingBehind) {
   EXPECT_EQ(bodyOf(cache, "http://host/new"), "new");
 }
 
-TEST_F(URLCacheTest, aMemoryNeverServesWhatAnotherCacheHasReplacedOrRemoved) {
-  URLCache first(megabyte, 10 * megabyte, path_);
-  std::filesystem::create_directory_symlink(path_, folder_.path() / "link");
-  URLCache second(megabyte, 10 * megabyte, folder_.path() / "link");
-  const std::string url = "http://host/";
-  for (int version = 0; version < 3; ++version) {
-    const std::string body = std::to_string(version);
-    first.storeCachedResponse(answer(body), request(url));
-    EXPECT_EQ(bodyOf(second, url), body);
-    second.storeCachedResponse(answer(body + "b"), request(url));
-    EXPECT_EQ(bodyOf(first, url), body + "b");
-  }
-  first.removeCachedResponse(request(url));
-  EXPECT_EQ(bodyOf(second, url), "(none)");
-  second.storeCachedResponse(answer("again"), request(url));
-  EXPECT_EQ(bodyOf(first, url), "again");
-  second.removeAllCachedResponses();
-  EXPECT_EQ(bodyOf(first, url), "(none)");
-}
-
 }  // namespace
 }  // namespace paperloom

@@ -34,20 +34,17 @@ TEST_F(ReadingCommands, recordsArePrintedWholeAndSayWhereTheyCameFrom) {
     std::vector<std::string> keys;
     bool isRequest = true;
   };
+  const std::vector<std::string> streamKeys = {"premiumColourSet", "premiumLabelColourSet",
+                                               "sections", "sponsoredArticles", "appMetadata"};
   const Case cases[] = {
       {{"config"}, {"sectionMetadata", "globalMetadata"}},
-      {{"stream"},
-       {"premiumColourSet", "premiumLabelColourSet", "sections", "sponsoredArticles",
-        "appMetadata"}},
+      {{"stream"}, streamKeys},
       {{"article", article},
        {"headline", "type", "authors", "publishedTime", "isPremium", "leadContent", "contents",
         "rating", "pageID", "sponsored", "sponsor", "websiteURL", "callToAction", "adZone",
         "businessSegment", "registrationWallModel", "wallType", "canInjectOutbrain"}},
       {{"image", "images/harbour-640.jpg"}, {"width", "height"}},
-      {{"offline"},
-       {"premiumColourSet", "premiumLabelColourSet", "sections", "sponsoredArticles",
-        "appMetadata"},
-       false},
+      {{"offline"}, streamKeys, false},
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.arguments[0]);

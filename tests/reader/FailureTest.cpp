@@ -15,62 +15,45 @@ using test::ReaderRun;
 TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
   const auto service = std::move(*sample::SampleService::start());
   const std::string port = std::to_string(service->port());
-  struct Case {
-    std::vector<std::string> arguments;
-    std::string input;
-    int status;
-    std::string error;  // how the line begins
-  };
-  const Case cases[] = {
-      {{"parse", "config", "-"},
-       R"({"sectionMetaData": [{}], "globalMetaData": {}})",
-       1,
-       "error: parsingFailed: failed to parse JSON into section meta data\n"},
-      {{"parse", "article", "-"}, "{\"headline\": ", 1, "error: decoder: "},
-      {{"parse", "article", "-"},
-       "[]",
-       1,
-       "error: parsingFailed: failed to parse top level object in JSON Article\n"},
-      {{"parse", "authorisation", "-"},
-       "{}",
-       1,
-       "error: parsingFailed: Content Authorisation missing one or more tokens\n"},
-      {{"parse", "stream", "/nonexistent/file"},
-       "",
-       1,
-       "error: cannot read /nonexistent/file: No "},
-      {{"parse", "stream", "/"}, "", 1, "error: cannot read /: Is a directory\n"},
-      {{"article", "ftp://host/a"}, "", 1, "error: not an http or https URL: ftp://host/a\n"},
-      {{"article", "%%%"}, "", 1, "error: not an http or https URL: %%%\n"},
-      {{"article", "7"}, "", 1, "error: the front page printed last has no story 7"},
-      {{"image", service->baseURL() + "/config"}, "", 1, "error: no image can be loaded from "},
-      {{"--content-url", "nonsense", "config"}, "", 1, "error: --content-url is not an http"},
-      {{"article", service->baseURL() + "/none"}, "", 1, "error: networkError: no network error\n"},
-      {{"serve", "--port", port}, "", 1, "error: "},
-      {{}, "", 2, "error: say a command; "},
-      {{"frobnicate"}, "", 2, "error: "},
-      {{"article"}, "", 2, "error: url is required; "},
-      {{"parse", "poem", "-"}, "", 2, "error: kind: poem not in "},
-      {{"serve", "--port", "70000"}, "", 2, "error: --port: "},
-      {{"serve", "--status", "news"}, "", 2, "error: "},
-      {{"warm"}, "", 2, "error: name the URLs to warm, or say --stream\n"},
-      {{"warm", "--stream", "http://h/a"}, "", 2, "error: name the URLs to warm"},
-      {{"login", "a@b", "--password=hunter2"},
-       "",
-       2,
-       "error: there is more than this command understands: --password; "},
-      {{"--json", "demo"}, "", 2, "error: the demo is for people"},
-  };
-  for (const Case& each : cases) {
-    const Reader reader;
-    const ReaderOutcome outcome = reader.run(each.arguments, each.input);
+  // `error` is how the one line begins.
+  const auto check = [](const std::vector<std::string>& arguments, int status,
+                        const std::string& error, const std::string& input = "") {
+    const ReaderOutcome outcome = Reader().run(arguments, input);
     SCOPED_TRACE(outcome.error);
-    EXPECT_EQ(outcome.status, each.status);
-    EXPECT_EQ(outcome.error.rfind(each.error, 0), 0U) << "expected " << each.error;
+    EXPECT_EQ(outcome.status, status);
+    EXPECT_EQ(outcome.error.rfind(error, 0), 0U) << "expected " << error;
     EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.error.find("hunter2"), std::string::npos);
-  }
+  };
+  const std::string parsing = "error: parsingFailed: ";
+  check({"parse", "config", "-"}, 1, parsing + "failed to parse JSON into section meta data\n",
+        R"({"sectionMetaData": [{}], "globalMetaData": {}})");
+  check({"parse", "article", "-"}, 1, "error: decoder: ", "{\"headline\": ");
+  check({"parse", "article", "-"}, 1,
+        parsing + "failed to parse top level object in JSON Article\n", "[]");
+  check({"parse", "authorisation", "-"}, 1,
+        parsing + "Content Authorisation missing one or more tokens\n", "{}");
+  check({"parse", "stream", "/nonexistent/file"}, 1, "error: cannot read /nonexistent/file: No ");
+  check({"parse", "stream", "/"}, 1, "error: cannot read /: Is a directory\n");
+  check({"article", "ftp://host/a"}, 1, "error: not an http or https URL: ftp://host/a\n");
+  check({"article", "%%%"}, 1, "error: not an http or https URL: %%%\n");
+  check({"article", "7"}, 1, "error: the front page printed last has no story 7");
+  check({"image", service->baseURL() + "/config"}, 1, "error: no image can be loaded from ");
+  check({"--content-url", "nonsense", "config"}, 1, "error: --content-url is not an http");
+  check({"article", service->baseURL() + "/none"}, 1, "error: networkError: no network error\n");
+  check({"serve", "--port", port}, 1, "error: ");
+  check({}, 2, "error: say a command; ");
+  check({"frobnicate"}, 2, "error: ");
+  check({"article"}, 2, "error: url is required; ");
+  check({"parse", "poem", "-"}, 2, "error: kind: poem not in ");
+  check({"serve", "--port", "70000"}, 2, "error: --port: ");
+  check({"serve", "--status", "news"}, 2, "error: ");
+  check({"warm"}, 2, "error: name the URLs to warm, or say --stream\n");
+  check({"warm", "--stream", "http://h/a"}, 2, "error: name the URLs to warm");
+  check({"login", "a@b", "--password=hunter2"}, 2,
+        "error: there is more than this command understands: --password; ");
+  check({"--json", "demo"}, 2, "error: the demo is for people");
 }
 
 TEST(Failure, outputThatCannotBeWrittenIsOne) {
@@ -129,10 +112,8 @@ TEST(Terminal, isNotSpokenToByDocuments) {
     run.environment = each.environment;
     const ReaderOutcome outcome = reader.run(run);
     EXPECT_EQ(outcome.status, 0) << outcome.error;
-    for (const char* bad : {"\x1b]", "\x1b[31",
-                            "\x1b"
-                            "c",
-                            "\x07", "\x08", "\xc2\x9b", "\xe2\x80\xae"}) {
+    for (const char* bad :
+         {"\x1b]", "\x1b[31", "\033c", "\x07", "\x08", "\xc2\x9b", "\xe2\x80\xae"}) {
       EXPECT_EQ(outcome.out.find(bad), std::string::npos) << each.name;
     }
     EXPECT_NE(outcome.out.find("one[31m two"), std::string::npos) << outcome.out;

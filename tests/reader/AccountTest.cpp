@@ -48,7 +48,10 @@ TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
     std::string expected;
     int status;
   };
-  const std::vector<std::string> names = {"--first-name", "Ann", "--last-name", "Lee"};
+  const auto registering = [](const std::string& address) -> std::vector<std::string> {
+    return {"register", address, "--first-name", "Ann", "--last-name", "Lee"};
+  };
+  const std::string key = "tide-mill-1";
   const Case cases[] = {
       {{"entitlement"}, "", "", 1},  // nobody is logged in
       {{"login", "premium@lantern.example"}, "wrong\n", "wrongUsernameAndPassword", 1},
@@ -64,19 +67,10 @@ TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
       {{"refresh"}, "", "refreshTokenInvalid", 1},
       {{"login", "refused@lantern.example"}, "undertow-6", "loggedInAndNotPremium", 0},
       {{"entitlement"}, "", "otherFailure", 1},
-      {{"register", "new@lantern.example", names[0], names[1], names[2], names[3]},
-       "tide-mill-1",
-       "registeredWithRefreshToken",
-       0},
+      {registering("new@lantern.example"), key, "registeredWithRefreshToken", 0},
       {{"entitlement"}, "", "notPremium", 0},
-      {{"register", "new@lantern.example", names[0], names[1], names[2], names[3]},
-       "tide-mill-1",
-       "duplicateAccount",
-       1},
-      {{"register", "answer-504@lantern.example", names[0], names[1], names[2], names[3]},
-       "tide-mill-1",
-       "timeout",
-       1},
+      {registering("new@lantern.example"), key, "duplicateAccount", 1},
+      {registering("answer-504@lantern.example"), key, "timeout", 1},
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.arguments[0] + " expects " + each.expected);
