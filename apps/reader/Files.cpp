@@ -17,6 +17,9 @@
 namespace paperloom::reader {
 namespace {
 
+// Beyond any document, and short of the memory of any machine: /dev/zero has an end, too.
+constexpr std::size_t mostBytes = std::size_t{1} << 29;
+
 class Descriptor {
  public:
   explicit Descriptor(int fd) : fd_(fd) {}
@@ -49,6 +52,10 @@ std::string readAll(const Descriptor& file, const std::filesystem::path& path) {
       failWith("read", path);
     }
     bytes.append(buffer.data(), static_cast<std::size_t>(got));
+    if (bytes.size() > mostBytes) {
+      throw Failure(fmt::format("cannot read {}: it is larger than {} MB",
+                                printableLine(path.string()), mostBytes >> 20));
+    }
   }
 }
 

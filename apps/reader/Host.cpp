@@ -52,6 +52,11 @@ void rememberPort(const std::filesystem::path& file, int port) {
 Host::Host(GlobalOptions options) : options_(std::move(options)) {
   if (options_.dataDirectory.empty()) return;
   const auto directory = std::filesystem::absolute(options_.dataDirectory);
+  std::error_code ignored;
+  if (std::filesystem::exists(directory, ignored) &&
+      !std::filesystem::is_directory(directory, ignored)) {
+    throw Failure("--data-dir is not a folder: " + printableLine(options_.dataDirectory));
+  }
   ApplicationDirectories::setCachesDirectory(directory);
   ApplicationDirectories::setSettingsDirectory(directory);
 }

@@ -38,11 +38,12 @@ void addGlobalOptions(CLI::App& app, GlobalOptions& global) {
   app.add_flag("--json", global.json, "Print JSON for programs");
 }
 
-// One sentence on what is wrong. Arguments that nobody asked for are not repeated, as one of them
-// may be a password that should never have been there.
+// One sentence on what is wrong. Arguments that a command did not ask for are not repeated, as one
+// of them may be a password that should never have been there.
 std::string sentenceFor(const CLI::App& app, const CLI::ParseError& error) {
   if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && app.get_subcommands().empty()) {
-    return "say a command";
+    const std::vector<std::string> rest = app.remaining();
+    return rest.empty() ? "say a command" : "there is no such command or option: " + rest.front();
   }
   if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) return error.what();
   std::string names;
