@@ -22,7 +22,9 @@ struct Report {
 };
 
 struct Reporter {
+  // Success is a matter of the status alone; a body that was cut off is not handed over.
   Report operator()(const cachewarmer::Success& result) const {
+    if (!result.data) return {"success", "cut short", {}, {}, true};
     return {"success", "fetched", {}, result.data, false};
   }
   Report operator()(const cachewarmer::SuccessFromCache& result) const {
