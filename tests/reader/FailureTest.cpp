@@ -44,7 +44,7 @@ TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
   check({"article", service->baseURL() + "/none"}, 1, "error: networkError: no network error\n");
   check({"serve", "--port", port}, 1, "error: ");
   check({}, 2, "error: say a command; ");
-  check({"frobnicate"}, 2, "error: ");
+  check({"frobnicate"}, 2, "error: there is no such command or option: frobnicate; ");
   check({"article"}, 2, "error: url is required; ");
   check({"parse", "poem", "-"}, 2, "error: kind: poem not in ");
   check({"serve", "--port", "70000"}, 2, "error: --port: ");
