@@ -18,12 +18,7 @@
 namespace paperloom {
 namespace {
 
-using test::answer;
-using test::bodyFor;
-using test::bodyOf;
-using test::megabyte;
-using test::request;
-using test::soakTimes;
+using namespace test;
 
 using Files = std::map<std::string, std::string>;
 

@@ -9,11 +9,7 @@
 namespace paperloom {
 namespace {
 
-using test::answer;
-using test::bodyFor;
-using test::bodyOf;
-using test::megabyte;
-using test::request;
+using namespace test;
 
 class URLCacheTest : public testing::Test {
  protected:

@@ -15,10 +15,7 @@ namespace paperloom {
 namespace {
 
 using internal::SQLiteDatabase;
-using test::answer;
-using test::bodyOf;
-using test::megabyte;
-using test::request;
+using namespace test;
 using namespace std::chrono_literals;
 
 class URLCacheTroubleTest : public testing::Test {

@@ -10,7 +10,6 @@ using internal::mayServeStaleOnError;
 using internal::planRequest;
 using std::chrono::seconds;
 using Action = CachePlan::Action;
-using Policy = URLRequestCachePolicy;
 
 const std::string noonText = "Fri, 01 Mar 2024 12:00:00 GMT";
 const std::string hourAgo = "Fri, 01 Mar 2024 11:00:00 GMT";
@@ -142,31 +141,6 @@ TEST(Plan, obeysTheDirectivesOfBothSides) {
             Action::serveStored);
   EXPECT_EQ(planAfter(seconds(0), {{"Cache-Control", "max-age=60"}, {"Vary", "a, *"}}).action,
             Action::send);
-}
-
-TEST(Plan, putsTheRequestsPolicyAboveTheRules) {
-  const CachedURLResponse fresh = storedWith({{"Cache-Control", "max-age=60"}, {"ETag", "\"a\""}});
-  const CachedURLResponse stale = storedWith({{"Cache-Control", "max-age=0"}, {"ETag", "\"a\""}});
-  struct Case {
-    Policy policy;
-    const CachedURLResponse* stored;
-    Action action;
-    bool stale = false;
-  };
-  for (const Case& c : {Case{Policy::reloadIgnoringLocalCacheData, &fresh, Action::send},
-                        Case{Policy::reloadRevalidatingCacheData, &fresh, Action::revalidate},
-                        Case{Policy::reloadRevalidatingCacheData, nullptr, Action::send},
-                        Case{Policy::returnCacheDataElseLoad, &stale, Action::serveStored, true},
-                        Case{Policy::returnCacheDataElseLoad, &fresh, Action::serveStored},
-                        Case{Policy::returnCacheDataElseLoad, nullptr, Action::send},
-                        Case{Policy::returnCacheDataDontLoad, &stale, Action::serveStored, true},
-                        Case{Policy::returnCacheDataDontLoad, nullptr, Action::unavailable}}) {
-    URLRequest request = requestWith({});
-    request.cachePolicy = c.policy;
-    const CachePlan plan = planRequest(request, c.stored, noon);
-    EXPECT_EQ(plan.action, c.action) << plan.reason;
-    EXPECT_EQ(plan.stale, c.stale) << plan.reason;
-  }
 }
 
 TEST(Plan, validatesWithWhatIsStoredAndLeavesTheCallersConditionsAlone) {
