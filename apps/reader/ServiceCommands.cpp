@@ -46,6 +46,12 @@ void listAccounts(Host& host) {
                             host.style().dim(account.behaviour)));
   }
   output.line();
+  output.line(host.style().bold("Names that provoke an answer, as e-mail or token"));
+  for (const sample::SampleProvocation& provocation : sample::sampleProvocations()) {
+    output.line(
+        fmt::format("  {:<30} {}", provocation.name, host.style().dim(provocation.behaviour)));
+  }
+  output.line();
 }
 
 void serve(Host& host, const ServeOptions& options) {

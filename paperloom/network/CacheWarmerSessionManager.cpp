@@ -47,12 +47,16 @@ std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL
     if (completion) completion(cachewarmer::SuccessFromCache{std::move(cached->data)});
     return nullptr;
   }
-  auto task = session_.dataTask(std::move(request),
-                                [completion = std::move(completion), counter = taskCounter_](
-                                    const auto& data, const auto& response, const auto& /*error*/) {
-                                  counter->decrement();
-                                  if (completion) completion(outcome(data, response));
-                                });
+  auto task = session_.dataTask(
+      std::move(request),
+      [completion = std::move(completion), counter = taskCounter_](
+          const auto& data, const auto& response, const auto& /*error*/) {
+        counter->decrement();
+        if (completion) completion(outcome(data, response));
+      },
+      [cache = cache_](const HTTPURLResponse& response, const Data&) {
+        return mayReplaceStoredAnswer(*cache, response);
+      });
   taskCounter_->increment();
   task->setPriority(URLSessionTask::lowPriority);
   task->resume();

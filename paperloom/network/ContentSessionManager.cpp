@@ -37,6 +37,7 @@ struct ContentSessionManager::Get {
   std::optional<tl::expected<std::any, ParserError>> parsedFresh;
   std::shared_ptr<URLSessionTask> task;  // until it has finished
   std::shared_ptr<const TaskObserver> observer;
+  std::shared_ptr<URLCache> cache;
 
   bool isWorthStoring(const HTTPURLResponse& response, const Data& data) {
     if (!isUsable(response)) return false;
@@ -57,9 +58,11 @@ struct ContentSessionManager::Get {
     auto parsed = !fromCache && parsedFresh ? std::move(*parsedFresh) : parser(*body);
     if (parsed) {
       completion(std::move(*parsed), fromCache);
-    } else {
-      completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), fromCache);
+      return;
     }
+    const bool wasStored = finished->metrics().source != URLSessionTaskMetrics::Source::network;
+    if (!fromCache && wasStored) demandValidation(*cache, response->url);
+    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), fromCache);
   }
 };
 
@@ -87,6 +90,7 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, E
   get->parser = std::move(parser);
   get->completion = std::move(completion);
   get->observer = taskObserver_;
+  get->cache = contentSessionCache_;
   // Before the request is sent: what this very request stores must not be its own fallback.
   if (auto cached = storedAnswer(*contentSessionCache_, url)) {
     get->cachedBody = std::move(cached->data);

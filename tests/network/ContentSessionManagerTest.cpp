@@ -181,6 +181,18 @@ TEST_F(ContentSessionManagerTests, goodCopySurvivesAnAnswerThatItsParserRefuses)
   EXPECT_EQ(cache->cachedResponse(URLRequest(server.url()))->data, Data(R"({"good": 1})"));
 }
 
+TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
+  test::ScriptedServer server(
+      [](const auto&) { return test::answer(R"({"good": 1})", "Cache-Control: max-age=600\r\n"); });
+  const URL url = server.url();
+  ASSERT_TRUE(get(manager, url).result);
+  auto portal = *cache->cachedResponse(URLRequest(url));
+  portal.data = Data("[]");
+  cache->storeCachedResponse(portal, URLRequest(url));
+  EXPECT_EQ(get(manager, url).result.error().details(), "no object");
+  EXPECT_EQ(*get(manager, url).result, R"({"good": 1})");
+}
+
 TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnType) {
   const Answer image = get(manager, at("/images/none.png"));
   EXPECT_EQ(image.result.error().details(), "no network error");

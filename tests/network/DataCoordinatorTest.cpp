@@ -219,6 +219,18 @@ TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator
   EXPECT_TRUE(coordinator.cacheWarmerDataCoordinator());
 }
 
+TEST_F(CacheWarmerTests, copyIsNotReplacedByAPageOfAnotherMediaType) {
+  test::ScriptedServer server([](const auto& request) {
+    return request.indexOnConnection == 1
+               ? test::answer("{}",
+                              "Cache-Control: max-age=600\r\nContent-Type: application/json\r\n")
+               : test::answer("<p>", "Cache-Control: max-age=600\r\nContent-Type: text/html\r\n");
+  });
+  warm(server.url(), true);
+  warm(server.url(), true);
+  EXPECT_EQ(cache->cachedResponse(URLRequest(server.url()))->data, Data("{}"));
+}
+
 TEST_F(CacheWarmerTests, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority) {
   test::ScriptedServer server([](const auto&) {
     auto script = test::answer("page");
