@@ -130,6 +130,7 @@ class HttpServer::Impl final : private httplib::Server {
 
   std::optional<std::string> openPort(int port);
   void start() {
+    readOneRequestAhead();
     acceptor_ = std::thread([this] { acceptConnections(); });
   }
   int boundPort() const { return port_; }
@@ -142,6 +143,7 @@ class HttpServer::Impl final : private httplib::Server {
     std::thread thread;
   };
 
+  void readOneRequestAhead();
   void acceptConnections();
   void addConnection(int socket);
   void serveConnection(Connection& connection);
@@ -187,6 +189,20 @@ std::optional<std::string> HttpServer::Impl::openPort(int port) {
   }
   port_ = ntohs(address.sin_port);
   return std::nullopt;
+}
+
+// The parser makes its tables with the first request it reads. That is done here, before there are
+// threads that could be at them together: a race detector does not see into the library.
+void HttpServer::Impl::readOneRequestAhead() {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
+  constexpr std::string_view refused = "GET / HTTP/0.9\r\n\r\n";
+  [[maybe_unused]] const auto written = ::write(ends[1], refused.data(), refused.size());
+  SocketStream stream(ends[0]);
+  bool closing = false;
+  process_request(stream, true, closing, prepare);
+  ::close(ends[0]);
+  ::close(ends[1]);
 }
 
 void HttpServer::Impl::wakeAcceptor() const {
