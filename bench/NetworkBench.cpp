@@ -13,6 +13,7 @@
 #include "bench/BareClient.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
+#include "paperloom/network/CacheWarmerSessionManager.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/platform/DispatchQueue.h"
 
@@ -20,6 +21,7 @@ namespace paperloom::bench {
 namespace {
 
 constexpr std::size_t bodySize = 20 * 1024;
+constexpr int warmedURLs = 500;
 
 class SizeParser final : public ParserProtocol<std::size_t> {
  public:
@@ -103,6 +105,26 @@ void managerGetAndStore(benchmark::State& state) {
 }
 BENCHMARK(managerGetAndStore)->UseRealTime()->Repetitions(3);
 
+// A whole front page asked for at once, over one connection, every answer kept on disk.
+void warm(benchmark::State& state) {
+  const LoopbackServer server(bodySize, "Cache-Control: max-age=600\r\n");
+  const std::filesystem::path folder =
+      std::filesystem::temp_directory_path() / ("paperloom-warm-" + std::to_string(::getpid()));
+  for (auto _ : state) {
+    CacheWarmerSessionManager warmer(std::make_shared<URLCache>(
+        8 * ContentSessionManager::megabyte, 100 * ContentSessionManager::megabyte, folder));
+    std::counting_semaphore<> done(0);
+    for (int i = 0; i < warmedURLs; ++i) {
+      warmer.saveToCache(*URL::parse(server.url() + std::to_string(i)), true,
+                         [&](const CacheWarmerRequestResult&) { done.release(); });
+    }
+    for (int i = 0; i < warmedURLs; ++i) done.acquire();
+  }
+  DispatchQueue::main().runPending();
+  std::filesystem::remove_all(folder);
+}
+BENCHMARK(warm)->UseRealTime()->Repetitions(3);
+
 }  // namespace
 }  // namespace paperloom::bench
 
@@ -118,4 +140,6 @@ int main(int argc, char** argv) {
   printRatio("content-16-in-flight-rate/curl-easy-rate", bare / best.of("managerGet/16"), ">= 1");
   printRatio("content-get-and-store/curl-easy", best.of("managerGetAndStore") / bare,
              "no bound: what keeping costs");
+  printRatio("warm-and-store-500-urls/curl-easy-loop",
+             best.of("warm") / warmedURLs / (bare / batch), "no bound: what keeping costs");
 }
