@@ -288,13 +288,13 @@ void printRatios(const BestTimes& times) {
       printRatio((what + ("-" + name)).c_str(), value, wanted);
     };
     row("cache-disk-read/sqlite", disk / times.of("sqliteRead/" + name),
-        name == "20480" ? "<= 1.5" : "is said");
-    row("cache-disk-read/file", disk / times.of("fileRead/" + name), "is said");
-    row("cache-checksum/disk-read", times.of("checksumOf/" + name) / disk, "is said");
+        name == "20480" ? "<= 1.5" : "for information");
+    row("cache-disk-read/file", disk / times.of("fileRead/" + name), "for information");
+    row("cache-checksum/disk-read", times.of("checksumOf/" + name) / disk, "for information");
     row("cache-memory-read-microseconds", times.of("memoryRead/" + name) * 1e6,
-        name == "20480" ? "< 5" : "is said");
-    row("cache-store/sqlite", store / times.of("sqliteStore/" + name), "is said");
-    row("cache-store/file", store / times.of("fileStore/" + name), "is said");
+        name == "20480" ? "< 5" : "for information");
+    row("cache-store/sqlite", store / times.of("sqliteStore/" + name), "for information");
+    row("cache-store/file", store / times.of("fileStore/" + name), "for information");
   }
   const auto growth = [&](const char* what, const std::string& name) {
     const double many = times.of(name + "/2048/100000");
