@@ -67,8 +67,13 @@ bool AccountStore::remove() const {
 
 AccountStore accountStore(const Host& host) { return AccountStore(host.file("account.json")); }
 
-Access accessOf(const std::optional<Account>& account) {
-  return {account.has_value(), account && account->premium.value_or(false)};
+Access accessOf(const AccountStore& store) {
+  try {
+    const auto account = store.load();
+    return {account.has_value(), account && account->premium.value_or(false)};
+  } catch (const Failure&) {
+    return {};
+  }
 }
 
 }  // namespace paperloom::reader

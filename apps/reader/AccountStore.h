@@ -39,7 +39,7 @@ class AccountStore {
 
 AccountStore accountStore(const Host& host);
 
-// What the stored account may read.
-Access accessOf(const std::optional<Account>& account);
+// What the stored account may read; one that cannot be read is nobody's.
+Access accessOf(const AccountStore& store);
 
 }  // namespace paperloom::reader

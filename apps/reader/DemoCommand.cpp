@@ -57,7 +57,7 @@ class Tour {
 
   void read(const URL& url) {
     const auto answer = host_.article(url);
-    printArticle(host_, *answer.record, accessOf(account_.load()), true);
+    printArticle(host_, *answer.record, accessOf(account_), true);
     printOrigin(host_, answer.origin);
   }
 

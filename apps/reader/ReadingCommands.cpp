@@ -44,7 +44,7 @@ URL articleURL(Host& host, const std::string& text) {
 void article(Host& host, const std::string& address) {
   const auto answer = host.article(articleURL(host, address));
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
-  printArticle(host, *answer.record, accessOf(accountStore(host).load()), true);
+  printArticle(host, *answer.record, accessOf(accountStore(host)), true);
   printOrigin(host, answer.origin);
 }
 

@@ -155,6 +155,9 @@ TEST_F(AccountCommands, aDamagedAccountFileIsNobodyLoggedIn) {
     EXPECT_EQ(last_.status, 0) << last_.error;
     EXPECT_NE(last_.out.find("\"loggedIn\": false"), std::string::npos);
   }
+  std::filesystem::remove(file());
+  std::filesystem::create_directory(file());
+  EXPECT_EQ(reader_.run({"article", "articles/harbour-barrier-vote"}).status, 0);
 }
 
 }  // namespace
