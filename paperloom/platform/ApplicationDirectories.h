@@ -21,9 +21,9 @@ class PAPERLOOM_EXPORT ApplicationDirectories {
   static void setSettingsDirectory(std::filesystem::path directory);
 
   // Below XDG_CACHE_HOME (~/.cache) and XDG_CONFIG_HOME (~/.config); a relative path in these
-  // variables is ignored (XDG Base Directory Specification). Absolute; created for its owner alone
-  // (0700) when missing. That it exists is not promised: the disk may be full. Empty when the user
-  // has no home.
+  // variables is ignored, as the XDG base directory rules ask. Absolute; created for its owner
+  // alone (0700) when missing. That it exists is not promised: the disk may be full. Empty when the
+  // user has no home.
   static std::filesystem::path cachesDirectory();
   static std::filesystem::path settingsDirectory();
 };
