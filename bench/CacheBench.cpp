@@ -12,7 +12,7 @@
 
 #include "bench/Ratios.h"
 #include "paperloom/platform/URLCache.h"
-#include "paperloom/platform/internal/Checksum.h"
+#include "paperloom/platform/internal/base/Checksum.h"
 
 namespace paperloom::bench {
 namespace {

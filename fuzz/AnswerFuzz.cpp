@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "paperloom/platform/internal/ContentDecoder.h"
-#include "paperloom/platform/internal/ResponseHead.h"
+#include "paperloom/platform/internal/http/ContentDecoder.h"
+#include "paperloom/platform/internal/http/ResponseHead.h"
 
 namespace {
 

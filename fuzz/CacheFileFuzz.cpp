@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "paperloom/platform/URLCache.h"
-#include "paperloom/platform/internal/CacheEntryFormat.h"
+#include "paperloom/platform/internal/cache/CacheEntryFormat.h"
 
 // A cache file of any bytes is opened, read, written and cleared. The first byte says how the rest
 // becomes the file: as it stands; as the head of one entry alone; or as changes to a file with two

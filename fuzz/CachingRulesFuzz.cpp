@@ -4,10 +4,12 @@
 #include <string>
 #include <string_view>
 
-#include "paperloom/platform/internal/CacheControl.h"
-#include "paperloom/platform/internal/HTTPCaching.h"
-#include "paperloom/platform/internal/HTTPDate.h"
-#include "paperloom/platform/internal/HTTPFreshness.h"
+#include "paperloom/platform/internal/caching/CachePlan.h"
+#include "paperloom/platform/internal/caching/Freshness.h"
+#include "paperloom/platform/internal/caching/Serving.h"
+#include "paperloom/platform/internal/caching/Storing.h"
+#include "paperloom/platform/internal/http/CacheControl.h"
+#include "paperloom/platform/internal/http/HTTPDate.h"
 
 // Header fields and dates of any shape into the caching decisions. The input is three times, then
 // lines: "> name: value" for the request, "< name: value" for the answer, "= status" for its

@@ -5,8 +5,8 @@
 
 #include "paperloom/identity/internal/AuthenticationParser.h"
 #include "paperloom/network/AuthSessionManager.h"
-#include "paperloom/platform/internal/FatalError.h"
-#include "paperloom/platform/internal/JSONWriter.h"
+#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/internal/json/JSONWriter.h"
 
 namespace paperloom {
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "paperloom/network/ContentSessionManager.h"
-#include "paperloom/platform/internal/JSONWriter.h"
+#include "paperloom/platform/internal/json/JSONWriter.h"
 
 namespace paperloom {
 

@@ -4,7 +4,7 @@
 
 #include "paperloom/identity/internal/RegistrationParser.h"
 #include "paperloom/network/AuthSessionManager.h"
-#include "paperloom/platform/internal/JSONWriter.h"
+#include "paperloom/platform/internal/json/JSONWriter.h"
 
 namespace paperloom {
 

@@ -14,7 +14,7 @@
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/RecordFetch.h"
 #include "paperloom/platform/DispatchQueue.h"
-#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/base/FatalError.h"
 
 namespace paperloom {
 namespace {

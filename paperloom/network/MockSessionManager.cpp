@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/base/FatalError.h"
 
 namespace paperloom {
 

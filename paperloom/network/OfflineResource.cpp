@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/base/FatalError.h"
 #include "paperloom/resources/internal/Resources.h"
 
 namespace paperloom {

@@ -1,6 +1,6 @@
 #include "paperloom/network/internal/StoredAnswer.h"
 
-#include "paperloom/platform/internal/RequestRules.h"
+#include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom {
 namespace {

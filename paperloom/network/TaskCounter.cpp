@@ -2,7 +2,7 @@
 
 #include "paperloom/platform/DispatchQueue.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
-#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/base/FatalError.h"
 
 namespace paperloom {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "paperloom/platform/internal/PrivateFolders.h"
+#include "paperloom/platform/internal/base/PrivateFolders.h"
 
 namespace paperloom {
 namespace {

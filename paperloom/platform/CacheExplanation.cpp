@@ -1,6 +1,6 @@
 #include "paperloom/platform/CacheExplanation.h"
 
-#include "paperloom/platform/internal/HTTPCaching.h"
+#include "paperloom/platform/internal/caching/CachePlan.h"
 
 namespace paperloom {
 namespace {

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <utility>
 
-#include "paperloom/platform/internal/FatalError.h"
+#include "paperloom/platform/internal/base/FatalError.h"
 
 namespace paperloom {
 

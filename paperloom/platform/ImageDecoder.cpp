@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "paperloom/platform/internal/ImageFormats.h"
+#include "paperloom/platform/internal/image/ImageFormats.h"
 
 namespace paperloom {
 namespace {

@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
-#include "paperloom/platform/internal/OperationQueueCore.h"
-#include "paperloom/platform/internal/QuietThread.h"
+#include "paperloom/platform/internal/base/QuietThread.h"
+#include "paperloom/platform/internal/operation/OperationQueueCore.h"
 
 namespace paperloom {
 namespace internal {

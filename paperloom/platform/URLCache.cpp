@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "paperloom/platform/internal/URLCacheStore.h"
+#include "paperloom/platform/internal/cache/URLCacheStore.h"
 
 namespace paperloom {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <utility>
 
-#include "paperloom/platform/internal/SessionCore.h"
-#include "paperloom/platform/internal/TaskCore.h"
+#include "paperloom/platform/internal/session/SessionCore.h"
+#include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom {
 namespace {

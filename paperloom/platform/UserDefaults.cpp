@@ -12,8 +12,8 @@
 #include <variant>
 
 #include "paperloom/platform/ApplicationDirectories.h"
-#include "paperloom/platform/internal/PrivateFolders.h"
-#include "paperloom/platform/internal/SQLite.h"
+#include "paperloom/platform/internal/base/PrivateFolders.h"
+#include "paperloom/platform/internal/sqlite/SQLite.h"
 
 namespace paperloom {
 namespace {

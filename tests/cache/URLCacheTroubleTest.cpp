@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "paperloom/platform/URLCache.h"
-#include "paperloom/platform/internal/SQLite.h"
+#include "paperloom/platform/internal/sqlite/SQLite.h"
 #include "tests/cache/CacheTools.h"
 #include "tests/support/TemporaryFolder.h"
 

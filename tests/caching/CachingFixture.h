@@ -3,7 +3,9 @@
 #include <chrono>
 #include <string>
 
-#include "paperloom/platform/internal/HTTPCaching.h"
+#include "paperloom/platform/internal/caching/CachePlan.h"
+#include "paperloom/platform/internal/caching/Serving.h"
+#include "paperloom/platform/internal/caching/Storing.h"
 
 namespace paperloom::test {
 

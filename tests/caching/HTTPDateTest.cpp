@@ -1,4 +1,4 @@
-#include "paperloom/platform/internal/HTTPDate.h"
+#include "paperloom/platform/internal/http/HTTPDate.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+
+#include "paperloom/platform/internal/sqlite/SQLite.h"
+
+// The cache's file: its tables (docs/cache-format.md) and how it is opened.
+namespace paperloom::internal {
+
+constexpr int cachePageSize = 2048;
+
+enum class CacheContents {
+  keep,
+  discard,  // they are proven to be damaged
+};
+
+// Opens the file for writing. A file that is missing, damaged in a way that shows, foreign or of
+// another format version becomes an empty cache.
+SQLiteResult<SQLiteDatabase> openCacheFile(const std::filesystem::path& file,
+                                           std::chrono::steady_clock::time_point deadline,
+                                           CacheContents contents);
+
+}  // namespace paperloom::internal

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+#include "paperloom/platform/internal/cache/CacheEntryFormat.h"
+#include "paperloom/platform/internal/sqlite/SQLite.h"
+
+namespace paperloom::internal {
+
+// Says which writer has changed the file last. Equal stamps: the same contents.
+struct CacheStamp {
+  std::int64_t writer = 0;
+  std::int64_t changes = 0;
+
+  friend bool operator==(const CacheStamp&, const CacheStamp&) = default;
+};
+
+// A connection for reading alone: it never waits for writers. Belongs to one thread at a time.
+class CacheReader {
+ public:
+  // The file must have been opened by openCacheFile() before.
+  static SQLiteResult<CacheReader> open(const std::filesystem::path& file);
+
+  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
+    database_.waitForLocksUntil(deadline);
+  }
+
+  // An entry whose bytes are not those that were stored.
+  struct Damaged {
+    std::int64_t id = 0;
+    std::int64_t sum = 0;
+  };
+  struct Found {
+    std::optional<CacheEntry> entry;
+    std::vector<Damaged> damaged;
+  };
+  // The newest variant that fits the request, its checksums verified. `url` is the request's.
+  SQLiteResult<Found> find(const CacheKey& key, VaryMatcher& request, const URL& url);
+
+  // Changes whenever another connection has committed something.
+  SQLiteResult<std::int64_t> dataVersion();
+  SQLiteResult<CacheStamp> stamp();
+  // The size of all entries in bytes.
+  SQLiteResult<std::int64_t> usage();
+  struct Listed {
+    CacheEntry entry;  // without its body
+    std::int64_t used = 0;
+  };
+  SQLiteResult<std::vector<Listed>> list();
+
+ private:
+  bool readRow(const CacheKey& key, VaryMatcher& request, const URL& url, Found& found);
+
+  SQLiteDatabase database_;
+  SQLiteStatement find_;
+  SQLiteStatement dataVersion_;
+};
+
+}  // namespace paperloom::internal

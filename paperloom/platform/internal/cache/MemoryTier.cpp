@@ -1,0 +1,161 @@
+#include "paperloom/platform/internal/cache/MemoryTier.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace paperloom::internal {
+namespace {
+
+constexpr std::chrono::milliseconds absenceTime{2};
+constexpr std::size_t mostAbsences = 64;
+
+}  // namespace
+
+MemoryTier::MemoryTier(std::int64_t capacity) : capacity_(std::max<std::int64_t>(capacity, 0)) {}
+
+bool MemoryTier::mayHold(const CacheKey& key) const {
+  const std::lock_guard lock(mutex_);
+  return variants_.contains(key.url);
+}
+
+MemoryTier::Entry MemoryTier::find(const CacheKey& key, VaryMatcher& request) {
+  const std::lock_guard lock(mutex_);
+  const auto variants = variants_.find(key.url);
+  if (variants == variants_.end()) return nullptr;
+  std::optional<Nodes::iterator> best;
+  for (const Nodes::iterator node : variants->second) {
+    const CacheEntry& entry = *node->entry;
+    if (!request.matches(entry.vary.names, entry.vary.digest)) continue;
+    if (best && (*best)->entry->response.responseTime >= entry.response.responseTime) continue;
+    best = node;
+  }
+  if (!best) return nullptr;
+  nodes_.splice(nodes_.begin(), nodes_, *best);
+  return (*best)->entry;
+}
+
+void MemoryTier::store(const CacheKey& key, VaryMatcher& request, CacheEntry entry) {
+  const std::lock_guard lock(mutex_);
+  ++changes_[slot(key)];
+  dropMatching(key, request);
+  insert(key, std::move(entry));
+}
+
+void MemoryTier::removeMatching(const CacheKey& key, VaryMatcher& request) {
+  const std::lock_guard lock(mutex_);
+  ++changes_[slot(key)];
+  dropMatching(key, request);
+}
+
+void MemoryTier::remove(const CacheKey& key) {
+  const std::lock_guard lock(mutex_);
+  ++changes_[slot(key)];
+  const auto variants = variants_.find(key.url);
+  if (variants == variants_.end()) return;
+  for (const Nodes::iterator node : Variants(variants->second)) drop(node);
+}
+
+void MemoryTier::clear() {
+  const std::lock_guard lock(mutex_);
+  for (std::uint64_t& count : changes_) ++count;
+  variants_.clear();
+  nodes_.clear();
+  usage_ = 0;
+}
+
+void MemoryTier::enterGeneration(std::uint64_t generation) {
+  const std::lock_guard lock(mutex_);
+  if (generation <= generation_) return;
+  generation_ = generation;
+  variants_.clear();
+  nodes_.clear();
+  usage_ = 0;
+}
+
+MemoryTier::Ticket MemoryTier::ticket(const CacheKey& key) const {
+  const std::lock_guard lock(mutex_);
+  return {generation_, changes_[slot(key)]};
+}
+
+void MemoryTier::promote(const CacheKey& key, VaryMatcher& request, CacheEntry entry,
+                         Ticket ticket) {
+  const std::lock_guard lock(mutex_);
+  if (ticket.generation != generation_ || ticket.changes != changes_[slot(key)]) return;
+  if (!fits(entry)) return;
+  dropMatching(key, request);
+  insert(key, std::move(entry));
+}
+
+void MemoryTier::noteAbsent(const CacheKey& key, Ticket ticket) {
+  const std::lock_guard lock(mutex_);
+  if (absences_.size() >= mostAbsences) absences_.clear();
+  const auto until = std::chrono::steady_clock::now() + absenceTime;
+  absences_.insert_or_assign(key.url, Absence{ticket.changes, until});
+}
+
+bool MemoryTier::isKnownAbsent(const CacheKey& key) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = absences_.find(key.url);
+  return found != absences_.end() && found->second.changes == changes_[slot(key)] &&
+         std::chrono::steady_clock::now() < found->second.until;
+}
+
+std::int64_t MemoryTier::capacity() const {
+  const std::lock_guard lock(mutex_);
+  return capacity_;
+}
+
+void MemoryTier::setCapacity(std::int64_t bytes) {
+  const std::lock_guard lock(mutex_);
+  capacity_ = std::max<std::int64_t>(bytes, 0);
+  shrink();
+}
+
+std::int64_t MemoryTier::usage() const {
+  const std::lock_guard lock(mutex_);
+  return usage_;
+}
+
+std::vector<MemoryTier::Entry> MemoryTier::entries() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<Entry> all;
+  all.reserve(nodes_.size());
+  for (const Node& node : nodes_) all.push_back(node.entry);
+  return all;
+}
+
+void MemoryTier::insert(const CacheKey& key, CacheEntry entry) {
+  if (!fits(entry)) return;
+  usage_ += entry.size;
+  nodes_.push_front({key.url, std::make_shared<const CacheEntry>(std::move(entry))});
+  Variants& variants = variants_[key.url];
+  variants.push_back(nodes_.begin());
+  if (variants.size() > variantsPerURL) drop(variants.front());
+  shrink();
+}
+
+void MemoryTier::dropMatching(const CacheKey& key, VaryMatcher& request) {
+  const auto variants = variants_.find(key.url);
+  if (variants == variants_.end()) return;
+  for (const Nodes::iterator node : Variants(variants->second)) {
+    if (request.matches(node->entry->vary.names, node->entry->vary.digest)) drop(node);
+  }
+}
+
+void MemoryTier::drop(Nodes::iterator node) {
+  const auto variants = variants_.find(node->url);
+  std::erase(variants->second, node);
+  if (variants->second.empty()) variants_.erase(variants);
+  usage_ -= node->entry->size;
+  nodes_.erase(node);
+}
+
+void MemoryTier::shrink() {
+  while (usage_ > capacity_ && !nodes_.empty()) drop(std::prev(nodes_.end()));
+}
+
+std::size_t MemoryTier::slot(const CacheKey& key) {
+  return static_cast<std::size_t>(key.firstId / variantsPerURL) % slots;
+}
+
+}  // namespace paperloom::internal

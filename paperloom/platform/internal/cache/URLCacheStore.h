@@ -1,0 +1,53 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "paperloom/platform/URLCache.h"
+#include "paperloom/platform/internal/cache/DiskTier.h"
+#include "paperloom/platform/internal/cache/MemoryTier.h"
+
+namespace paperloom::internal {
+
+// One cache: its own memory above the disk tier that it may share with others. Safe from any
+// thread.
+class URLCacheStore {
+ public:
+  URLCacheStore(std::int64_t memoryCapacity, std::int64_t diskCapacity,
+                std::filesystem::path diskPath);
+  ~URLCacheStore();
+  URLCacheStore(const URLCacheStore&) = delete;
+  URLCacheStore& operator=(const URLCacheStore&) = delete;
+
+  // Whether a miss of a moment ago may stand for a look on disk: then what another process has
+  // stored since is not found.
+  enum class Miss { isLookedUp, mayBeRemembered };
+  std::optional<CachedURLResponse> find(const URLRequest& request, Miss miss = Miss::isLookedUp);
+  void store(const CachedURLResponse& response, const URLRequest& request);
+  void remove(const URLRequest& request);
+  void removeAll();
+
+  MemoryTier& memory() { return memory_; }
+  std::int64_t diskCapacity() const { return diskCapacity_; }
+  void setDiskCapacity(std::int64_t bytes);
+  std::int64_t diskUsage();
+  std::filesystem::path diskFile();
+  std::vector<URLCache::Entry> entries();
+
+ private:
+  std::shared_ptr<DiskTier> disk();
+  std::filesystem::path folder() const;
+
+  MemoryTier memory_;
+  std::atomic<std::int64_t> diskCapacity_;
+  const std::filesystem::path diskPath_;
+  std::mutex mutex_;
+  std::shared_ptr<DiskTier> disk_;  // from its first use on
+};
+
+}  // namespace paperloom::internal

@@ -1,0 +1,112 @@
+#include "paperloom/platform/internal/caching/Freshness.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+
+#include "paperloom/platform/internal/http/CacheControl.h"
+#include "paperloom/platform/internal/http/HTTPDate.h"
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
+
+namespace paperloom::internal {
+namespace {
+
+using std::chrono::seconds;
+
+// A tenth of the time since the last change is the customary guess; news grows old in a day.
+constexpr int heuristicFraction = 10;
+constexpr seconds heuristicLimit = std::chrono::hours(24);
+
+// How far our clock may step back, as clock synchronisation does, before ages become meaningless.
+constexpr seconds clockTolerance = std::chrono::minutes(1);
+
+// RFC 9110 section 6.6.1: without a usable Date, the time of arrival stands in for it.
+Date dateValue(const HTTPURLResponse& response, Date responseTime) {
+  const auto field = response.headers.first("Date");
+  if (!field) return responseTime;
+  return parseHTTPDate(trimmed(*field), responseTime).value_or(responseTime);
+}
+
+// Section 5.3: a value that is no date, "0" above all, is in the past. So are two that differ.
+FreshnessLifetime lifetimeFromExpires(const HTTPURLResponse& response, Date responseTime) {
+  FreshnessLifetime lifetime{.source = "Expires", .isExplicit = true};
+  const auto values = response.headers.all("Expires");
+  if (std::any_of(values.begin(), values.end(),
+                  [&](std::string_view value) { return value != values.front(); })) {
+    lifetime.source = "contradicting Expires fields";
+    return lifetime;
+  }
+  const auto expires = parseHTTPDate(trimmed(values.front()), responseTime);
+  if (!expires) {
+    lifetime.source = "an Expires that is no date";
+    return lifetime;
+  }
+  lifetime.value =
+      std::max(seconds(0), secondsBetween(dateValue(response, responseTime), *expires));
+  return lifetime;
+}
+
+// Section 4.2.2.
+FreshnessLifetime heuristicLifetime(const HTTPURLResponse& response, const CacheControl& control,
+                                    Date responseTime) {
+  FreshnessLifetime lifetime{.source = "no freshness information"};
+  if (!isHeuristicallyCacheable(response.statusCode) && !control.has("public")) return lifetime;
+  const auto field = response.headers.first("Last-Modified");
+  if (!field) return lifetime;
+  const auto modified = parseHTTPDate(trimmed(*field), responseTime);
+  if (!modified) return lifetime;
+  const seconds unchanged = secondsBetween(*modified, dateValue(response, responseTime));
+  lifetime.value = std::clamp(unchanged / heuristicFraction, seconds(0), heuristicLimit);
+  lifetime.source = "a tenth of the time since Last-Modified";
+  return lifetime;
+}
+
+// Section 5.1. Age is a single number; of a list its first member counts. Numbers apart on several
+// lines, or with the white space that joining such lines leaves, were added by several caches that
+// do not know of each other: nobody can say which of them holds.
+std::optional<seconds> ageValue(const HTTPHeaders& headers) {
+  const auto field = headers.combined("Age");
+  if (!field) return seconds(0);
+  std::string_view rest = trimmed(*field);
+  std::optional<seconds> first;
+  while (true) {
+    const std::size_t comma = rest.find(',');
+    const auto member = deltaSeconds(rest.substr(0, comma));
+    if (!member) return std::nullopt;
+    if (!first) first = member;
+    if (comma == std::string_view::npos) return first;
+    rest.remove_prefix(comma + 1);
+  }
+}
+
+}  // namespace
+
+FreshnessLifetime freshnessLifetime(const HTTPURLResponse& response, Date responseTime) {
+  const CacheControl control(response.headers);
+  const CacheControl::Seconds maxAge = control.seconds("max-age");
+  if (maxAge.invalid()) return {.source = "a malformed max-age", .isExplicit = true};
+  if (maxAge.value) return {.value = *maxAge.value, .source = "max-age", .isExplicit = true};
+  if (response.headers.contains("Expires")) return lifetimeFromExpires(response, responseTime);
+  return heuristicLifetime(response, control, responseTime);
+}
+
+CurrentAge currentAge(const CachedURLResponse& stored, Date now) {
+  const seconds apparentAge = std::max(
+      seconds(0),
+      secondsBetween(dateValue(stored.response, stored.responseTime), stored.responseTime));
+  const seconds responseDelay =
+      std::max(seconds(0), secondsBetween(stored.requestTime, stored.responseTime));
+  const auto received = ageValue(stored.response.headers);
+  const seconds correctedAge = received.value_or(seconds(0)) + responseDelay;
+  const seconds residentTime = secondsBetween(stored.responseTime, now);
+  return {.value = std::max(apparentAge, correctedAge) + std::max(seconds(0), residentTime),
+          .isReliable = received.has_value() && residentTime >= -clockTolerance};
+}
+
+bool isHeuristicallyCacheable(int status) {
+  constexpr std::array statuses{200, 203, 204, 300, 301, 308, 404, 405, 410, 414, 501};
+  return std::find(statuses.begin(), statuses.end(), status) != statuses.end();
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,176 @@
+#include "paperloom/platform/internal/caching/Storing.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "paperloom/platform/internal/caching/Freshness.h"
+#include "paperloom/platform/internal/http/CacheControl.h"
+#include "paperloom/platform/internal/http/HTTPDate.h"
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
+
+namespace paperloom::internal {
+namespace {
+
+using FieldNames = std::set<std::string, std::less<>>;  // in lower case
+
+// The fields that a cache does not keep (RFC 9111 section 3.1, RFC 9110 section 7.6.1): those that
+// Connection lists, those that are about the connection though it may not list them, and those for
+// a proxy.
+FieldNames fieldsNotKept(const HTTPHeaders& headers) {
+  FieldNames names{"connection",
+                   "keep-alive",
+                   "proxy-connection",
+                   "transfer-encoding",
+                   "upgrade",
+                   "te",
+                   "trailer",
+                   "proxy-authenticate",
+                   "proxy-authorization",
+                   "proxy-authentication-info"};
+  if (const auto listed = headers.combined("Connection")) {
+    for (const std::string_view name : listMembers(*listed)) names.insert(lowercased(name));
+  }
+  return names;
+}
+
+// The fields that describe the stored bytes, which a confirmation does not change (section 3.2).
+const FieldNames& fieldsOfTheBody() {
+  static const auto& names =
+      *new FieldNames{"content-encoding", "content-length", "content-md5", "content-range",
+                      "content-digest",   "repr-digest",    "etag"};
+  return names;
+}
+
+// The final statuses whose caching rules are known here (RFC 9110 section 15), for must-understand
+// (RFC 9111 section 5.2.2.3).
+bool isUnderstood(int status) {
+  constexpr std::array statuses{200, 201, 202, 203, 204, 205, 300, 301, 302, 303,
+                                305, 307, 308, 400, 401, 402, 403, 404, 405, 406,
+                                407, 408, 409, 410, 411, 412, 413, 414, 415, 416,
+                                417, 421, 422, 426, 500, 501, 502, 503, 504, 505};
+  return std::find(statuses.begin(), statuses.end(), status) != statuses.end();
+}
+
+std::string withoutFragment(const URL& url) {
+  const std::string& text = url.absoluteString();
+  return text.substr(0, text.find('#'));
+}
+
+std::optional<URL> urlInField(const URL& base, const HTTPHeaders& headers, std::string_view name) {
+  const auto field = headers.first(name);
+  if (!field) return std::nullopt;
+  return base.resolving(trimmed(*field));
+}
+
+bool isSuccess(int status) { return status >= 200 && status <= 299; }
+
+// RFC 9110 section 9.3.3.
+bool isPostAnswerForGet(const URLRequest& request, const HTTPURLResponse& response) {
+  const auto location = urlInField(request.url, response.headers, "Content-Location");
+  return request.method == "POST" && isSuccess(response.statusCode) && location &&
+         withoutFragment(*location) == withoutFragment(request.url) &&
+         freshnessLifetime(response, Date()).isExplicit;
+}
+
+// Whether a field of the confirmation, when it is there, says the same as the stored one.
+bool agrees(const HTTPHeaders& stored, const HTTPHeaders& received, std::string_view name) {
+  return !received.contains(name) || received.first(name) == stored.first(name);
+}
+
+}  // namespace
+
+bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool complete) {
+  // 206 and other partial contents are not combined here, which section 3.3 leaves open; 304 is
+  // never an answer of its own.
+  const int status = response.statusCode;
+  if (!complete || status < 200 || status > 999 || status == 206 || status == 304) return false;
+  if (request.method != "GET" && !isPostAnswerForGet(request, response)) return false;
+  if (CacheControl(request.headers).has("no-store")) return false;
+  const CacheControl control(response.headers);
+  if (control.has("must-understand")) {
+    if (!isUnderstood(status)) return false;
+  } else if (control.has("no-store")) {
+    return false;
+  }
+  return isHeuristicallyCacheable(status) || control.has("public") || control.has("private") ||
+         control.has("max-age") || response.headers.contains("Expires");
+}
+
+CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date requestTime,
+                               Date responseTime) {
+  CachedURLResponse entry{
+      {response.url, response.statusCode, {}}, std::move(data), requestTime, responseTime};
+  const FieldNames dropped = fieldsNotKept(response.headers);
+  for (const auto& [name, value] : response.headers) {
+    if (!dropped.contains(lowercased(name))) entry.response.headers.add(name, value);
+  }
+  // RFC 9110 section 6.6.1.
+  if (!entry.response.headers.contains("Date")) {
+    entry.response.headers.add("Date", formatHTTPDate(responseTime));
+  }
+  return entry;
+}
+
+bool confirmsStored(const CachePlan& plan, const CachedURLResponse& stored,
+                    const HTTPURLResponse& notModified) {
+  if (plan.action == CachePlan::Action::revalidate || plan.revalidateInBackground) return true;
+  const HTTPHeaders& received = notModified.headers;
+  const HTTPHeaders& kept = stored.response.headers;
+  if (received.contains("ETag")) return received.first("ETag") == kept.first("ETag");
+  return received.contains("Last-Modified") &&
+         received.first("Last-Modified") == kept.first("Last-Modified");
+}
+
+CachedURLResponse entryAfterValidation(const CachedURLResponse& stored,
+                                       const HTTPURLResponse& confirmation, Date requestTime,
+                                       Date responseTime) {
+  CachedURLResponse entry = stored;
+  entry.requestTime = requestTime;
+  entry.responseTime = responseTime;
+  HTTPHeaders& headers = entry.response.headers;
+  const FieldNames dropped = fieldsNotKept(confirmation.headers);
+  // Age and Date belong to the message that brought them, not to the stored answer.
+  headers.remove("Age");
+  headers.set("Date", formatHTTPDate(responseTime));
+  FieldNames replaced;
+  for (const auto& [name, value] : confirmation.headers) {
+    const std::string key = lowercased(name);
+    if (dropped.contains(key) || fieldsOfTheBody().contains(key)) continue;
+    if (replaced.insert(key).second) headers.remove(name);
+    headers.add(name, value);
+  }
+  return entry;
+}
+
+std::vector<URL> invalidatedURLs(const URLRequest& request, const HTTPURLResponse& response) {
+  // RFC 9110 section 9.2.1; methods that are not known are taken as unsafe.
+  constexpr std::array<std::string_view, 4> safe{"GET", "HEAD", "OPTIONS", "TRACE"};
+  if (std::find(safe.begin(), safe.end(), request.method) != safe.end()) return {};
+  if (response.statusCode < 200 || response.statusCode > 399) return {};
+  std::vector<URL> urls{request.url};
+  for (const char* name : {"Location", "Content-Location"}) {
+    auto url = urlInField(request.url, response.headers, name);
+    if (!url || url->origin().empty() || url->origin() != request.url.origin()) continue;
+    if (std::find(urls.begin(), urls.end(), *url) == urls.end()) urls.push_back(std::move(*url));
+  }
+  return urls;
+}
+
+HeadEffect effectOfHead(const CachedURLResponse& stored, const HTTPURLResponse& headAnswer) {
+  if (headAnswer.statusCode != 200 || stored.response.statusCode != 200) return HeadEffect::none;
+  const HTTPHeaders& kept = stored.response.headers;
+  const HTTPHeaders& received = headAnswer.headers;
+  if (CacheControl(received).has("no-store")) return HeadEffect::invalidate;
+  // A Content-Length compares only where it stands for the stored one in the same coding.
+  const bool sameLength = !kept.contains("Content-Length") ||
+                          !agrees(kept, received, "Content-Encoding") ||
+                          agrees(kept, received, "Content-Length");
+  return agrees(kept, received, "ETag") && agrees(kept, received, "Last-Modified") && sameLength
+             ? HeadEffect::update
+             : HeadEffect::invalidate;
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,91 @@
+#include "paperloom/platform/internal/http/ContentDecoder.h"
+
+#include <utility>
+
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
+
+namespace paperloom::internal {
+namespace {
+
+// RFC 1950 section 2.2: method 8, a window up to 32 KB, and a multiple of 31. A bare deflate stream
+// cannot look so: its low four bits would be a stored block with a padding bit set.
+bool isZlibHeader(std::string_view bytes) {
+  const auto method = static_cast<unsigned char>(bytes[0]);
+  const auto flags = static_cast<unsigned char>(bytes[1]);
+  return (method & 15) == 8 && (method >> 4) <= 7 && (method * 256 + flags) % 31 == 0;
+}
+
+}  // namespace
+
+std::optional<ContentCoding> contentCoding(const HTTPHeaders& fields) {
+  const auto value = fields.combined("Content-Encoding");
+  if (!value) return ContentCoding::identity;
+  const std::string_view name = trimmed(*value);
+  if (name.empty() || equalsIgnoringCase(name, "identity")) return ContentCoding::identity;
+  if (equalsIgnoringCase(name, "gzip") || equalsIgnoringCase(name, "x-gzip")) {
+    return ContentCoding::gzip;
+  }
+  if (equalsIgnoringCase(name, "deflate")) return ContentCoding::deflate;
+  return std::nullopt;
+}
+
+ContentDecoder::ContentDecoder(ContentCoding coding) : coding_(coding) {}
+
+ContentDecoder::~ContentDecoder() {
+  if (open_) inflateEnd(&stream_);
+}
+
+bool ContentDecoder::open(std::string_view firstBytes) {
+  constexpr int gzipFormat = 16;
+  int window = MAX_WBITS + gzipFormat;
+  if (coding_ == ContentCoding::deflate) window = isZlibHeader(firstBytes) ? MAX_WBITS : -MAX_WBITS;
+  open_ = inflateInit2(&stream_, window) == Z_OK;
+  return open_;
+}
+
+ContentDecoder::Status ContentDecoder::decode(std::string_view bytes, std::string& out,
+                                              std::int64_t limit) {
+  if (bytes.empty()) return Status::ok;
+  if (coding_ == ContentCoding::identity) {
+    if (static_cast<std::int64_t>(out.size() + bytes.size()) > limit) return Status::tooLarge;
+    out.append(bytes);
+    return Status::ok;
+  }
+  if (open_) return inflateAll(bytes, out, limit);
+  head_.append(bytes);
+  if (head_.size() < 2) return Status::ok;
+  untouched_ = false;
+  const std::string start = std::move(head_);
+  head_.clear();
+  return open(start) ? inflateAll(start, out, limit) : Status::malformed;
+}
+
+ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, std::string& out,
+                                                  std::int64_t limit) {
+  // zlib takes the input through a pointer to non-const and never writes to it.
+  stream_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream_.avail_in = static_cast<uInt>(bytes.size());
+  do {
+    if (ended_) {
+      if (stream_.avail_in == 0) break;
+      if (coding_ != ContentCoding::gzip || inflateReset(&stream_) != Z_OK) {
+        return Status::malformed;
+      }
+      ended_ = false;
+    }
+    stream_.next_out = reinterpret_cast<Bytef*>(buffer_.data());
+    stream_.avail_out = static_cast<uInt>(buffer_.size());
+    const int result = inflate(&stream_, Z_NO_FLUSH);
+    if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR) {
+      return Status::malformed;
+    }
+    const std::size_t produced = buffer_.size() - stream_.avail_out;
+    if (static_cast<std::int64_t>(out.size() + produced) > limit) return Status::tooLarge;
+    out.append(buffer_.data(), produced);
+    ended_ = result == Z_STREAM_END;
+    if (result == Z_BUF_ERROR) break;
+  } while (stream_.avail_in > 0 || (stream_.avail_out == 0 && !ended_));
+  return Status::ok;
+}
+
+}  // namespace paperloom::internal

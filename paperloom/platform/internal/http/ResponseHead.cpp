@@ -1,0 +1,121 @@
+#include "paperloom/platform/internal/http/ResponseHead.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
+
+namespace paperloom::internal {
+namespace {
+
+constexpr std::size_t maximumLine = 64 * 1024;
+constexpr std::size_t maximumBytes = 256 * 1024;
+constexpr std::size_t maximumFields = 1000;
+
+bool isTokenByte(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+         std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool isControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return (byte < 0x20 && byte != '\t') || byte == 0x7F;
+}
+
+std::optional<std::int64_t> parseLength(std::string_view text) {
+  std::int64_t value = 0;
+  const bool digits = !text.empty() && std::all_of(text.begin(), text.end(),
+                                                   [](char c) { return c >= '0' && c <= '9'; });
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (!digits || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+ResponseHead::Progress ResponseHead::add(std::string_view line) {
+  bytes_ += line.size();
+  if (line.size() > maximumLine || bytes_ > maximumBytes) return Progress::tooLarge;
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  if (complete_) {
+    return ++fieldCount_ > maximumFields ? Progress::tooLarge : Progress::incomplete;
+  }
+  if (!inHeader_) return addStatusLine(line);
+  return line.empty() ? endHeader() : addField(line);
+}
+
+ResponseHead::Progress ResponseHead::addStatusLine(std::string_view line) {
+  // "HTTP/1.1 200 OK", "HTTP/2 200"
+  if (!line.starts_with("HTTP/")) return Progress::malformed;
+  const auto space = line.find(' ');
+  if (space == std::string_view::npos) return Progress::malformed;
+  isHTTP1_ = line.substr(5, 1) == "1";
+  const std::string_view code = line.substr(space + 1, 3);
+  const std::string_view rest = line.substr(std::min(line.size(), space + 4));
+  const auto status = code.size() == 3 ? parseLength(code) : std::nullopt;
+  if (!status || *status < 100 || (!rest.empty() && rest[0] != ' ')) return Progress::malformed;
+  statusCode_ = static_cast<int>(*status);
+  inHeader_ = true;
+  // Nobody asked for another protocol.
+  return statusCode_ == 101 ? Progress::malformed : Progress::incomplete;
+}
+
+ResponseHead::Progress ResponseHead::addField(std::string_view line) {
+  if (std::any_of(line.begin(), line.end(), isControl)) return Progress::malformed;
+  if (line[0] == ' ' || line[0] == '\t') {  // folded: one space in its place (RFC 9112 5.2)
+    if (!lastField_) return Progress::malformed;
+    if (const auto more = trimmed(line); !more.empty()) lastField_->second.append(" ").append(more);
+    return Progress::incomplete;
+  }
+  if (++fieldCount_ > maximumFields) return Progress::tooLarge;
+  const auto colon = line.find(':');
+  const std::string_view name = line.substr(0, colon);
+  if (colon == std::string_view::npos || name.empty() ||
+      !std::all_of(name.begin(), name.end(), isTokenByte)) {
+    return Progress::malformed;
+  }
+  if (lastField_) fields_.add(std::move(lastField_->first), std::move(lastField_->second));
+  lastField_.emplace(name, trimmed(line.substr(colon + 1)));
+  return Progress::incomplete;
+}
+
+ResponseHead::Progress ResponseHead::endHeader() {
+  if (lastField_) fields_.add(std::move(lastField_->first), std::move(lastField_->second));
+  lastField_.reset();
+  inHeader_ = false;
+  if (statusCode_ < 200) {
+    fields_ = HTTPHeaders();
+    return Progress::incomplete;
+  }
+  complete_ = true;
+  return Progress::complete;
+}
+
+ResponseHead::Framing ResponseHead::framing(bool hasBody) const {
+  Framing framing;
+  for (std::string_view value : fields_.all("Content-Length")) {
+    // The same length repeated is harmless (RFC 9110 section 8.6).
+    while (true) {
+      const auto comma = value.find(',');
+      const auto length = parseLength(trimmed(value.substr(0, comma)));
+      if (!length || (framing.length && framing.length != length)) {
+        framing.malformed = true;
+        return framing;
+      }
+      framing.length = length;
+      if (comma == std::string_view::npos) break;
+      value.remove_prefix(comma + 1);
+    }
+  }
+  if (const auto codings = fields_.combined("Transfer-Encoding"); codings && isHTTP1_) {
+    framing.malformed = !equalsIgnoringCase(trimmed(*codings), "chunked");
+    framing.lengthAndChunks = framing.length.has_value();
+    framing.length.reset();
+    return framing;
+  }
+  framing.endsWithConnection = hasBody && isHTTP1_ && !framing.length;
+  return framing;
+}
+
+}  // namespace paperloom::internal

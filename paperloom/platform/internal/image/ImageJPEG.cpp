@@ -1,0 +1,105 @@
+#include <csetjmp>
+#include <cstdio>
+
+// The library's header needs FILE and size_t before it.
+#include <jpeglib.h>
+
+#include "paperloom/platform/internal/image/ImageFormats.h"
+
+#include <jerror.h>
+
+namespace paperloom::internal {
+namespace {
+
+// A file of a few hundred bytes can ask for thousands of passes over a large picture.
+constexpr int maximumScans = 100;
+constexpr long maximumWorkingMemory = 512L * 1024 * 1024;
+
+// Everything that must survive the jump out of the library lives here, outside the jumped frames.
+struct Decoding {
+  jpeg_decompress_struct info{};
+  jpeg_error_mgr errors{};
+  jpeg_progress_mgr progress{};
+  std::jmp_buf failure{};
+  std::unique_ptr<std::uint8_t[]> pixels;
+  int width = 0;
+  int height = 0;
+};
+
+Decoding& decoding(j_common_ptr info) { return *static_cast<Decoding*>(info->client_data); }
+
+[[noreturn]] void fail(j_common_ptr info) { std::longjmp(decoding(info).failure, 1); }
+
+void onMessage(j_common_ptr info, int level) {
+  const int code = info->err->msg_code;
+  // The library fills what is missing with grey; an image cut short is none here.
+  if (level < 0 && (code == JWRN_JPEG_EOF || code == JWRN_HIT_MARKER)) fail(info);
+}
+
+void onOutput(j_common_ptr) {}
+
+void onProgress(j_common_ptr info) {
+  if (decoding(info).info.input_scan_number > maximumScans) fail(info);
+}
+
+// Four ink bytes become red, green, blue and alpha in place. Files with an Adobe marker keep the
+// inks inverted.
+void convertInks(std::uint8_t* row, int width, bool inverted) {
+  for (int x = 0; x < width; ++x, row += 4) {
+    const int black = inverted ? row[3] : 255 - row[3];
+    for (int channel = 0; channel < 3; ++channel) {
+      const int ink = inverted ? row[channel] : 255 - row[channel];
+      row[channel] = static_cast<std::uint8_t>(ink * black / 255);
+    }
+    row[3] = 255;
+  }
+}
+
+// No object with a destructor may live in this frame: the library's errors jump across it.
+bool run(Decoding& state, const unsigned char* bytes, std::size_t size,
+         std::int64_t maximumPixels) {
+  jpeg_decompress_struct& info = state.info;
+  if (setjmp(state.failure) != 0) return false;
+  jpeg_create_decompress(&info);
+  info.mem->max_memory_to_use = maximumWorkingMemory;
+  info.progress = &state.progress;
+  jpeg_mem_src(&info, bytes, size);
+  jpeg_read_header(&info, TRUE);
+
+  state.pixels = pixelBuffer(info.image_width, info.image_height, maximumPixels);
+  if (!state.pixels) return false;
+  state.width = static_cast<int>(info.image_width);
+  state.height = static_cast<int>(info.image_height);
+
+  const bool inks = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
+  info.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
+  jpeg_start_decompress(&info);
+  const std::size_t stride = static_cast<std::size_t>(state.width) * 4;
+  while (info.output_scanline < info.output_height) {
+    JSAMPROW row = state.pixels.get() + info.output_scanline * stride;
+    if (jpeg_read_scanlines(&info, &row, 1) == 1 && inks) {
+      convertInks(row, state.width, info.saw_Adobe_marker == TRUE);
+    }
+  }
+  jpeg_finish_decompress(&info);
+  return true;
+}
+
+}  // namespace
+
+std::shared_ptr<const Image> decodeJPEG(std::string_view bytes, std::int64_t maximumPixels) {
+  Decoding state;
+  state.info.err = jpeg_std_error(&state.errors);
+  state.info.client_data = &state;
+  state.errors.error_exit = fail;
+  state.errors.emit_message = onMessage;
+  state.errors.output_message = onOutput;
+  state.progress.progress_monitor = onProgress;
+  const bool whole =
+      run(state, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), maximumPixels);
+  jpeg_destroy_decompress(&state.info);
+  if (!whole) return nullptr;
+  return std::make_shared<const Image>(state.width, state.height, std::move(state.pixels));
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,157 @@
+#include "paperloom/platform/internal/session/CurlLoop.h"
+
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace paperloom::internal {
+namespace {
+
+constexpr long maximumTotalConnections = 256;
+constexpr long maximumKeptConnections = 64;
+
+int millisecondsUntil(CurlLoop::Clock::time_point until) {
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(until - CurlLoop::Clock::now());
+  return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+}
+
+}  // namespace
+
+CurlLoop::CurlLoop(int maximumConnectionsPerHost)
+    : multi_(curl_multi_init()),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  usable_ = multi_ != nullptr && epoll_ >= 0 && event_ >= 0;
+  if (!usable_) return;
+  change(EPOLL_CTL_ADD, event_, EPOLLIN | EPOLLET);  // one thread a wake
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
+                    static_cast<long>(std::max(1, maximumConnectionsPerHost)));
+  curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumTotalConnections);
+  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, maximumKeptConnections);
+}
+
+CurlLoop::~CurlLoop() {
+  end();
+  if (epoll_ >= 0) close(epoll_);
+  if (event_ >= 0) close(event_);
+}
+
+void CurlLoop::end() {
+  if (multi_ != nullptr) curl_multi_cleanup(multi_);
+  multi_ = nullptr;
+}
+
+bool CurlLoop::add(CURL* handle) { return curl_multi_add_handle(multi_, handle) == CURLM_OK; }
+
+void CurlLoop::remove(CURL* handle) { curl_multi_remove_handle(multi_, handle); }
+
+const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
+  if (timer_ && *timer_ <= Clock::now()) {
+    timer_.reset();
+    int running = 0;
+    curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+  }
+  finished_.clear();
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+    if (message->msg == CURLMSG_DONE) {
+      finished_.push_back({message->easy_handle, message->data.result});
+    }
+  }
+  return finished_;
+}
+
+void CurlLoop::wake() {
+  const std::uint64_t one = 1;
+  // It can only fail when the counter is full, and then the wait ends anyway.
+  [[maybe_unused]] const auto written = write(event_, &one, sizeof one);
+}
+
+void CurlLoop::wait(Clock::time_point until, Ready& ready) {
+  ready.count = epoll_wait(epoll_, ready.events.data(), static_cast<int>(ready.events.size()),
+                           millisecondsUntil(until));
+}
+
+void CurlLoop::moveOn(const Ready& ready) {
+  for (int i = 0; i < ready.count; ++i) {
+    const epoll_event& event = ready.events[static_cast<std::size_t>(i)];
+    if (event.data.fd == event_) {
+      std::uint64_t ignored = 0;
+      [[maybe_unused]] const auto size = read(event_, &ignored, sizeof ignored);
+      continue;
+    }
+    const auto known = watched_.find(event.data.fd);
+    if (known == watched_.end()) continue;
+    known->second.armed = false;
+    if (!known->second.wanted) continue;
+    int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
+               ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
+    if ((event.events & (EPOLLERR | EPOLLHUP)) != 0) bits = 0;  // libcurl looks for itself
+    int running = 0;
+    curl_multi_socket_action(multi_, event.data.fd, bits, &running);
+    const auto still = watched_.find(event.data.fd);
+    if (still == watched_.end() || !still->second.wanted || still->second.armed) continue;
+    watch(event.data.fd, still->second, still->second.events);
+  }
+}
+
+int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void*) {
+  auto& loop = *static_cast<CurlLoop*>(self);
+  Watched& watched = loop.watched_[socket];
+  if (what == CURL_POLL_REMOVE) {
+    watched.wanted = false;
+    if (watched.isOurs) return 0;
+    // One that libcurl made for itself may be closed without a word.
+    loop.change(EPOLL_CTL_DEL, socket, 0);
+    loop.watched_.erase(socket);
+    return 0;
+  }
+  const std::uint32_t events = ((what & CURL_POLL_IN) != 0 ? std::uint32_t{EPOLLIN} : 0U) |
+                               ((what & CURL_POLL_OUT) != 0 ? std::uint32_t{EPOLLOUT} : 0U);
+  watched.wanted = true;
+  if (watched.events != events || !watched.armed) loop.watch(socket, watched, events);
+  return 0;
+}
+
+void CurlLoop::watch(curl_socket_t socket, Watched& watched, std::uint32_t events) {
+  change(watched.events == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, socket, events | EPOLLONESHOT);
+  watched.events = events;
+  watched.armed = true;
+}
+
+// A failure shows as an idle timeout.
+void CurlLoop::change(int operation, curl_socket_t socket, std::uint32_t events) {
+  epoll_event interest{};
+  interest.events = events;
+  interest.data.fd = socket;
+  epoll_ctl(epoll_, operation, socket, &interest);
+}
+
+curl_socket_t CurlLoop::openSocket(const curl_sockaddr& address) {
+  const curl_socket_t made =
+      socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (made >= 0) watched_[made] = {.isOurs = true};
+  return made < 0 ? CURL_SOCKET_BAD : made;
+}
+
+int CurlLoop::onCloseSocket(void* self, curl_socket_t socket) noexcept {
+  static_cast<CurlLoop*>(self)->watched_.erase(socket);  // epoll forgets it by itself
+  return close(socket);
+}
+
+int CurlLoop::onTimer(CURLM*, long milliseconds, void* self) {
+  auto* loop = static_cast<CurlLoop*>(self);
+  loop->timer_.reset();
+  if (milliseconds >= 0) loop->timer_ = Clock::now() + std::chrono::milliseconds(milliseconds);
+  return 0;
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,191 @@
+#include "paperloom/platform/internal/session/Exchange.h"
+
+#include <utility>
+
+#include "paperloom/platform/internal/http/RequestRules.h"
+
+namespace paperloom::internal {
+namespace {
+
+using Code = URLError::Code;
+using Source = URLSessionTaskMetrics::Source;
+using Action = CachePlan::Action;
+
+}  // namespace
+
+Exchange::Exchange(URLRequest request, std::shared_ptr<URLCache> cache)
+    : request_(std::move(request)), cache_(std::move(cache)) {}
+
+Exchange::Step Exchange::begin(Date now) {
+  if (!started_) {
+    if (auto refusal = refusalOf(request_)) return fail(*std::move(refusal));
+    started_ = true;
+  }
+  if (!cache_) return request_;
+  stored_ = cache_->cachedResponseForSession(request_);
+  plan_ = planRequest(request_, stored_ ? &*stored_ : nullptr, now);
+  switch (plan_.action) {
+    case Action::send:
+    case Action::revalidate:
+      return withPlannedConditions();
+    case Action::gatewayTimeout:
+      return gatewayTimeout();
+    case Action::unavailable:
+      return fail(makeError(Code::resourceUnavailable, "nothing is stored for the request"));
+    case Action::serveStored:
+      break;
+  }
+  if (plan_.revalidateInBackground) refresh_ = refreshRequest();
+  return serveStored(*stored_, plan_.stale ? Source::stale : Source::cache, now);
+}
+
+URLRequest Exchange::withPlannedConditions() const {
+  URLRequest conditional = request_;
+  for (const auto& [name, value] : plan_.conditions) conditional.headers.set(name, value);
+  return conditional;
+}
+
+// For the whole document, whatever part of it was asked for.
+URLRequest Exchange::refreshRequest() const {
+  URLRequest whole = request_;
+  whole.method = "GET";
+  whole.cachePolicy = URLRequestCachePolicy::reloadRevalidatingCacheData;
+  for (const char* name : {"Range", "If-Range", "If-None-Match", "If-Modified-Since"}) {
+    whole.headers.remove(name);
+  }
+  return whole;
+}
+
+Exchange::Step Exchange::gatewayTimeout() {
+  metrics_.source = Source::cache;
+  HTTPURLResponse response{request_.url, 504, HTTPHeaders{{"Content-Length", "0"}}};
+  return deliver(std::move(response), Data());
+}
+
+Exchange::Step Exchange::received(TransferResult result, Date now) {
+  if (result.error || !result.response) return failed(std::move(result), now);
+  if (plan_.action == Action::revalidate && result.response->statusCode == 304) {
+    return confirmed(result, now);
+  }
+  return fresh(std::move(result), now);
+}
+
+Exchange::Step Exchange::confirmed(const TransferResult& result, Date now) {
+  const CachedURLResponse entry = updateStored(result);
+  plan_.age = std::chrono::seconds(0);
+  return serveStored(entry, Source::revalidated, now);
+}
+
+CachedURLResponse Exchange::updateStored(const TransferResult& result) {
+  auto entry =
+      entryAfterValidation(*stored_, *result.response, result.requestTime, result.responseTime);
+  URLRequest key(request_.url);
+  key.headers = request_.headers;
+  if (mayStore(key, entry.response, true)) {
+    writes_.push_back({std::move(key), entry});
+  } else if (!mayStore(URLRequest(request_.url), entry.response, true)) {
+    writes_.push_back({std::move(key), std::nullopt});  // the server has come to forbid it
+  }
+  return entry;
+}
+
+Exchange::Step Exchange::fresh(TransferResult result, Date now) {
+  metrics_.source = Source::network;
+  metrics_.age.reset();
+  metrics_.fetchedAt = result.responseTime;
+  if (stored_ && mayServeStaleOnError(request_, *stored_, now, result.response->statusCode)) {
+    return serveStored(*stored_, Source::stale, now);
+  }
+  if (cache_) noteEffects(result);
+  HTTPURLResponse answer = *std::move(result.response);
+  auto write = writeFor(answer, result);
+  // Whether a redirect is worth keeping is no question for the filter of the final answer.
+  const bool leadsOn = request_.followsRedirects && redirectTarget(request_, answer).has_value();
+  if (leadsOn && write) writes_.push_back(*std::move(write));
+  if (auto next = follow(answer, now)) return *std::move(next);
+  Delivery delivery = deliver(std::move(answer), std::move(result.body));
+  delivery.freshAnswer = std::move(write);
+  return delivery;
+}
+
+void Exchange::noteEffects(const TransferResult& result) {
+  const HTTPURLResponse& answer = *result.response;
+  for (const URL& url : invalidatedURLs(request_, answer)) {
+    writes_.push_back({URLRequest(url), std::nullopt});
+  }
+  if (!stored_) return;
+  // To conditions of the caller's own.
+  if (answer.statusCode == 304 && confirmsStored(plan_, *stored_, answer)) updateStored(result);
+  if (request_.method != "HEAD") return;
+  switch (effectOfHead(*stored_, answer)) {
+    case HeadEffect::none:
+      break;
+    case HeadEffect::update:
+      updateStored(result);
+      break;
+    case HeadEffect::invalidate:
+      writes_.push_back({URLRequest(request_.url), std::nullopt});
+      break;
+  }
+}
+
+std::optional<CacheWrite> Exchange::writeFor(const HTTPURLResponse& answer,
+                                             const TransferResult& result) {
+  // A coding that only this caller has asked for is of no use to another.
+  const bool coded = contentCoding(answer.headers) != ContentCoding::identity;
+  if (coded && request_.headers.contains("Accept-Encoding")) return std::nullopt;
+  if (!cache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
+  URLRequest key(request_.url);
+  key.headers = request_.headers;
+  return CacheWrite{std::move(key),
+                    entryToStore(answer, result.body, result.requestTime, result.responseTime)};
+}
+
+Exchange::Step Exchange::failed(TransferResult result, Date now) {
+  if (stored_ && mayServeStaleOnError(request_, *stored_, now, std::nullopt)) {
+    return serveStored(*stored_, Source::stale, now);
+  }
+  Delivery delivery = fail(result.error.value_or(makeError(Code::unknown, "the request failed")));
+  delivery.response = std::move(result.response);
+  return delivery;
+}
+
+Exchange::Step Exchange::serveStored(const CachedURLResponse& stored, Source source, Date now) {
+  metrics_.source = source;
+  metrics_.age = plan_.age;
+  metrics_.fetchedAt = stored.responseTime;
+  auto answer = answerFromStored(request_, stored, now, source == Source::revalidated);
+  answer.response.url = request_.url;  // with this request's fragment
+  if (auto next = follow(answer.response, now)) return *std::move(next);
+  return deliver(std::move(answer.response), std::move(answer.data));
+}
+
+std::optional<Exchange::Step> Exchange::follow(const HTTPURLResponse& answer, Date now) {
+  if (!request_.followsRedirects) return std::nullopt;
+  auto target = redirectTarget(request_, answer);
+  if (!target) return std::nullopt;
+  if (!target->request) return fail(*std::move(target->refusal));
+  if (++redirects_ > maximumRedirects) {
+    return fail(makeError(Code::httpTooManyRedirects, "too many redirects"));
+  }
+  request_ = *std::move(target->request);
+  stored_.reset();
+  plan_ = CachePlan();
+  metrics_ = URLSessionTaskMetrics();
+  return begin(now);
+}
+
+Delivery Exchange::fail(URLError error) {
+  return Delivery{
+      .error = std::move(error), .metrics = metrics_, .writes = std::exchange(writes_, {})};
+}
+
+Delivery Exchange::deliver(HTTPURLResponse response, Data data) {
+  return Delivery{.data = std::move(data),
+                  .response = std::move(response),
+                  .metrics = metrics_,
+                  .writes = std::exchange(writes_, {}),
+                  .refresh = std::move(refresh_)};
+}
+
+}  // namespace paperloom::internal

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <variant>
+#include <vector>
+
+#include "paperloom/platform/internal/caching/CachePlan.h"
+#include "paperloom/platform/internal/caching/Serving.h"
+#include "paperloom/platform/internal/caching/Storing.h"
+#include "paperloom/platform/internal/session/Delivery.h"
+#include "paperloom/platform/internal/session/Transfer.h"
+
+namespace paperloom::internal {
+
+// The course of one task, from its request to its delivery: redirect by redirect, each hop looked
+// up in the cache, sent or validated by the rules of HTTP caching. It only decides; who holds it
+// does the sending.
+class Exchange {
+ public:
+  // `cache` may be null.
+  Exchange(URLRequest request, std::shared_ptr<URLCache> cache);
+
+  // The request of the current hop, without the conditions of a validation.
+  const URLRequest& request() const { return request_; }
+
+  // What to do next: send a request and hand its result to received(), or deliver.
+  using Step = std::variant<URLRequest, Delivery>;
+
+  // Looks up the current hop. May be called again instead of sending: what it decided may have
+  // been overtaken while it waited for a connection.
+  Step begin(Date now);
+  Step received(TransferResult result, Date now);
+
+  // The delivery of a task that ends for a reason of the session's own.
+  Delivery fail(URLError error);
+
+  // Lets go of the stored answer while the exchange waits.
+  void forgetStored() { stored_.reset(); }
+
+ private:
+  URLRequest withPlannedConditions() const;
+  URLRequest refreshRequest() const;
+  Step gatewayTimeout();
+  Step confirmed(const TransferResult& result, Date now);
+  Step fresh(TransferResult result, Date now);
+  Step failed(TransferResult result, Date now);
+  Step serveStored(const CachedURLResponse& stored, URLSessionTaskMetrics::Source source, Date now);
+  // The next hop when `answer` is a redirect to follow, or its failure.
+  std::optional<Step> follow(const HTTPURLResponse& answer, Date now);
+  // What the answer changes in the cache beside being kept itself.
+  void noteEffects(const TransferResult& result);
+  // The stored answer brought up to date by a confirmation, here and in the cache.
+  CachedURLResponse updateStored(const TransferResult& result);
+  std::optional<CacheWrite> writeFor(const HTTPURLResponse& answer, const TransferResult& result);
+  Delivery deliver(HTTPURLResponse response, Data data);
+
+  URLRequest request_;
+  const std::shared_ptr<URLCache> cache_;
+  bool started_ = false;
+  int redirects_ = 0;
+
+  // Of the current hop.
+  std::optional<CachedURLResponse> stored_;
+  CachePlan plan_;
+
+  std::vector<CacheWrite> writes_;
+  URLSessionTaskMetrics metrics_;
+  std::optional<URLRequest> refresh_;
+};
+
+}  // namespace paperloom::internal

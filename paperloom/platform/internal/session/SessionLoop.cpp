@@ -1,0 +1,198 @@
+#include "paperloom/platform/internal/session/SessionLoop.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "paperloom/platform/internal/http/RequestRules.h"
+
+namespace paperloom::internal {
+namespace {
+
+using Code = URLError::Code;
+using State = URLSessionTask::State;
+
+}  // namespace
+
+SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks)
+    : configuration_(configuration),
+      callbacks_(callbacks),
+      network_(configuration.httpMaximumConnectionsPerHost),
+      handles_(configuration, network_),
+      slots_(configuration.httpMaximumConnectionsPerHost) {}
+
+void SessionLoop::settle() {
+  // A transfer that ends may let another begin, which is to be sent at once.
+  constexpr int rounds = 8;
+  for (int i = 0; i == 0 || (i < rounds && network_.nextTimer() <= Clock::now()); ++i) {
+    for (const auto& [handle, code] : network_.advance()) finishTransfer(handle, code);
+    enforceDeadlines();
+  }
+}
+
+void SessionLoop::end(std::vector<Posted> unsent) {
+  for (Posted& posted : unsent) {
+    // Taken in without being sent: the state alone says what becomes of it.
+    if (posted.command != Command::start) continue;
+    posted.task->state = State::canceling;
+    obey(std::move(posted));
+  }
+  while (!entries_.empty()) cancel(*entries_.begin()->second);
+  handles_.clear();
+  network_.end();
+}
+
+void SessionLoop::obey(Posted posted) {
+  if (posted.command == Command::start) return start(std::move(posted.task), false);
+  const auto found = entries_.find(posted.task.get());
+  if (found == entries_.end()) return;
+  if (posted.command == Command::cancel) {
+    cancel(*found->second);
+  } else {
+    slots_.setPriority(posted.task.get(), posted.task->priority);
+  }
+}
+
+void SessionLoop::start(std::shared_ptr<TaskCore> task, bool isRefresh) {
+  TaskCore* const key = task.get();
+  auto owned = std::make_unique<Entry>(
+      Entry{task, Exchange(task->request, configuration_.urlCache),
+            Clock::now() + configuration_.timeoutIntervalForResource, isRefresh});
+  Entry& entry = *entries_.insert_or_assign(key, std::move(owned)).first->second;
+  nextCheck_ = std::min(nextCheck_, entry.deadline);
+  if (task->state == State::canceling) return cancel(entry);
+  advance(entry, entry.exchange.begin(currentDate()));
+}
+
+// Validates in the background what has just been handed out stale. One at a time for a URL.
+void SessionLoop::startRefresh(URLRequest request, const TaskCore& origin) {
+  if (!refreshes_.insert(request.url.absoluteString()).second) return;
+  auto task =
+      std::make_shared<TaskCore>(std::move(request), origin.session, nullptr, origin.storeFilter);
+  task->state = State::running;
+  task->priority = URLSessionTask::lowPriority;
+  start(std::move(task), true);
+}
+
+void SessionLoop::advance(Entry& entry, Exchange::Step step) {
+  if (auto* delivery = std::get_if<Delivery>(&step)) return deliver(entry, std::move(*delivery));
+  const std::string host = entry.exchange.request().url.origin();
+  if (slots_.take(host)) {
+    entry.host = host;
+    return send(entry, std::get<URLRequest>(std::move(step)));
+  }
+  entry.exchange.forgetStored();
+  slots_.wait(host, entry.task.get(), entry.task->priority);
+}
+
+void SessionLoop::send(Entry& entry, URLRequest request) {
+  CURL* const handle = handles_.take();
+  if (handle != nullptr) {
+    entry.transfer = std::make_unique<Transfer>(handle, network_, std::move(request),
+                                                configuration_, *entry.task);
+    transfers_[handle] = &entry;
+    nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
+    if (network_.add(handle)) return;
+  }
+  abandonTransfer(entry, makeError(Code::unknown, "there is no memory for the request"));
+}
+
+void SessionLoop::finishTransfer(CURL* handle, CURLcode code) {
+  const auto found = transfers_.find(handle);
+  if (found == transfers_.end()) return;
+  Entry& entry = *found->second;
+  TransferResult result = entry.transfer->finish(code);
+  const std::string host = releaseTransfer(entry, result.multiplexed);
+  advance(entry, entry.exchange.received(std::move(result), currentDate()));
+  serveWaiting(host);
+}
+
+void SessionLoop::abandonTransfer(Entry& entry, URLError error) {
+  TransferResult result;
+  if (entry.transfer) {
+    result = entry.transfer->abandon(std::move(error));
+  } else {
+    result.error = std::move(error);
+  }
+  const std::string host = releaseTransfer(entry, result.multiplexed);
+  advance(entry, entry.exchange.received(std::move(result), currentDate()));
+  serveWaiting(host);
+}
+
+std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
+  if (entry.transfer) {
+    CURL* const handle = entry.transfer->handle();
+    transfers_.erase(handle);
+    network_.remove(handle);
+    handles_.giveBack(handle);
+    entry.transfer.reset();
+  }
+  slots_.giveBack(entry.host, multiplexed);
+  return std::exchange(entry.host, {});
+}
+
+void SessionLoop::serveWaiting(const std::string& host) {
+  while (TaskCore* task = slots_.next(host)) {
+    Entry& entry = *entries_.at(task);
+    advance(entry, entry.exchange.begin(currentDate()));
+  }
+}
+
+void SessionLoop::cancel(Entry& entry) {
+  std::string host;
+  if (!entry.host.empty()) host = releaseTransfer(entry, false);
+  slots_.stopWaiting(entry.task.get());
+  deliver(entry, entry.exchange.fail(makeError(Code::cancelled, "cancelled")));
+  if (!host.empty()) serveWaiting(host);
+}
+
+void SessionLoop::deliver(Entry& entry, Delivery delivery) {
+  const std::shared_ptr<TaskCore> task = std::move(entry.task);
+  if (entry.isRefresh) refreshes_.erase(task->request.url.absoluteString());
+  entries_.erase(task.get());
+  delivery.metrics.countOfBytesReceived = task->bytesReceived;
+  // Before the delivery: then the callback queue takes the filter away from the task.
+  if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  callbacks_.add([task, shared, cache = configuration_.urlCache] {
+    complete(*task, std::move(*shared), cache.get());
+  });
+}
+
+SessionLoop::Clock::time_point SessionLoop::expiry(const Entry& entry,
+                                                   Clock::time_point now) const {
+  if (!entry.transfer) return entry.deadline;
+  const auto since = entry.transfer->idleSince().value_or(now);
+  return std::min(entry.deadline, since + configuration_.timeoutIntervalForRequest);
+}
+
+void SessionLoop::enforceDeadlines() {
+  const auto now = Clock::now();
+  if (now < nextCheck_) return;
+  nextCheck_ = Clock::time_point::max();
+  std::vector<TaskCore*> expired;
+  for (const auto& [task, entry] : entries_) {
+    const auto when = expiry(*entry, now);
+    if (when <= now) {
+      expired.push_back(task);
+    } else {
+      nextCheck_ = std::min(nextCheck_, when);
+    }
+  }
+  for (TaskCore* task : expired) {
+    // One that ended may have let another begin, or end.
+    if (const auto found = entries_.find(task); found != entries_.end()) expire(*found->second);
+  }
+}
+
+void SessionLoop::expire(Entry& entry) {
+  if (expiry(entry, Clock::now()) > Clock::now()) return;
+  auto error = makeError(Code::timedOut, "the request timed out");
+  if (entry.transfer) {
+    abandonTransfer(entry, std::move(error));
+  } else {
+    slots_.stopWaiting(entry.task.get());
+    deliver(entry, entry.exchange.fail(std::move(error)));
+  }
+}
+
+}  // namespace paperloom::internal

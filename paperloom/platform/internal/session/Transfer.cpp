@@ -1,0 +1,266 @@
+#include "paperloom/platform/internal/session/Transfer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "paperloom/platform/internal/http/RequestRules.h"
+#include "paperloom/platform/internal/session/TransferErrors.h"
+
+namespace paperloom::internal {
+namespace {
+
+using Code = URLError::Code;
+
+// What a server announces is not believed for more than this before it has sent it.
+constexpr std::int64_t maximumReservation = 4 * 1024 * 1024;
+
+bool namesSeveralCodings(const HTTPHeaders& fields) {
+  const auto value = fields.combined("Content-Encoding");
+  return value && value->find(',') != std::string::npos;
+}
+
+}  // namespace
+
+Transfer::Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+                   const URLSessionConfiguration& configuration, TaskCore& task)
+    : handle_(handle),
+      loop_(loop),
+      request_(std::move(request)),
+      configuration_(configuration),
+      task_(task),
+      callerNamesCodings_(request_.headers.contains("Accept-Encoding")),
+      requestTime_(currentDate()) {
+  task_.bytesExpected = -1;
+  curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
+  curl_easy_setopt(handle_, CURLOPT_FRESH_CONNECT, 0L);
+  curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 0L);
+  setMethod();
+  setFields();
+  setCallbacks();
+}
+
+Transfer::~Transfer() { curl_slist_free_all(fieldList_); }
+
+void Transfer::setMethod() {
+  const std::string& method = request_.method;
+  const bool takesContent = method == "POST" || method == "PUT" || method == "PATCH";
+  const bool sendsContent = request_.body.has_value() || takesContent;
+  curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, nullptr);
+  curl_easy_setopt(handle_, CURLOPT_HTTPGET, 1L);
+  curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, nullptr);
+  if (sendsContent) {
+    const std::string_view content = request_.body ? request_.body->view() : std::string_view();
+    curl_easy_setopt(handle_, CURLOPT_POST, 1L);
+    curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(content.size()));
+    curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, content.empty() ? "" : content.data());
+  } else if (method == "HEAD") {
+    curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+    return;
+  }
+  if (method != (sendsContent ? "POST" : "GET")) {
+    curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
+  }
+  curl_easy_setopt(handle_, CURLOPT_NOPROGRESS, sendsContent ? 0L : 1L);
+}
+
+void Transfer::setFields() {
+  const HTTPHeaders fields = fieldsToSend(request_);
+  std::string line;
+  for (const auto& [name, value] : fields) {
+    // "Name:" would take the field out and "Name;" sends it empty.
+    const bool isEmpty = value.find_first_not_of(" \t") == std::string::npos;
+    line.assign(name).append(isEmpty ? ";" : ": ").append(isEmpty ? "" : value);
+    fieldList_ = curl_slist_append(fieldList_, line.c_str());
+  }
+  for (const char* libcurlsOwn : {"Content-Type", "Expect"}) {
+    if (fields.contains(libcurlsOwn)) continue;
+    fieldList_ = curl_slist_append(fieldList_, std::string(libcurlsOwn).append(":").c_str());
+  }
+  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fieldList_);
+}
+
+void Transfer::setCallbacks() {
+  curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+  curl_easy_setopt(handle_, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(handle_, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+  curl_easy_setopt(handle_, CURLOPT_XFERINFODATA, this);
+  curl_easy_setopt(handle_, CURLOPT_PREREQFUNCTION, &Transfer::onRequest);
+  curl_easy_setopt(handle_, CURLOPT_PREREQDATA, this);
+  curl_easy_setopt(handle_, CURLOPT_RESOLVER_START_FUNCTION, &Transfer::onResolve);
+  curl_easy_setopt(handle_, CURLOPT_RESOLVER_START_DATA, this);
+  curl_easy_setopt(handle_, CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpenSocket);
+  curl_easy_setopt(handle_, CURLOPT_OPENSOCKETDATA, this);
+}
+
+std::size_t Transfer::onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  transfer.idleSince_ = Clock::now();
+  bool accepted = true;
+  switch (transfer.head_.add({bytes, size})) {
+    case ResponseHead::Progress::incomplete:
+      break;
+    case ResponseHead::Progress::complete:
+      accepted = transfer.headIsAcceptable();
+      break;
+    case ResponseHead::Progress::tooLarge:
+      accepted = transfer.fail(Code::badServerResponse, "the server's header is too large");
+      break;
+    case ResponseHead::Progress::malformed:
+      accepted = transfer.fail(Code::badServerResponse, "the server's header is malformed");
+      break;
+  }
+  return accepted ? size : 0;
+}
+
+std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  transfer.idleSince_ = Clock::now();
+  return transfer.takeBody({bytes, size}) ? size : 0;
+}
+
+int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (transfer.bytesSent_ != sent) transfer.idleSince_ = Clock::now();
+  transfer.bytesSent_ = sent;
+  return 0;
+}
+
+// Called when a connection is ready for the request. libcurl sends a request again, of any method
+// and up to five times, when a kept connection ends before the answer's first line; here a GET or
+// HEAD once, on a fresh connection, and nothing else ever.
+int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  const std::string& method = transfer.request_.method;
+  const bool repeatable = method == "GET" || method == "HEAD";
+  if (++transfer.requestsSent_ > (repeatable ? 2 : 1)) {
+    transfer.fail(Code::networkConnectionLost, "the network connection was lost");
+    return CURL_PREREQFUNC_ABORT;
+  }
+  curl_easy_setopt(transfer.handle_, CURLOPT_FRESH_CONNECT, 1L);  // of a repetition
+  transfer.idleSince_ = Clock::now();
+  transfer.requestTime_ = currentDate();
+  return CURL_PREREQFUNC_OK;
+}
+
+int Transfer::onResolve(void*, void*, void* self) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
+  return 0;
+}
+
+curl_socket_t Transfer::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
+  return transfer.loop_.openSocket(*address);
+}
+
+bool Transfer::fail(Code code, std::string text) {
+  if (!error_) error_ = makeError(code, std::move(text));
+  return false;
+}
+
+bool Transfer::answerHasBody() const {
+  const int status = head_.statusCode();
+  return request_.method != "HEAD" && status != 204 && status != 304;
+}
+
+bool Transfer::headIsAcceptable() {
+  responseTime_ = currentDate();
+  framing_ = head_.framing(answerHasBody());
+  if (framing_.malformed) {
+    return fail(Code::badServerResponse, "the server's answer has no unambiguous length");
+  }
+  if (framing_.lengthAndChunks) curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 1L);
+
+  // Ranges are ranges of the coded bytes, and a coding that is not known here is the caller's
+  // business: both are handed over as they come, under their Content-Encoding.
+  const auto coding = contentCoding(head_.fields());
+  const bool isPartial = head_.statusCode() == 206;
+  const bool isAcceptable = coding || callerNamesCodings_ || isPartial || !answerHasBody();
+  if (!isAcceptable && namesSeveralCodings(head_.fields())) {
+    return fail(Code::cannotDecodeContentData, "the server used more than one content coding");
+  }
+  if (coding && !isPartial) coding_ = *coding;
+  if (coding_ != ContentCoding::identity) {
+    head_.fields().remove("Content-Encoding");
+    head_.fields().remove("Content-Length");
+    if (answerHasBody()) decoder_ = std::make_unique<ContentDecoder>(coding_);
+  }
+  if (!answerHasBody()) return true;
+  task_.bytesExpected = framing_.length.value_or(-1);
+  const std::int64_t limit = configuration_.maximumBodySize;
+  if (!decoder_ && framing_.length && *framing_.length > limit) {
+    return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
+  }
+  // With a little room behind it a JSON body is decoded without a copy.
+  constexpr std::int64_t room = 64;
+  body_.reserve(static_cast<std::size_t>(
+      std::min({framing_.length.value_or(0), limit, maximumReservation}) + room));
+  return true;
+}
+
+bool Transfer::takeBody(std::string_view bytes) {
+  task_.bytesReceived += static_cast<std::int64_t>(bytes.size());
+  const auto tooLarge = [this] {
+    return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
+  };
+  if (!decoder_) {
+    const auto size = static_cast<std::int64_t>(body_.size() + bytes.size());
+    if (size > configuration_.maximumBodySize) return tooLarge();
+    body_.append(bytes);
+    return true;
+  }
+  switch (decoder_->decode(bytes, body_, configuration_.maximumBodySize)) {
+    case ContentDecoder::Status::ok:
+      return true;
+    case ContentDecoder::Status::tooLarge:
+      return tooLarge();
+    case ContentDecoder::Status::malformed:
+      break;
+  }
+  return fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded");
+}
+
+// A coded body must have come to its own end, too; only where the framing says that there is no
+// body at all may the coding say nothing.
+void Transfer::checkEnd() {
+  if (!head_.isComplete()) {
+    fail(Code::networkConnectionLost, "the network connection was lost");
+  } else if (decoder_ && !decoder_->hasEnded() &&
+             !(decoder_->isUntouched() && !framing_.endsWithConnection)) {
+    fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded to its end");
+  }
+}
+
+TransferResult Transfer::finish(CURLcode code) {
+  if (!error_ && code != CURLE_OK) error_ = errorForCode(code);
+  if (!error_) checkEnd();
+  return result();
+}
+
+TransferResult Transfer::abandon(URLError error) {
+  error_ = std::move(error);
+  return result();
+}
+
+TransferResult Transfer::result() {
+  TransferResult result;
+  if (head_.isComplete()) {
+    result.response = HTTPURLResponse{request_.url, head_.statusCode(), std::move(head_.fields())};
+  }
+  if (!error_) {
+    result.body = Data(std::move(body_));
+    result.complete = !framing_.endsWithConnection || decoder_ != nullptr;
+  }
+  long version = CURL_HTTP_VERSION_NONE;
+  curl_easy_getinfo(handle_, CURLINFO_HTTP_VERSION, &version);
+  result.multiplexed = version >= CURL_HTTP_VERSION_2_0;
+  result.error = std::move(error_);
+  result.requestTime = requestTime_;
+  result.responseTime = responseTime_;
+  return result;
+}
+
+}  // namespace paperloom::internal

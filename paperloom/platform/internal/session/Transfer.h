@@ -1,0 +1,117 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "paperloom/platform/internal/http/ContentDecoder.h"
+#include "paperloom/platform/internal/http/ResponseHead.h"
+#include "paperloom/platform/internal/session/CurlLoop.h"
+#include "paperloom/platform/internal/session/TaskCore.h"
+
+namespace paperloom::internal {
+
+// What one request over the network came to. A header without a body's proper end comes with both
+// response and error.
+struct TransferResult {
+  std::optional<HTTPURLResponse> response;
+  Data body;
+  std::optional<URLError> error;
+  bool complete = false;     // the body is known to be whole
+  bool multiplexed = false;  // the server speaks HTTP/2
+  Date requestTime{};
+  Date responseTime{};
+};
+
+// libcurl handles for one loop, kept for reuse, with the options that no request changes.
+class EasyHandles {
+ public:
+  EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop);
+  ~EasyHandles();
+  EasyHandles(const EasyHandles&) = delete;
+  EasyHandles& operator=(const EasyHandles&) = delete;
+
+  CURL* take();  // null when there is no memory
+  void giveBack(CURL* handle);
+  void clear();
+
+ private:
+  CURL* make() const;
+
+  const URLSessionConfiguration& configuration_;
+  CurlLoop& loop_;
+  std::vector<CURL*> idle_;
+};
+
+// One request and its answer over libcurl, redirects not followed. Judges what libcurl lets pass:
+// the size and form of the header, the framing of the body, its coding and its size.
+//
+// A coded body is handed over decoded, without the fields Content-Encoding and Content-Length; a
+// coding that the request's own Accept-Encoding may have asked for, and that is not known here, as
+// it came. The idle time starts when a connection is looked for, not while one is waited for.
+class Transfer {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // `request` has been found fit to be sent. Counts the bytes of the body in `task`.
+  Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+           const URLSessionConfiguration& configuration, TaskCore& task);
+  ~Transfer();
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
+
+  CURL* handle() const { return handle_; }
+
+  // Since when no byte has moved; nothing while no connection has been looked for.
+  std::optional<Clock::time_point> idleSince() const { return idleSince_; }
+
+  // Ends the transfer with what libcurl said, or with a reason of the session's own.
+  TransferResult finish(CURLcode code);
+  TransferResult abandon(URLError error);
+
+ private:
+  static std::size_t onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept;
+  static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept;
+  static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept;
+  static int onRequest(void* self, char*, char*, int, int) noexcept;
+  static int onResolve(void*, void*, void* self) noexcept;
+  static curl_socket_t onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept;
+
+  void setMethod();
+  void setFields();
+  void setCallbacks();
+  bool headIsAcceptable();
+  bool takeBody(std::string_view bytes);
+  bool fail(URLError::Code code, std::string text);
+  bool answerHasBody() const;
+  void checkEnd();
+  TransferResult result();
+
+  CURL* const handle_;
+  CurlLoop& loop_;
+  const URLRequest request_;
+  const URLSessionConfiguration& configuration_;
+  TaskCore& task_;
+  curl_slist* fieldList_ = nullptr;
+  const bool callerNamesCodings_;
+
+  ResponseHead head_;
+  ResponseHead::Framing framing_;
+  ContentCoding coding_ = ContentCoding::identity;
+  std::unique_ptr<ContentDecoder> decoder_;
+  std::string body_;
+  std::optional<URLError> error_;
+
+  int requestsSent_ = 0;
+  curl_off_t bytesSent_ = 0;
+  std::optional<Clock::time_point> idleSince_;
+  Date requestTime_{};
+  Date responseTime_{};
+};
+
+}  // namespace paperloom::internal
