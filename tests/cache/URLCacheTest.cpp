@@ -211,5 +211,34 @@ TEST_F(URLCacheTest, clearingLeavesNothingBehind) {
   EXPECT_EQ(bodyOf(cache, "http://host/new"), "new");
 }
 
+TEST_F(URLCacheTest, whatIsStoredAfterTheFileWasRewrittenIsThereAfterTheNextStart) {
+  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
+  const auto store = [&](URLCache& cache, int i) {
+    cache.storeCachedResponse(answer(bodyFor(url(i), 0, 20'000)), request(url(i)));
+  };
+  using Rewrite = void (*)(URLCache&);
+  const Rewrite rewrites[] = {
+      [](URLCache&) {},
+      [](URLCache& cache) { cache.removeAllCachedResponses(); },
+      [](URLCache& cache) { cache.setDiskCapacity(megabyte); },
+      [](URLCache& cache) { cache.setDiskCapacity(0), cache.setDiskCapacity(4 * megabyte); },
+  };
+  int number = 0;
+  for (const Rewrite rewrite : rewrites) {
+    SCOPED_TRACE(number++);
+    {
+      URLCache cache(0, 4 * megabyte, path_);
+      for (int i = 0; i < 100; ++i) store(cache, i);
+      rewrite(cache);
+      for (int i = 100; i < 110; ++i) store(cache, i);
+    }
+    for (int start = 0; start < 2; ++start) {
+      const URLCache cache(0, 4 * megabyte, path_);
+      for (int i = 100; i < 110; ++i) EXPECT_EQ(bodyOf(cache, url(i)), bodyFor(url(i), 0, 20'000));
+    }
+    std::filesystem::remove_all(path_);
+  }
+}
+
 }  // namespace
 }  // namespace paperloom

@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <bitset>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace paperloom::internal {
@@ -14,31 +17,49 @@ using Deadline = std::chrono::steady_clock::time_point;
 constexpr std::int64_t applicationId = 0x504C4343;
 constexpr std::int64_t formatVersion = 1;
 
+// An object of the schema. SQLite lists them in any order it likes: VACUUM changes it.
+struct SchemaObject {
+  std::string_view type;
+  std::string_view name;
+  std::string_view table;
+  const char* sql;
+};
+
 // Compared with what the file says, word for word: one changed letter in it would make SQLite read
 // the tables in another way.
-constexpr std::array<const char*, 4> schema{
-    "CREATE TABLE answers(id INTEGER PRIMARY KEY, sum INTEGER NOT NULL, head BLOB NOT NULL, "
-    "body BLOB NOT NULL)",
-    "CREATE TABLE uses(id INTEGER PRIMARY KEY, size INTEGER NOT NULL, used INTEGER NOT NULL)",
-    "CREATE INDEX usesByAge ON uses(used)",
-    "CREATE TABLE state(id INTEGER PRIMARY KEY, bytes INTEGER NOT NULL, clock INTEGER NOT NULL, "
-    "writer INTEGER NOT NULL, changes INTEGER NOT NULL, scrub INTEGER NOT NULL)",
-};
+constexpr std::array<SchemaObject, 4> schema{{
+    {"table", "answers", "answers",
+     "CREATE TABLE answers(id INTEGER PRIMARY KEY, sum INTEGER NOT NULL, head BLOB NOT NULL, "
+     "body BLOB NOT NULL)"},
+    {"table", "uses", "uses",
+     "CREATE TABLE uses(id INTEGER PRIMARY KEY, size INTEGER NOT NULL, used INTEGER NOT NULL)"},
+    {"index", "usesByAge", "uses", "CREATE INDEX usesByAge ON uses(used)"},
+    {"table", "state", "state",
+     "CREATE TABLE state(id INTEGER PRIMARY KEY, bytes INTEGER NOT NULL, clock INTEGER NOT NULL, "
+     "writer INTEGER NOT NULL, changes INTEGER NOT NULL, scrub INTEGER NOT NULL)"},
+}};
 
 enum class Examined { ours, empty, wrong };
 
 SQLiteResult<Examined> compareSchema(SQLiteDatabase& database) {
-  auto list = database.prepare("SELECT sql FROM sqlite_schema ORDER BY rowid");
+  auto list = database.prepare("SELECT type, name, tbl_name, sql FROM sqlite_schema");
   if (!list) return tl::unexpected(list.error());
-  std::size_t rows = 0;
-  for (;; ++rows) {
+  std::bitset<schema.size()> seen;
+  for (std::size_t rows = 0;; ++rows) {
     const auto row = list->step();
     if (!row) return tl::unexpected(row.error());
-    if (!*row) break;
-    if (rows >= schema.size() || list->text(0) != schema[rows]) return Examined::wrong;
+    if (!*row) {
+      if (rows == 0) return Examined::empty;
+      break;
+    }
+    const auto* const object = std::find_if(schema.begin(), schema.end(), [&](const auto& each) {
+      return list->text(0) == each.type && list->text(1) == each.name &&
+             list->text(2) == each.table && list->text(3) == each.sql;
+    });
+    if (object == schema.end() || rows >= schema.size()) return Examined::wrong;
+    seen.set(static_cast<std::size_t>(object - schema.begin()));
   }
-  if (rows == 0) return Examined::empty;
-  if (rows < schema.size()) return Examined::wrong;
+  if (!seen.all()) return Examined::wrong;
   const auto state = database.integer("SELECT count(*) FROM state WHERE id = 1");
   if (!state) return tl::unexpected(state.error());
   return *state == 1 ? Examined::ours : Examined::wrong;
@@ -77,8 +98,8 @@ SQLiteStatus createTables(SQLiteDatabase& database) {
   const auto examined = examine(database);
   if (examined && *examined != Examined::empty) return database.execute("ROLLBACK");
   SQLiteStatus done;
-  for (const char* table : schema) {
-    if (done) done = database.execute(table);
+  for (const SchemaObject& object : schema) {
+    if (done) done = database.execute(object.sql);
   }
   const std::string rest = "INSERT INTO state VALUES(1, 0, 1, 0, 0, 0); PRAGMA user_version=" +
                            std::to_string(formatVersion) +
