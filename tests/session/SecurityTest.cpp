@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -32,24 +33,27 @@ class Environment {
   const std::vector<std::pair<const char*, std::string>> variables_;
 };
 
-TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenTo) {
+TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenToAndTheReasonIsSaid) {
   const TemporaryFolder folder;
-  const auto failed = Code::secureConnectionFailed;
   struct Case {
-    const char* what;
+    const char* reason;  // none: it is trusted
     TLSServer::Options options;
-    bool trusted;
-    std::optional<Code> error;
+    bool trusted = true;
   };
   const Case cases[] = {
-      {"trusted", {.answer = whole}, true, {}},
-      {"not trusted", {.answer = whole}, false, failed},
-      {"another name", {.answer = whole, .subject = "DNS:other.invalid"}, true, failed},
-      {"expired", {.answer = whole, .daysValid = -1}, true, failed},
-      {"TLS 1.1", {.answer = whole, .onlyTLS11 = true}, true, failed},
+      {nullptr, {}},
+      {"from an issuer that is not trusted", {}, false},
+      {"from an issuer that is not trusted", {.sendsAuthority = true}, false},
+      {"is self-signed", {.selfSigned = true}},
+      {"for another host", {.subject = "DNS:other.invalid"}},
+      {"for another host", {.subject = "IP:127.0.0.2"}},
+      {"has expired", {.lastDay = -1}},
+      {"not valid yet", {.firstDay = 1, .lastDay = 2}},
+      {"SSL connect error", {.onlyTLS11 = true}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
+  for (Case c : cases) {
+    SCOPED_TRACE(c.reason != nullptr ? c.reason : "trusted");
+    c.options.answer = whole;
     TLSServer server(c.options);
     server.writeAuthority(folder.path() / "authority.pem");
     // None of these may bring trust that the configuration does not.
@@ -62,9 +66,11 @@ TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenTo) {
     }
     URLSession session(configuration);
     const Answer received = fetch(session, URLRequest(server.url()));
-    EXPECT_EQ(received.code(), c.error);
-    EXPECT_EQ(server.requests(), c.error ? 0 : 1);
-    EXPECT_EQ(received.body(), c.error ? "no data" : "body");
+    EXPECT_EQ(server.requests(), c.reason != nullptr ? 0 : 1);
+    EXPECT_EQ(received.body(), c.reason != nullptr ? "no data" : "body");
+    if (c.reason == nullptr) continue;
+    ASSERT_EQ(received.code(), Code::secureConnectionFailed);
+    EXPECT_THAT(received.error->localizedDescription, ::testing::HasSubstr(c.reason));
   }
 }
 
@@ -119,6 +125,20 @@ TEST(Security, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
   EXPECT_EQ(fetch(session, URLRequest(target)).body(), "by proxy");
   EXPECT_EQ(fetch(session, URLRequest(*URL::parse("http://name2.invalid/"))).code(),
             Code::cannotFindHost);
+}
+
+TEST(Security, aProxyThatRefusesATunnelIsQuotedWithItsStatus) {
+  for (const char* status : {"403 Forbidden", "407 Proxy Authentication Required", "502 Gone"}) {
+    ScriptedServer proxy(answer("its own page", "", status));
+    URLSessionConfiguration configuration;
+    configuration.proxy = proxy.url().origin();
+    URLSession session(configuration);
+    const Answer received = fetch(session, URLRequest(*URL::parse("https://name.invalid/")));
+    ASSERT_EQ(received.code(), Code::cannotConnectToHost);
+    EXPECT_FALSE(received.response);
+    EXPECT_THAT(received.error->localizedDescription,
+                ::testing::HasSubstr("status " + std::string(status, 3)));
+  }
 }
 
 }  // namespace

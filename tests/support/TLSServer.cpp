@@ -29,14 +29,15 @@ void addExtension(X509* certificate, int kind, const std::string& value) {
   X509_EXTENSION_free(extension);
 }
 
-Certificate makeCertificate(const char* name, EVP_PKEY* key, int daysValid, X509* issuer,
-                            EVP_PKEY* issuerKey, int extension, const std::string& value) {
+Certificate makeCertificate(const char* name, EVP_PKEY* key, int firstDay, int lastDay,
+                            X509* issuer, EVP_PKEY* issuerKey, int extension,
+                            const std::string& value) {
   Certificate made(X509_new());
   X509_set_version(made.get(), 2);
   ASN1_INTEGER_set(X509_get_serialNumber(made.get()), issuer == nullptr ? 1 : 2);
   constexpr long day = 24 * 60 * 60;
-  X509_gmtime_adj(X509_getm_notBefore(made.get()), -30 * day);
-  X509_gmtime_adj(X509_getm_notAfter(made.get()), daysValid * day);
+  X509_gmtime_adj(X509_getm_notBefore(made.get()), firstDay * day);
+  X509_gmtime_adj(X509_getm_notAfter(made.get()), lastDay * day);
   X509_NAME_add_entry_by_txt(X509_get_subject_name(made.get()), "CN", MBSTRING_ASC,
                              reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
   X509_set_issuer_name(made.get(), X509_get_subject_name(issuer != nullptr ? issuer : made.get()));
@@ -60,12 +61,15 @@ TLSServer::TLSServer(const Options& options)
     : answer_(options.answer), secrets_(std::make_unique<Secrets>()) {
   std::signal(SIGPIPE, SIG_IGN);  // clients that do not trust us leave early
   Secrets& s = *secrets_;
-  s.authority = makeCertificate("test authority", s.authorityKey.get(), 1, nullptr,
+  s.authority = makeCertificate("test authority", s.authorityKey.get(), -30, 30, nullptr,
                                 s.authorityKey.get(), NID_basic_constraints, "critical,CA:TRUE");
-  s.certificate = makeCertificate("test server", s.key.get(), options.daysValid, s.authority.get(),
-                                  s.authorityKey.get(), NID_subject_alt_name, options.subject);
+  s.certificate = makeCertificate("test server", s.key.get(), options.firstDay, options.lastDay,
+                                  options.selfSigned ? nullptr : s.authority.get(),
+                                  options.selfSigned ? s.key.get() : s.authorityKey.get(),
+                                  NID_subject_alt_name, options.subject);
   SSL_CTX_use_certificate(s.context.get(), s.certificate.get());
   SSL_CTX_use_PrivateKey(s.context.get(), s.key.get());
+  if (options.sendsAuthority) SSL_CTX_add1_chain_cert(s.context.get(), s.authority.get());
   if (options.onlyTLS11) {
     SSL_CTX_set_security_level(s.context.get(), 0);
     SSL_CTX_set_min_proto_version(s.context.get(), TLS1_1_VERSION);

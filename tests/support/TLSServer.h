@@ -17,7 +17,10 @@ class TLSServer {
   struct Options {
     std::string answer{};
     std::string subject = "IP:127.0.0.1";  // the subjectAltName of the certificate
-    int daysValid = 1;                     // negative: it has expired
+    int firstDay = -30;                    // of its validity, from today
+    int lastDay = 1;
+    bool selfSigned = false;      // nobody else vouches for it
+    bool sendsAuthority = false;  // beside its own certificate
     bool onlyTLS11 = false;
   };
   explicit TLSServer(const Options& options);

@@ -235,7 +235,7 @@ void Transfer::checkEnd() {
 }
 
 TransferResult Transfer::finish(CURLcode code) {
-  if (!error_ && code != CURLE_OK) error_ = errorForCode(code);
+  if (!error_ && code != CURLE_OK) error_ = errorForCode(code, handle_);
   if (!error_) checkEnd();
   return result();
 }

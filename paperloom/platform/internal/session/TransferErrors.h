@@ -6,7 +6,8 @@
 
 namespace paperloom::internal {
 
-// The session's error for a failure of libcurl, in words that quote nothing of the exchange.
-URLError errorForCode(CURLcode code);
+// The session's error for the failure of a transfer of `handle`: why a certificate was refused, the
+// proxy's status, and nothing else of the exchange.
+URLError errorForCode(CURLcode code, CURL* handle);
 
 }  // namespace paperloom::internal
