@@ -92,9 +92,9 @@ class PAPERLOOM_EXPORT URLSessionTask {
   std::shared_ptr<internal::TaskCore> core_;
 };
 
-// An HTTP client with a response cache: HTTP/1.1 and HTTP/2 over http and https, redirects
-// followed (at most 20, never from https to http), gzip and deflate decoded, answers stored and
-// reused as a private cache does (RFC 9111).
+// An HTTP client with a response cache: HTTP/1.1 over http and https, HTTP/2 over https where the
+// libcurl that is loaded is 8.14.0 or newer, redirects followed (at most 20, never from https to
+// http), gzip and deflate decoded, answers stored and reused as a private cache does (RFC 9111).
 //
 // The threads of a session, two, start with its first task; both wait for the network, and one at
 // a time runs callbacks: all of them on this serial callback queue, never on the caller's stack.
@@ -108,7 +108,8 @@ class PAPERLOOM_EXPORT URLSessionTask {
 // connection are the session's own; such fields of a request are left out. A request without
 // Accept-Encoding asks for gzip and deflate, or for no coding with a Range. What arrives in these
 // codings is handed over and stored decoded, without Content-Encoding and Content-Length; other
-// codings and partial contents as they come. To another scheme, host or port a redirect takes along
+// codings and partial contents as they come. An HTTP/2 body that neither a Content-Length nor the end
+// of its coding shows to be whole is handed over, but not stored. To another scheme, host or port a redirect takes along
 // only fields that say nothing of the user: no Authorization, no Cookie, none of a caller's own
 // making. No cookies are kept, no .netrc is read. A GET or HEAD is sent again once, on a fresh
 // connection, when a kept connection ends before the answer begins; nothing else ever is.

@@ -32,6 +32,11 @@ void ConnectionSlots::giveBack(const std::string& host, bool multiplexed) {
   dropIfIdle(host);
 }
 
+bool ConnectionSlots::isMultiplexed(const std::string& host) const {
+  const auto found = hosts_.find(host);
+  return found != hosts_.end() && found->second.multiplexed;
+}
+
 void ConnectionSlots::wait(const std::string& host, TaskCore* task, float priority) {
   const Place place{priority, arrivals_++, task};
   hosts_[host].queue.insert(place);

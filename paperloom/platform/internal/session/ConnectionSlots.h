@@ -20,6 +20,7 @@ class ConnectionSlots {
   bool take(const std::string& host);
   // `multiplexed`: the host lets many transfers share a connection, so more of them may run.
   void giveBack(const std::string& host, bool multiplexed);
+  bool isMultiplexed(const std::string& host) const;
 
   void wait(const std::string& host, TaskCore* task, float priority);
   // A task that does not wait is left alone.

@@ -47,6 +47,12 @@ void secure(CURL* handle) {
 
 }  // namespace
 
+bool offersHTTP2() {
+  const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+  constexpr unsigned int needed = CURL_VERSION_BITS(8, 14, 0);
+  return info->version_num >= needed && (info->features & CURL_VERSION_HTTP2) != 0;
+}
+
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop)
     : configuration_(configuration), loop_(loop) {}
 
@@ -84,7 +90,8 @@ CURL* EasyHandles::make() const {
   curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
   curl_easy_setopt(handle, CURLOPT_HTTP_CONTENT_DECODING, 0L);
   curl_easy_setopt(handle, CURLOPT_HTTP09_ALLOWED, 0L);
-  curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+  const long version = offersHTTP2() ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
+  curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, version);
   curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, 64L * 1024);

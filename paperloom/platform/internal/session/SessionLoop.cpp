@@ -89,6 +89,8 @@ void SessionLoop::send(Entry& entry, URLRequest request) {
   if (handle != nullptr) {
     entry.transfer = std::make_unique<Transfer>(handle, network_, std::move(request),
                                                 configuration_, *entry.task);
+    const bool known = slots_.isMultiplexed(entry.host);
+    if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
     transfers_[handle] = &entry;
     nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
     if (network_.add(handle)) return;

@@ -33,6 +33,8 @@ Transfer::Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
   task_.bytesExpected = -1;
   curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
   curl_easy_setopt(handle_, CURLOPT_FRESH_CONNECT, 0L);
+  // While a handshake is to tell whether the server speaks HTTP/2, no second connection is opened.
+  curl_easy_setopt(handle_, CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
   curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 0L);
   setMethod();
   setFields();
@@ -203,6 +205,7 @@ bool Transfer::headIsAcceptable() {
 
 bool Transfer::takeBody(std::string_view bytes) {
   task_.bytesReceived += static_cast<std::int64_t>(bytes.size());
+  bodyReceived_ += static_cast<std::int64_t>(bytes.size());
   const auto tooLarge = [this] {
     return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
   };
@@ -228,10 +231,29 @@ bool Transfer::takeBody(std::string_view bytes) {
 void Transfer::checkEnd() {
   if (!head_.isComplete()) {
     fail(Code::networkConnectionLost, "the network connection was lost");
+  } else if (answerHasBody() && framing_.length.value_or(bodyReceived_) != bodyReceived_) {
+    fail(Code::networkConnectionLost, "the network connection was lost");
   } else if (decoder_ && !decoder_->hasEnded() &&
              !(decoder_->isUntouched() && !framing_.endsWithConnection)) {
     fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded to its end");
   }
+}
+
+bool Transfer::mayShareConnection() const {
+  return offersHTTP2() && request_.url.scheme() == "https";
+}
+
+bool Transfer::isMultiplexed() const {
+  long version = CURL_HTTP_VERSION_NONE;
+  curl_easy_getinfo(handle_, CURLINFO_HTTP_VERSION, &version);
+  return version >= CURL_HTTP_VERSION_2_0;
+}
+
+// An HTTP/2 stream may be cut with every sign of a proper end, such as RST_STREAM(NO_ERROR): there
+// only a length or a coding tells, in HTTP/1 the chunks do as well.
+bool Transfer::bodyIsWhole() const {
+  if (!answerHasBody() || framing_.length || (decoder_ && decoder_->hasEnded())) return true;
+  return !isMultiplexed() && !framing_.endsWithConnection;
 }
 
 TransferResult Transfer::finish(CURLcode code) {
@@ -252,11 +274,9 @@ TransferResult Transfer::result() {
   }
   if (!error_) {
     result.body = Data(std::move(body_));
-    result.complete = !framing_.endsWithConnection || decoder_ != nullptr;
+    result.complete = bodyIsWhole();
   }
-  long version = CURL_HTTP_VERSION_NONE;
-  curl_easy_getinfo(handle_, CURLINFO_HTTP_VERSION, &version);
-  result.multiplexed = version >= CURL_HTTP_VERSION_2_0;
+  result.multiplexed = isMultiplexed();
   result.error = std::move(error_);
   result.requestTime = requestTime_;
   result.responseTime = responseTime_;

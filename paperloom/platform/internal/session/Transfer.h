@@ -28,6 +28,10 @@ struct TransferResult {
   Date responseTime{};
 };
 
+// Whether the libcurl that is loaded can be trusted with HTTP/2. Before 8.14 it loses streams that
+// the server has refused, takes cut bodies for whole ones, and lets one peer hold up the others.
+bool offersHTTP2();
+
 // libcurl handles for one loop, kept for reuse, with the options that no request changes.
 class EasyHandles {
  public:
@@ -67,6 +71,11 @@ class Transfer {
 
   CURL* handle() const { return handle_; }
 
+  // Whether the handshake of another transfer may turn out to serve this one; while it waits for
+  // one, its own time runs.
+  bool mayShareConnection() const;
+  void waitForHandshake() { idleSince_ = Clock::now(); }
+
   // Since when no byte has moved; nothing while no connection has been looked for.
   std::optional<Clock::time_point> idleSince() const { return idleSince_; }
 
@@ -89,6 +98,8 @@ class Transfer {
   bool takeBody(std::string_view bytes);
   bool fail(URLError::Code code, std::string text);
   bool answerHasBody() const;
+  bool isMultiplexed() const;
+  bool bodyIsWhole() const;
   void checkEnd();
   TransferResult result();
 
@@ -104,6 +115,7 @@ class Transfer {
   ResponseHead::Framing framing_;
   ContentCoding coding_ = ContentCoding::identity;
   std::unique_ptr<ContentDecoder> decoder_;
+  std::int64_t bodyReceived_ = 0;  // before decoding
   std::string body_;
   std::optional<URLError> error_;
 
