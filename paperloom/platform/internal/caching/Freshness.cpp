@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <string>
 
 #include "paperloom/platform/internal/http/CacheControl.h"
@@ -62,22 +61,12 @@ FreshnessLifetime heuristicLifetime(const HTTPURLResponse& response, const Cache
   return lifetime;
 }
 
-// Section 5.1. Age is a single number; of a list its first member counts. Numbers apart on several
-// lines, or with the white space that joining such lines leaves, were added by several caches that
-// do not know of each other: nobody can say which of them holds.
-std::optional<seconds> ageValue(const HTTPHeaders& headers) {
-  const auto field = headers.combined("Age");
-  if (!field) return seconds(0);
-  std::string_view rest = trimmed(*field);
-  std::optional<seconds> first;
-  while (true) {
-    const std::size_t comma = rest.find(',');
-    const auto member = deltaSeconds(rest.substr(0, comma));
-    if (!member) return std::nullopt;
-    if (!first) first = member;
-    if (comma == std::string_view::npos) return first;
-    rest.remove_prefix(comma + 1);
-  }
+// Section 5.1: "a cache encountering a message with a list-based Age field value SHOULD use the
+// first member of the field value, discarding subsequent ones. If the field value [...] is invalid
+// [...], a cache SHOULD ignore the field."
+seconds ageValue(const HTTPHeaders& headers) {
+  const std::string_view field = headers.first("Age").value_or("");
+  return deltaSeconds(trimmed(field.substr(0, field.find(',')))).value_or(seconds(0));
 }
 
 }  // namespace
@@ -97,11 +86,10 @@ CurrentAge currentAge(const CachedURLResponse& stored, Date now) {
       secondsBetween(dateValue(stored.response, stored.responseTime), stored.responseTime));
   const seconds responseDelay =
       std::max(seconds(0), secondsBetween(stored.requestTime, stored.responseTime));
-  const auto received = ageValue(stored.response.headers);
-  const seconds correctedAge = received.value_or(seconds(0)) + responseDelay;
+  const seconds correctedAge = ageValue(stored.response.headers) + responseDelay;
   const seconds residentTime = secondsBetween(stored.responseTime, now);
   return {.value = std::max(apparentAge, correctedAge) + std::max(seconds(0), residentTime),
-          .isReliable = received.has_value() && residentTime >= -clockTolerance};
+          .isReliable = residentTime >= -clockTolerance};
 }
 
 bool isHeuristicallyCacheable(int status) {

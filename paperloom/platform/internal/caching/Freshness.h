@@ -16,8 +16,8 @@ struct FreshnessLifetime {
 };
 FreshnessLifetime freshnessLifetime(const HTTPURLResponse& response, Date responseTime);
 
-// How old an answer is (section 4.2.3). Not reliable when its Age is malformed, or when our clock
-// has been set back since the answer came: then it may be of any age, and never counts as fresh.
+// How old an answer is (section 4.2.3). Not reliable when our clock has been set back since the
+// answer came: then it may be of any age, and never counts as fresh.
 struct CurrentAge {
   std::chrono::seconds value{0};
   bool isReliable = true;
