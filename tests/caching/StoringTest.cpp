@@ -81,17 +81,33 @@ TEST(Validation, updatesEveryFieldButThoseOfTheStoredBytes) {
   EXPECT_EQ(planRequest(requestWith({}), &entry, noon + seconds(150)).age, seconds(51));
 }
 
-TEST(Validation, toTheCallersOwnConditionsConfirmsOnlyTheSameAnswer) {
-  const CachedURLResponse stored = storedWith({{"ETag", "\"a\""}, {"Last-Modified", "x"}});
-  const CachePlan ownConditions;
+TEST(Validation, confirmsNoOtherAnswerThanTheOneThatItNames) {
+  const HTTPHeaders both{{"ETag", "\"a\""}, {"Last-Modified", "x"}};
+  const HTTPHeaders weak{{"ETag", "W/\"a\""}};
+  const HTTPHeaders dated{{"Last-Modified", "x"}};
   struct Case {
-    HTTPHeaders fields;
-    bool confirms;
+    HTTPHeaders kept;
+    HTTPHeaders received;
+    bool toThePlansConditions;
+    bool toTheCallersOwn;
   };
-  for (const Case& c : {Case{{{"ETag", "\"a\""}}, true}, Case{{{"ETag", "\"b\""}}, false},
-                        Case{{{"Last-Modified", "x"}}, true}, Case{{}, false},
-                        Case{{{"ETag", "\"b\""}, {"Last-Modified", "x"}}, false}}) {
-    EXPECT_EQ(confirmsStored(ownConditions, stored, answerWith(c.fields, 304)), c.confirms);
+  for (const Case& c :
+       {Case{both, {{"ETag", " \"a\""}}, true, true}, Case{both, {{"ETag", "\"b\""}}, false, false},
+        Case{both, {{"ETag", "W/\"a\""}}, true, true},
+        Case{both, {{"ETag", "W/\"b\""}}, false, false},
+        Case{both, {{"ETag", "\"b\""}, {"Last-Modified", "x"}}, false, false},
+        Case{both, {{"Last-Modified", "x"}}, true, true},
+        Case{both, {{"Last-Modified", "y"}}, true, false}, Case{both, {}, true, false},
+        Case{weak, {{"ETag", "\"a\""}}, true, true}, Case{weak, {{"ETag", "\"b\""}}, false, false},
+        Case{dated, {{"ETag", "\"b\""}}, false, false},
+        Case{dated, {{"ETag", "\"b\""}, {"Last-Modified", "x"}}, true, true}}) {
+    CachePlan plan;
+    const CachedURLResponse stored = storedWith(c.kept);
+    const HTTPURLResponse notModified = answerWith(c.received, 304);
+    const std::string row = c.received.empty() ? "nothing" : c.received.begin()->second;
+    EXPECT_EQ(confirmsStored(plan, stored, notModified), c.toTheCallersOwn) << row;
+    plan.action = CachePlan::Action::revalidate;
+    EXPECT_EQ(confirmsStored(plan, stored, notModified), c.toThePlansConditions) << row;
   }
 }
 

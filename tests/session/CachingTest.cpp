@@ -119,6 +119,20 @@ TEST_F(CachingTest, aStaleCopyIsConfirmedOrReplaced) {
   EXPECT_EQ(kept(server.url()), "new");
 }
 
+TEST_F(CachingTest, aConfirmationOfAnotherAnswerIsAskedAgainWithoutConditions) {
+  ScriptedServer server([](const Request& request) {
+    return request.field("If-None-Match").empty()
+               ? answer("new", std::string(fresh) + "ETag: \"2\"\r\n")
+               : answer("", std::string(fresh) + "ETag: \"2\"\r\n", "304 Not Modified");
+  });
+  keep(server.url(), staleWithTag, "old");
+  const Answer received = fetch(session_, URLRequest(server.url()));
+  EXPECT_EQ(received.body(), "new");
+  EXPECT_EQ(received.metrics.source, Source::network);
+  EXPECT_EQ(kept(server.url()), "new");
+  EXPECT_EQ(server.requests().size(), 2U);
+}
+
 TEST_F(CachingTest, theCallersOwnConditionsGetTheirOwnAnswer) {
   ScriptedServer server({send("HTTP/1.1 304 Not Modified\r\nETag: \"9\"\r\n\r\n")});
   URLRequest request(server.url());

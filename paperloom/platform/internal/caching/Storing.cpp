@@ -8,6 +8,7 @@
 
 #include "paperloom/platform/internal/caching/Freshness.h"
 #include "paperloom/platform/internal/http/CacheControl.h"
+#include "paperloom/platform/internal/http/EntityTag.h"
 #include "paperloom/platform/internal/http/HTTPDate.h"
 #include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
 
@@ -116,12 +117,18 @@ CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date 
 
 bool confirmsStored(const CachePlan& plan, const CachedURLResponse& stored,
                     const HTTPURLResponse& notModified) {
-  if (plan.action == CachePlan::Action::revalidate || plan.revalidateInBackground) return true;
   const HTTPHeaders& received = notModified.headers;
   const HTTPHeaders& kept = stored.response.headers;
-  if (received.contains("ETag")) return received.first("ETag") == kept.first("ETag");
-  return received.contains("Last-Modified") &&
-         received.first("Last-Modified") == kept.first("Last-Modified");
+  const auto tag = received.first("ETag");
+  const auto keptTag = kept.first("ETag");
+  // "each of those strong validators identifies a selected representation for update [...] If none
+  // of the initial set contains at least one of the same strong validators, then the cache MUST NOT
+  // use the new response to update any stored responses." Servers that code on the fly weaken the
+  // tag of a 200 and not that of its 304, so the tags are compared without their weakness.
+  if (tag && keptTag) return matchesWeakly(trimmed(*tag), trimmed(*keptTag));
+  const bool sameTime = received.contains("Last-Modified") &&
+                        received.first("Last-Modified") == kept.first("Last-Modified");
+  return sameTime || (plan.action == CachePlan::Action::revalidate && !tag);
 }
 
 CachedURLResponse entryAfterValidation(const CachedURLResponse& stored,

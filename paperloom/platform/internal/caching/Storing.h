@@ -9,9 +9,9 @@
 #include "paperloom/platform/URLResponse.h"
 #include "paperloom/platform/internal/caching/CachePlan.h"
 
-// What may be kept, and what a validation or an unsafe request changes (RFC 9111 sections 3 and 4.4).
-// Pure functions for a private cache: nothing here reads a clock, a cache or the network; every
-// function is safe on any thread and takes whatever a server may send.
+// What may be kept, and what a validation or an unsafe request changes (RFC 9111 sections 3
+// and 4.4). Pure functions for a private cache: nothing here reads a clock, a cache or the network;
+// every function is safe on any thread and takes whatever a server may send.
 namespace paperloom::internal {
 
 // Whether the answer may be kept (section 3). `complete` says that the whole body arrived. A POST
@@ -24,9 +24,11 @@ bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool c
 CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date requestTime,
                                Date responseTime);
 
-// Whether a 304 confirms `stored` (section 4.3.4): always when the plan's own conditions were sent,
-// which name no other answer; with conditions of the caller's only when it carries the validators
-// of `stored`. A 304 to the caller's own conditions is the caller's answer either way.
+// Whether a 304 confirms `stored` (section 4.3.4): not when it names another answer by its ETag.
+// One that names none confirms it when the plan's own conditions were sent, and otherwise when it
+// carries the Last-Modified of `stored`: the caller's own conditions may be about anything. A 304
+// to those is the caller's answer either way; one to the plan's that does not confirm is none, and
+// the request is to be sent without them.
 bool confirmsStored(const CachePlan& plan, const CachedURLResponse& stored,
                     const HTTPURLResponse& notModified);
 

@@ -24,6 +24,7 @@ Exchange::Step Exchange::begin(Date now) {
   if (!cache_) return request_;
   stored_ = cache_->cachedResponseForSession(request_);
   plan_ = planRequest(request_, stored_ ? &*stored_ : nullptr, now);
+  if (validationFailed_ && plan_.action == Action::revalidate) giveUpValidation();
   switch (plan_.action) {
     case Action::send:
     case Action::revalidate:
@@ -56,6 +57,12 @@ URLRequest Exchange::refreshRequest() const {
   return whole;
 }
 
+void Exchange::giveUpValidation() {
+  plan_.action = Action::send;
+  plan_.conditions.remove("If-None-Match");
+  plan_.conditions.remove("If-Modified-Since");
+}
+
 Exchange::Step Exchange::gatewayTimeout() {
   metrics_.source = Source::cache;
   HTTPURLResponse response{request_.url, 504, HTTPHeaders{{"Content-Length", "0"}}};
@@ -65,7 +72,10 @@ Exchange::Step Exchange::gatewayTimeout() {
 Exchange::Step Exchange::received(TransferResult result, Date now) {
   if (result.error || !result.response) return failed(std::move(result), now);
   if (plan_.action == Action::revalidate && result.response->statusCode == 304) {
-    return confirmed(result, now);
+    if (confirmsStored(plan_, *stored_, *result.response)) return confirmed(result, now);
+    validationFailed_ = true;
+    giveUpValidation();
+    return withPlannedConditions();
   }
   return fresh(std::move(result), now);
 }
@@ -171,6 +181,7 @@ std::optional<Exchange::Step> Exchange::follow(const HTTPURLResponse& answer, Da
   request_ = *std::move(target->request);
   stored_.reset();
   plan_ = CachePlan();
+  validationFailed_ = false;
   metrics_ = URLSessionTaskMetrics();
   return begin(now);
 }

@@ -41,6 +41,8 @@ class Exchange {
  private:
   URLRequest withPlannedConditions() const;
   URLRequest refreshRequest() const;
+  // Plans to send without validators: the 304 that came to them was about another answer.
+  void giveUpValidation();
   Step gatewayTimeout();
   Step confirmed(const TransferResult& result, Date now);
   Step fresh(TransferResult result, Date now);
@@ -63,6 +65,7 @@ class Exchange {
   // Of the current hop.
   std::optional<CachedURLResponse> stored_;
   CachePlan plan_;
+  bool validationFailed_ = false;
 
   std::vector<CacheWrite> writes_;
   URLSessionTaskMetrics metrics_;
