@@ -40,7 +40,7 @@ void Operation::start() {
 }
 
 void Operation::cancel() {
-  if (cancelled_) return;
+  if (cancelled_ || isFinished()) return;
   const auto isHeldBack = [this] { return !dependenciesFinished_ && !isFinished(); };
   const bool becomesReady = isHeldBack();
   if (becomesReady) willChangeValue(isReadyKey);
@@ -51,6 +51,9 @@ void Operation::cancel() {
     willChangeValue(isReadyKey);
     didChangeValue(isReadyKey);
   }
+  if (const auto heard = observers()) {
+    for (const auto& observer : *heard) observer->didCancel(*this);
+  }
 }
 
 void Operation::addDependency(std::shared_ptr<Operation> dependency) {
@@ -58,6 +61,7 @@ void Operation::addDependency(std::shared_ptr<Operation> dependency) {
   bool becomesUnready = false;
   {
     const std::lock_guard lock(mutex_);
+    if (isComplete_) return;
     if (!unfinished_.insert(dependency.get()).second) return;
     dependencies_.push_back(dependency);
     becomesUnready = unfinished_.size() == 1;
@@ -116,6 +120,7 @@ bool Operation::waitUntilFinished(Deadline deadline) const {
 }
 
 void Operation::addObserver(std::shared_ptr<OperationObserver> observer) {
+  if (!observer) return;
   const std::lock_guard lock(mutex_);
   auto changed =
       observers_ ? std::make_shared<Observers>(*observers_) : std::make_shared<Observers>();

@@ -29,6 +29,8 @@ class PAPERLOOM_EXPORT OperationObserver {
   virtual void willChangeValue(Operation&, std::string_view /*key*/) {}
   // The change is made. The operation's value may be the one it was: keys are also announced anew.
   virtual void didChangeValue(Operation&, std::string_view /*key*/) {}
+  // The operation was cancelled before its end. Its readiness is announced beside, if it changed.
+  virtual void didCancel(Operation&) {}
 };
 
 // A piece of work with a state, for an OperationQueue or to be started by hand. A plain operation
@@ -65,27 +67,29 @@ class PAPERLOOM_EXPORT Operation : public std::enable_shared_from_this<Operation
   virtual void start();
   virtual void main() {}
   // Asks the operation to end. One that has not started never runs main(), and no longer waits for
-  // its dependencies; one that runs may look at isCancelled().
+  // its dependencies; one that runs may look at isCancelled(). Changes nothing after the end. An
+  // override calls this one.
   virtual void cancel();
 
-  // The operation is not ready before `dependency` has finished, in whatever queue that is. Add
-  // dependencies before the operation is given to a queue. Operations that wait for each other in
-  // a circle stay unready until one of them is cancelled.
+  // The operation is not ready before `dependency` has finished, in whatever queue that is; null
+  // is ignored. Add dependencies before the operation is given to a queue. Operations that wait for
+  // each other in a circle stay unready until one of them is cancelled.
   void addDependency(std::shared_ptr<Operation> dependency);
   void removeDependency(const std::shared_ptr<Operation>& dependency);
   // In the order in which they were added; none any more once this operation has finished.
   std::vector<std::shared_ptr<Operation>> dependencies() const;
 
   // Runs once, after the operation has finished and its observers have heard of it, on the thread
-  // that announces it; then it is released. Too late once the operation has finished.
+  // that announces it; then it is released. Too late once the operation has finished. An empty one
+  // takes the last away.
   void setCompletionBlock(std::function<void()> block);
 
   // Blocks until the operation has announced that it is finished; false when the deadline passed
   // first.
   bool waitUntilFinished(Deadline deadline = std::nullopt) const;
 
-  // The operation keeps the observer. A removed observer may still hear an announcement that was
-  // under way.
+  // The operation keeps the observer; null is ignored. A removed observer may still hear an
+  // announcement that was under way.
   void addObserver(std::shared_ptr<OperationObserver> observer);
   void removeObserver(const std::shared_ptr<OperationObserver>& observer);
 

@@ -82,6 +82,22 @@ TEST(AsynchronousOperation, isReadyOnceItsDependenciesAre) {
   EXPECT_EQ(recorder->take()[1], "did isReady r--");
 }
 
+TEST(Operation, isNotCancelledAfterItsEnd) {
+  const auto plain = std::make_shared<Operation>();
+  const auto manual = std::make_shared<ManualOperation>();
+  for (const std::shared_ptr<Operation>& operation : {plain, std::shared_ptr<Operation>(manual)}) {
+    operation->start();
+    if (operation == manual) manual->finish();
+    const auto recorder = std::make_shared<Recorder>();
+    operation->addObserver(recorder);
+    operation->cancel();
+    EXPECT_FALSE(operation->isCancelled());
+    operation->addDependency(std::make_shared<Operation>());
+    EXPECT_TRUE(operation->dependencies().empty());
+    EXPECT_EQ(recorder->take(), Lines{});
+  }
+}
+
 TEST(Operation, announcesExecutionAndEndOfAPlainOperation) {
   const auto operation = std::make_shared<Operation>();
   const auto recorder = std::make_shared<Recorder>();

@@ -114,28 +114,61 @@ TEST(OperationQueue, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
   EXPECT_EQ(most, limit);
 }
 
-TEST(OperationQueue, finishesACancelledOperationThatWaitsWithoutRunningIt) {
+TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlaceIsTaken) {
   for (const bool throughQueue : {false, true}) {
-    OperationQueue queue;
-    queue.setMaxConcurrentOperationCount(1);
-    const auto silent = std::make_shared<ManualOperation>();
-    const auto waiting = std::make_shared<ManualOperation>();
-    const auto behind = work([] { FAIL() << "cancelled"; });
-    waiting->addDependency(silent);
-    queue.addOperations({silent, waiting, behind}, false);
-    silent->waitUntilStarted();
-    if (throughQueue) {
-      queue.cancelAllOperations();
+    for (const bool holdsTheThread : {false, true}) {
+      std::atomic<bool> released{!holdsTheThread};
+      OperationQueue queue;
+      queue.setMaxConcurrentOperationCount(1);
+      const auto holder = std::make_shared<ManualOperation>([&] { released.wait(false); }, false);
+      const auto unready = std::make_shared<ManualOperation>();
+      const auto behind = work([] { FAIL() << "cancelled"; });
+      unready->addDependency(holder);
+      queue.addOperations({holder, unready, behind}, false);
+      while (holder->starts() == 0) std::this_thread::yield();
+      if (throughQueue) {
+        queue.cancelAllOperations();
+      } else {
+        behind->cancel();
+        unready->cancel();
+      }
       EXPECT_TRUE(behind->waitUntilFinished(soon()));
-    } else {
-      behind->cancel();
-      waiting->cancel();
+      EXPECT_TRUE(unready->waitUntilFinished(soon()));
+      EXPECT_EQ(unready->mains(), 0);
+      EXPECT_FALSE(holder->isFinished());
+      released = true;
+      released.notify_all();
+      holder->waitUntilStarted();
+      holder->finish();
+      EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
     }
-    EXPECT_TRUE(waiting->waitUntilFinished(soon()));
-    EXPECT_EQ(waiting->mains(), 0);
-    EXPECT_FALSE(silent->isFinished());
+  }
+}
+
+TEST(OperationQueue, runsNothingThatItHeldBackWhenAllIsCancelledOrTheQueueGoes) {
+  struct Row {
+    bool suspended, chained, destroys;
+  };
+  for (const Row row : {Row{true, false, true}, Row{true, true, true}, Row{false, false, true},
+                        Row{false, true, true}, Row{false, true, false}}) {
+    const auto silent = std::make_shared<ManualOperation>();
+    std::atomic<int> ran{0};
+    std::vector<std::shared_ptr<Operation>> held;
+    auto queue = std::make_unique<OperationQueue>();
+    queue->setMaxConcurrentOperationCount(4);
+    queue->addOperation(silent);
+    silent->waitUntilStarted();
+    queue->setSuspended(row.suspended);
+    for (int i = 0; i < 2000; ++i) {
+      held.push_back(work([&] { ++ran; }));
+      if (row.chained && i > 0) held.back()->addDependency(held[held.size() - 2]);
+      if (!row.suspended && (i == 0 || !row.chained)) held.back()->addDependency(silent);
+    }
+    queue->addOperations(held, false);
+    row.destroys ? queue.reset() : queue->cancelAllOperations();
+    for (const auto& operation : held) ASSERT_TRUE(operation->waitUntilFinished(soon()));
+    EXPECT_EQ(ran, 0) << row.suspended << row.chained << row.destroys;
     silent->finish();
-    EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
   }
 }
 

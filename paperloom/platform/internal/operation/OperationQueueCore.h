@@ -2,7 +2,7 @@
 
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -15,13 +15,23 @@
 namespace paperloom::internal {
 
 // A queue's book-keeping and threads. It outlives its OperationQueue where a thread or an
-// announcement is still inside it. Operations are called with the lock released.
+// announcement is still inside it.
+//
+// - The mutex guards every member. Operations are called with the lock released, so an entry may
+//   have left, or changed, whenever a call comes back: it is looked up again.
+// - An operation that reported ready stands in one of two lines. Those in `ready_` need a place,
+//   those in `cancelled_` none. Its turn come, it is asked again whether it is ready, and started.
+// - No wake-up is missed: whoever puts an entry into a line or frees a place wakes threads before
+//   it releases the lock, and a thread waits only when it has found nothing under the same lock.
+// - What is to be cancelled, and whatever a closed queue holds, is not started before its cancel()
+//   has been called: one that ends early must not let its dependents run.
 class OperationQueueCore : public OperationObserver,
                            public std::enable_shared_from_this<OperationQueueCore> {
  public:
   bool add(std::shared_ptr<Operation> operation);
   void cancelAll();
-  // Cancels and starts what is left, waits for the threads and lets go of every operation.
+  // Refuses additions, cancels and finishes what has not started, waits for the threads and lets
+  // go of every operation.
   void close();
 
   int limit() const;
@@ -32,44 +42,57 @@ class OperationQueueCore : public OperationObserver,
   bool waitUntilEmpty(const Operation::Deadline& deadline) const;
 
   void didChangeValue(Operation& operation, std::string_view key) override;
+  void didCancel(Operation& operation) override;
 
  private:
-  // An operation that reported ready is queued, asked again when its turn comes, and started.
+  struct Entry;
+  using Line = std::list<Entry*>;
   enum class Stage { waiting, queued, asking, started };
   struct Entry {
     std::shared_ptr<Operation> operation;
     Stage stage = Stage::waiting;
     bool holdsPlace = false;
-    bool announcedMeanwhile = false;
+    bool announcedMeanwhile = false;  // while it was being asked
+    int cancellations = 0;            // of the whole queue, under way
+    Line* line = nullptr;             // where it is queued
+    Line::iterator turn = {};
   };
 
   // These need the lock.
+  Entry* find(const Operation& operation);
   std::size_t freePlaces() const;
   std::size_t maximumThreads() const;
-  void enqueue(Entry& entry);
+  void enqueue(Entry& entry, bool asFirst = false);
+  void leaveLine(Entry& entry);
+  void releasePlace(Entry& entry);
+  bool mayStart(const Entry& entry) const;
   void wakeThreads();
-  void makeThread();
-  Entry* nextEntry();
+  Entry* nextEntry(bool onlyCancelled);
 
   // Starts what may be started until nothing is left, with `lock` held in between.
-  void startQueued(std::unique_lock<std::mutex>& lock);
+  void startQueued(std::unique_lock<std::mutex>& lock, bool onlyCancelled);
+  // Whether the entry, asked with the lock released, is to be started; otherwise it waits anew.
+  bool isToStart(Entry& entry, bool isReady);
   void runThread();
+  void runSpareThread();
   void operationBecameReady(Operation& operation);
   void operationFinished(Operation& operation);
 
   mutable std::mutex mutex_;
   std::condition_variable work_;
+  std::condition_variable spareWork_;
   mutable std::condition_variable empty_;
   std::unordered_map<const Operation*, Entry> entries_;
-  // May name operations that have left meanwhile; nextEntry() skips them.
-  std::deque<const Operation*> ready_;
-  std::deque<const Operation*> cancelled_;  // need no place
+  Line ready_;
+  Line cancelled_;
   std::size_t placesHeld_ = 0;
   int limit_ = -1;
   bool suspended_ = false;
   bool closed_ = false;
   std::size_t idleThreads_ = 0;
   std::vector<std::thread> threads_;
+  // Finishes cancelled operations while all others are held up.
+  std::thread spareThread_;
 };
 
 }  // namespace paperloom::internal
