@@ -59,7 +59,7 @@ class Secrets : public IdentityFixture {
     auto answered = std::make_shared<std::promise<void>>();
     auto isFirst = std::make_shared<std::atomic<bool>>(true);
     call([this, answered, isFirst](const auto& result) {
-      note(result);
+      this->note(result);
       if (isFirst->exchange(false)) answered->set_value();
     });
     await(answered->get_future());

@@ -1,13 +1,20 @@
 // Runs the public conformance tests for HTTP caches against the bridge as a private cache:
-//   node run.mjs PACKAGE_FOLDER BRIDGE_PROGRAM [TEST_ID]
-// The tests' own server runs here, on a port of the loopback that the kernel chooses.
+//   node suite.mjs PACKAGE_FOLDER BRIDGE_PROGRAM MODE KEPT_FILE [--update | TEST_ID]
+// MODE is where the cache lies: `memory`, `disk`, or `restarts`: on disk, with a new process for
+// every request that is killed as soon as it has answered. KEPT_FILE lists the tests that are kept,
+// a line each, with the modes where not in all; losing one is an error. The tests' own server runs
+// here, on a port of the loopback that the kernel chooses.
 
+import fs from 'node:fs'
 import http from 'node:http'
+import os from 'node:os'
 import path from 'node:path'
 import { pathToFileURL } from 'node:url'
 import { Bridge } from './fetch.mjs'
 
-const [folder, program, onlyId] = process.argv.slice(2)
+const [folder, program, mode, keptFile, option] = process.argv.slice(2)
+const update = option === '--update'
+const onlyId = update ? undefined : option
 const load = file => import(pathToFileURL(path.resolve(folder, file)))
 const { default: suites } = await load('tests/index.mjs')
 const { runTests, getResults } = await load('client/runner.mjs')
@@ -47,19 +54,23 @@ const reasons = {
 }
 const reasonFor = id => Object.entries(reasons).find(([start]) => id.startsWith(start))?.[1]
 
-const bridge = new Bridge(program)
+const cache = mode === 'memory' ? undefined : fs.mkdtempSync(path.join(os.tmpdir(), 'conformance-'))
+const bridge = new Bridge(program, cache, mode === 'restarts')
 const log = console.log
 if (!onlyId) console.log = () => {}
-await runTests(suites, bridge.fetch, true, `http://127.0.0.1:${server.address().port}`)
+await runTests(suites, bridge.fetch, true, `http://127.0.0.1:${server.address().port}`,
+  mode === 'restarts' ? 20 : 100)
 console.log = log
 bridge.close()
 server.close()
 server.closeAllConnections()
+if (cache) fs.rmSync(cache, { recursive: true, force: true })
 
 const results = getResults()
 const words = { '✅': 'kept', Y: 'yes', N: 'no', '⚪️': 'not reached (a test it depends on is not kept)' }
 const tally = {}
 const lines = []
+const kept = new Set()
 for (const test of suites.flatMap(suite => suite.tests)) {
   if (!(test.id in results)) continue
   const verdict = onlyId
@@ -69,13 +80,36 @@ for (const test of suites.flatMap(suite => suite.tests)) {
   const group = kind + (beyondBrowsers.has(test.id) ? ', beyond browsers' : '')
   tally[group] ??= { kept: 0, total: 0 }
   tally[group].total += 1
-  if (verdict === 'kept' || verdict === 'yes') tally[group].kept += 1
-  else if (kind !== 'check') {
+  if (verdict === 'kept' || verdict === 'yes') {
+    tally[group].kept += 1
+    if (kind !== 'check') kept.add(test.id)
+  } else if (kind !== 'check') {
     const said = reasonFor(test.id) ?? (results[test.id] === true ? undefined : results[test.id][1])
     const detail = said === undefined ? '' : `: ${said}`
     lines.push(`  ${group} ${test.id} is ${verdict}${detail}`)
   }
 }
-log(Object.keys(tally).sort((a, b) => a.localeCompare(b))
+log(`${mode}: ` + Object.keys(tally).sort((a, b) => a.localeCompare(b))
   .map(group => `${group} ${tally[group].kept}/${tally[group].total}`).join('; '))
 if (lines.length > 0) log(lines.join('\n'))
+
+if (onlyId) process.exit()
+
+const modes = ['memory', 'disk', 'restarts']
+const known = new Map(fs.readFileSync(keptFile, 'utf8').split('\n').filter(Boolean).map(line => {
+  const [id, ...where] = line.split(' ')
+  return [id, new Set(where.length > 0 ? where : modes)]
+}))
+const lost = [...known].filter(([id, where]) => where.has(mode) && !kept.has(id)).map(([id]) => id)
+const won = [...kept].filter(id => !known.get(id)?.has(mode))
+if (update) {
+  won.forEach(id => known.set(id, (known.get(id) ?? new Set()).add(mode)))
+  lost.forEach(id => known.get(id).delete(mode))
+  const line = ([id, where]) => where.size === modes.length ? id : `${id} ${[...where].join(' ')}`
+  fs.writeFileSync(keptFile,
+    [...known].filter(([, where]) => where.size > 0).map(line).sort().join('\n') + '\n')
+} else {
+  if (won.length > 0) log(`kept and not listed yet (--update lists them): ${won.join(', ')}`)
+  if (lost.length > 0) log(`LOST: ${lost.join(', ')}`)
+  process.exitCode = lost.length > 0 ? 1 : 0
+}

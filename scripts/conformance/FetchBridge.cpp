@@ -4,15 +4,18 @@
 // one JSON answer a line on standard output, in the order in which they finish:
 //   {"id": 1, "status": 200, "headers": [["name", "value"]], "body": "...", "source": "network"}
 // or {"id": 1, "error": "..."}. Texts carry bytes, one a character (ISO 8859-1). "cache" takes the
-// modes of the Fetch standard. Ends after the last answer when the input ends.
+// modes of the Fetch standard. Ends after the last answer when the input ends. The cache is in
+// memory, or in FOLDER with the arguments --cache FOLDER.
 
 #include <condition_variable>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/URLSession.h"
@@ -92,14 +95,18 @@ const char* nameOf(URLSessionTaskMetrics::Source source) {
   return "";
 }
 
-URLSessionConfiguration configuration() {
+URLSessionConfiguration configuration(const std::filesystem::path& folder) {
+  constexpr std::int64_t capacity = 64 << 20;
   URLSessionConfiguration configuration;
-  configuration.urlCache = std::make_shared<URLCache>();
+  configuration.urlCache = folder.empty() ? std::make_shared<URLCache>()
+                                          : std::make_shared<URLCache>(capacity, capacity, folder);
   return configuration;
 }
 
 class Bridge {
  public:
+  explicit Bridge(const std::filesystem::path& folder) : session_(configuration(folder)) {}
+
   void run() {
     for (std::string line; std::getline(std::cin, line);) start(json::parse(line));
     std::unique_lock lock(mutex_);
@@ -144,13 +151,14 @@ class Bridge {
   std::mutex mutex_;
   std::condition_variable idle_;
   std::map<std::int64_t, std::shared_ptr<URLSessionTask>> tasks_;
-  URLSession session_{configuration()};
+  URLSession session_;
 };
 
 }  // namespace
 }  // namespace paperloom
 
-int main() {
-  paperloom::Bridge bridge;
+int main(int count, char** arguments) {
+  const bool onDisk = count == 3 && std::string_view(arguments[1]) == "--cache";
+  paperloom::Bridge bridge(onDisk ? arguments[2] : "");
   bridge.run();
 }
