@@ -104,6 +104,21 @@ TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
   expectAll({good("HEAD", head("Content-Length: 5\r\n"), "")}, {}, "HEAD");
 }
 
+// libcurl before 8.3 would append the line to a field of the handle's former response.
+TEST(Framing, aHeaderThatBeginsWithAFoldedLineIsMalformedAndTouchesNoOtherResponse) {
+  ScriptedServer server([](const ScriptedServer::Request& request) -> Script {
+    if (request.target == "/good") return answer("abc", "A: 1\r\nLast: 2\r\n");
+    return {send(head(request.target.substr(1) == "tab" ? "\tA: 1\r\n" : "  A: 1\r\n"))};
+  });
+  URLSession session({});
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(fetch(session, URLRequest(server.url("/good"))).body(), "abc");
+    for (const char* target : {"/blank", "/tab"}) {
+      EXPECT_EQ(fetch(session, URLRequest(server.url(target))).code(), Code::badServerResponse);
+    }
+  }
+}
+
 TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
   const auto fields = [](int count, std::size_t size) {
     std::string text;

@@ -1,15 +1,12 @@
-#include <algorithm>
+#include "paperloom/platform/internal/session/EasyHandles.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
-#include "paperloom/platform/internal/session/Transfer.h"
-
 namespace paperloom::internal {
 namespace {
-
-constexpr std::size_t maximumIdleHandles = 32;
 
 std::string contentsOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -18,31 +15,31 @@ std::string contentsOf(const std::filesystem::path& path) {
 
 // The file's certificates beside the system's: libcurl takes one file and one folder, and the
 // system has both. Where it has no folder, both files in one buffer.
-void trustAlso(CURL* handle, const std::filesystem::path& file) {
+void trustAlso(EasyHandle& handle, const std::filesystem::path& file) {
   const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
   std::error_code ignored;
   if (info->capath != nullptr && std::filesystem::is_directory(info->capath, ignored)) {
-    curl_easy_setopt(handle, CURLOPT_CAINFO, file.c_str());
-    curl_easy_setopt(handle, CURLOPT_PROXY_CAINFO, file.c_str());
+    handle.set(CURLOPT_CAINFO, file.c_str());
+    handle.set(CURLOPT_PROXY_CAINFO, file.c_str());
     return;
   }
   std::string both = contentsOf(info->cainfo != nullptr ? info->cainfo : "");
   both.append("\n").append(contentsOf(file));
   curl_blob blob{both.data(), both.size(), CURL_BLOB_COPY};
-  curl_easy_setopt(handle, CURLOPT_CAINFO_BLOB, &blob);
-  curl_easy_setopt(handle, CURLOPT_PROXY_CAINFO_BLOB, &blob);
+  handle.set(CURLOPT_CAINFO_BLOB, &blob);
+  handle.set(CURLOPT_PROXY_CAINFO_BLOB, &blob);
 }
 
-void secure(CURL* handle) {
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-  curl_easy_setopt(handle, CURLOPT_PROXY_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(handle, CURLOPT_PROXY_SSL_VERIFYHOST, 2L);
-  curl_easy_setopt(handle, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-  curl_easy_setopt(handle, CURLOPT_PROXY_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(handle, CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
+void secure(EasyHandle& handle) {
+  handle.set(CURLOPT_SSL_VERIFYPEER, 1L);
+  handle.set(CURLOPT_SSL_VERIFYHOST, 2L);
+  handle.set(CURLOPT_PROXY_SSL_VERIFYPEER, 1L);
+  handle.set(CURLOPT_PROXY_SSL_VERIFYHOST, 2L);
+  handle.set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+  handle.set(CURLOPT_PROXY_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+  handle.set(CURLOPT_PROTOCOLS_STR, "http,https");
+  handle.set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  handle.set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
 }
 
 }  // namespace
@@ -54,52 +51,34 @@ bool offersHTTP2() {
 }
 
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop)
-    : configuration_(configuration), loop_(loop) {}
-
-EasyHandles::~EasyHandles() { clear(); }
-
-void EasyHandles::clear() {
-  std::for_each(idle_.begin(), idle_.end(), curl_easy_cleanup);
-  idle_.clear();
+    : configuration_(configuration), loop_(loop), share_(curl_share_init()) {
+  if (!share_) return;
+  // Without it every connection has a whole handshake.
+  curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
 }
 
-CURL* EasyHandles::take() {
-  if (idle_.empty()) return make();
-  CURL* handle = idle_.back();
-  idle_.pop_back();
-  return handle;
-}
-
-void EasyHandles::giveBack(CURL* handle) {
-  if (idle_.size() < maximumIdleHandles) {
-    idle_.push_back(handle);
-  } else {
-    curl_easy_cleanup(handle);
-  }
-}
-
-CURL* EasyHandles::make() const {
-  CURL* handle = curl_easy_init();
-  if (handle == nullptr) return nullptr;
+EasyHandle EasyHandles::make() const {
+  EasyHandle handle;
   secure(handle);
-  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &CurlLoop::onCloseSocket);
-  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &loop_);
+  handle.set(CURLOPT_SHARE, share_.get());
+  handle.set(CURLOPT_NOSIGNAL, 1L);
+  handle.set(CURLOPT_CLOSESOCKETFUNCTION, &CurlLoop::onCloseSocket);
+  handle.set(CURLOPT_CLOSESOCKETDATA, &loop_);
   // A name that is still being looked up must not hold up the loop when its request is given up.
-  curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
-  curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 0L);
-  curl_easy_setopt(handle, CURLOPT_HTTP_CONTENT_DECODING, 0L);
-  curl_easy_setopt(handle, CURLOPT_HTTP09_ALLOWED, 0L);
+  handle.set(CURLOPT_QUICK_EXIT, 1L);
+  handle.set(CURLOPT_FOLLOWLOCATION, 0L);
+  handle.set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  handle.set(CURLOPT_HTTP09_ALLOWED, 0L);
   const long version = offersHTTP2() ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
-  curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, version);
-  curl_easy_setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
-  curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, 64L * 1024);
+  handle.set(CURLOPT_HTTP_VERSION, version);
+  handle.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  handle.set(CURLOPT_PATH_AS_IS, 1L);
+  handle.set(CURLOPT_BUFFERSIZE, 64L * 1024);
   // The idle timeout is the session's own; libcurl's for connecting must not come before it.
   const auto connecting = configuration_.timeoutIntervalForRequest + std::chrono::minutes(1);
-  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connecting.count()));
+  handle.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connecting.count()));
   if (!configuration_.proxy.empty()) {
-    curl_easy_setopt(handle, CURLOPT_PROXY, configuration_.proxy.c_str());
+    handle.set(CURLOPT_PROXY, configuration_.proxy.c_str());
   }
   if (!configuration_.additionalCertificateAuthorities.empty()) {
     trustAlso(handle, configuration_.additionalCertificateAuthorities);

@@ -37,7 +37,6 @@ void SessionLoop::end(std::vector<Posted> unsent) {
     obey(std::move(posted));
   }
   while (!entries_.empty()) cancel(*entries_.begin()->second);
-  handles_.clear();
   network_.end();
 }
 
@@ -85,16 +84,14 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
 }
 
 void SessionLoop::send(Entry& entry, URLRequest request) {
-  CURL* const handle = handles_.take();
-  if (handle != nullptr) {
-    entry.transfer = std::make_unique<Transfer>(handle, network_, std::move(request),
-                                                configuration_, *entry.task);
-    const bool known = slots_.isMultiplexed(entry.host);
-    if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
-    transfers_[handle] = &entry;
-    nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
-    if (network_.add(handle)) return;
-  }
+  entry.transfer = std::make_unique<Transfer>(handles_.make(), network_, std::move(request),
+                                              configuration_, *entry.task);
+  const bool known = slots_.isMultiplexed(entry.host);
+  if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
+  CURL* const handle = entry.transfer->handle();
+  transfers_[handle] = &entry;
+  nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
+  if (entry.transfer->isSound() && network_.add(handle)) return;
   abandonTransfer(entry, makeError(Code::unknown, "there is no memory for the request"));
 }
 
@@ -125,7 +122,6 @@ std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
     CURL* const handle = entry.transfer->handle();
     transfers_.erase(handle);
     network_.remove(handle);
-    handles_.giveBack(handle);
     entry.transfer.reset();
   }
   slots_.giveBack(entry.host, multiplexed);

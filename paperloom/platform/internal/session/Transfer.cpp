@@ -21,9 +21,9 @@ bool namesSeveralCodings(const HTTPHeaders& fields) {
 
 }  // namespace
 
-Transfer::Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
                    const URLSessionConfiguration& configuration, TaskCore& task)
-    : handle_(handle),
+    : handle_(std::move(handle)),
       loop_(loop),
       request_(std::move(request)),
       configuration_(configuration),
@@ -31,11 +31,9 @@ Transfer::Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
       callerNamesCodings_(request_.headers.contains("Accept-Encoding")),
       requestTime_(currentDate()) {
   task_.bytesExpected = -1;
-  curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
-  curl_easy_setopt(handle_, CURLOPT_FRESH_CONNECT, 0L);
+  handle_.set(CURLOPT_URL, request_.url.absoluteString().c_str());
   // While a handshake is to tell whether the server speaks HTTP/2, no second connection is opened.
-  curl_easy_setopt(handle_, CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
-  curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 0L);
+  handle_.set(CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
   setMethod();
   setFields();
   setCallbacks();
@@ -47,22 +45,19 @@ void Transfer::setMethod() {
   const std::string& method = request_.method;
   const bool takesContent = method == "POST" || method == "PUT" || method == "PATCH";
   const bool sendsContent = request_.body.has_value() || takesContent;
-  curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, nullptr);
-  curl_easy_setopt(handle_, CURLOPT_HTTPGET, 1L);
-  curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, nullptr);
   if (sendsContent) {
     const std::string_view content = request_.body ? request_.body->view() : std::string_view();
-    curl_easy_setopt(handle_, CURLOPT_POST, 1L);
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(content.size()));
-    curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, content.empty() ? "" : content.data());
+    handle_.set(CURLOPT_POST, 1L);
+    handle_.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(content.size()));
+    handle_.set(CURLOPT_POSTFIELDS, content.empty() ? "" : content.data());
   } else if (method == "HEAD") {
-    curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+    handle_.set(CURLOPT_NOBODY, 1L);
     return;
   }
   if (method != (sendsContent ? "POST" : "GET")) {
-    curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
+    handle_.set(CURLOPT_CUSTOMREQUEST, method.c_str());
   }
-  curl_easy_setopt(handle_, CURLOPT_NOPROGRESS, sendsContent ? 0L : 1L);
+  handle_.set(CURLOPT_NOPROGRESS, sendsContent ? 0L : 1L);
 }
 
 void Transfer::setFields() {
@@ -78,22 +73,22 @@ void Transfer::setFields() {
     if (fields.contains(libcurlsOwn)) continue;
     fieldList_ = curl_slist_append(fieldList_, std::string(libcurlsOwn).append(":").c_str());
   }
-  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fieldList_);
+  handle_.set(CURLOPT_HTTPHEADER, fieldList_);
 }
 
 void Transfer::setCallbacks() {
-  curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
-  curl_easy_setopt(handle_, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
-  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(handle_, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
-  curl_easy_setopt(handle_, CURLOPT_XFERINFODATA, this);
-  curl_easy_setopt(handle_, CURLOPT_PREREQFUNCTION, &Transfer::onRequest);
-  curl_easy_setopt(handle_, CURLOPT_PREREQDATA, this);
-  curl_easy_setopt(handle_, CURLOPT_RESOLVER_START_FUNCTION, &Transfer::onResolve);
-  curl_easy_setopt(handle_, CURLOPT_RESOLVER_START_DATA, this);
-  curl_easy_setopt(handle_, CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpenSocket);
-  curl_easy_setopt(handle_, CURLOPT_OPENSOCKETDATA, this);
+  handle_.set(CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+  handle_.set(CURLOPT_HEADERDATA, this);
+  handle_.set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+  handle_.set(CURLOPT_WRITEDATA, this);
+  handle_.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+  handle_.set(CURLOPT_XFERINFODATA, this);
+  handle_.set(CURLOPT_PREREQFUNCTION, &Transfer::onRequest);
+  handle_.set(CURLOPT_PREREQDATA, this);
+  handle_.set(CURLOPT_RESOLVER_START_FUNCTION, &Transfer::onResolve);
+  handle_.set(CURLOPT_RESOLVER_START_DATA, this);
+  handle_.set(CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpenSocket);
+  handle_.set(CURLOPT_OPENSOCKETDATA, this);
 }
 
 std::size_t Transfer::onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
@@ -140,7 +135,7 @@ int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
     transfer.fail(Code::networkConnectionLost, "the network connection was lost");
     return CURL_PREREQFUNC_ABORT;
   }
-  curl_easy_setopt(transfer.handle_, CURLOPT_FRESH_CONNECT, 1L);  // of a repetition
+  transfer.handle_.set(CURLOPT_FRESH_CONNECT, 1L);  // of a repetition
   transfer.idleSince_ = Clock::now();
   transfer.requestTime_ = currentDate();
   return CURL_PREREQFUNC_OK;
@@ -174,7 +169,7 @@ bool Transfer::headIsAcceptable() {
   if (framing_.malformed) {
     return fail(Code::badServerResponse, "the server's answer has no unambiguous length");
   }
-  if (framing_.lengthAndChunks) curl_easy_setopt(handle_, CURLOPT_FORBID_REUSE, 1L);
+  if (framing_.lengthAndChunks) handle_.set(CURLOPT_FORBID_REUSE, 1L);
 
   // Ranges are ranges of the coded bytes, and a coding that is not known here is the caller's
   // business: both are handed over as they come, under their Content-Encoding.
@@ -245,7 +240,7 @@ bool Transfer::mayShareConnection() const {
 
 bool Transfer::isMultiplexed() const {
   long version = CURL_HTTP_VERSION_NONE;
-  curl_easy_getinfo(handle_, CURLINFO_HTTP_VERSION, &version);
+  curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_VERSION, &version);
   return version >= CURL_HTTP_VERSION_2_0;
 }
 
@@ -257,7 +252,7 @@ bool Transfer::bodyIsWhole() const {
 }
 
 TransferResult Transfer::finish(CURLcode code) {
-  if (!error_ && code != CURLE_OK) error_ = errorForCode(code, handle_);
+  if (!error_ && code != CURLE_OK) error_ = errorForCode(code, handle_.get());
   if (!error_) checkEnd();
   return result();
 }

@@ -7,11 +7,11 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "paperloom/platform/internal/http/ContentDecoder.h"
 #include "paperloom/platform/internal/http/ResponseHead.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
+#include "paperloom/platform/internal/session/EasyHandles.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom::internal {
@@ -28,30 +28,6 @@ struct TransferResult {
   Date responseTime{};
 };
 
-// Whether the libcurl that is loaded can be trusted with HTTP/2. Before 8.14 it loses streams that
-// the server has refused, takes cut bodies for whole ones, and lets one peer hold up the others.
-bool offersHTTP2();
-
-// libcurl handles for one loop, kept for reuse, with the options that no request changes.
-class EasyHandles {
- public:
-  EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop);
-  ~EasyHandles();
-  EasyHandles(const EasyHandles&) = delete;
-  EasyHandles& operator=(const EasyHandles&) = delete;
-
-  CURL* take();  // null when there is no memory
-  void giveBack(CURL* handle);
-  void clear();
-
- private:
-  CURL* make() const;
-
-  const URLSessionConfiguration& configuration_;
-  CurlLoop& loop_;
-  std::vector<CURL*> idle_;
-};
-
 // One request and its answer over libcurl, redirects not followed. Judges what libcurl lets pass:
 // the size and form of the header, the framing of the body, its coding and its size.
 //
@@ -63,13 +39,15 @@ class Transfer {
   using Clock = std::chrono::steady_clock;
 
   // `request` has been found fit to be sent. Counts the bytes of the body in `task`.
-  Transfer(CURL* handle, CurlLoop& loop, URLRequest request,
+  Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
            const URLSessionConfiguration& configuration, TaskCore& task);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
-  CURL* handle() const { return handle_; }
+  // Whether there is memory to send it.
+  bool isSound() const { return handle_.isSound(); }
+  CURL* handle() const { return handle_.get(); }
 
   // Whether the handshake of another transfer may turn out to serve this one; while it waits for
   // one, its own time runs.
@@ -103,7 +81,7 @@ class Transfer {
   void checkEnd();
   TransferResult result();
 
-  CURL* const handle_;
+  EasyHandle handle_;
   CurlLoop& loop_;
   const URLRequest request_;
   const URLSessionConfiguration& configuration_;

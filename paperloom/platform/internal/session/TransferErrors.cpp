@@ -41,6 +41,7 @@ Code urlErrorCode(CURLcode code) {
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP
     case CURLE_BAD_CONTENT_ENCODING:
+    case CURLE_BAD_FUNCTION_ARGUMENT:  // a folded line where there is no field to fold it into
       return Code::badServerResponse;
     default:
       return Code::unknown;
