@@ -49,6 +49,8 @@ AuthSessionManager::~AuthSessionManager() = default;
 std::int64_t AuthSessionManager::taskCount() const { return taskCounter_->value(); }
 
 void AuthSessionManager::start(URLRequest request, URLSession::Completion completion) {
+  // What another origin says is no answer of the identity service.
+  request.staysAtOrigin = true;
   // The answer to a POST holds tokens, and no server may have them written to the cache.
   const bool mayBeStored = request.method != "POST";
   const auto task = session_.dataTask(

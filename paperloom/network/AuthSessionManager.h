@@ -15,8 +15,9 @@ namespace paperloom {
 class ClampedTaskCounter;
 
 // The HTTP layer of the identity side. Every answer counts as it is: nothing stored takes the place
-// of a failure. Writes the network activity indicator directly, on the thread that starts or
-// completes a request. Safe from any thread.
+// of a failure, and a redirect to another origin is an answer of its own status. Writes the network
+// activity indicator directly, on the thread that starts or completes a request. Safe from any
+// thread.
 class PAPERLOOM_EXPORT AuthSessionManager final : public AuthSessionManagerProtocol {
  public:
   // Over a session with a cache of 10 MB in memory and 10 MB on disk below "auth-url-cache"; idle

@@ -45,7 +45,8 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
         });
   }
 
-  // POSTs `body`, which is JSON already. Returns the task, already started.
+  // POSTs `body`, which is JSON already; a redirect to another origin is not followed and counts as
+  // the answer. Returns the task, already started.
   virtual std::shared_ptr<URLSessionTask> postJSONData(
       const URL& url, Data body, std::function<void(PostRequestResult result)> completion) = 0;
 

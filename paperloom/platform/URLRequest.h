@@ -30,6 +30,9 @@ struct URLRequest {
   std::optional<Data> body;
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::useProtocolCachePolicy;
   bool followsRedirects = true;  // false hands the redirect answer itself to the caller
+  // Hands a redirect to another scheme, host or port to the caller: for requests whose answer
+  // counts only from the origin that they were meant for.
+  bool staysAtOrigin = false;
 };
 
 }  // namespace paperloom

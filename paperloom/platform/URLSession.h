@@ -108,11 +108,13 @@ class PAPERLOOM_EXPORT URLSessionTask {
 // connection are the session's own; such fields of a request are left out. A request without
 // Accept-Encoding asks for gzip and deflate, or for no coding with a Range. What arrives in these
 // codings is handed over and stored decoded, without Content-Encoding and Content-Length; other
-// codings and partial contents as they come. An HTTP/2 body that neither a Content-Length nor the end
-// of its coding shows to be whole is handed over, but not stored. To another scheme, host or port a redirect takes along
-// only fields that say nothing of the user: no Authorization, no Cookie, none of a caller's own
-// making. No cookies are kept, no .netrc is read. A GET or HEAD is sent again once, on a fresh
-// connection, when a kept connection ends before the answer begins; nothing else ever is.
+// codings and partial contents as they come. An HTTP/2 body that neither a Content-Length nor the
+// end of its coding shows to be whole is handed over, but not stored. To another scheme, host or
+// port a redirect takes along only fields that say nothing of the user: no Authorization, no
+// Cookie, none of a caller's own making; and no body: where that would have to go along, the
+// redirect itself is the answer. No cookies are kept, no .netrc is read. A GET or HEAD is sent
+// again once, on a fresh connection, when a kept connection ends before the answer begins; nothing
+// else ever is.
 class PAPERLOOM_EXPORT URLSession {
  public:
   // Called exactly once for a task that was resumed or cancelled. Without an error there are both

@@ -151,6 +151,31 @@ TEST(Plan, obeysTheDirectivesOfBothSides) {
             Action::send);
 }
 
+TEST(Plan, guessesNoFreshnessAndServesNothingStaleWhereAnAccountIsConcerned) {
+  const HTTPHeaders account{{"Authorization", "t"}};
+  const HTTPHeaders impatient{{"Authorization", "t"}, {"Cache-Control", "max-stale"}};
+  const HTTPHeaders guessed{{"Last-Modified", hourAgo}};
+  const HTTPHeaders lasting{{"Cache-Control", "max-age=60, stale-while-revalidate=99"}};
+  struct Case {
+    HTTPHeaders asked;
+    HTTPHeaders stored;
+    seconds elapsed;
+    bool served;
+  };
+  for (const Case& c : {Case{{}, guessed, seconds(1), true},
+                        {account, guessed, seconds(1), false},
+                        {account, lasting, seconds(1), true},
+                        {{}, lasting, seconds(61), true},
+                        {account, lasting, seconds(61), false},
+                        {impatient, lasting, seconds(61), false}}) {
+    const auto plan = planAfter(c.elapsed, c.stored, c.asked);
+    EXPECT_EQ(plan.action == Action::serveStored, c.served) << plan.reason;
+  }
+  const CachedURLResponse entry = storedWith({{"Cache-Control", "max-age=1, stale-if-error=99"}});
+  EXPECT_TRUE(mayServeStaleOnError(requestWith({}), entry, noon + seconds(9), 503));
+  EXPECT_FALSE(mayServeStaleOnError(requestWith(account), entry, noon + seconds(9), 503));
+}
+
 TEST(Plan, validatesWithWhatIsStoredAndLeavesTheCallersConditionsAlone) {
   const HTTPHeaders stale{{"ETag", "W/\"a\""}, {"Last-Modified", hourAgo}, {"Expires", "0"}};
   EXPECT_EQ(planAfter(seconds(1), stale).conditions,

@@ -137,5 +137,29 @@ TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
   EXPECT_TRUE(keptTheEntitlement) << "it may be kept: without a cache this proves nothing";
 }
 
+TEST_F(Secrets, andTheAnswersToThemStayAtTheOriginOfTheService) {
+  ScriptedServer elsewhere(answer(R"({"accessToken":"a","refreshToken":"r","idToken":"i"})"));
+  const std::string location = "Location: " + elsewhere.url().absoluteString() + "\r\n";
+  for (const char* status : {"301", "302", "303", "307", "308"}) {
+    ScriptedServer moved(answer("", location, std::string(status) + " Moved"));
+    auth->setBaseURL(moved.url(""));
+    for (const bool asksForEntitlement : {false, true}) {
+      SCOPED_TRACE(status);
+      std::promise<int> answered;
+      const auto done = [&](const auto& result) {
+        const auto* failed = std::get_if<request::FailedStatusCode>(&result);
+        answered.set_value(failed == nullptr ? 0 : failed->statusCode);
+      };
+      if (asksForEntitlement) {
+        auth->checkEntitlement("canary", done);
+      } else {
+        auth->login("canary", "canary", AuthenticationLoginCredentialType::kxNumber, done);
+      }
+      EXPECT_EQ(await(answered.get_future()), std::stoi(status));
+    }
+  }
+  EXPECT_TRUE(elsewhere.requests().empty());
+}
+
 }  // namespace
 }  // namespace paperloom::test

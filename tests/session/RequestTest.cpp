@@ -211,5 +211,45 @@ TEST(Redirects, whatTellsWhoTheUserIsStaysWithinItsOrigin) {
   EXPECT_EQ(crossed.field("Accept"), "text/plain");
 }
 
+TEST(Redirects, aBodyThatWouldGoAlongAndARequestThatStaysEndAtTheirOrigin) {
+  ScriptedServer other(answer("other"));
+  std::string status;
+  ScriptedServer server([&](const ScriptedServer::Request& request) {
+    const std::string target = request.target == "/away" ? other.url().absoluteString() : "/same";
+    return request.target == "/same" ? answer("same")
+                                     : answer("moved", "Location: " + target + "\r\n", status);
+  });
+  URLSession session({});
+  struct Case {
+    const char* target;
+    const char* status;
+    const char* body;
+    bool stays;
+    const char* expected;
+  };
+  for (const Case& c : {Case{"/away", "307 Moved", "password", false, "moved"},
+                        {"/away", "308 Moved", "password", false, "moved"},
+                        {"/away", "308 Moved", "", false, "other"},
+                        {"/away", "302 Moved", "password", false, "other"},
+                        {"/away", "302 Moved", "password", true, "moved"},
+                        {"/away", "303 Moved", nullptr, true, "moved"},
+                        {"/away", "301 Moved", nullptr, false, "other"},
+                        {"/here", "308 Moved", "password", true, "same"},
+                        {"/here", "301 Moved", nullptr, true, "same"}}) {
+    SCOPED_TRACE(std::string(c.target) + " " + c.status + (c.stays ? " stays" : ""));
+    status = c.status;
+    URLRequest request(server.url(c.target));
+    request.staysAtOrigin = c.stays;
+    if (c.body != nullptr) {
+      request.method = "POST";
+      request.body = Data(c.body);
+    }
+    const Answer received = fetch(session, request);
+    EXPECT_EQ(received.body(), c.expected);
+    EXPECT_EQ(received.status() == 200, received.body() != "moved");
+  }
+  for (const auto& request : other.requests()) EXPECT_EQ(request.body, "");
+}
+
 }  // namespace
 }  // namespace paperloom::test

@@ -30,9 +30,15 @@ struct Situation {
         asked(r.headers),
         directed(s.response.headers),
         age(currentAge(s, now)),
-        lifetime(freshnessLifetime(s.response, s.responseTime)) {}
+        lifetime(freshnessLifetime(s.response, s.responseTime)) {
+    // A guess is no ground to tell what an account may do.
+    if (isForAnAccount() && !lifetime.isExplicit) {
+      lifetime = {.source = "nothing says how long the answer to an account holds"};
+    }
+  }
 
   bool isFresh() const { return age.isReliable && age.value < lifetime.value; }
+  bool isForAnAccount() const { return request.headers.contains("Authorization"); }
   seconds staleness() const { return age.value - lifetime.value; }
 };
 
@@ -58,10 +64,11 @@ bool variesOnEverything(const HTTPHeaders& headers) {
 }
 
 // Section 4.2.4: what no permission to serve stale can override. proxy-revalidate and s-maxage are
-// for shared caches (sections 5.2.2.8 and 5.2.2.10).
+// for shared caches (sections 5.2.2.8 and 5.2.2.10). What an account was told once does not hold
+// when the server fails or when it would say something else today.
 bool forbidsServingStale(const Situation& s) {
   return s.directed.has("must-revalidate") || s.directed.hasUnqualified("no-cache") ||
-         variesOnEverything(s.stored.response.headers) || !s.age.isReliable;
+         variesOnEverything(s.stored.response.headers) || !s.age.isReliable || s.isForAnAccount();
 }
 
 // Why the stored answer must be validated however fresh it is (sections 4, 4.1, 5.2.2.4); empty

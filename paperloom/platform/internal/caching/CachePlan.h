@@ -36,7 +36,8 @@ struct CachePlan {
 };
 
 // Sections 4, 4.2, 4.3.1, 5.2.1, 5.4 and the request's cache policy. `stored` is the stored answer
-// that fits the request, or null.
+// that fits the request, or null. For a request with Authorization no freshness is guessed and
+// nothing stale served.
 CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored, Date now);
 
 // Whether a stored answer may be handed out because the server failed: with a status, or, without

@@ -159,6 +159,10 @@ std::optional<RedirectTarget> redirectTarget(const URLRequest& request,
   if (!location || location->empty()) return std::nullopt;
   auto url = targetURL(request.url, *location);
   if (!url) return std::nullopt;
+  const bool toGET = changesToGET(request.method, answer.statusCode);
+  const bool sameOrigin = url->origin() == request.url.origin();
+  const bool takesBody = request.body && !request.body->empty() && !toGET;
+  if (!sameOrigin && (request.staysAtOrigin || takesBody)) return std::nullopt;
 
   const auto refused = [](std::string text) {
     return RedirectTarget{std::nullopt, makeError(Code::redirectRefused, std::move(text))};
@@ -168,9 +172,8 @@ std::optional<RedirectTarget> redirectTarget(const URLRequest& request,
     return refused("the server redirected from https to http");
   }
 
-  const bool toGET = changesToGET(request.method, answer.statusCode);
   URLRequest next = request;
-  next.headers = fieldsForTarget(request.headers, !toGET, url->origin() == request.url.origin());
+  next.headers = fieldsForTarget(request.headers, !toGET, sameOrigin);
   next.url = *std::move(url);
   if (toGET) {
     next.method = "GET";

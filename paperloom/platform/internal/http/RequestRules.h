@@ -32,8 +32,12 @@ bool isRedirect(int statusCode);
 // are those of one hop. Nothing when the answer leads nowhere and is itself the result.
 //
 // 301, 302 turn POST into GET, 303 everything but HEAD; then the body and the fields that describe
-// it go. A fragment is inherited (RFC 9110 section 10.2.2). To another scheme, host or port only
-// fields go along that say nothing of the user: credentials in a field of any name stay behind.
+// it go. A fragment is inherited (RFC 9110 section 10.2.2).
+//
+// What may be a secret does not leave its origin, which is scheme, host and port: only fields go to
+// another that say nothing of the user, so credentials in a field of any name stay behind; and a
+// body that would go along, as a password does in a login, makes the redirect itself the result, as
+// it is for every request that stays at its origin.
 struct RedirectTarget {
   std::optional<URLRequest> request;
   std::optional<URLError> refusal;  // when there is no request
