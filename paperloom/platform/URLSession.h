@@ -114,7 +114,7 @@ class PAPERLOOM_EXPORT URLSessionTask {
 // Cookie, none of a caller's own making; and no body: where that would have to go along, the
 // redirect itself is the answer. No cookies are kept, no .netrc is read. A GET or HEAD is sent
 // again once, on a fresh connection, when a kept connection ends before the answer begins; nothing
-// else ever is.
+// else ever is, and so everything else goes out on a fresh connection.
 class PAPERLOOM_EXPORT URLSession {
  public:
   // Called exactly once for a task that was resumed or cancelled. Without an error there are both

@@ -14,6 +14,11 @@ using Code = URLError::Code;
 // What a server announces is not believed for more than this before it has sent it.
 constexpr std::int64_t maximumReservation = 4 * 1024 * 1024;
 
+// Whether the request is sent again when a kept connection turns out to have ended.
+bool isRepeatable(const URLRequest& request) {
+  return request.method == "GET" || request.method == "HEAD";
+}
+
 bool namesSeveralCodings(const HTTPHeaders& fields) {
   const auto value = fields.combined("Content-Encoding");
   return value && value->find(',') != std::string::npos;
@@ -34,6 +39,8 @@ Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
   handle_.set(CURLOPT_URL, request_.url.absoluteString().c_str());
   // While a handshake is to tell whether the server speaks HTTP/2, no second connection is opened.
   handle_.set(CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
+  // What cannot be sent again must not meet a connection that its server is about to close.
+  if (!isRepeatable(request_)) handle_.set(CURLOPT_FRESH_CONNECT, 1L);
   setMethod();
   setFields();
   setCallbacks();
@@ -129,9 +136,7 @@ int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_of
 // HEAD once, on a fresh connection, and nothing else ever.
 int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  const std::string& method = transfer.request_.method;
-  const bool repeatable = method == "GET" || method == "HEAD";
-  if (++transfer.requestsSent_ > (repeatable ? 2 : 1)) {
+  if (++transfer.requestsSent_ > (isRepeatable(transfer.request_) ? 2 : 1)) {
     transfer.fail(Code::networkConnectionLost, "the network connection was lost");
     return CURL_PREREQFUNC_ABORT;
   }
