@@ -4,7 +4,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -12,17 +14,19 @@
 #include <variant>
 
 #include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/platform/internal/base/Checksum.h"
 #include "paperloom/platform/internal/base/PrivateFolders.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/platform/internal/sqlite/SQLiteFormat.h"
 
 namespace paperloom {
 namespace {
 
+using internal::Examined;
 using internal::SQLiteDatabase;
 using internal::SQLiteError;
 using internal::SQLiteResult;
 using internal::SQLiteStatement;
-using internal::SQLiteStatus;
 using Value = std::variant<double, std::string>;
 
 constexpr std::chrono::seconds lockWait{2};
@@ -53,28 +57,36 @@ class OpeningLock {
   bool held_ = false;
 };
 
-// EXTRA also brings the removal of the rollback journal to the disk: without that, a power cut
-// right after a commit could bring the old values back.
-SQLiteStatus prepareSchema(SQLiteDatabase& database) {
-  return database.execute(
-      "PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA;"
-      "CREATE TABLE IF NOT EXISTS defaults(key TEXT PRIMARY KEY NOT NULL, value) WITHOUT ROWID;"
-      "SELECT key, value FROM defaults LIMIT 1");
+constexpr std::array<internal::SchemaObject, 1> schema{{
+    {"table", "defaults", "defaults",
+     "CREATE TABLE defaults(key TEXT PRIMARY KEY NOT NULL, value, sum INTEGER NOT NULL) "
+     "WITHOUT ROWID"},
+}};
+constexpr internal::SQLiteFormat format{.application = 0x504C4453, .version = 2, .schema = schema};
+
+// Whether the file holds what it claims to hold.
+SQLiteResult<Examined> examineWhole(SQLiteDatabase& database) {
+  const auto examined = internal::examine(database, format);
+  if (!examined || *examined != Examined::ours) return examined;
+  auto check = database.prepare("PRAGMA integrity_check(1)");
+  const auto row = check ? check->step() : tl::unexpected(SQLiteError(check.error()));
+  if (row) return *row && check->text(0) == "ok" ? Examined::ours : Examined::wrong;
+  if (row.error().isDamage()) return Examined::wrong;
+  return tl::unexpected(row.error());
 }
 
-// Whether the bytes are wrong, or are a sound database of somebody else's. A lock, a full disk and
-// the like say nothing about it.
-bool isDamaged(SQLiteDatabase& database) {
-  auto check = database.prepare("PRAGMA integrity_check(1)");
-  if (!check) return check.error().isCorruption();
-  const auto row = check->step();
-  if (!row) return row.error().isCorruption();
-  if (!*row || check->text(0) != "ok") return true;
-  const auto tables = database.integer("SELECT count(*) FROM sqlite_schema");
-  const auto ours = database.integer(
-      "SELECT count(*) FROM sqlite_schema, pragma_table_info('defaults') AS field "
-      "WHERE sqlite_schema.name = 'defaults' AND field.name IN ('key', 'value')");
-  return tables && ours && *tables > 0 && *ours != 2;
+// Covers the kind of the value and where the key ends, so that no changed byte goes unnoticed.
+std::int64_t checksumOf(std::string_view key, const Value& value) {
+  std::string bytes(key);
+  if (const double* number = std::get_if<double>(&value)) {
+    std::array<char, sizeof *number> raw{};
+    std::memcpy(raw.data(), number, raw.size());
+    bytes.append(raw.data(), raw.size());
+  } else {
+    bytes += std::get<std::string>(value);
+  }
+  const std::uint64_t kind = value.index();
+  return static_cast<std::int64_t>(internal::checksum(bytes, key.size() * 2 + kind));
 }
 
 }  // namespace
@@ -113,14 +125,19 @@ class UserDefaults::Store {
     const OpeningLock lock(file_);
     if (!lock.held()) return false;
     auto opened = SQLiteDatabase::open(file_, lockWait);
-    if (!opened) return false;
-    if (isDamaged(*opened)) {
+    auto examined = opened ? examineWhole(*opened) : tl::unexpected(SQLiteError(opened.error()));
+    if (!examined) return false;
+    if (*examined == Examined::wrong) {
       opened->copyFile(file_.string() + ".damaged");
       *opened = {};
       opened = SQLiteDatabase::open(file_, lockWait);
       if (!opened || !opened->resetFile()) return false;
+      examined = Examined::empty;
     }
-    if (!prepareSchema(*opened)) return false;
+    // EXTRA also brings the removal of the rollback journal to the disk: without that, a power cut
+    // right after a commit could bring the old values back.
+    if (!opened->execute("PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA")) return false;
+    if (*examined == Examined::empty && !internal::establish(*opened, format, "")) return false;
     database_ = std::move(*opened);
     version_ = -1;
     return true;
@@ -140,7 +157,7 @@ class UserDefaults::Store {
     const auto version = database_.integer("PRAGMA data_version");
     if (!version) return false;
     if (*version == version_) return true;
-    auto select = database_.prepare("SELECT key, value FROM defaults");
+    auto select = database_.prepare("SELECT key, value, sum FROM defaults");
     if (!select) return false;
     std::map<std::string, Value, std::less<>> values;
     for (;;) {
@@ -148,12 +165,12 @@ class UserDefaults::Store {
       if (!row) return false;
       if (!*row) break;
       const auto key = select->text(0);
-      if (!key) continue;
-      if (const auto number = select->real(1)) {
-        values.emplace(*key, *number);
-      } else if (const auto text = select->text(1)) {
-        values.emplace(*key, std::string(*text));
-      }
+      std::optional<Value> value;
+      if (const auto number = select->real(1)) value = *number;
+      if (const auto text = select->text(1)) value = std::string(*text);
+      // A value that is not what was stored is none.
+      if (!key || !value || select->integer(2) != checksumOf(*key, *value)) continue;
+      values.emplace(*key, std::move(*value));
     }
     known_ = std::move(values);
     version_ = *version;
@@ -175,7 +192,7 @@ class UserDefaults::Store {
   }
 
   bool writeChanges() {
-    auto put = database_.prepare("INSERT OR REPLACE INTO defaults(key, value) VALUES(?1, ?2)");
+    auto put = database_.prepare("INSERT OR REPLACE INTO defaults VALUES(?1, ?2, ?3)");
     auto erase = database_.prepare("DELETE FROM defaults WHERE key = ?1");
     if (!put || !erase) return false;
     for (const auto& [key, value] : changes_) {
@@ -186,6 +203,7 @@ class UserDefaults::Store {
       } else if (value) {
         statement.bindText(2, std::get<std::string>(*value));
       }
+      if (value) statement.bind(3, checksumOf(key, *value));
       if (!statement.run()) return false;
     }
     return true;

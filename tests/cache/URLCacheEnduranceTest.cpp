@@ -148,6 +148,35 @@ TEST_F(URLCacheEnduranceTest, noDamageMakesTheCacheServeWrongBytesOrStopsIt) {
   EXPECT_GT(served, 0);
 }
 
+TEST_F(URLCacheEnduranceTest, noChangedBitKeepsLaterEntriesFromBeingFoundAtTheNextStart) {
+  {
+    URLCache cache(0, 20 * megabyte, path_);
+    for (int i = 0; i < 6; ++i) store(cache, i);
+  }
+  const std::string intact = readFiles()["cache.sqlite"];
+  // What says how to read the first page, and some of the rest.
+  std::vector<std::size_t> bits;
+  for (std::size_t bit = 108UL * 8; bit < 116UL * 8; bit += 3) bits.push_back(bit);
+  for (std::size_t bit = 0; bit < 108UL * 8; bit += 37) bits.push_back(bit);
+  for (std::size_t bit = 116UL * 8; bit < 4096UL * 8; bit += 1999) bits.push_back(bit);
+  for (const std::size_t bit : bits) {
+    SCOPED_TRACE(testing::Message() << "byte " << bit / 8 << " bit " << bit % 8);
+    std::string bytes = intact;
+    bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ (1 << bit % 8));
+    writeFiles({{"cache.sqlite", bytes}});
+    for (int start = 0; start < 3; ++start) {
+      URLCache cache(0, 20 * megabyte, path_);
+      for (int i = 0; i < 12; ++i) {
+        const std::string body = bodyOf(cache, url(i));
+        const int version = i < 6 ? 0 : start - 1;
+        const bool mayBeLost = i < 6 || start == 0;
+        EXPECT_TRUE(body == bodyFor(url(i), version, size(i)) || (mayBeLost && body == "(none)"));
+      }
+      for (int i = 6; i < 12; ++i) store(cache, i, start);
+    }
+  }
+}
+
 TEST_F(URLCacheEnduranceTest, aFlippedBitInAnEntryIsAMissAndOnlyThat) {
   constexpr int entries = 20;
   {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "paperloom/platform/internal/base/Checksum.h"
 #include "tests/cache/CacheTools.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -237,6 +238,31 @@ TEST_F(URLCacheTest, whatIsStoredAfterTheFileWasRewrittenIsThereAfterTheNextStar
       for (int i = 100; i < 110; ++i) EXPECT_EQ(bodyOf(cache, url(i)), bodyFor(url(i), 0, 20'000));
     }
     std::filesystem::remove_all(path_);
+  }
+}
+
+TEST(ChecksumTest, isXXH3) {
+  // Of the test vectors that its authors publish.
+  constexpr std::uint64_t generatorStep = 11400714785074694797U;
+  std::string bytes;
+  for (std::uint64_t state = 2654435761; bytes.size() < 512; state *= generatorStep) {
+    bytes += static_cast<char>(state >> 56);
+  }
+  const struct {
+    std::size_t size;
+    std::uint64_t seed, sum;
+  } cases[] = {
+      {0, 0, 0x2D06800538D394C2},
+      {1, 0, 0xC44BDFF4074EECDB},
+      {12, 0, 0xA713DAF0DFBB77E7},
+      {195, 0, 0xCD94217EE362EC3A},
+      {512, 0, 0x617E49599013CB6B},
+      {1, generatorStep, 0x032BE332DD766EF8},
+      {80, generatorStep, 0xC6DD0CB699532E73},
+      {512, generatorStep, 0x3CE457DE14C27708},
+  };
+  for (const auto& [size, seed, sum] : cases) {
+    EXPECT_EQ(internal::checksum(bytes.substr(0, size), seed), sum) << size;
   }
 }
 

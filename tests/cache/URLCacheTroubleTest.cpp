@@ -143,7 +143,7 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
       [&] { prepare("CREATE TABLE other(x); INSERT INTO other VALUES(1)"); },
       [&] {
         keepOne();
-        prepare("PRAGMA user_version=2");
+        prepare("PRAGMA user_version=1");
       },
       [&] {
         keepOne();

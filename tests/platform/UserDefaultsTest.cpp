@@ -135,6 +135,41 @@ TEST_F(UserDefaultsTest, aDamagedFileIsAnEmptyStoreAndIsSetAside) {
   }
 }
 
+TEST_F(UserDefaultsTest, noChangedBitGivesAWrongValueOrKeepsLaterOnesFromBeingStored) {
+  const auto key = [](int i) { return "key" + std::to_string(i); };
+  {
+    UserDefaults defaults(file_);
+    for (int i = 1; i < 9; ++i) defaults.setDouble(i, key(i)), defaults.setString(key(i), key(-i));
+    ASSERT_TRUE(defaults.synchronize());
+  }
+  std::ifstream in(file_, std::ios::binary);
+  const std::string good(std::istreambuf_iterator<char>(in), {});
+  // All of the header that says how to read and write the file, and some of everything else.
+  std::vector<std::size_t> bits;
+  for (std::size_t byte : {16, 17, 18, 19, 20, 43, 44, 45, 46, 47, 59}) {
+    for (std::size_t bit = 0; bit < 8; ++bit) bits.push_back(byte * 8 + bit);
+  }
+  for (std::size_t bit = 0; bit < good.size() * 8; bit += 331) bits.push_back(bit);
+  for (std::size_t byte = good.size() - 100; byte < good.size(); ++byte) bits.push_back(byte * 8);
+  for (const std::size_t bit : bits) {
+    SCOPED_TRACE(testing::Message() << "byte " << bit / 8 << " bit " << bit % 8);
+    std::string bytes = good;
+    bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ (1 << bit % 8));
+    std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
+    {
+      UserDefaults defaults(file_);
+      for (int i = 1; i < 9; ++i) {
+        const double number = defaults.doubleForKey(key(i));
+        EXPECT_TRUE(number == 0 || number == i) << number;
+        EXPECT_EQ(defaults.stringForKey(key(-i)).value_or(key(i)), key(i));
+      }
+      defaults.setString(std::to_string(bit), "new");
+      EXPECT_TRUE(defaults.synchronize());
+    }
+    EXPECT_EQ(UserDefaults(file_).stringForKey("new"), std::to_string(bit));
+  }
+}
+
 TEST_F(UserDefaultsTest, whatTheDiskRefusesStaysInMemoryAndIsWrittenLater) {
   // A file where the folder should be.
   std::ofstream(folder_.path() / "settings") << "in the way";

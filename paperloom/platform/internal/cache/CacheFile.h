@@ -21,4 +21,8 @@ SQLiteResult<SQLiteDatabase> openCacheFile(const std::filesystem::path& file,
                                            std::chrono::steady_clock::time_point deadline,
                                            CacheContents contents);
 
+// One more connection to the file, which openCacheFile() has opened before.
+SQLiteResult<SQLiteDatabase> connectCacheFile(const std::filesystem::path& file,
+                                              std::chrono::steady_clock::time_point deadline);
+
 }  // namespace paperloom::internal

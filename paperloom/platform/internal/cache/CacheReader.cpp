@@ -4,17 +4,19 @@
 #include <utility>
 
 #include "paperloom/platform/internal/base/Checksum.h"
+#include "paperloom/platform/internal/cache/CacheFile.h"
 
 namespace paperloom::internal {
 
-SQLiteResult<CacheReader> CacheReader::open(const std::filesystem::path& file) {
-  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(10));
+SQLiteResult<CacheReader> CacheReader::open(const std::filesystem::path& file,
+                                            std::chrono::steady_clock::time_point deadline) {
+  auto database = connectCacheFile(file, deadline);
   if (!database) return tl::unexpected(database.error());
-  const auto configured = database->execute("PRAGMA cell_size_check=ON; PRAGMA cache_size=-2048");
+  const auto configured = database->execute("PRAGMA cache_size=-2048");
+  if (!configured) return tl::unexpected(configured.error());
   auto find =
       database->prepare("SELECT id, sum, head, body FROM answers WHERE id BETWEEN ?1 AND ?2");
   auto version = database->prepare("PRAGMA data_version");
-  if (!configured) return tl::unexpected(configured.error());
   if (!find) return tl::unexpected(find.error());
   if (!version) return tl::unexpected(version.error());
   CacheReader reader;

@@ -22,7 +22,8 @@ struct CacheStamp {
 class CacheReader {
  public:
   // The file must have been opened by openCacheFile() before.
-  static SQLiteResult<CacheReader> open(const std::filesystem::path& file);
+  static SQLiteResult<CacheReader> open(const std::filesystem::path& file,
+                                        std::chrono::steady_clock::time_point deadline);
 
   void waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
     database_.waitForLocksUntil(deadline);

@@ -30,9 +30,9 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
       "UPDATE state SET bytes = ?1, clock = ?2, writer = ?3, changes = ?4, scrub = ?5 WHERE id = 1",
       "SELECT id, head FROM answers WHERE id BETWEEN ?1 AND ?2",
       "INSERT INTO answers(id, sum, head, body) VALUES(?1, ?2, ?3, ?4)",
-      "INSERT OR REPLACE INTO uses(id, size, used) VALUES(?1, ?2, ?3)",
+      "INSERT INTO uses(id, size, used) VALUES(?1, ?2, ?3)",
+      "SELECT sum FROM answers WHERE id = ?1",
       "DELETE FROM answers WHERE id = ?1",
-      "DELETE FROM answers WHERE id = ?1 AND sum = ?2",
       "DELETE FROM uses WHERE id = ?1 RETURNING size",
       "UPDATE uses SET used = ?2 WHERE id = ?1 AND used < ?2",
       "SELECT id, used FROM uses ORDER BY used LIMIT 1",
@@ -109,9 +109,10 @@ SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& 
   const auto id = freeId(key);
   if (!id) return id;
   const std::string head = encodeHead(key, entry.vary, entry.response);
+  const auto sum = static_cast<std::int64_t>(checksum(head, static_cast<std::uint64_t>(*id)));
   SQLiteStatement& answer = statements_[insertAnswer];
   answer.bind(1, *id);
-  answer.bind(2, static_cast<std::int64_t>(checksum(head, static_cast<std::uint64_t>(*id))));
+  answer.bind(2, sum);
   answer.bindBlob(3, head);
   answer.bindBlob(4, entry.response.data.view());
   if (const auto stored = answer.run(); !stored) return tl::unexpected(stored.error());
@@ -120,6 +121,11 @@ SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& 
   use.bind(2, entry.size);
   use.bind(3, ++state_.clock);
   if (const auto stored = use.run(); !stored) return tl::unexpected(stored.error());
+  // Two tables in one place would overwrite each other.
+  statements_[selectSum].bind(1, *id);
+  const auto kept = value(selectSum);
+  if (!kept) return kept;
+  if (*kept != sum) return corrupt();
   state_.bytes += entry.size;
   changed_ = true;
   if (const auto evicted = evict(capacity); !evicted) return tl::unexpected(evicted.error());
@@ -145,14 +151,27 @@ SQLiteStatus CacheWriter::remove(const CacheKey& key) {
 }
 
 SQLiteStatus CacheWriter::removeDamaged(const std::vector<CacheReader::Damaged>& rows) {
+  // A flipped bit costs one entry. Pages that belong to two would cost one entry after the other.
+  if (const auto sound = checkStructure(); !sound) return sound;
   for (const CacheReader::Damaged& row : rows) {
-    SQLiteStatement& statement = statements_[deleteDamaged];
-    statement.bind(1, row.id);
-    statement.bind(2, row.sum);
-    if (const auto removed = statement.run(); !removed) return removed;
-    if (database_.changes() == 0) continue;  // somebody has stored anew meanwhile
+    statements_[selectSum].bind(1, row.id);
+    const auto found = value(selectSum);
+    if (!found) return tl::unexpected(found.error());
+    if (*found != row.sum) continue;  // somebody has stored anew meanwhile
     if (const auto removed = removeRow(row.id); !removed) return tl::unexpected(removed.error());
   }
+  return {};
+}
+
+// Once for each opening, since it reads the whole file.
+SQLiteStatus CacheWriter::checkStructure() {
+  if (structureChecked_) return {};
+  auto check = database_.prepare("PRAGMA quick_check(1)");
+  if (!check) return tl::unexpected(check.error());
+  const auto row = check->step();
+  if (!row) return tl::unexpected(row.error());
+  if (!*row || check->text(0) != "ok") return corrupt();
+  structureChecked_ = true;
   return {};
 }
 
@@ -299,28 +318,24 @@ SQLiteResult<std::vector<std::int64_t>> CacheWriter::matching(const CacheKey& ke
   }
 }
 
-// Whether there was something to remove.
+// Whether there was something to remove. Only damage leaves one row of a pair without the other.
 SQLiteResult<bool> CacheWriter::removeRow(std::int64_t id) {
   SQLiteStatement& answer = statements_[deleteAnswer];
   answer.bind(1, id);
   if (const auto removed = answer.run(); !removed) return tl::unexpected(removed.error());
-  bool found = database_.changes() != 0;
+  const bool answered = database_.changes() != 0;
   SQLiteStatement& use = statements_[deleteUse];
   use.bind(1, id);
   const auto row = use.step();
-  if (row && *row) {
-    found = true;
-    state_.bytes = std::max<std::int64_t>(0, state_.bytes - use.integer(0));
-    // Only the step after the row ends the statement.
-    if (const auto ended = use.step(); !ended) {
-      use.reset();
-      return tl::unexpected(ended.error());
-    }
-  }
+  const std::int64_t size = row && *row ? use.integer(0) : 0;
+  // Only the step after the row ends the statement.
+  const auto ended = row && *row ? use.step() : row;
   use.reset();
-  if (!row) return tl::unexpected(row.error());
-  changed_ = changed_ || found;
-  return found;
+  if (!ended) return tl::unexpected(ended.error());
+  if (answered != *row) return corrupt();
+  state_.bytes = std::max<std::int64_t>(0, state_.bytes - size);
+  changed_ = changed_ || answered;
+  return answered;
 }
 
 SQLiteResult<bool> CacheWriter::isOver(std::int64_t capacity) {

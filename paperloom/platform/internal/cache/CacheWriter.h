@@ -69,8 +69,8 @@ class CacheWriter {
     selectVariants,
     insertAnswer,
     insertUse,
+    selectSum,
     deleteAnswer,
-    deleteDamaged,
     deleteUse,
     touchUse,
     selectOldest,
@@ -92,6 +92,7 @@ class CacheWriter {
   SQLiteResult<std::int64_t> freeId(const CacheKey& key);
   SQLiteResult<std::vector<std::int64_t>> matching(const CacheKey& key, VaryMatcher* request);
   SQLiteResult<bool> removeRow(std::int64_t id);
+  SQLiteStatus checkStructure();
   SQLiteResult<bool> isOver(std::int64_t capacity);
   SQLiteStatus limitLog(std::int64_t capacity);
 
@@ -102,6 +103,7 @@ class CacheWriter {
   CacheStamp before_;
   State state_;
   bool changed_ = false;
+  bool structureChecked_ = false;
   LastUse lastUse_;
 };
 

@@ -213,7 +213,7 @@ std::int64_t DiskTier::usage() {
 std::vector<CacheEntry> DiskTier::entries() {
   // With a connection of its own, since a long list takes long.
   if (!read([](CacheReader&) { return SQLiteStatus(); })) return {};
-  auto reader = CacheReader::open(file_);
+  auto reader = CacheReader::open(file_, inAWhile());
   auto list = reader ? reader->list() : tl::unexpected(reader.error());
   auto listed = list ? std::move(*list) : std::vector<CacheReader::Listed>();
   {
@@ -373,13 +373,13 @@ bool DiskTier::open(Clock::time_point deadline, CacheContents contents) {
   nextAttempt_ = Clock::now() + pause;
   if (!createPrivateFolders(folder_)) return false;
   auto writer = CacheWriter::open(file_, deadline, contents, name_);
-  if (!writer) {
-    lockedOut_ = lockedOut_ || writer.error().isBusy();
-    const bool damaged = writer.error().isCorruption() && contents == CacheContents::keep;
-    return damaged && open(deadline, CacheContents::discard);
+  auto reader =
+      writer ? CacheReader::open(file_, deadline) : tl::unexpected(SQLiteError(writer.error()));
+  if (!reader) {
+    lockedOut_ = lockedOut_ || reader.error().isBusy();
+    return reader.error().isDamage() && contents == CacheContents::keep &&
+           open(deadline, CacheContents::discard);
   }
-  auto reader = CacheReader::open(file_);
-  if (!reader) return false;
   {
     const std::lock_guard lock(mutex_);
     if (!openedBefore_) foreign_ = writer->stampBefore();

@@ -58,6 +58,8 @@ bool SQLiteError::isCorruption() const {
   return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_FORMAT;
 }
 
+bool SQLiteError::isDamage() const { return isCorruption() || (code & 0xff) == SQLITE_ERROR; }
+
 bool SQLiteError::isBusy() const {
   const int primary = code & 0xff;
   return primary == SQLITE_BUSY || primary == SQLITE_LOCKED || primary == SQLITE_PROTOCOL;
@@ -155,6 +157,8 @@ void SQLiteDatabase::waitForLocksUntil(std::chrono::steady_clock::time_point dea
 }
 
 bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(handle(), "main") == 1; }
+
+const char* SQLiteDatabase::path() const { return sqlite3_db_filename(handle(), "main"); }
 
 std::int64_t SQLiteDatabase::changes() const { return sqlite3_changes64(handle()); }
 

@@ -19,6 +19,9 @@ struct SQLiteError {
 
   // The bytes of the file are proven to be wrong.
   bool isCorruption() const;
+  // The same for a file that is being opened: then a schema that makes no sense, or lacks what a
+  // statement names, is a proof as well. Later it may have been replaced by another process.
+  bool isDamage() const;
   // Somebody else holds the lock.
   bool isBusy() const;
 };
@@ -82,6 +85,8 @@ class SQLiteDatabase {
   // Whether the file, once read from, does not take changes: by its mode, or because its header
   // says so.
   bool isReadOnly() const;
+  // Of the file; absolute.
+  const char* path() const;
   // Rows that the last statement has changed.
   std::int64_t changes() const;
 
