@@ -9,7 +9,7 @@ find_package(Threads REQUIRED)
 find_package(simdjson REQUIRED)
 find_package(nlohmann_json REQUIRED)
 pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
-pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp)
+pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 
 find_package(CLI11 REQUIRED)

@@ -8,6 +8,12 @@
 
 namespace paperloom {
 
+// In pixels.
+struct ImageSize {
+  int width = 0;
+  int height = 0;
+};
+
 // A decoded picture: immutable pixels, four bytes each (red, green, blue, alpha; alpha not
 // multiplied in), rows from the top without padding. Safe to read from any thread.
 class Image {

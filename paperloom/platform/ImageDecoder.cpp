@@ -1,10 +1,14 @@
 #include "paperloom/platform/ImageDecoder.h"
 
+#include <cstring>
 #include <mutex>
-#include <new>
 #include <utility>
 
-#include "paperloom/platform/internal/image/ImageFormats.h"
+#include "paperloom/platform/internal/image/ImageJPEG.h"
+#include "paperloom/platform/internal/image/ImagePNG.h"
+#include "paperloom/platform/internal/image/ImageWebP.h"
+#include "paperloom/platform/internal/image/Orientation.h"
+#include "paperloom/platform/internal/image/PixelSink.h"
 
 namespace paperloom {
 namespace {
@@ -34,23 +38,43 @@ void ImageDecoder::setCurrent(std::shared_ptr<const ImageDecoder> decoder) {
   std::swap(slot.decoder, decoder);  // the old one dies after the lock is released
 }
 
-std::shared_ptr<const Image> StandardImageDecoder::decode(std::string_view bytes) const {
-  if (bytes.starts_with("\xff\xd8\xff")) return internal::decodeJPEG(bytes, maximumPixels_);
-  if (bytes.starts_with("\x89PNG\r\n\x1a\n")) return internal::decodePNG(bytes, maximumPixels_);
+std::shared_ptr<const Image> ImageDecoder::decodeToFit(std::string_view bytes,
+                                                       ImageSize maximum) const {
+  const auto whole = decode(bytes);
+  if (!whole) return nullptr;
+  const ImageSize size{whole->width(), whole->height()};
+  const ImageSize target = internal::storedTarget(size, internal::uprightOrientation, maximum);
+  if (target.width == size.width && target.height == size.height) return whole;
+  internal::PixelSink sink(size, target, internal::uprightOrientation);
+  if (!sink.isUsable()) return nullptr;
+  const std::size_t stride = static_cast<std::size_t>(size.width) * 4;
+  for (std::size_t row = 0; row < whole->pixels().size(); row += stride) {
+    std::memcpy(sink.nextRow(), whole->pixels().data() + row, stride);
+    sink.take();
+  }
+  return sink.finish();
+}
+
+namespace {
+
+std::shared_ptr<const Image> decodeAny(std::string_view bytes, const internal::ImageWish& wish) {
+  if (bytes.starts_with("\xff\xd8\xff")) return internal::decodeJPEG(bytes, wish);
+  if (bytes.starts_with("\x89PNG\r\n\x1a\n")) return internal::decodePNG(bytes, wish);
   if (bytes.starts_with("RIFF") && bytes.substr(0, 12).ends_with("WEBP")) {
-    return internal::decodeWebP(bytes, maximumPixels_);
+    return internal::decodeWebP(bytes, wish);
   }
   return nullptr;
 }
 
-namespace internal {
+}  // namespace
 
-std::unique_ptr<std::uint8_t[]> pixelBuffer(std::int64_t width, std::int64_t height,
-                                            std::int64_t maximumPixels) {
-  if (width <= 0 || height <= 0 || width > maximumPixels / height) return nullptr;
-  const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
-  return std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[size]);
+std::shared_ptr<const Image> StandardImageDecoder::decode(std::string_view bytes) const {
+  return decodeAny(bytes, {.maximumPixels = maximumPixels_});
 }
 
-}  // namespace internal
+std::shared_ptr<const Image> StandardImageDecoder::decodeToFit(std::string_view bytes,
+                                                               ImageSize maximum) const {
+  return decodeAny(bytes, {.maximumPixels = maximumPixels_, .fit = maximum});
+}
+
 }  // namespace paperloom

@@ -1,10 +1,12 @@
 #include <csetjmp>
 #include <cstdio>
+#include <optional>
 
 // The library's header needs FILE and size_t before it.
 #include <jpeglib.h>
 
-#include "paperloom/platform/internal/image/ImageFormats.h"
+#include "paperloom/platform/internal/image/ImageJPEG.h"
+#include "paperloom/platform/internal/image/Orientation.h"
 
 #include <jerror.h>
 
@@ -21,9 +23,7 @@ struct Decoding {
   jpeg_error_mgr errors{};
   jpeg_progress_mgr progress{};
   std::jmp_buf failure{};
-  std::unique_ptr<std::uint8_t[]> pixels;
-  int width = 0;
-  int height = 0;
+  std::optional<PixelSink> sink;
 };
 
 Decoding& decoding(j_common_ptr info) { return *static_cast<Decoding*>(info->client_data); }
@@ -55,31 +55,55 @@ void convertInks(std::uint8_t* row, int width, bool inverted) {
   }
 }
 
+int orientationOf(const jpeg_decompress_struct& info) {
+  for (auto* marker = info.marker_list; marker != nullptr; marker = marker->next) {
+    const std::string_view block(reinterpret_cast<const char*>(marker->data), marker->data_length);
+    if (block.starts_with("Exif")) return orientationFromExif(block);
+  }
+  return uprightOrientation;
+}
+
+// The least of the fast reductions that the format knows by itself and that leaves enough.
+void reduce(jpeg_decompress_struct& info, ImageSize target) {
+  info.scale_denom = 8;
+  for (const unsigned scale : {1U, 2U, 4U, 8U}) {
+    info.scale_num = scale;
+    jpeg_calc_output_dimensions(&info);
+    if (info.output_width >= static_cast<unsigned>(target.width) &&
+        info.output_height >= static_cast<unsigned>(target.height)) {
+      return;
+    }
+  }
+}
+
 // No object with a destructor may live in this frame: the library's errors jump across it.
-bool run(Decoding& state, const unsigned char* bytes, std::size_t size,
-         std::int64_t maximumPixels) {
+bool run(Decoding& state, const unsigned char* bytes, std::size_t size, const ImageWish& wish) {
   jpeg_decompress_struct& info = state.info;
   if (setjmp(state.failure) != 0) return false;
   jpeg_create_decompress(&info);
   info.mem->max_memory_to_use = maximumWorkingMemory;
   info.progress = &state.progress;
   jpeg_mem_src(&info, bytes, size);
+  jpeg_save_markers(&info, JPEG_APP0 + 1, 0xFFFF);
   jpeg_read_header(&info, TRUE);
 
-  state.pixels = pixelBuffer(info.image_width, info.image_height, maximumPixels);
-  if (!state.pixels) return false;
-  state.width = static_cast<int>(info.image_width);
-  state.height = static_cast<int>(info.image_height);
+  const ImageSize whole{static_cast<int>(info.image_width), static_cast<int>(info.image_height)};
+  if (!isWithin(wish.maximumPixels, whole)) return false;
+  const int orientation = orientationOf(info);
+  const ImageSize target = storedTarget(whole, orientation, wish.fit);
+  reduce(info, target);
+  const ImageSize source{static_cast<int>(info.output_width), static_cast<int>(info.output_height)};
+  PixelSink& sink = state.sink.emplace(source, target, orientation);
+  if (!sink.isUsable()) return false;
 
   const bool inks = info.jpeg_color_space == JCS_CMYK || info.jpeg_color_space == JCS_YCCK;
   info.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
   jpeg_start_decompress(&info);
-  const std::size_t stride = static_cast<std::size_t>(state.width) * 4;
   while (info.output_scanline < info.output_height) {
-    JSAMPROW row = state.pixels.get() + info.output_scanline * stride;
-    if (jpeg_read_scanlines(&info, &row, 1) == 1 && inks) {
-      convertInks(row, state.width, info.saw_Adobe_marker == TRUE);
-    }
+    JSAMPROW row = sink.nextRow();
+    if (jpeg_read_scanlines(&info, &row, 1) != 1) return false;
+    if (inks) convertInks(row, source.width, info.saw_Adobe_marker == TRUE);
+    sink.take();
   }
   jpeg_finish_decompress(&info);
   return true;
@@ -87,7 +111,7 @@ bool run(Decoding& state, const unsigned char* bytes, std::size_t size,
 
 }  // namespace
 
-std::shared_ptr<const Image> decodeJPEG(std::string_view bytes, std::int64_t maximumPixels) {
+std::shared_ptr<const Image> decodeJPEG(std::string_view bytes, const ImageWish& wish) {
   Decoding state;
   state.info.err = jpeg_std_error(&state.errors);
   state.info.client_data = &state;
@@ -96,10 +120,9 @@ std::shared_ptr<const Image> decodeJPEG(std::string_view bytes, std::int64_t max
   state.errors.output_message = onOutput;
   state.progress.progress_monitor = onProgress;
   const bool whole =
-      run(state, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), maximumPixels);
+      run(state, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), wish);
   jpeg_destroy_decompress(&state.info);
-  if (!whole) return nullptr;
-  return std::make_shared<const Image>(state.width, state.height, std::move(state.pixels));
+  return whole ? state.sink->finish() : nullptr;
 }
 
 }  // namespace paperloom::internal
