@@ -24,7 +24,8 @@ Account requireAccount(const AccountStore& store) {
 void report(Host& host, const JSON& json, const std::string& sentence, bool failed) {
   if (host.json()) host.output().line(dump(json));
   if (failed) {
-    throw Failure(fmt::format("{}: {}", json["case"].get<std::string>(), sentence));
+    const auto name = json["case"].get<std::string>();
+    throw Failure(name == "error" ? sentence : fmt::format("{}: {}", name, sentence));
   }
   if (!host.json()) host.output().line(sentence);
 }
@@ -39,13 +40,13 @@ void login(Host& host, const std::string& identifier, const std::string& passwor
 void entitlement(Host& host) {
   Identity identity(host, accountStore(host));
   const auto result = identity.check(requireAccount(identity.store()));
-  report(host, toJSON(result), sentence(result), result.value.index() > 1);
+  report(host, toJSON(result), sentence(result, identity.isRefreshed()), result.value.index() > 1);
 }
 
 void refresh(Host& host) {
   Identity identity(host, accountStore(host));
   const auto result = identity.refresh(requireAccount(identity.store()));
-  report(host, toJSON(result), sentence(result), result.value.index() > 0);
+  report(host, toJSON(result), sentence(result, identity.isRefreshed()), result.value.index() > 0);
 }
 
 void registerAccount(Host& host, RegistrationOperation::Arguments arguments,
@@ -55,14 +56,29 @@ void registerAccount(Host& host, RegistrationOperation::Arguments arguments,
   report(host, toJSON(result), sentence(result), result.value.index() > 1);
 }
 
-void unlink(Host& host, const std::string& kind, const std::string& email) {
+void unlink(Host& host, const std::string& kind, const std::optional<std::string>& email) {
   using Link = Identity::Link;
   static const std::map<std::string, Link> links = {
       {"email", Link::email}, {"facebook", Link::facebook}, {"google", Link::google}};
+  const Link link = links.at(kind);
+  if (email && link != Link::email) {
+    throw Failure(fmt::format("--email means nothing to `unlink {}`", kind), usageStatus);
+  }
   Identity identity(host, accountStore(host));
   const Account account = requireAccount(identity.store());
-  identity.unlink(links.at(kind), account, email.empty() ? account.identifier : email);
-  report(host, {{"case", "success"}}, fmt::format("The {} sign-in is removed.", kind), false);
+  const bool knowsAddress =
+      account.credentialType == rawValue(AuthenticationLoginCredentialType::emailAndPassword);
+  if (link == Link::email && !email && !knowsAddress) {
+    throw Failure("the login is none by e-mail; say the address to remove with --email",
+                  usageStatus);
+  }
+  const auto error = identity.unlink(link, account, email.value_or(account.identifier));
+  if (!error) {
+    return report(host, {{"case", "success"}}, fmt::format("The {} sign-in is removed.", kind),
+                  false);
+  }
+  report(host, {{"case", caseName(error->which())}, {"details", error->details()}},
+         unlinkSentence(*error), true);
 }
 
 void account(Host& host) {
@@ -113,6 +129,7 @@ void addAccountCommands(CLI::App& app, Action& action) {
     std::string identifier;
     std::string passwordFile;
     std::string link;
+    std::optional<std::string> address;
     RegistrationOperation::Arguments registration;
   };
   auto arguments = std::make_shared<Arguments>();
@@ -148,13 +165,13 @@ void addAccountCommands(CLI::App& app, Action& action) {
   addPasswordFile(command, arguments->passwordFile);
 
   command = add("unlink", "Remove a way of signing in from the account",
-                [arguments](Host& host) { unlink(host, arguments->link, arguments->identifier); });
+                [arguments](Host& host) { unlink(host, arguments->link, arguments->address); });
   command->add_option("link", arguments->link, "email, facebook or google")
       ->required()
       ->check(CLI::IsMember({"email", "facebook", "google"}))
       ->option_text(" ");
   command
-      ->add_option("--email", arguments->identifier,
+      ->add_option("--email", arguments->address,
                    "The e-mail address to remove, when it is not the one logged in with")
       ->type_name("ADDRESS");
 

@@ -36,7 +36,7 @@ void stats(Host& host) {
                              byteSize(cache->diskCapacity())));
   row("in memory", fmt::format("{} of {}", byteSize(cache->currentMemoryUsage()),
                                byteSize(cache->memoryCapacity())));
-  row("file", printableLine(cache->diskFile().string()));
+  row("file", printableText(cache->diskFile().string()));
 }
 
 // What the rules say of an entry, as a session would find it now.

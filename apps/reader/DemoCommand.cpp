@@ -12,14 +12,10 @@
 namespace paperloom::reader {
 namespace {
 
-// The tour has an account file of its own, so that a person who is logged in stays it.
+// The tour has an account of its own, so that a person who is logged in stays it.
 class Tour {
  public:
-  explicit Tour(Host& host) : host_(host), account_(host.file("demo-account.json")) {}
-  ~Tour() {
-    std::error_code ignored;
-    std::filesystem::remove(account_.file(), ignored);
-  }
+  explicit Tour(Host& host) : host_(host), identity_(host, AccountStore::inMemory()) {}
   Tour(const Tour&) = delete;
   Tour& operator=(const Tour&) = delete;
 
@@ -57,7 +53,7 @@ class Tour {
 
   void read(const URL& url) {
     const auto answer = host_.article(url);
-    printArticle(host_, *answer.record, accessOf(account_), true);
+    printArticle(host_, *answer.record, accessOf(identity_.store()), true);
     printOrigin(host_, answer.origin);
   }
 
@@ -68,16 +64,17 @@ class Tour {
       read(*premium);
     }
     chapter("Logging in", "paperloom login");
-    Identity identity(host_, account_);
     const sample::SampleAccount& sample = sample::sampleAccounts().front();
-    const auto login = identity.login(std::string(sample.identifier), std::string(sample.authKey));
+    const auto login = identity_.login(std::string(sample.identifier), std::string(sample.authKey));
     say(fmt::format("{}: {}", sample.identifier, sentence(login)));
 
     chapter("What may this account read?", "paperloom entitlement");
-    say(sentence(identity.check(account())));
+    const auto check = identity_.check(account());
+    say(sentence(check, identity_.isRefreshed()));
 
     chapter("New tokens for old", "paperloom refresh");
-    say(sentence(identity.refresh(account())));
+    const auto refresh = identity_.refresh(account());
+    say(sentence(refresh, identity_.isRefreshed()));
 
     if (premium) {
       chapter("The premium story again", "paperloom article URL");
@@ -85,8 +82,8 @@ class Tour {
     }
   }
 
-  Account account() const {
-    auto account = account_.load();
+  Account account() {
+    auto account = identity_.store().load();
     if (!account) throw Failure("the login of the demo account failed");
     return std::move(*account);
   }
@@ -138,7 +135,7 @@ class Tour {
   }
 
   Host& host_;
-  AccountStore account_;
+  Identity identity_;
 };
 
 void demo(Host& host) {

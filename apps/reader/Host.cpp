@@ -5,6 +5,7 @@
 
 #include <array>
 #include <charconv>
+#include <cstdlib>
 
 #include "apps/reader/Files.h"
 #include "apps/reader/Signals.h"
@@ -21,7 +22,7 @@ bool isWebURL(const URL& url) {
 URL webURL(const std::string& text, std::string_view what) {
   auto url = URL::parse(text);
   if (!url || !isWebURL(*url)) {
-    throw Failure(fmt::format("{} is not an http or https URL: {}", what, printableLine(text)));
+    throw Failure(fmt::format("{} is not an http or https URL: {}", what, printableText(text)));
   }
   return std::move(*url);
 }
@@ -29,14 +30,10 @@ URL webURL(const std::string& text, std::string_view what) {
 // The port that the embedded service had last time: with the same one again, the cached answers of
 // earlier runs are found under their URLs.
 int rememberedPort(const std::filesystem::path& file) {
-  try {
-    const std::string text = readFileIfPresent(file).value_or("");
-    int port = 0;
-    std::from_chars(text.data(), text.data() + text.size(), port);
-    return port > 1023 && port < 65'536 ? port : 0;
-  } catch (const Failure&) {
-    return 0;
-  }
+  const std::string text = readOwnFile(file).value_or("");
+  int port = 0;
+  std::from_chars(text.data(), text.data() + text.size(), port);
+  return port > 1023 && port < 65'536 ? port : 0;
 }
 
 void rememberPort(const std::filesystem::path& file, int port) {
@@ -47,15 +44,30 @@ void rememberPort(const std::filesystem::path& file, int port) {
   }
 }
 
+// The embedded service is reached directly, whatever proxy the environment names. No thread runs
+// yet that might read the environment.
+void exemptLoopbackFromProxies() {
+  const auto variable = [](const char* name) -> std::string {
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "";
+  };
+  std::string exempt = variable("no_proxy");
+  if (exempt.empty()) exempt = variable("NO_PROXY");
+  if (exempt == "*") return;
+  exempt += exempt.empty() ? "127.0.0.1" : ",127.0.0.1";
+  ::setenv("no_proxy", exempt.c_str(), 1);
+}
+
 }  // namespace
 
 Host::Host(GlobalOptions options) : options_(std::move(options)) {
+  if (options_.contentURL.empty() || options_.identityURL.empty()) exemptLoopbackFromProxies();
   if (options_.dataDirectory.empty()) return;
   const auto directory = std::filesystem::absolute(options_.dataDirectory);
   std::error_code ignored;
   if (std::filesystem::exists(directory, ignored) &&
       !std::filesystem::is_directory(directory, ignored)) {
-    throw Failure("--data-dir is not a folder: " + printableLine(options_.dataDirectory));
+    throw Failure("--data-dir is not a folder: " + printableText(options_.dataDirectory));
   }
   ApplicationDirectories::setCachesDirectory(directory);
   ApplicationDirectories::setSettingsDirectory(directory);
@@ -99,7 +111,7 @@ URL Host::identityURL() {
 URL Host::resolve(const std::string& text) {
   auto url = URL::parse(text);
   if (url) url = resolveIfPossible(*url);
-  if (!url) throw Failure("not an http or https URL: " + printableLine(text));
+  if (!url) throw Failure("not an http or https URL: " + printableText(text));
   return std::move(*url);
 }
 

@@ -1,18 +1,11 @@
 #include "apps/reader/Identity.h"
 
-#include "paperloom/identity/ContentAuthorisation.h"
+#include "apps/reader/Signals.h"
+#include "paperloom/identity/LoginKeeper.h"
 #include "paperloom/identity/RegistrationCoordinator.h"
 #include "paperloom/network/AuthSessionManager.h"
 
 namespace paperloom::reader {
-namespace {
-
-std::shared_ptr<const ContentAuthorisationProtocol> authorisation(const Account& account) {
-  return std::make_shared<const ContentAuthorisation>(account.accessToken, account.refreshToken,
-                                                      account.idToken);
-}
-
-}  // namespace
 
 Identity::Identity(Host& host, AccountStore store) : host_(host), store_(std::move(store)) {
   const auto session = std::make_shared<AuthSessionManager>();
@@ -28,70 +21,77 @@ void Identity::run(const std::shared_ptr<Operation>& operation) {
   operation->setCompletionBlock(
       [finished] { DispatchQueue::main().async([finished] { *finished = true; }); });
   queue_.addOperation(operation);
-  host_.waitUntil([&] { return *finished; });
+  try {
+    host_.waitUntil([&] { return *finished; });
+  } catch (const Interrupted&) {
+    if (login_) login_->settle();
+    throw;
+  }
+  if (login_) login_->throwIfFailed();
 }
 
-void Identity::keep(Account account, const ContentAuthorisationProtocol* tokens,
-                    bool premium) const {
-  if (tokens != nullptr) {
-    account.accessToken = tokens->accessToken();
-    account.refreshToken = tokens->refreshToken();
-    account.idToken = tokens->idToken();
-  }
-  account.premium = premium;
+template <class SomeOperation>
+auto Identity::runWith(const Account& account) {
+  login_ = std::make_shared<AccountLogin>(store_, account);
+  const auto operation = std::make_shared<SomeOperation>(
+      authorisationOf(account), std::make_shared<LoginKeeper>(authentication_, login_));
+  run(operation);
+  return *operation->result();
+}
+
+void Identity::keepPremium(bool premium) {
+  store_.change(login_->refreshToken(), [&](Account& account) {
+    account.premium = premium;
+    account.checkedAt = currentDate();
+  });
+}
+
+void Identity::keepLogin(Account account, const ContentAuthorisationProtocol& tokens) {
+  account.accessToken = tokens.accessToken();
+  account.refreshToken = tokens.refreshToken();
+  account.idToken = tokens.idToken();
   account.checkedAt = currentDate();
   store_.save(account);
 }
 
 LoginOperationResult Identity::login(const std::string& identifier, const std::string& password) {
   using Type = AuthenticationLoginCredentialType;
+  using Outcome = LoginOperationResult;
   const bool isEmail = identifier.find('@') != std::string::npos;
   const Type type = isEmail ? Type::emailAndPassword : Type::kxNumber;
   const auto operation =
       std::make_shared<LoginOperation>(identifier, password, type, authentication_);
   run(operation);
 
-  const LoginOperationResult result = *operation->loginResult();
+  const Outcome result = *operation->loginResult();
   Account account;
   account.identifier = identifier;
   account.credentialType = rawValue(type);
-  if (const auto* in = std::get_if<LoginOperationResult::LoggedInAndPremium>(&result.value)) {
-    keep(account, in->content.get(), true);
-  } else if (const auto* plain =
-                 std::get_if<LoginOperationResult::LoggedInAndNotPremium>(&result.value)) {
-    keep(account, plain->content.get(), false);
+  if (const auto* in = std::get_if<Outcome::LoggedInAndPremium>(&result.value)) {
+    account.premium = true;
+    keepLogin(account, *in->content);
+  } else if (const auto* plain = std::get_if<Outcome::LoggedInAndNotPremium>(&result.value)) {
+    account.premium = false;
+    keepLogin(account, *plain->content);
   }
   return result;
 }
 
-CheckEntitlementOperationResult Identity::check(Account account) {
+CheckEntitlementOperationResult Identity::check(const Account& account) {
   using Outcome = CheckEntitlementOperationResult;
-  const auto operation =
-      std::make_shared<CheckEntitlementOperation>(authorisation(account), authentication_);
-  run(operation);
-
-  const Outcome result = *operation->result();
-  if (const auto* premium = std::get_if<Outcome::Premium>(&result.value)) {
-    keep(account, premium->newAuthorisation.get(), true);
-  } else if (const auto* plain = std::get_if<Outcome::NotPremium>(&result.value)) {
-    keep(account, plain->newAuthorisation.get(), false);
-  } else if (std::holds_alternative<Outcome::RefreshTokenFailed>(result.value)) {
-    keep(account, nullptr, false);
+  const Outcome result = runWith<CheckEntitlementOperation>(account);
+  if (!std::holds_alternative<Outcome::OtherFailure>(result.value)) {
+    keepPremium(std::holds_alternative<Outcome::Premium>(result.value));
   }
   return result;
 }
 
-RefreshTokenThenCheckEntitlementsOperationResult Identity::refresh(Account account) {
+RefreshTokenThenCheckEntitlementsOperationResult Identity::refresh(const Account& account) {
   using Outcome = RefreshTokenThenCheckEntitlementsOperationResult;
-  const auto operation = std::make_shared<RefreshTokenThenCheckEntitlementsOperation>(
-      authorisation(account), authentication_);
-  run(operation);
-
-  const Outcome result = *operation->result();
-  if (const auto* success = std::get_if<Outcome::Success>(&result.value)) {
-    keep(account, success->contentAuthorisation.get(), success->premium == Premium::premium);
-  } else if (std::holds_alternative<Outcome::RefreshTokenInvalid>(result.value)) {
-    keep(account, nullptr, false);
+  const Outcome result = runWith<RefreshTokenThenCheckEntitlementsOperation>(account);
+  if (!std::holds_alternative<Outcome::OtherFailure>(result.value)) {
+    const auto* success = std::get_if<Outcome::Success>(&result.value);
+    keepPremium(success != nullptr && success->premium == Premium::premium);
   }
   return result;
 }
@@ -116,7 +116,8 @@ UserRegistrationResult Identity::registerAccount(
   return result;
 }
 
-void Identity::unlink(Link link, const Account& account, const std::string& email) {
+std::optional<PaperloomError> Identity::unlink(Link link, const Account& account,
+                                               const std::string& email) {
   struct Outcome {
     bool done = false;
     std::optional<PaperloomError> error;
@@ -142,7 +143,7 @@ void Identity::unlink(Link link, const Account& account, const std::string& emai
       break;
   }
   host_.waitUntil([&] { return outcome->done; });
-  if (outcome->error) throw Failure(*outcome->error);
+  return outcome->error;
 }
 
 }  // namespace paperloom::reader

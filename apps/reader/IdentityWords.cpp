@@ -25,8 +25,11 @@ struct LoginWords {
   }
 };
 
+constexpr auto notLearned = "the tokens are new, but the entitlement could not be learned";
+
 struct CheckWords {
   using Outcome = CheckEntitlementOperationResult;
+  bool refreshed;
   std::string operator()(const Outcome::Premium& outcome) const {
     return (outcome.newAuthorisation ? "Premium, after a refresh; " : "Premium; ") + access(true);
   }
@@ -38,12 +41,13 @@ struct CheckWords {
     return "the login is no longer valid; log in again";
   }
   std::string operator()(const Outcome::OtherFailure&) const {
-    return "the entitlement could not be learned; what was known stays";
+    return refreshed ? notLearned : "the entitlement could not be learned; what was known stays";
   }
 };
 
 struct RefreshWords {
   using Outcome = RefreshTokenThenCheckEntitlementsOperationResult;
+  bool refreshed;
   std::string operator()(const Outcome::Success& outcome) const {
     return "The tokens are new; " + access(outcome.premium == Premium::premium);
   }
@@ -51,7 +55,7 @@ struct RefreshWords {
     return "the login is no longer valid; log in again";
   }
   std::string operator()(const Outcome::OtherFailure&) const {
-    return "the tokens could not be refreshed";
+    return refreshed ? notLearned : "the tokens could not be refreshed";
   }
 };
 
@@ -72,7 +76,9 @@ struct RegistrationWords {
   std::string operator()(const Outcome::Timeout&) const {
     return "the service did not answer; the account may or may not be made";
   }
-  std::string operator()(const Outcome::Failed&) const { return "the account is not made"; }
+  std::string operator()(const Outcome::Failed&) const {
+    return "the service gave no usable answer; the account may or may not be made";
+  }
 
   static std::string welcome(const RegistrationResponseModelProtocol& person) {
     return "Welcome, " + printableLine(person.firstName()) + ". ";
@@ -85,16 +91,22 @@ std::string sentence(const LoginOperationResult& result) {
   return std::visit(LoginWords(), result.value);
 }
 
-std::string sentence(const CheckEntitlementOperationResult& result) {
-  return std::visit(CheckWords(), result.value);
+std::string sentence(const CheckEntitlementOperationResult& result, bool refreshed) {
+  return std::visit(CheckWords{refreshed}, result.value);
 }
 
-std::string sentence(const RefreshTokenThenCheckEntitlementsOperationResult& result) {
-  return std::visit(RefreshWords(), result.value);
+std::string sentence(const RefreshTokenThenCheckEntitlementsOperationResult& result,
+                     bool refreshed) {
+  return std::visit(RefreshWords{refreshed}, result.value);
 }
 
 std::string sentence(const UserRegistrationResult& result) {
   return std::visit(RegistrationWords(), result.value);
+}
+
+std::string unlinkSentence(const PaperloomError& error) {
+  if (error.details() != "Response code 401") return error.details();
+  return error.details() + ", the access token is no longer accepted; refresh first";
 }
 
 }  // namespace paperloom::reader

@@ -47,7 +47,7 @@ class SilentTerminal {
         Signals::throwIfReceived();
         if (errno != EINTR) throw Failure("the password cannot be read from the terminal");
       } else {
-        text += c;
+        if (c != '\n') text += c;
       }
     }
     return text;
@@ -68,9 +68,7 @@ std::string prompt() {
 
 std::string readPassword(const std::string& file) {
   const bool ask = file.empty() && ::isatty(STDIN_FILENO) == 1;
-  std::string password = ask ? prompt() : readInput(file.empty() ? "-" : file);
-  password.erase(std::min(password.find('\n'), password.size()));
-  if (password.ends_with('\r')) password.pop_back();
+  const std::string password = ask ? prompt() : readInputLine(file.empty() ? "-" : file);
   if (password.empty()) throw Failure("the password is empty");
   return password;
 }

@@ -38,7 +38,7 @@ void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {
 }
 
 std::optional<std::string> numberedCard(const Host& host, std::size_t number) {
-  const auto bytes = readFileIfPresent(host.file(numbersFile));
+  const auto bytes = readOwnFile(host.file(numbersFile));
   std::string_view rest = bytes ? std::string_view(*bytes) : std::string_view();
   for (std::size_t line = 1; !rest.empty(); ++line) {
     const std::string_view url = rest.substr(0, rest.find('\n'));

@@ -76,7 +76,7 @@ void image(Host& host, const std::string& address, const std::string& out) {
   const URL url = host.resolve(address);
   const auto answer = host.image(url);
   if (!answer.record) {
-    throw Failure("no image can be loaded from " + printableLine(url.absoluteString()));
+    throw Failure("no image can be loaded from " + printableText(url.absoluteString()));
   }
   if (!out.empty()) {
     const Data bytes = originalBytes(host, url);
@@ -90,7 +90,7 @@ void image(Host& host, const std::string& address, const std::string& out) {
   }
   host.output().line(fmt::format("{} x {} pixels{}", answer.record->width(),
                                  answer.record->height(),
-                                 out.empty() ? "" : ", saved as " + printableLine(out)));
+                                 out.empty() ? "" : ", saved as " + printableText(out)));
   printOrigin(host, answer.origin);
 }
 

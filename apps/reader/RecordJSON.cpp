@@ -167,7 +167,13 @@ struct Writer {
     return object;
   }
 
-  static JSON json(Date date) { return DateFormatter::shared().string(date); }
+  // Null for an instant that the form cannot name: it has four digits for the year.
+  static JSON json(Date date) {
+    const std::string text = DateFormatter::shared().string(date);
+    const bool isExact =
+        DateFormatter::shared().date(text) == std::chrono::floor<std::chrono::seconds>(date);
+    return isExact ? JSON(text) : JSON();
+  }
 
   static JSON json(const AppMetadataProtocol& metadata) {
     return {{"sectionMetadata", list(metadata.sectionMetadata())},

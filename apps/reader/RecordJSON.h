@@ -14,7 +14,8 @@ using JSON = nlohmann::ordered_json;
 
 // The records as JSON: keys are the field names, computed properties included; what a record does
 // not have is null; an enumeration is its raw value, or its case name where it has none; a tagged
-// variant is an object with its alternative under "case" beside its payload; dates are in UTC.
+// variant is an object with its alternative under "case" beside its payload; dates are in UTC, to
+// the second, and null outside the years 0 to 9999.
 JSON toJSON(const AppMetadataProtocol& metadata);
 JSON toJSON(const StreamProtocol& stream);
 JSON toJSON(const ArticleProtocol& article);

@@ -32,8 +32,10 @@ void Signals::install() {
   ::sigemptyset(&action.sa_mask);
   ::sigaction(SIGINT, &action, nullptr);
   ::sigaction(SIGTERM, &action, nullptr);
-  // Output that nobody reads any more is an error of the write, not the end of the process.
+  // Output that nobody reads any more, or that grows too large, is an error of the write, not the
+  // end of the process.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int Signals::fileDescriptor() { return selfPipe[0]; }

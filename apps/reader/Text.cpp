@@ -76,16 +76,20 @@ bool space(char32_t c) {
   return c == ' ' || (c >= '\t' && c <= '\r') || c == 0x2028 || c == 0x2029;
 }
 
-std::string clean(std::string_view text, bool oneLine) {
+enum class Blanks { lines, oneEach, oneForMany };
+
+std::string clean(std::string_view text, Blanks blanks) {
   std::string result;
   result.reserve(text.size());
   bool gap = false;
   while (!text.empty()) {
     const Decoded next = decode(text);
     const char32_t c = next.character;
-    if (!oneLine && (c == '\n' || c == 0x2028 || c == 0x2029)) {
+    if (blanks == Blanks::lines && (c == '\n' || c == 0x2028 || c == 0x2029)) {
       result += '\n';
       gap = false;
+    } else if (blanks == Blanks::oneEach && space(c)) {
+      result += ' ';
     } else if (space(c)) {
       gap = true;
     } else if (!dangerous(c)) {
@@ -160,9 +164,11 @@ std::string localTime(Date date, const char* format) {
 
 }  // namespace
 
-std::string printable(std::string_view text) { return clean(text, false); }
+std::string printable(std::string_view text) { return clean(text, Blanks::lines); }
 
-std::string printableLine(std::string_view text) { return clean(text, true); }
+std::string printableLine(std::string_view text) { return clean(text, Blanks::oneForMany); }
+
+std::string printableText(std::string_view text) { return clean(text, Blanks::oneEach); }
 
 int displayWidth(std::string_view text) {
   int columns = 0;

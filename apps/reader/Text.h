@@ -16,6 +16,9 @@ namespace paperloom::reader {
 std::string printable(std::string_view text);
 // The same on one line: every run of white space becomes one space.
 std::string printableLine(std::string_view text);
+// The text as it is on one line, runs of blanks too, but for what is taken out of it; a line break
+// or a tab becomes one space.
+std::string printableText(std::string_view text);
 
 // Columns that printable UTF-8 text takes in a terminal; the codes of a Style take none.
 int displayWidth(std::string_view text);

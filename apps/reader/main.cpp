@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -62,7 +63,7 @@ int usage(const CLI::App& app, const CLI::ParseError& error) {
     output.flush();
     return 0;
   }
-  std::cerr << "error: " << printableLine(sentenceFor(app, error))
+  std::cerr << "error: " << printableText(sentenceFor(app, error))
             << "; --help tells what is understood\n";
   return usageStatus;
 }
@@ -98,10 +99,19 @@ int run(int argc, char** argv) {
   return 0;
 }
 
+// A file that is opened must not take the place of a standard stream that the parent has closed.
+void reopenStandardStreams() {
+  for (int fd = ::open("/dev/null", O_RDWR); fd >= 0; fd = ::open("/dev/null", O_RDWR)) {
+    if (fd <= STDERR_FILENO) continue;
+    ::close(fd);
+    return;
+  }
+}
+
 // Leaves the last word to standard error even when standard output is a terminal in mid-line.
 int fail(const std::string& text, int status) {
   std::fflush(stdout);
-  if (!text.empty()) std::cerr << "error: " << printableLine(text) << "\n";
+  if (!text.empty()) std::cerr << "error: " << printableText(text) << "\n";
   return status;
 }
 
@@ -110,6 +120,7 @@ int fail(const std::string& text, int status) {
 
 int main(int argc, char** argv) {
   using namespace paperloom::reader;
+  reopenStandardStreams();
   Signals::install();
   try {
     return run(argc, argv);

@@ -1,45 +1,17 @@
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
-
-#include "apps/sample_service/SampleService.h"
-#include "tests/reader/ReaderProcess.h"
+#include "tests/reader/AccountFixture.h"
 
 namespace paperloom {
 namespace {
 
-using JSON = nlohmann::ordered_json;
+using test::contentOf;
+using test::JSON;
 using test::Reader;
 using test::ReaderOutcome;
 using test::ReaderRun;
 
-class AccountCommands : public ::testing::Test {
- protected:
-  // Runs a command, collects all that it says, and gives its case.
-  std::string outcome(const std::vector<std::string>& arguments, const std::string& input = {}) {
-    std::vector<std::string> all = {"--json"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    last_ = reader_.run(all, input);
-    said_ += last_.out + last_.error;
-    const JSON json = JSON::parse(last_.out, nullptr, false);
-    return json.is_object() && json.contains("case") ? json["case"].get<std::string>() : "";
-  }
-
-  std::filesystem::path file() const { return reader_.folder() / "account.json"; }
-
-  JSON stored() const {
-    std::ifstream in(file());
-    return JSON::parse(in, nullptr, false);
-  }
-
-  std::unique_ptr<sample::SampleService> service_ = std::move(*sample::SampleService::start());
-  Reader reader_{{"--content-url", service_->baseURL(), "--identity-url", service_->identityURL()}};
-  ReaderOutcome last_;
-  std::string said_;
-};
+using AccountCommands = test::AccountFixture;
 
 TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
   struct Case {
@@ -56,11 +28,13 @@ TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
       {{"entitlement"}, "", "", 1},  // nobody is logged in
       {{"login", "premium@lantern.example"}, "wrong\n", "wrongUsernameAndPassword", 1},
       {{"login", "KX204417"}, "quayside-9", "loggedInAndPremium", 0},
+      {{"unlink", "email"}, "", "", 2},  // which address?
       {{"login", "reader@lantern.example"}, "breakwater-3\n", "loggedInAndNotPremium", 0},
       {{"entitlement"}, "", "notPremium", 0},
       {{"refresh"}, "", "success", 0},
       {{"unlink", "google"}, "", "success", 0},
-      {{"unlink", "google"}, "", "", 1},  // no such link any more
+      {{"unlink", "google"}, "", "networkError", 1},  // no such link any more
+      {{"unlink", "google", "--email", "a@b"}, "", "", 2},
       {{"login", "locked-out@lantern.example"}, "drydock-2", "loggedInAndNotPremium", 0},
       {{"entitlement"}, "", "refreshTokenFailed", 1},
       {{"refresh"}, "", "refreshTokenInvalid", 1},
@@ -128,9 +102,7 @@ TEST_F(AccountCommands, secretsAreNowhereButInTheAccountFile) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(reader_.folder())) {
       EXPECT_EQ(entry.path().string().find(secret), std::string::npos);
       if (!entry.is_regular_file() || entry.path() == file()) continue;
-      std::ifstream in(entry.path(), std::ios::binary);
-      const std::string bytes(std::istreambuf_iterator<char>(in), {});
-      EXPECT_EQ(bytes.find(secret), std::string::npos) << entry.path();
+      EXPECT_EQ(contentOf(entry.path()).find(secret), std::string::npos) << entry.path();
     }
   }
 }
@@ -147,17 +119,47 @@ TEST_F(AccountCommands, thePromptShowsNothingThatIsTyped) {
   EXPECT_NE(typed.out.find("Logged in"), std::string::npos) << typed.out;
 }
 
-TEST_F(AccountCommands, aDamagedAccountFileIsNobodyLoggedIn) {
-  for (const char* damage :
-       {"", "{", "[1]", R"({"accessToken": 1, "refreshToken": "r"})", "\xff"}) {
-    std::ofstream(file(), std::ios::trunc) << damage;
-    EXPECT_EQ(outcome({"account"}), "");
-    EXPECT_EQ(last_.status, 0) << last_.error;
-    EXPECT_NE(last_.out.find("\"loggedIn\": false"), std::string::npos);
+TEST_F(AccountCommands, aPasswordIsTheFirstLineOfWhatIsGiven) {
+  for (const char* input :
+       {"lighthouse-7", "lighthouse-7\nmore", "lighthouse-7\r\n\n", "\xEF\xBB\xBFlighthouse-7\n"}) {
+    ReaderRun run;
+    run.arguments = {"login", "premium@lantern.example"};
+    run.input = input;
+    run.inputStaysOpen = run.input.find('\n') != std::string::npos;
+    EXPECT_EQ(reader_.run(run).error, "") << input;
   }
-  std::filesystem::remove(file());
-  std::filesystem::create_directory(file());
-  EXPECT_EQ(reader_.run({"article", "articles/harbour-barrier-vote"}).status, 0);
+}
+
+TEST_F(AccountCommands, failuresSayWhatIsTrueAndWhatToDo) {
+  const struct {
+    std::vector<std::string> arguments;
+    std::string faults;
+    std::string error;
+  } rows[] = {
+      {{"login", "answer-500@lantern.example"}, "", "the login failed; nothing has changed"},
+      {{"register", "garbled@lantern.example", "--first-name", "A", "--last-name", "L"},
+       "",
+       "failed: the service gave no usable answer; the account may or may not be made"},
+      {{"login", "expired@lantern.example"}, "", ""},
+      {{"unlink", "google"},
+       "",
+       "networkError: Response code 401, the access token is no longer accepted; refresh first"},
+      {{"entitlement"},
+       "status=/identity/entitlement:500",
+       "otherFailure: the entitlement could not be learned; what was known stays"},
+      {{"refresh"},
+       "status=/identity/entitlement:500",
+       "otherFailure: the tokens are new, but the entitlement could not be learned"},
+      {{"refresh"}, "", ""},  // with these tokens
+      {{"refresh"},
+       "status=/identity/refreshToken:500",
+       "otherFailure: the tokens could not be refreshed"},
+  };
+  for (const auto& row : rows) {
+    service_->setFaults(*sample::FaultPlan::parse(row.faults));
+    const ReaderOutcome outcome = reader_.run(row.arguments, "lowtide-5\n");
+    EXPECT_EQ(outcome.error, row.error.empty() ? "" : "error: " + row.error + "\n");
+  }
 }
 
 }  // namespace

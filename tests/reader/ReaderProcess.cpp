@@ -3,13 +3,18 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <set>
 #include <stdexcept>
 
 namespace paperloom::test {
@@ -45,6 +50,14 @@ int openTerminal(int& host) {
   return ::open(::ptsname(host), O_RDWR | O_NOCTTY | O_CLOEXEC);
 }
 
+[[noreturn]] void executeReader(const std::vector<std::string>& arguments) {
+  std::vector<char*> all = {const_cast<char*>(PAPERLOOM_READER)};
+  for (const auto& argument : arguments) all.push_back(const_cast<char*>(argument.c_str()));
+  all.push_back(nullptr);
+  ::execv(PAPERLOOM_READER, all.data());
+  ::_exit(127);
+}
+
 [[noreturn]] void execute(const ReaderRun& run, int in, int out, int error) {
   ::setsid();
   if (run.terminal) ::ioctl(in, TIOCSCTTY, 0);
@@ -55,12 +68,12 @@ int openTerminal(int& host) {
   ::setenv("TZ", "UTC", 1);
   ::setenv("HOME", "/nonexistent", 1);
   for (const auto& [name, value] : run.environment) ::setenv(name.c_str(), value.c_str(), 1);
-  std::vector<char*> arguments = {const_cast<char*>(PAPERLOOM_READER)};
-  for (const auto& argument : run.arguments)
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
-  ::execv(PAPERLOOM_READER, arguments.data());
-  ::_exit(127);
+  for (const int fd : run.closed) ::close(fd);
+  if (run.largestFile != RLIM_INFINITY) {
+    const rlimit limit{run.largestFile, run.largestFile};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  executeReader(run.arguments);
 }
 
 // Takes what there is; false once the other side has closed.
@@ -99,7 +112,80 @@ void collect(const ReaderRun& run, pid_t child, int out, int error, ReaderOutcom
   }
 }
 
+// Whether the system call that the stopped thread is about to make changes or opens a file whose
+// path lies below `folder` and has `part` in its name.
+bool touches(pid_t thread, const std::filesystem::path& folder, const std::string& part) {
+  __ptrace_syscall_info call{};
+  if (::ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof call, &call) <= 0 ||
+      call.op != PTRACE_SYSCALL_INFO_ENTRY) {
+    return false;
+  }
+  static const std::set<std::uint64_t> byDescriptor = {
+      SYS_write, SYS_pwrite64, SYS_ftruncate, SYS_fsync, SYS_fdatasync, SYS_fallocate, SYS_fchmod};
+  static const std::set<std::uint64_t> byPath = {SYS_openat, SYS_unlinkat, SYS_linkat,
+                                                 SYS_renameat2};
+  static const std::set<std::uint64_t> byFirstPath = {
+#ifdef SYS_rename
+      SYS_open,
+      SYS_unlink,
+      SYS_link,
+      SYS_rename,
+#endif
+  };
+  const std::uint64_t number = call.entry.nr;
+  std::string path;
+  if (byDescriptor.contains(number)) {
+    std::error_code ignored;
+    path = std::filesystem::read_symlink(
+        "/proc/" + std::to_string(thread) + "/fd/" + std::to_string(call.entry.args[0]), ignored);
+  } else if (byPath.contains(number) || byFirstPath.contains(number)) {
+    path.resize(1024);
+    const std::uint64_t address = call.entry.args[byPath.contains(number) ? 1 : 0];
+    const iovec local{path.data(), path.size()};
+    const iovec remote{reinterpret_cast<void*>(address), path.size()};
+    if (::process_vm_readv(thread, &local, 1, &remote, 1, 0) <= 0) return false;
+    path = path.c_str();
+  }
+  return path.starts_with(folder.string()) && path.rfind(part) > folder.string().size() &&
+         path.rfind(part) != std::string::npos;
+}
+
 }  // namespace
+
+bool runReaderUntil(const std::vector<std::string>& arguments, int operation,
+                    const std::filesystem::path& folder, const std::string& part) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int nothing = ::open("/dev/null", O_RDWR);
+    for (const int fd : {0, 1, 2}) ::dup2(nothing, fd);
+    ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // it cannot look for leaks while it is traced
+    ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    ::raise(SIGSTOP);
+    executeReader(arguments);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ::ptrace(PTRACE_SETOPTIONS, child, nullptr,
+           PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL);
+  ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+  bool killed = false;
+  for (pid_t thread = 0; (thread = ::waitpid(-1, &status, __WALL)) > 0;) {
+    if (!WIFSTOPPED(status)) {
+      if (thread == child) break;
+      continue;
+    }
+    const int signal = WSTOPSIG(status);
+    const bool isCall = signal == (SIGTRAP | 0x80);
+    if (isCall && touches(thread, folder, part) && operation-- == 0) {
+      ::kill(child, SIGKILL);
+      killed = true;
+      continue;
+    }
+    const bool isOurs = isCall || signal == SIGTRAP || signal == SIGSTOP;
+    ::ptrace(PTRACE_SYSCALL, thread, nullptr, isOurs ? 0 : signal);
+  }
+  return killed;
+}
 
 ReaderOutcome runReader(const ReaderRun& run) {
   Pipe in;
@@ -125,7 +211,7 @@ ReaderOutcome runReader(const ReaderRun& run) {
   error.close(1);
   in.close(0);
   if (!run.terminal) type(in.ends[1], run.input);
-  in.close(1);
+  if (!run.inputStaysOpen) in.close(1);
 
   ReaderOutcome outcome;
   collect(run, child, run.terminal ? host : out.ends[0], error.ends[0], outcome);
@@ -143,12 +229,21 @@ ReaderOutcome Reader::run(std::vector<std::string> arguments, std::string input)
   return this->run(std::move(run));
 }
 
-ReaderOutcome Reader::run(ReaderRun run) const {
+std::vector<std::string> Reader::withCommon(std::vector<std::string> arguments) const {
   std::vector<std::string> all = {"--data-dir", folder().string()};
   all.insert(all.end(), always_.begin(), always_.end());
-  all.insert(all.end(), run.arguments.begin(), run.arguments.end());
-  run.arguments = std::move(all);
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return all;
+}
+
+ReaderOutcome Reader::run(ReaderRun run) const {
+  run.arguments = withCommon(std::move(run.arguments));
   return runReader(run);
+}
+
+bool Reader::runUntil(std::vector<std::string> arguments, int operation,
+                      const std::string& part) const {
+  return runReaderUntil(withCommon(std::move(arguments)), operation, folder(), part);
 }
 
 }  // namespace paperloom::test

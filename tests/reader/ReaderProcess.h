@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/resource.h>
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -14,7 +16,8 @@ namespace paperloom::test {
 // defaults.
 struct ReaderRun {
   std::vector<std::string> arguments;
-  std::string input;  // of standard input, which ends after it
+  std::string input;            // of standard input, which ends after it
+  bool inputStaysOpen = false;  // or rather not before the reader does
   std::vector<std::pair<std::string, std::string>> environment;
   // Standard input and output are a terminal of 100 columns, in which `input` is typed.
   bool terminal = false;
@@ -22,6 +25,8 @@ struct ReaderRun {
   std::string typeAfter;
   // Standard output is this file.
   std::string outputFile;
+  std::vector<int> closed;             // descriptors that the reader starts without
+  rlim_t largestFile = RLIM_INFINITY;  // as if the disk were full behind it
   // Asked again and again; SIGINT is sent once when it is true.
   std::function<bool()> interruptWhen;
 };
@@ -35,6 +40,11 @@ struct ReaderOutcome {
 // Runs the real executable to its end; a hang of a minute ends it by force.
 ReaderOutcome runReader(const ReaderRun& run);
 
+// Runs it without input or output and ends it by force right before its n-th operation (from 0) on
+// a file below `folder` whose name has `part` in it; false when it ended by itself before that.
+bool runReaderUntil(const std::vector<std::string>& arguments, int operation,
+                    const std::filesystem::path& folder, const std::string& part);
+
 // A reader with a data folder of its own, removed with this object.
 class Reader {
  public:
@@ -45,9 +55,14 @@ class Reader {
   // The same with anything else that `run` says; its arguments come last.
   ReaderOutcome run(ReaderRun run) const;
 
+  // runReaderUntil() for its own folder.
+  bool runUntil(std::vector<std::string> arguments, int operation, const std::string& part) const;
+
   const std::filesystem::path& folder() const { return folder_.path(); }
 
  private:
+  std::vector<std::string> withCommon(std::vector<std::string> arguments) const;
+
   TemporaryFolder folder_;
   std::vector<std::string> always_;
 };
