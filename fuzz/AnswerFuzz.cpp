@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "paperloom/platform/internal/http/ContentDecoder.h"
+#include "paperloom/platform/internal/http/ResponseBody.h"
 #include "paperloom/platform/internal/http/ResponseHead.h"
 
 namespace {
@@ -28,7 +28,7 @@ std::string_view readHead(std::string_view bytes, paperloom::internal::ResponseH
 
 }  // namespace
 
-// An answer from an untrusted server: its header, and its body in pieces through the decoder.
+// An answer from an untrusted server: its header, and its body in pieces.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using namespace paperloom::internal;
   ResponseHead head;
@@ -45,15 +45,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const auto coding = contentCoding(head.fields());
   if (!coding) return 0;
   constexpr std::int64_t limit = 1 << 20;
-  ContentDecoder decoder(*coding);
-  std::string decoded;
+  ResponseBody content(framing, *coding, limit);
   std::size_t piece = 1;
   while (!body.empty()) {
-    const auto status = decoder.decode(body.substr(0, piece), decoded, limit);
-    require(static_cast<std::int64_t>(decoded.size()) <= limit);
-    if (status != ContentDecoder::Status::ok) break;
+    const auto status = content.add(body.substr(0, piece));
+    require(content.received() <= static_cast<std::int64_t>(size));
+    if (status != ResponseBody::Status::ok) break;
     body.remove_prefix(std::min(piece, body.size()));
     piece *= 3;
   }
+  content.end();
+  require(static_cast<std::int64_t>(content.take().size()) <= limit);
   return 0;
 }

@@ -32,7 +32,8 @@ struct URLSessionConfiguration {
   std::int64_t maximumBodySize = std::int64_t{32} * 1024 * 1024;
   // A file of PEM certificates trusted beside the system's. Verification itself is always on.
   std::filesystem::path additionalCertificateAuthorities;
-  // A proxy URL. Without one the variables http_proxy, https_proxy, all_proxy and no_proxy count.
+  // A proxy URL, for every host. Without one the variables http_proxy, https_proxy, all_proxy and
+  // no_proxy count.
   std::string proxy;
 };
 
@@ -114,7 +115,9 @@ class PAPERLOOM_EXPORT URLSessionTask {
 // Cookie, none of a caller's own making; and no body: where that would have to go along, the
 // redirect itself is the answer. No cookies are kept, no .netrc is read. A GET or HEAD is sent
 // again once, on a fresh connection, when a kept connection ends before the answer begins; nothing
-// else ever is, and so everything else goes out on a fresh connection.
+// else ever is, and so everything else goes out on a fresh connection. A kept connection on which
+// bytes have come that answer nothing is not used again. A body whose chunks or coding break off, or
+// break their grammar, is an error.
 class PAPERLOOM_EXPORT URLSession {
  public:
   // Called exactly once for a task that was resumed or cancelled. Without an error there are both

@@ -7,6 +7,8 @@
 #include "tests/support/Fetch.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/Soak.h"
+#include "tests/support/TLSServer.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom::test {
 namespace {
@@ -69,6 +71,69 @@ TEST(Connections, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain)
     const auto before = server.requests().size();
     EXPECT_EQ(fetch(session, URLRequest(server.url("/"))).code(), Code::networkConnectionLost);
     EXPECT_EQ(server.requests().size() - before, 1U);
+  }
+}
+
+// Each of these would be the answer to the next request, and be stored under its URL.
+TEST(Connections, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
+  const std::string wrong = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nwrong";
+  const std::string late = "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\n\r\n";
+  const std::string firsts[] = {
+      "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nfirst",
+      "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfirst\r\n0\r\n\r\n",
+      "HTTP/1.1 204 No Content\r\n\r\n",
+      "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n",
+  };
+  const std::vector<Step> unasked[] = {{send(wrong)},
+                                       {send(late), closeConnection()},
+                                       {send("H")},
+                                       {send("\r\n")},
+                                       {send(std::string(50'000, 'x'))}};
+  for (const std::string& first : firsts) {
+    for (const auto& steps : unasked) {
+      for (const bool atOnce : {false, true}) {
+        SCOPED_TRACE(first + " | " + steps[0].bytes.substr(0, 30) + (atOnce ? " at once" : ""));
+        std::atomic<bool> sent = false;
+        ScriptedServer server([&](const Request& request) -> Script {
+          if (request.target != "/first") return answer("right");
+          Script script{send(first + (atOnce ? steps[0].bytes : "")), awaitRelease()};
+          if (!atOnce) script.push_back(steps[0]);
+          script.push_back(call([&] { sent = true; }));
+          script.insert(script.end(), steps.begin() + 1, steps.end());
+          return script;
+        });
+        URLSession session({});
+        EXPECT_FALSE(fetch(session, URLRequest(server.url("/first"))).error);
+        server.release();
+        while (!sent) std::this_thread::yield();
+        EXPECT_EQ(fetch(session, URLRequest(server.url("/second"))).body(), "right");
+        EXPECT_EQ(server.connections(), 2);
+        EXPECT_EQ(server.requests().back().connection, 2);
+      }
+    }
+  }
+}
+
+TEST(Connections, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot) {
+  using Afterwards = TLSServer::Afterwards;
+  const TemporaryFolder folder;
+  for (const Afterwards afterwards : {Afterwards::sendTicket, Afterwards::sendAnswer}) {
+    TLSServer server(
+        {.answer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody", .afterwards = afterwards});
+    server.writeAuthority(folder.path() / "authority.pem");
+    URLSessionConfiguration configuration;
+    configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
+    URLSession session(configuration);
+    for (int i = 0; i < 100; ++i) {
+      EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), "body");
+      while (server.answered() < server.requests()) std::this_thread::yield();
+    }
+    if (afterwards == Afterwards::sendTicket) {
+      EXPECT_EQ(server.connections(), 1);
+      EXPECT_EQ(server.requests(), 100);
+    } else {
+      EXPECT_EQ(server.connections(), 100);
+    }
   }
 }
 

@@ -1,6 +1,7 @@
 #include "tests/support/ScriptedServer.h"
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,12 +14,15 @@
 
 namespace paperloom::test {
 
-Step send(std::string bytes) { return {Step::Kind::send, std::move(bytes), {}}; }
-Step wait(std::chrono::milliseconds pause) { return {Step::Kind::wait, {}, pause}; }
-Step closeConnection() { return {Step::Kind::close, {}, {}}; }
-Step resetConnection() { return {Step::Kind::reset, {}, {}}; }
-Step hang() { return {Step::Kind::hang, {}, {}}; }
-Step awaitRelease() { return {Step::Kind::await, {}, {}}; }
+Step send(std::string bytes) { return {Step::Kind::send, std::move(bytes), {}, {}}; }
+Step wait(std::chrono::milliseconds pause) { return {Step::Kind::wait, {}, pause, {}}; }
+Step closeConnection() { return {Step::Kind::close, {}, {}, {}}; }
+Step resetConnection() { return {Step::Kind::reset, {}, {}, {}}; }
+Step hang() { return {Step::Kind::hang, {}, {}, {}}; }
+Step call(std::function<void()> function) {
+  return {Step::Kind::call, {}, {}, std::move(function)};
+}
+Step awaitRelease() { return {Step::Kind::await, {}, {}, {}}; }
 
 Script answer(std::string_view body, std::string_view fields, std::string_view status) {
   std::string bytes = "HTTP/1.1 ";
@@ -56,7 +60,12 @@ Listener::Listener() : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) 
 
 Listener::~Listener() { ::close(socket); }
 
-int Listener::accept() const { return accept4(socket, nullptr, nullptr, SOCK_CLOEXEC); }
+int Listener::accept() const {
+  const int accepted = accept4(socket, nullptr, nullptr, SOCK_CLOEXEC);
+  const int atOnce = 1;  // what is sent is there, whatever was sent before it
+  if (accepted >= 0) setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
+  return accepted;
+}
 
 void Listener::stop() const { ::shutdown(socket, SHUT_RDWR); }
 
@@ -188,6 +197,9 @@ bool ScriptedServer::perform(int socket, const Step& step) {
       setsockopt(socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
       return false;
     }
+    case Step::Kind::call:
+      step.function();
+      return true;
     case Step::Kind::close:
       return false;
   }

@@ -18,10 +18,11 @@ namespace paperloom::test {
 
 // One thing a scripted server does with a request.
 struct Step {
-  enum class Kind { send, wait, close, reset, hang, await };
+  enum class Kind { send, wait, close, reset, hang, await, call };
   Kind kind = Kind::send;
   std::string bytes{};
   std::chrono::milliseconds pause{};
+  std::function<void()> function{};
 };
 using Script = std::vector<Step>;
 
@@ -33,6 +34,7 @@ Step resetConnection();
 Step hang();
 // Goes on when somebody calls ScriptedServer::release().
 Step awaitRelease();
+Step call(std::function<void()> function);
 
 // A whole answer of that status with a Content-Length; `fields` are lines that end in "\r\n".
 Script answer(std::string_view body, std::string_view fields = "",

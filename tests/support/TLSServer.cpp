@@ -58,7 +58,9 @@ struct TLSServer::Secrets {
 };
 
 TLSServer::TLSServer(const Options& options)
-    : answer_(options.answer), secrets_(std::make_unique<Secrets>()) {
+    : answer_(options.answer),
+      afterwards_(options.afterwards),
+      secrets_(std::make_unique<Secrets>()) {
   std::signal(SIGPIPE, SIG_IGN);  // clients that do not trust us leave early
   Secrets& s = *secrets_;
   s.authority = makeCertificate("test authority", s.authorityKey.get(), -30, 30, nullptr,
@@ -96,13 +98,34 @@ void TLSServer::serve() {
     std::unique_ptr<SSL, Free<SSL_free>> tls(SSL_new(secrets_->context.get()));
     SSL_set_fd(tls.get(), connection);
     char request[4096];
-    if (SSL_accept(tls.get()) == 1 && SSL_read(tls.get(), request, sizeof request) > 0) {
+    ++connections_;
+    const bool isTrusted = SSL_accept(tls.get()) == 1;
+    while (isTrusted && SSL_read(tls.get(), request, sizeof request) > 0) {
       ++requests_;
-      SSL_write(tls.get(), answer_.data(), static_cast<int>(answer_.size()));
-      SSL_shutdown(tls.get());
+      answer(tls.get());
+      ++answered_;
+      if (afterwards_ == Afterwards::close) break;
     }
     tls.reset();
     ::close(connection);
+  }
+}
+
+void TLSServer::answer(SSL* tls) {
+  SSL_write(tls, answer_.data(), static_cast<int>(answer_.size()));
+  switch (afterwards_) {
+    case Afterwards::close:
+      SSL_shutdown(tls);
+      break;
+    case Afterwards::sendTicket:
+      SSL_new_session_ticket(tls);
+      SSL_do_handshake(tls);
+      break;
+    case Afterwards::sendAnswer: {
+      constexpr std::string_view unasked = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nwrong";
+      SSL_write(tls, unasked.data(), static_cast<int>(unasked.size()));
+      break;
+    }
   }
 }
 

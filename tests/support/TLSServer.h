@@ -8,12 +8,16 @@
 
 #include "tests/support/ScriptedServer.h"
 
+struct ssl_st;
+
 namespace paperloom::test {
 
 // An https server on a loopback port that gives every request the same bytes, behind a certificate
-// made for the occasion. One connection at a time, closed after its answer.
+// made for the occasion. One connection at a time.
 class TLSServer {
  public:
+  // What follows an answer: the end of the connection, or something that nobody has asked for.
+  enum class Afterwards { close, sendTicket, sendAnswer };
   struct Options {
     std::string answer{};
     std::string subject = "IP:127.0.0.1";  // the subjectAltName of the certificate
@@ -22,6 +26,7 @@ class TLSServer {
     bool selfSigned = false;      // nobody else vouches for it
     bool sendsAuthority = false;  // beside its own certificate
     bool onlyTLS11 = false;
+    Afterwards afterwards = Afterwards::close;
   };
   explicit TLSServer(const Options& options);
   ~TLSServer();
@@ -33,15 +38,23 @@ class TLSServer {
   void writeAuthority(const std::filesystem::path& file) const;
   // How many requests came through the handshake.
   int requests() const { return requests_; }
+  int connections() const { return connections_; }
+  // To how many of them everything has been sent.
+  int answered() const { return answered_; }
 
  private:
   struct Secrets;
   void serve();
 
+  void answer(ssl_st* tls);
+
   const std::string answer_;
+  const Afterwards afterwards_;
   std::unique_ptr<Secrets> secrets_;
   Listener listener_;
   std::atomic<int> requests_ = 0;
+  std::atomic<int> connections_ = 0;
+  std::atomic<int> answered_ = 0;
   std::thread thread_;
 };
 

@@ -43,25 +43,20 @@ bool ContentDecoder::open(std::string_view firstBytes) {
   return open_;
 }
 
-ContentDecoder::Status ContentDecoder::decode(std::string_view bytes, std::string& out,
-                                              std::int64_t limit) {
+ContentDecoder::Status ContentDecoder::decode(std::string_view bytes, BodyBuffer& out) {
   if (bytes.empty()) return Status::ok;
   if (coding_ == ContentCoding::identity) {
-    if (static_cast<std::int64_t>(out.size() + bytes.size()) > limit) return Status::tooLarge;
-    out.append(bytes);
-    return Status::ok;
+    return out.append(bytes) ? Status::ok : Status::tooLarge;
   }
-  if (open_) return inflateAll(bytes, out, limit);
+  if (open_) return inflateAll(bytes, out);
   head_.append(bytes);
   if (head_.size() < 2) return Status::ok;
-  untouched_ = false;
   const std::string start = std::move(head_);
   head_.clear();
-  return open(start) ? inflateAll(start, out, limit) : Status::malformed;
+  return open(start) ? inflateAll(start, out) : Status::malformed;
 }
 
-ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, std::string& out,
-                                                  std::int64_t limit) {
+ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, BodyBuffer& out) {
   // zlib takes the input through a pointer to non-const and never writes to it.
   stream_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
   stream_.avail_in = static_cast<uInt>(bytes.size());
@@ -80,8 +75,7 @@ ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, std::s
       return Status::malformed;
     }
     const std::size_t produced = buffer_.size() - stream_.avail_out;
-    if (static_cast<std::int64_t>(out.size() + produced) > limit) return Status::tooLarge;
-    out.append(buffer_.data(), produced);
+    if (!out.append({buffer_.data(), produced})) return Status::tooLarge;
     ended_ = result == Z_STREAM_END;
     if (result == Z_BUF_ERROR) break;
   } while (stream_.avail_in > 0 || (stream_.avail_out == 0 && !ended_));

@@ -3,12 +3,12 @@
 #include <zlib.h>
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "paperloom/platform/HTTPHeaders.h"
+#include "paperloom/platform/internal/http/BodyBuffer.h"
 
 namespace paperloom::internal {
 
@@ -29,22 +29,20 @@ class ContentDecoder {
   ContentDecoder& operator=(const ContentDecoder&) = delete;
 
   enum class Status { ok, malformed, tooLarge };
-  // Appends to `out`, which never grows beyond `limit` bytes.
-  Status decode(std::string_view bytes, std::string& out, std::int64_t limit);
+  // Appends to `out`; too large is what does not fit into it.
+  Status decode(std::string_view bytes, BodyBuffer& out);
 
   // Whether the stream came to its proper end, check sums included.
   bool hasEnded() const { return ended_; }
-  bool isUntouched() const { return untouched_ && head_.empty(); }
 
  private:
   bool open(std::string_view firstBytes);
-  Status inflateAll(std::string_view bytes, std::string& out, std::int64_t limit);
+  Status inflateAll(std::string_view bytes, BodyBuffer& out);
 
   const ContentCoding coding_;
   z_stream stream_{};
   bool open_ = false;
   bool ended_ = false;
-  bool untouched_ = true;
   std::string head_;  // the first byte of a deflate body, until the second tells its format
   std::array<char, 64 * 1024> buffer_;
 };

@@ -18,6 +18,11 @@ bool isTokenByte(char c) {
          std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
+bool framesTheBody(std::string_view name) {
+  return equalsIgnoringCase(name, "Content-Length") ||
+         equalsIgnoringCase(name, "Transfer-Encoding");
+}
+
 bool isControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return (byte < 0x20 && byte != '\t') || byte == 0x7F;
@@ -64,7 +69,7 @@ ResponseHead::Progress ResponseHead::addStatusLine(std::string_view line) {
 ResponseHead::Progress ResponseHead::addField(std::string_view line) {
   if (std::any_of(line.begin(), line.end(), isControl)) return Progress::malformed;
   if (line[0] == ' ' || line[0] == '\t') {  // folded: one space in its place (RFC 9112 5.2)
-    if (!lastField_) return Progress::malformed;
+    if (!lastField_ || framesTheBody(lastField_->first)) return Progress::malformed;
     if (const auto more = trimmed(line); !more.empty()) lastField_->second.append(" ").append(more);
     return Progress::incomplete;
   }
@@ -108,13 +113,14 @@ ResponseHead::Framing ResponseHead::framing(bool hasBody) const {
       value.remove_prefix(comma + 1);
     }
   }
-  if (const auto codings = fields_.combined("Transfer-Encoding"); codings && isHTTP1_) {
-    framing.malformed = !equalsIgnoringCase(trimmed(*codings), "chunked");
+  if (const auto codings = fields_.combined("Transfer-Encoding")) {
+    framing.chunked = equalsIgnoringCase(trimmed(*codings), "chunked");
+    framing.malformed = !framing.chunked;
     framing.lengthAndChunks = framing.length.has_value();
     framing.length.reset();
     return framing;
   }
-  framing.endsWithConnection = hasBody && isHTTP1_ && !framing.length;
+  framing.endsWithConnection = hasBody && !framing.length;
   return framing;
 }
 

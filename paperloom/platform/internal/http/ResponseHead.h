@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,8 +11,9 @@
 namespace paperloom::internal {
 
 // Reads the header of one HTTP answer, line by line as the transport hands them over, from an
-// untrusted server. Interim answers (1xx) are skipped and trailers dropped, but both count against
-// the limits: 64 KB a line, 256 KB and 1,000 fields in all.
+// untrusted server. Interim answers (1xx) are skipped, but count against the limits: 64 KB a line,
+// 256 KB and 1,000 fields in all. A field that says where the body ends must not be folded: libcurl
+// takes such a field for what its first line says.
 class ResponseHead {
  public:
   enum class Progress {
@@ -25,16 +27,23 @@ class ResponseHead {
   Progress add(std::string_view line);
 
   bool isComplete() const { return complete_; }
+  // In bytes, interim answers included.
+  std::size_t size() const { return bytes_; }
   int statusCode() const { return statusCode_; }
   HTTPHeaders& fields() { return fields_; }
 
+  // Whether the status line is one of HTTP/1. Only where HTTP/2 was spoken may it be another.
+  bool isHTTP1() const { return isHTTP1_; }
+
   // How the body ends (RFC 9112 section 6.3), asked once complete. Malformed when there are
-  // differing or impossible lengths, or a transfer coding other than chunked.
+  // differing or impossible lengths, or a transfer coding other than chunked. In HTTP/2, which has
+  // no transfer codings, a body without a length counts as one that ends with the connection.
   struct Framing {
     bool malformed = false;
     std::optional<std::int64_t> length;  // announced
-    bool endsWithConnection = false;     // neither length nor chunks tell where the body ends
-    bool lengthAndChunks = false;        // the chunks count; the connection is not to be trusted
+    bool chunked = false;
+    bool endsWithConnection = false;  // neither length nor chunks tell where the body ends
+    bool lengthAndChunks = false;     // the chunks count; the connection is not to be trusted
   };
   Framing framing(bool hasBody) const;
 

@@ -1,5 +1,6 @@
 #include "paperloom/platform/internal/session/CurlLoop.h"
 
+#include <arpa/inet.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,6 +18,34 @@ int millisecondsUntil(CurlLoop::Clock::time_point until) {
   using std::chrono::milliseconds;
   const auto left = std::chrono::ceil<milliseconds>(until - CurlLoop::Clock::now());
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+}
+
+void readEnd(const sockaddr_storage& end, std::string& address, int& port) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  if (end.ss_family == AF_INET) {
+    const auto& known = reinterpret_cast<const sockaddr_in&>(end);
+    inet_ntop(AF_INET, &known.sin_addr, text.data(), text.size());
+    port = ntohs(known.sin_port);
+  } else if (end.ss_family == AF_INET6) {
+    const auto& known = reinterpret_cast<const sockaddr_in6&>(end);
+    inet_ntop(AF_INET6, &known.sin6_addr, text.data(), text.size());
+    port = ntohs(known.sin6_port);
+  }
+  address = text.data();
+}
+
+CurlLoop::Ends endsOf(curl_socket_t socket) {
+  CurlLoop::Ends ends;
+  sockaddr_storage end{};
+  socklen_t size = sizeof end;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&end), &size) == 0) {
+    readEnd(end, ends.localAddress, ends.localPort);
+  }
+  size = sizeof end;
+  if (getpeername(socket, reinterpret_cast<sockaddr*>(&end), &size) == 0) {
+    readEnd(end, ends.remoteAddress, ends.remotePort);
+  }
+  return ends;
 }
 
 }  // namespace
@@ -145,6 +174,21 @@ curl_socket_t CurlLoop::openSocket(const curl_sockaddr& address) {
 int CurlLoop::onCloseSocket(void* self, curl_socket_t socket) noexcept {
   static_cast<CurlLoop*>(self)->watched_.erase(socket);  // epoll forgets it by itself
   return close(socket);
+}
+
+std::optional<curl_socket_t> CurlLoop::socketBetween(const Ends& ends) {
+  for (auto& [socket, watched] : watched_) {
+    if (!watched.isOurs) continue;
+    // Before it is connected it has no remote end.
+    if (!watched.ends || watched.ends->remotePort == 0) watched.ends = endsOf(socket);
+    if (*watched.ends == ends) return socket;
+  }
+  return std::nullopt;
+}
+
+bool CurlLoop::isInUse(curl_socket_t socket) const {
+  const auto found = watched_.find(socket);
+  return found != watched_.end() && found->second.wanted;
 }
 
 int CurlLoop::onTimer(CURLM*, long milliseconds, void* self) {

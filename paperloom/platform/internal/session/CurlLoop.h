@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -35,6 +36,19 @@ class CurlLoop {
   // How libcurl is to open and close its sockets, so that the loop knows them.
   curl_socket_t openSocket(const curl_sockaddr& address);
   static int onCloseSocket(void* self, curl_socket_t socket) noexcept;
+
+  // The two ends of a connection, as libcurl names them.
+  struct Ends {
+    std::string localAddress;
+    std::string remoteAddress;
+    int localPort = 0;
+    int remotePort = 0;
+    bool operator==(const Ends&) const = default;
+  };
+  // The socket of the connection between them, if it is known.
+  std::optional<curl_socket_t> socketBetween(const Ends& ends);
+  // Whether libcurl waits for it: a transfer is under way.
+  bool isInUse(curl_socket_t socket) const;
 
   // Starts what has been added and runs the timers that are due, then tells which transfers have
   // finished; those are still to be removed. The next call invalidates the list.
@@ -66,6 +80,7 @@ class CurlLoop {
     bool armed = false;
     bool wanted = false;
     bool isOurs = false;
+    std::optional<Ends> ends{};  // once it has been asked for
   };
   void watch(curl_socket_t socket, Watched& watched, std::uint32_t events);
   void change(int operation, curl_socket_t socket, std::uint32_t events);

@@ -68,6 +68,7 @@ EasyHandle EasyHandles::make() const {
   handle.set(CURLOPT_QUICK_EXIT, 1L);
   handle.set(CURLOPT_FOLLOWLOCATION, 0L);
   handle.set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  handle.set(CURLOPT_HTTP_TRANSFER_DECODING, 0L);  // of chunks, which libcurl judges too mildly
   handle.set(CURLOPT_HTTP09_ALLOWED, 0L);
   const long version = offersHTTP2() ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
   handle.set(CURLOPT_HTTP_VERSION, version);
@@ -79,6 +80,7 @@ EasyHandle EasyHandles::make() const {
   handle.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connecting.count()));
   if (!configuration_.proxy.empty()) {
     handle.set(CURLOPT_PROXY, configuration_.proxy.c_str());
+    handle.set(CURLOPT_NOPROXY, "");  // whatever the variable no_proxy says
   }
   if (!configuration_.additionalCertificateAuthorities.empty()) {
     trustAlso(handle, configuration_.additionalCertificateAuthorities);

@@ -77,15 +77,15 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   const std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) {
     entry.host = host;
-    return send(entry, std::get<URLRequest>(std::move(step)));
+    return send(entry, std::get<URLRequest>(std::move(step)), Transfer::Connection::kept);
   }
   entry.exchange.forgetStored();
   slots_.wait(host, entry.task.get(), entry.task->priority);
 }
 
-void SessionLoop::send(Entry& entry, URLRequest request) {
+void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection connection) {
   entry.transfer = std::make_unique<Transfer>(handles_.make(), network_, std::move(request),
-                                              configuration_, *entry.task);
+                                              connection, configuration_, *entry.task);
   const bool known = slots_.isMultiplexed(entry.host);
   if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
   CURL* const handle = entry.transfer->handle();
@@ -99,6 +99,11 @@ void SessionLoop::finishTransfer(CURL* handle, CURLcode code) {
   const auto found = transfers_.find(handle);
   if (found == transfers_.end()) return;
   Entry& entry = *found->second;
+  if (entry.transfer->metUnaskedInput(code)) {
+    URLRequest request = entry.transfer->request();
+    dropTransfer(entry);
+    return send(entry, std::move(request), Transfer::Connection::fresh);
+  }
   TransferResult result = entry.transfer->finish(code);
   const std::string host = releaseTransfer(entry, result.multiplexed);
   advance(entry, entry.exchange.received(std::move(result), currentDate()));
@@ -117,13 +122,16 @@ void SessionLoop::abandonTransfer(Entry& entry, URLError error) {
   serveWaiting(host);
 }
 
+void SessionLoop::dropTransfer(Entry& entry) {
+  if (!entry.transfer) return;
+  CURL* const handle = entry.transfer->handle();
+  transfers_.erase(handle);
+  network_.remove(handle);
+  entry.transfer.reset();
+}
+
 std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
-  if (entry.transfer) {
-    CURL* const handle = entry.transfer->handle();
-    transfers_.erase(handle);
-    network_.remove(handle);
-    entry.transfer.reset();
-  }
+  dropTransfer(entry);
   slots_.giveBack(entry.host, multiplexed);
   return std::exchange(entry.host, {});
 }

@@ -58,10 +58,11 @@ class SessionLoop {
   void start(std::shared_ptr<TaskCore> task, bool isRefresh);
   void startRefresh(URLRequest request, const TaskCore& origin);
   void advance(Entry& entry, Exchange::Step step);
-  void send(Entry& entry, URLRequest request);
+  void send(Entry& entry, URLRequest request, Transfer::Connection connection);
   void finishTransfer(CURL* handle, CURLcode code);
   // Ends the entry's transfer with `error` and goes on from there.
   void abandonTransfer(Entry& entry, URLError error);
+  void dropTransfer(Entry& entry);
   // Frees what the transfer held; the caller goes on with the host's next task.
   std::string releaseTransfer(Entry& entry, bool multiplexed);
   void serveWaiting(const std::string& host);

@@ -5,19 +5,26 @@
 
 #include "paperloom/platform/internal/http/RequestRules.h"
 #include "paperloom/platform/internal/session/TransferErrors.h"
+#include "paperloom/platform/internal/session/UnaskedInput.h"
 
 namespace paperloom::internal {
 namespace {
 
 using Code = URLError::Code;
 
-// What a server announces is not believed for more than this before it has sent it.
-constexpr std::int64_t maximumReservation = 4 * 1024 * 1024;
-
 // Whether the request is sent again when a kept connection turns out to have ended.
 bool isRepeatable(const URLRequest& request) {
   return request.method == "GET" || request.method == "HEAD";
 }
+
+// libcurl's word for a header line that has outgrown its buffer.
+bool isOverflow(CURLcode code) {
+  constexpr int tooLarge = 100;  // since 8.6
+  return code == CURLE_OUT_OF_MEMORY || static_cast<int>(code) == tooLarge;
+}
+
+constexpr const char* bodyTooLarge = "the server's answer is too large";
+constexpr const char* headerTooLarge = "the server's header is too large";
 
 bool namesSeveralCodings(const HTTPHeaders& fields) {
   const auto value = fields.combined("Content-Encoding");
@@ -26,7 +33,7 @@ bool namesSeveralCodings(const HTTPHeaders& fields) {
 
 }  // namespace
 
-Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
+Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request, Connection connection,
                    const URLSessionConfiguration& configuration, TaskCore& task)
     : handle_(std::move(handle)),
       loop_(loop),
@@ -40,7 +47,8 @@ Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
   // While a handshake is to tell whether the server speaks HTTP/2, no second connection is opened.
   handle_.set(CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
   // What cannot be sent again must not meet a connection that its server is about to close.
-  if (!isRepeatable(request_)) handle_.set(CURLOPT_FRESH_CONNECT, 1L);
+  const bool isFresh = connection == Connection::fresh || !isRepeatable(request_);
+  handle_.set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
   setMethod();
   setFields();
   setCallbacks();
@@ -101,21 +109,7 @@ void Transfer::setCallbacks() {
 std::size_t Transfer::onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   transfer.idleSince_ = Clock::now();
-  bool accepted = true;
-  switch (transfer.head_.add({bytes, size})) {
-    case ResponseHead::Progress::incomplete:
-      break;
-    case ResponseHead::Progress::complete:
-      accepted = transfer.headIsAcceptable();
-      break;
-    case ResponseHead::Progress::tooLarge:
-      accepted = transfer.fail(Code::badServerResponse, "the server's header is too large");
-      break;
-    case ResponseHead::Progress::malformed:
-      accepted = transfer.fail(Code::badServerResponse, "the server's header is malformed");
-      break;
-  }
-  return accepted ? size : 0;
+  return transfer.answerWasAskedFor() && transfer.takeHeaderLine({bytes, size}) ? size : 0;
 }
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
@@ -134,8 +128,12 @@ int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_of
 // Called when a connection is ready for the request. libcurl sends a request again, of any method
 // and up to five times, when a kept connection ends before the answer's first line; here a GET or
 // HEAD once, on a fresh connection, and nothing else ever.
-int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
+int Transfer::onRequest(void* self, char* remoteAddress, char* localAddress, int remotePort,
+                        int localPort) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
+  if (!transfer.mayUseConnection({localAddress, remoteAddress, localPort, remotePort})) {
+    return CURL_PREREQFUNC_ABORT;
+  }
   if (++transfer.requestsSent_ > (isRepeatable(transfer.request_) ? 2 : 1)) {
     transfer.fail(Code::networkConnectionLost, "the network connection was lost");
     return CURL_PREREQFUNC_ABORT;
@@ -144,6 +142,56 @@ int Transfer::onRequest(void* self, char*, char*, int, int) noexcept {
   transfer.idleSince_ = Clock::now();
   transfer.requestTime_ = currentDate();
   return CURL_PREREQFUNC_OK;
+}
+
+bool Transfer::mayUseConnection(const CurlLoop::Ends& ends) {
+  const bool overTLS = request_.url.scheme() == "https";
+  unaskedEnd_.reset();
+  readBefore_.reset();
+  socket_ = loop_.socketBetween(ends);
+  if (!socket_) return true;
+  if (!openedConnection_) {
+    if (loop_.isInUse(*socket_)) return true;  // its input is that of other streams
+    const UnaskedInput input = lookForInput(*socket_, overTLS);
+    metUnaskedInput_ = input.kind == UnaskedInput::Kind::other;
+    if (input.kind == UnaskedInput::Kind::records) unaskedEnd_ = input.end;
+  }
+  if (!overTLS) readBefore_ = bytesRead(*socket_);
+  return !metUnaskedInput_;
+}
+
+// What follows an answer without a body in the same read is lost without a word, and the rest of it
+// may be yet to come.
+bool Transfer::moreThanTheHeadWasRead() const {
+  if (!readBefore_) return false;
+  return bytesRead(*socket_).value_or(0) > *readBefore_ + head_.size();
+}
+
+bool Transfer::answerWasAskedFor() {
+  if (!unaskedEnd_) return true;
+  const auto read = bytesRead(*socket_);
+  metUnaskedInput_ = !read || *read <= *unaskedEnd_;
+  unaskedEnd_.reset();
+  return !metUnaskedInput_;
+}
+
+// Input that is no HTTP at all ends the transfer without a line of a header.
+bool Transfer::metUnaskedInput(CURLcode code) const {
+  return metUnaskedInput_ || (unaskedEnd_ && code != CURLE_OK);
+}
+
+bool Transfer::takeHeaderLine(std::string_view line) {
+  switch (head_.add(line)) {
+    case ResponseHead::Progress::incomplete:
+      break;
+    case ResponseHead::Progress::complete:
+      return headIsAcceptable();
+    case ResponseHead::Progress::tooLarge:
+      return fail(Code::badServerResponse, headerTooLarge);
+    case ResponseHead::Progress::malformed:
+      return fail(Code::badServerResponse, "the server's header is malformed");
+  }
+  return true;
 }
 
 int Transfer::onResolve(void*, void*, void* self) noexcept {
@@ -155,6 +203,7 @@ int Transfer::onResolve(void*, void*, void* self) noexcept {
 curl_socket_t Transfer::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
+  transfer.openedConnection_ = true;
   return transfer.loop_.openSocket(*address);
 }
 
@@ -174,7 +223,11 @@ bool Transfer::headIsAcceptable() {
   if (framing_.malformed) {
     return fail(Code::badServerResponse, "the server's answer has no unambiguous length");
   }
-  if (framing_.lengthAndChunks) handle_.set(CURLOPT_FORBID_REUSE, 1L);
+  const bool claimsOtherVersion = !head_.isHTTP1() && !mayShareConnection();
+  const bool isEmpty = !answerHasBody() || framing_.length == 0;
+  if (framing_.lengthAndChunks || claimsOtherVersion || (isEmpty && moreThanTheHeadWasRead())) {
+    handle_.set(CURLOPT_FORBID_REUSE, 1L);
+  }
 
   // Ranges are ranges of the coded bytes, and a coding that is not known here is the caller's
   // business: both are handed over as they come, under their Content-Encoding.
@@ -188,53 +241,41 @@ bool Transfer::headIsAcceptable() {
   if (coding_ != ContentCoding::identity) {
     head_.fields().remove("Content-Encoding");
     head_.fields().remove("Content-Length");
-    if (answerHasBody()) decoder_ = std::make_unique<ContentDecoder>(coding_);
   }
   if (!answerHasBody()) return true;
   task_.bytesExpected = framing_.length.value_or(-1);
   const std::int64_t limit = configuration_.maximumBodySize;
-  if (!decoder_ && framing_.length && *framing_.length > limit) {
-    return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
+  if (coding_ == ContentCoding::identity && framing_.length.value_or(0) > limit) {
+    return fail(Code::dataLengthExceedsMaximum, bodyTooLarge);
   }
-  // With a little room behind it a JSON body is decoded without a copy.
-  constexpr std::int64_t room = 64;
-  body_.reserve(static_cast<std::size_t>(
-      std::min({framing_.length.value_or(0), limit, maximumReservation}) + room));
+  body_.emplace(framing_, coding_, limit);
   return true;
 }
 
 bool Transfer::takeBody(std::string_view bytes) {
-  task_.bytesReceived += static_cast<std::int64_t>(bytes.size());
-  bodyReceived_ += static_cast<std::int64_t>(bytes.size());
-  const auto tooLarge = [this] {
-    return fail(Code::dataLengthExceedsMaximum, "the server's answer is too large");
-  };
-  if (!decoder_) {
-    const auto size = static_cast<std::int64_t>(body_.size() + bytes.size());
-    if (size > configuration_.maximumBodySize) return tooLarge();
-    body_.append(bytes);
-    return true;
-  }
-  switch (decoder_->decode(bytes, body_, configuration_.maximumBodySize)) {
-    case ContentDecoder::Status::ok:
+  if (!body_) return true;
+  const std::int64_t before = body_->received();
+  const auto status = body_->add(bytes);
+  task_.bytesReceived += body_->received() - before;
+  switch (status) {
+    case ResponseBody::Status::ok:
+      if (body_->hasExcess()) handle_.set(CURLOPT_FORBID_REUSE, 1L);
       return true;
-    case ContentDecoder::Status::tooLarge:
-      return tooLarge();
-    case ContentDecoder::Status::malformed:
+    case ResponseBody::Status::tooLarge:
+      return fail(Code::dataLengthExceedsMaximum, bodyTooLarge);
+    case ResponseBody::Status::badFraming:
+      return fail(Code::badServerResponse, "the server's answer has malformed chunks");
+    case ResponseBody::Status::badCoding:
       break;
   }
   return fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded");
 }
 
-// A coded body must have come to its own end, too; only where the framing says that there is no
-// body at all may the coding say nothing.
 void Transfer::checkEnd() {
-  if (!head_.isComplete()) {
+  const auto end = body_ ? body_->end() : ResponseBody::End::proper;
+  if (!head_.isComplete() || end == ResponseBody::End::cut) {
     fail(Code::networkConnectionLost, "the network connection was lost");
-  } else if (answerHasBody() && framing_.length.value_or(bodyReceived_) != bodyReceived_) {
-    fail(Code::networkConnectionLost, "the network connection was lost");
-  } else if (decoder_ && !decoder_->hasEnded() &&
-             !(decoder_->isUntouched() && !framing_.endsWithConnection)) {
+  } else if (end == ResponseBody::End::codingCut) {
     fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded to its end");
   }
 }
@@ -243,7 +284,9 @@ bool Transfer::mayShareConnection() const {
   return offersHTTP2() && request_.url.scheme() == "https";
 }
 
+// What a status line says of HTTP/2 counts only where that may be spoken.
 bool Transfer::isMultiplexed() const {
+  if (!mayShareConnection()) return false;
   long version = CURL_HTTP_VERSION_NONE;
   curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_VERSION, &version);
   return version >= CURL_HTTP_VERSION_2_0;
@@ -252,11 +295,14 @@ bool Transfer::isMultiplexed() const {
 // An HTTP/2 stream may be cut with every sign of a proper end, such as RST_STREAM(NO_ERROR): there
 // only a length or a coding tells, in HTTP/1 the chunks do as well.
 bool Transfer::bodyIsWhole() const {
-  if (!answerHasBody() || framing_.length || (decoder_ && decoder_->hasEnded())) return true;
+  if (!body_ || framing_.length || body_->isCoded()) return true;
   return !isMultiplexed() && !framing_.endsWithConnection;
 }
 
 TransferResult Transfer::finish(CURLcode code) {
+  if (!error_ && !head_.isComplete() && isOverflow(code)) {
+    fail(Code::badServerResponse, headerTooLarge);
+  }
   if (!error_ && code != CURLE_OK) error_ = errorForCode(code, handle_.get());
   if (!error_) checkEnd();
   return result();
@@ -273,7 +319,7 @@ TransferResult Transfer::result() {
     result.response = HTTPURLResponse{request_.url, head_.statusCode(), std::move(head_.fields())};
   }
   if (!error_) {
-    result.body = Data(std::move(body_));
+    if (body_) result.body = Data(body_->take());
     result.complete = bodyIsWhole();
   }
   result.multiplexed = isMultiplexed();

@@ -4,11 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
-#include "paperloom/platform/internal/http/ContentDecoder.h"
+#include "paperloom/platform/internal/http/ResponseBody.h"
 #include "paperloom/platform/internal/http/ResponseHead.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
 #include "paperloom/platform/internal/session/EasyHandles.h"
@@ -38,8 +38,9 @@ class Transfer {
  public:
   using Clock = std::chrono::steady_clock;
 
+  enum class Connection { kept, fresh };  // whether it may be one that others have used
   // `request` has been found fit to be sent. Counts the bytes of the body in `task`.
-  Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request,
+  Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request, Connection connection,
            const URLSessionConfiguration& configuration, TaskCore& task);
   ~Transfer();
   Transfer(const Transfer&) = delete;
@@ -57,6 +58,11 @@ class Transfer {
   // Since when no byte has moved; nothing while no connection has been looked for.
   std::optional<Clock::time_point> idleSince() const { return idleSince_; }
 
+  const URLRequest& request() const { return request_; }
+  // Whether all that came had been under way before the request: then that is to be sent again, on
+  // a fresh connection. Asked once libcurl has ended the transfer, before finish().
+  bool metUnaskedInput(CURLcode code) const;
+
   // Ends the transfer with what libcurl said, or with a reason of the session's own.
   TransferResult finish(CURLcode code);
   TransferResult abandon(URLError error);
@@ -65,13 +71,18 @@ class Transfer {
   static std::size_t onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept;
   static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept;
   static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept;
-  static int onRequest(void* self, char*, char*, int, int) noexcept;
+  static int onRequest(void* self, char* remoteAddress, char* localAddress, int remotePort,
+                       int localPort) noexcept;
   static int onResolve(void*, void*, void* self) noexcept;
   static curl_socket_t onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept;
 
   void setMethod();
   void setFields();
   void setCallbacks();
+  bool mayUseConnection(const CurlLoop::Ends& ends);
+  bool answerWasAskedFor();
+  bool moreThanTheHeadWasRead() const;
+  bool takeHeaderLine(std::string_view line);
   bool headIsAcceptable();
   bool takeBody(std::string_view bytes);
   bool fail(URLError::Code code, std::string text);
@@ -92,12 +103,15 @@ class Transfer {
   ResponseHead head_;
   ResponseHead::Framing framing_;
   ContentCoding coding_ = ContentCoding::identity;
-  std::unique_ptr<ContentDecoder> decoder_;
-  std::int64_t bodyReceived_ = 0;  // before decoding
-  std::string body_;
+  std::optional<ResponseBody> body_;
   std::optional<URLError> error_;
 
   int requestsSent_ = 0;
+  bool openedConnection_ = false;
+  bool metUnaskedInput_ = false;
+  std::optional<curl_socket_t> socket_;
+  std::optional<std::uint64_t> readBefore_;  // from it, before the request; in clear text alone
+  std::optional<std::uint64_t> unaskedEnd_;  // of what had come over TLS before the request
   curl_off_t bytesSent_ = 0;
   std::optional<Clock::time_point> idleSince_;
   Date requestTime_{};

@@ -1,0 +1,34 @@
+#include "paperloom/platform/internal/http/BodyBuffer.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+namespace paperloom::internal {
+namespace {
+
+// With a little room behind it a JSON body is decoded without a copy.
+constexpr std::size_t room = 64;
+
+}  // namespace
+
+void BodyBuffer::reserve(std::int64_t size) {
+  bytes_.reserve(static_cast<std::size_t>(size) + room);
+}
+
+bool BodyBuffer::append(std::string_view bytes) try {
+  if (bytes.size() > limit_ - bytes_.size()) return false;
+  const std::size_t size = bytes_.size() + bytes.size();
+  if (size + room > bytes_.capacity()) {
+    const std::size_t larger = std::max(size, 2 * bytes_.capacity());
+    bytes_.reserve((larger > limit_ / 2 ? limit_ : larger) + room);
+  }
+  bytes_.append(bytes);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+} catch (const std::length_error&) {
+  return false;
+}
+
+}  // namespace paperloom::internal
