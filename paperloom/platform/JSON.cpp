@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "paperloom/platform/internal/json/NumbersOutOfRange.h"
+
 namespace paperloom {
 namespace dom = simdjson::dom;
 
@@ -172,7 +174,7 @@ simdjson::error_code decodeLarge(dom::document& document, std::string_view bytes
   return parser.parse_into_document(document, text, bytes.size(), false).error();
 }
 
-simdjson::error_code decode(dom::document& document, std::string_view bytes, bool padded) {
+simdjson::error_code decodeOnce(dom::document& document, std::string_view bytes, bool padded) {
   Workspace* const workspace = Workspace::ofThread();
   if (workspace == nullptr || bytes.size() > keptCapacity) {
     return decodeLarge(document, bytes, padded);
@@ -180,6 +182,14 @@ simdjson::error_code decode(dom::document& document, std::string_view bytes, boo
   document = std::exchange(workspace->document, dom::document());
   return workspace->parser.parse_into_document(document, bytes.data(), bytes.size(), !padded)
       .error();
+}
+
+// One number that the decoder cannot hold must not decide over the document around it.
+simdjson::error_code decode(dom::document& document, std::string_view bytes, bool padded) {
+  const auto failure = decodeOnce(document, bytes, padded);
+  if (failure != simdjson::NUMBER_ERROR) return failure;
+  const auto copy = internal::nullingNumbersOutOfRange(bytes, simdjson::SIMDJSON_PADDING);
+  return copy.empty() ? failure : decodeOnce(document, copy, true);
 }
 
 }  // namespace

@@ -95,10 +95,11 @@ class PAPERLOOM_EXPORT JSONObjectList {
 };
 
 // A decoded JSON text (RFC 8259); any value may stand at the top level. A leading UTF-8 byte order
-// mark is skipped. Nesting of 1,024 levels or more, whole numbers outside 64 bits, numbers beyond
-// the range of a double, invalid UTF-8 and texts of 4 GB or more are errors. Decoding takes linear
-// time and beside the text about twice its size in memory; for a text of nothing but one-digit
-// numbers it is thirteen times.
+// mark is skipped. Whole numbers outside 64 bits and numbers beyond the range of a double count as
+// null. Nesting of 1,024 levels or more, invalid UTF-8, escapes of half a surrogate pair and texts
+// of 4 GB or more are errors, wherever they stand. Decoding takes linear time and beside the text
+// about twice its size in memory; for a text of nothing but one-digit numbers it is thirteen times.
+// A text with numbers out of range is copied and decoded twice.
 class PAPERLOOM_EXPORT JSONDocument {
  public:
   static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);

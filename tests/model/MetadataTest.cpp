@@ -14,16 +14,6 @@ TEST(SectionMetaDataTests, everyRequiredValueFailsTheSectionWithOneText) {
                                   "parsingFailed: failed to parse JSON into section meta data");
 }
 
-TEST(SectionMetaDataTests, valuesLandInTheFieldsOfTheirKeys) {
-  const auto parsed = parse<SectionMetaData>(sectionMetadata("a"));
-  EXPECT_EQ((*parsed)->uid() + (*parsed)->displayName(), "aName");
-  EXPECT_EQ((*parsed)->primaryColourHex(), "#1");
-  EXPECT_EQ((*parsed)->secondaryColourHex(), "#2");
-  EXPECT_EQ((*parsed)->accessibleColourHex(), "#3");
-  EXPECT_TRUE((*parsed)->showSponsored());
-  EXPECT_FALSE((*parsed)->displayAsCarousel());
-}
-
 TEST(SectionMetaDataTests, unknownCustomizationMeansDisabledByDefault) {
   const std::pair<const char*, const char*> table[] = {
       {"alwaysEnabled", "alwaysEnabled"},         {"enabledByDefault", "enabledByDefault"},

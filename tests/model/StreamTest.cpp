@@ -43,19 +43,6 @@ TEST(ArticleHeaderTests, requiredTextsComeBeforeTheURLCheck) {
 }
 
 TEST(ArticleHeaderTests, optionalValuesCountOnlyWithTheirType) {
-  const auto good = *parse<ArticleHeader>(with(card, {{"cardAsset", image},
-                                                      {"cardType", "bespoke"},
-                                                      {"type", "liveArticle"},
-                                                      {"videoDuration", "2:00"},
-                                                      {"authors", {{{"name", "A"}}}},
-                                                      {"premium", true}}));
-  EXPECT_TRUE(good->cardAsset() && good->isPremium() && !good->sponsored());
-  EXPECT_TRUE((*parse<ArticleHeader>(with(card, {{"sponsored", true}})))->sponsored());
-  EXPECT_EQ(good->cardType(), CardType::bespoke);
-  EXPECT_EQ(good->articleType(), ArticleType::live);
-  EXPECT_EQ(good->videoDuration(), "2:00");
-  EXPECT_EQ(good->authors().size(), 1U);
-
   const json bad = with(card, {{"cardAsset", {{"type", "image"}}},
                                {"cardType", "Bespoke"},
                                {"type", "live"},
@@ -137,13 +124,6 @@ TEST(StreamTests, metadataFollowsTheSectionsOneEntryEach) {
   json twice = stream({"a"}, {"a", "a"});
   twice["sectionMetaData"][0]["displayName"] = "First";
   EXPECT_EQ((*parse<Stream>(twice))->appMetadata()->sectionMetadata()[0]->displayName(), "First");
-}
-
-TEST(StreamTests, premiumColoursComeFromTheGlobalMetadata) {
-  const auto parsed = *parse<Stream>(stream({}, {}));
-  EXPECT_EQ(parsed->premiumColourSet(), (ColourSet{"#1", "#2", "#3"}));
-  EXPECT_EQ(parsed->premiumLabelColourSet()->labelColourOnNormalBackground, "#4");
-  EXPECT_EQ(parsed->premiumLabelColourSet()->labelColourOnSecondaryBackground, "#5");
 }
 
 TEST(StreamTests, allMetadataBecomesCurrentEvenWhenTheStreamThenFails) {
