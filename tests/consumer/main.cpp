@@ -1,9 +1,13 @@
 // A host that knows only what was installed.
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 #include "paperloom/Version.h"
 #include "paperloom/network/DataCoordinator.h"
+
+#if !PAPERLOOM_VERSION_AT_LEAST(1, 0) || PAPERLOOM_VERSION_AT_LEAST(PAPERLOOM_VERSION_MAJOR + 1, 0)
+#error "the version's macros do not compare"
+#endif
 
 int main() {
   auto& coordinator = paperloom::DataCoordinator::shared();
@@ -12,8 +16,6 @@ int main() {
   coordinator.requestOfflineStream(
       [&](auto stream) { sections = stream->sections().size(); },
       [](const paperloom::PaperloomError& error) { std::puts(error.details().c_str()); });
-  const bool hasVersion =
-      std::strlen(reinterpret_cast<const char*>(PaperloomVersionString)) >= 5 &&
-      PaperloomVersionNumber > 0;
-  return sections > 0 && hasVersion ? 0 : 1;
+  const std::string_view running(reinterpret_cast<const char*>(PaperloomVersionString));
+  return sections > 0 && running == PAPERLOOM_VERSION && PaperloomVersionNumber >= 1 ? 0 : 1;
 }

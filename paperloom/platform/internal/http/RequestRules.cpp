@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "paperloom/Version.h"
+
 namespace paperloom::internal {
 namespace {
 
