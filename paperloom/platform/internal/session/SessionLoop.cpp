@@ -13,14 +13,18 @@ using State = URLSessionTask::State;
 
 }  // namespace
 
-SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks)
+SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
+                         CacheThread* cache, WhenFound whenFound)
     : configuration_(configuration),
       callbacks_(callbacks),
+      cache_(cache),
+      whenFound_(std::move(whenFound)),
       network_(configuration.httpMaximumConnectionsPerHost),
       handles_(configuration, network_),
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
 void SessionLoop::settle() {
+  hasUnsent_ = false;
   // A transfer that ends may let another begin, which is to be sent at once.
   constexpr int rounds = 8;
   for (int i = 0; i == 0 || (i < rounds && network_.nextTimer() <= Clock::now()); ++i) {
@@ -41,21 +45,29 @@ void SessionLoop::end(std::vector<Posted> unsent) {
 }
 
 void SessionLoop::obey(Posted posted) {
-  if (posted.command == Command::start) return start(std::move(posted.task), false);
-  const auto found = entries_.find(posted.task.get());
-  if (found == entries_.end()) return;
-  if (posted.command == Command::cancel) {
-    cancel(*found->second);
-  } else {
-    slots_.setPriority(posted.task.get(), posted.task->priority);
+  if (posted.command == Command::start) {
+    Exchange exchange(posted.task->request, cache_ != nullptr);
+    return start(std::move(posted.task), std::move(exchange), false);
+  }
+  const auto known = entries_.find(posted.task.get());
+  if (known == entries_.end()) return;
+  switch (posted.command) {
+    case Command::start:
+      break;
+    case Command::found:
+      return found(*known->second, std::move(posted.hops));
+    case Command::cancel:
+      return cancel(*known->second);
+    case Command::reprioritize:
+      return slots_.setPriority(posted.task.get(), posted.task->priority);
   }
 }
 
-void SessionLoop::start(std::shared_ptr<TaskCore> task, bool isRefresh) {
+void SessionLoop::start(std::shared_ptr<TaskCore> task, Exchange exchange, bool isRefresh) {
   TaskCore* const key = task.get();
   auto owned = std::make_unique<Entry>(
-      Entry{task, Exchange(task->request, configuration_.urlCache),
-            Clock::now() + configuration_.timeoutIntervalForResource, isRefresh});
+      Entry{task, std::move(exchange), Clock::now() + configuration_.timeoutIntervalForResource,
+            isRefresh});
   Entry& entry = *entries_.insert_or_assign(key, std::move(owned)).first->second;
   nextCheck_ = std::min(nextCheck_, entry.deadline);
   if (task->state == State::canceling) return cancel(entry);
@@ -63,23 +75,39 @@ void SessionLoop::start(std::shared_ptr<TaskCore> task, bool isRefresh) {
 }
 
 // Validates in the background what has just been handed out stale. One at a time for a URL.
-void SessionLoop::startRefresh(URLRequest request, const TaskCore& origin) {
-  if (!refreshes_.insert(request.url.absoluteString()).second) return;
+void SessionLoop::startRefresh(Refresh refresh, const TaskCore& origin) {
+  if (!refreshes_.insert(refresh.request.url.absoluteString()).second) return;
   auto task =
-      std::make_shared<TaskCore>(std::move(request), origin.session, nullptr, origin.storeFilter);
+      std::make_shared<TaskCore>(refresh.request, origin.session, nullptr, origin.storeFilter);
   task->state = State::running;
   task->priority = URLSessionTask::lowPriority;
-  start(std::move(task), true);
+  StoredHops known;
+  known.push_back({refresh.request, std::move(refresh.stored)});
+  Exchange exchange(std::move(refresh.request), true, std::move(known));
+  start(std::move(task), std::move(exchange), true);
+}
+
+void SessionLoop::found(Entry& entry, StoredHops hops) {
+  Exchange::Step step = entry.exchange.found(std::move(hops), currentDate());
+  entry.task->setStored(entry.exchange.storedBefore());
+  advance(entry, std::move(step));
 }
 
 void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   if (auto* delivery = std::get_if<Delivery>(&step)) return deliver(entry, std::move(*delivery));
+  if (std::holds_alternative<Exchange::LookUp>(step)) {
+    return cache_->lookUp(entry.exchange.request(),
+                          [this, task = entry.task](StoredHops hops) mutable {
+                            whenFound_(std::move(task), std::move(hops));
+                          });
+  }
+  auto request = std::get<URLRequest>(std::move(step));
   const std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) {
     entry.host = host;
-    return send(entry, std::get<URLRequest>(std::move(step)), Transfer::Connection::kept);
+    return send(entry, std::move(request), Transfer::Connection::kept);
   }
-  entry.exchange.forgetStored();
+  entry.ready = std::move(request);
   slots_.wait(host, entry.task.get(), entry.task->priority);
 }
 
@@ -90,6 +118,7 @@ void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection co
   if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
   CURL* const handle = entry.transfer->handle();
   transfers_[handle] = &entry;
+  hasUnsent_ = true;
   nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
   if (entry.transfer->isSound() && network_.add(handle)) return;
   abandonTransfer(entry, makeError(Code::unknown, "there is no memory for the request"));
@@ -139,7 +168,7 @@ std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
 void SessionLoop::serveWaiting(const std::string& host) {
   while (TaskCore* task = slots_.next(host)) {
     Entry& entry = *entries_.at(task);
-    advance(entry, entry.exchange.begin(currentDate()));
+    advance(entry, *std::exchange(entry.ready, std::nullopt));
   }
 }
 
@@ -152,16 +181,36 @@ void SessionLoop::cancel(Entry& entry) {
 }
 
 void SessionLoop::deliver(Entry& entry, Delivery delivery) {
-  const std::shared_ptr<TaskCore> task = std::move(entry.task);
+  std::shared_ptr<TaskCore> task = std::move(entry.task);
   if (entry.isRefresh) refreshes_.erase(task->request.url.absoluteString());
   entries_.erase(task.get());
   delivery.metrics.countOfBytesReceived = task->bytesReceived;
   // Before the delivery: then the callback queue takes the filter away from the task.
   if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
+  if (!delivery.freshAnswer) return keep(std::move(task), std::move(delivery));
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  callbacks_.add([task, shared, cache = configuration_.urlCache] {
-    complete(*task, std::move(*shared), cache.get());
+  callbacks_.add([this, task = std::move(task), shared]() mutable {
+    judge(*task, *shared);
+    if (shared->writes.empty()) return complete(*task, std::move(*shared));
+    keep(std::move(task), std::move(*shared));
   });
+}
+
+void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  if (cache_ == nullptr || delivery.writes.empty()) {
+    return addCallback(std::move(task), std::move(delivery));
+  }
+  auto writes = std::exchange(delivery.writes, {});
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  cache_->write(std::move(writes), [this, task = std::move(task), shared]() mutable {
+    addCallback(std::move(task), std::move(*shared));
+    if (callbacks_.needsRunner()) network_.wake();
+  });
+}
+
+void SessionLoop::addCallback(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  callbacks_.add([task = std::move(task), shared] { complete(*task, std::move(*shared)); });
 }
 
 SessionLoop::Clock::time_point SessionLoop::expiry(const Entry& entry,
