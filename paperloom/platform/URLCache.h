@@ -15,6 +15,7 @@
 namespace paperloom {
 
 namespace internal {
+class Exchange;
 class URLCacheStore;
 }  // namespace internal
 
@@ -77,6 +78,12 @@ class PAPERLOOM_EXPORT URLCache {
   std::vector<Entry> entries() const;
 
  private:
+  friend class internal::Exchange;
+  friend class internal::URLCacheStore;
+
+  // cachedResponse() for a session: a miss of a moment ago may stand for a look on disk.
+  std::optional<CachedURLResponse> cachedResponseForSession(const URLRequest& request) const;
+
   std::unique_ptr<internal::URLCacheStore> store_;
 };
 

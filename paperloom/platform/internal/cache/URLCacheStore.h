@@ -24,7 +24,10 @@ class URLCacheStore {
   URLCacheStore(const URLCacheStore&) = delete;
   URLCacheStore& operator=(const URLCacheStore&) = delete;
 
-  std::optional<CachedURLResponse> find(const URLRequest& request);
+  // Whether a miss of a moment ago may stand for a look on disk: then what another process has
+  // stored since is not found.
+  enum class Miss { isLookedUp, mayBeRemembered };
+  std::optional<CachedURLResponse> find(const URLRequest& request, Miss miss = Miss::isLookedUp);
   void store(const CachedURLResponse& response, const URLRequest& request);
   void remove(const URLRequest& request);
   void removeAll();

@@ -9,23 +9,30 @@ namespace {
 
 using State = URLSessionTask::State;
 
-}  // namespace
-
-void judge(const TaskCore& task, Delivery& delivery) {
-  auto fresh = std::exchange(delivery.freshAnswer, std::nullopt);
-  if (!fresh || task.state == State::canceling) return;
-  if (!task.storeFilter || task.storeFilter(*delivery.response, *delivery.data)) {
-    delivery.writes.push_back(*std::move(fresh));
+void apply(const CacheWrite& write, URLCache& cache) {
+  if (write.entry) {
+    cache.storeCachedResponse(*write.entry, write.request);
+  } else {
+    cache.removeCachedResponse(write.request);
   }
 }
 
-void complete(TaskCore& task, Delivery delivery) {
+}  // namespace
+
+void complete(TaskCore& task, Delivery delivery, URLCache* cache) {
   // They may hold the last reference to the session and have to go on this queue.
   const auto completion = std::move(task.completion);
   const auto storeFilter = std::move(task.storeFilter);
+  if (cache != nullptr) {
+    for (const CacheWrite& write : delivery.writes) apply(write, *cache);
+  }
   if (task.state.exchange(State::completed) == State::canceling) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};
+  }
+  if (cache != nullptr && delivery.freshAnswer &&
+      (!storeFilter || storeFilter(*delivery.response, *delivery.data))) {
+    apply(*delivery.freshAnswer, *cache);
   }
   task.setMetrics(delivery.metrics);
   if (completion) completion(delivery.data, delivery.response, delivery.error);

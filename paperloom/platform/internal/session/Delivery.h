@@ -3,18 +3,17 @@
 #include <optional>
 #include <vector>
 
-#include "paperloom/platform/internal/session/CacheThread.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom::internal {
 
-// A request to be sent in the background, for the cache's sake, with the copy that it validates.
-struct Refresh {
+// One change of the cache: `entry` kept for `request`, or what is kept for it removed.
+struct CacheWrite {
   URLRequest request;
-  CachedURLResponse stored;
+  std::optional<CachedURLResponse> entry;
 };
 
-// How a task ends: what changes in the cache, and what its completion receives after that.
+// How a task ends: what its completion receives, and what changes in the cache before that.
 struct Delivery {
   std::optional<Data> data{};
   std::optional<HTTPURLResponse> response{};
@@ -22,15 +21,11 @@ struct Delivery {
   URLSessionTaskMetrics metrics{};
   std::vector<CacheWrite> writes{};         // made whatever became of the task
   std::optional<CacheWrite> freshAnswer{};  // made when the task's store filter has accepted it
-  std::optional<Refresh> refresh{};
+  std::optional<URLRequest> refresh{};      // to be sent in the background, for the cache's sake
 };
 
-// Asks the task's store filter about the fresh answer, which joins the writes or is left out. On
-// the callback queue.
-void judge(const TaskCore& task, Delivery& delivery);
-
-// Calls the completion, once the writes have been made; a task that was cancelled in the meantime
-// gets the cancellation instead of its answer. On the callback queue, once a task.
-void complete(TaskCore& task, Delivery delivery);
+// Makes the writes, asks the store filter and calls the completion; a task that was cancelled in
+// the meantime gets the cancellation instead of its answer. On the callback queue, once a task.
+void complete(TaskCore& task, Delivery delivery, URLCache* cache);
 
 }  // namespace paperloom::internal

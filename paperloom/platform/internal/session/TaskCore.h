@@ -2,11 +2,10 @@
 
 #include <atomic>
 #include <memory>
-#include <optional>
+#include <mutex>
 #include <utility>
 
-#include "paperloom/platform/Mutex.h"
-#include "paperloom/platform/URLSessionTask.h"
+#include "paperloom/platform/URLSession.h"
 
 namespace paperloom::internal {
 
@@ -14,28 +13,19 @@ namespace paperloom::internal {
 class TaskCore {
  public:
   TaskCore(URLRequest taskRequest, std::weak_ptr<SessionCore> taskSession,
-           URLSessionTask::Completion taskCompletion, URLSessionTask::StoreFilter taskFilter)
+           URLSession::Completion taskCompletion, URLSession::StoreFilter taskFilter)
       : request(std::move(taskRequest)),
         session(std::move(taskSession)),
         completion(std::move(taskCompletion)),
         storeFilter(std::move(taskFilter)) {}
 
   URLSessionTaskMetrics metrics() const {
-    const MutexLock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     return metrics_;
   }
   void setMetrics(const URLSessionTaskMetrics& metrics) {
-    const MutexLock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     metrics_ = metrics;
-  }
-
-  std::optional<CachedURLResponse> stored() const {
-    const MutexLock lock(mutex_);
-    return stored_;
-  }
-  void setStored(std::optional<CachedURLResponse> stored) {
-    const MutexLock lock(mutex_);
-    stored_ = std::move(stored);
   }
 
   const URLRequest request;
@@ -47,13 +37,12 @@ class TaskCore {
 
   // Once the task is resumed these belong to the callback queue: it calls them, and it destroys
   // them, since they may hold the last reference to the session.
-  URLSessionTask::Completion completion;
-  URLSessionTask::StoreFilter storeFilter;
+  URLSession::Completion completion;
+  URLSession::StoreFilter storeFilter;
 
  private:
-  mutable Mutex mutex_;
-  URLSessionTaskMetrics metrics_ PAPERLOOM_GUARDED_BY(mutex_);
-  std::optional<CachedURLResponse> stored_ PAPERLOOM_GUARDED_BY(mutex_);
+  mutable std::mutex mutex_;
+  URLSessionTaskMetrics metrics_;
 };
 
 }  // namespace paperloom::internal
