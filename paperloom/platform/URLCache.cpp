@@ -15,11 +15,6 @@ URLCache::URLCache(std::int64_t memoryCapacity, std::int64_t diskCapacity,
 
 URLCache::~URLCache() = default;
 
-std::optional<CachedURLResponse> URLCache::cachedResponseForSession(
-    const URLRequest& request) const {
-  return store_->find(request, internal::URLCacheStore::Miss::mayBeRemembered);
-}
-
 std::optional<CachedURLResponse> URLCache::cachedResponse(const URLRequest& request) const {
   return store_->find(request);
 }

@@ -15,7 +15,6 @@
 namespace paperloom {
 
 namespace internal {
-class Exchange;
 class URLCacheStore;
 }  // namespace internal
 
@@ -78,12 +77,6 @@ class PAPERLOOM_EXPORT URLCache {
   std::vector<Entry> entries() const;
 
  private:
-  friend class internal::Exchange;
-  friend class internal::URLCacheStore;
-
-  // cachedResponse() for a session: a miss of a moment ago may stand for a look on disk.
-  std::optional<CachedURLResponse> cachedResponseForSession(const URLRequest& request) const;
-
   std::unique_ptr<internal::URLCacheStore> store_;
 };
 

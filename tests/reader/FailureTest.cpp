@@ -37,6 +37,9 @@ TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
   check({"parse", "stream", "/nonexistent/file"}, 1, "error: cannot read /nonexistent/file: No ");
   check({"parse", "stream", "/"}, 1, "error: cannot read /: Is a directory\n");
   check({"article", "ftp://host/a"}, 1, "error: not an http or https URL: ftp://host/a\n");
+  check({"article", "ftp://h/a  b\tc\x1b[1m"}, 1,
+        "error: not an http or https URL: ftp://h/a  b c[1m\n");
+  check({"parse", "stream", "/none/a  b"}, 1, "error: cannot read /none/a  b: No such file");
   check({"article", "%%%"}, 1, "error: not an http or https URL: %%%\n");
   check({"article", "7"}, 1, "error: the front page printed last has no story 7");
   check({"image", service->baseURL() + "/config"}, 1, "error: no image can be loaded from ");
@@ -63,6 +66,18 @@ TEST(Failure, outputThatCannotBeWrittenIsOne) {
   const ReaderOutcome outcome = Reader().run(run);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.error, "error: the output cannot be written: No space left on device\n");
+}
+
+TEST(Failure, ofAStandardStreamThatIsClosedHarmsNoFile) {
+  const Reader reader;
+  for (const auto& closed : std::vector<std::vector<int>>{{0}, {1}, {2}, {0, 1, 2}}) {
+    ReaderRun run;
+    run.arguments = {"stream"};
+    run.closed = closed;
+    EXPECT_EQ(reader.run(run).status, 0);
+    EXPECT_NE(reader.run({"cache", "list"}).out.find("/stream"), std::string::npos)
+        << ::testing::PrintToString(closed);
+  }
 }
 
 struct TerminalCase {

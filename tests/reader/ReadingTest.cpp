@@ -88,6 +88,20 @@ TEST_F(ReadingCommands, variantsEnumerationsDatesAndMissingValuesHaveTheirForms)
   EXPECT_TRUE(blocks[4]["asset"]["aspectRatio"].is_null());  // infinite
 }
 
+TEST_F(ReadingCommands, aDateIsPrintedExactlyOrNotAtAll) {
+  const std::pair<const char*, JSON> rows[] = {
+      {"0000-01-01T00:00:00Z", "0000-01-01T00:00:00Z"},
+      {"0000-01-01T00:00:00+00:01", nullptr},
+      {"9999-12-31T23:59:59Z", "9999-12-31T23:59:59Z"},
+      {"9999-12-31T23:59:59-00:01", nullptr},
+  };
+  for (const auto& [text, printed] : rows) {
+    const JSON document = {{"headline", "h"}, {"body", JSON::array()}, {"datePublished", text}};
+    const ReaderOutcome outcome = reader_.run({"--json", "parse", "article", "-"}, document.dump());
+    EXPECT_EQ(JSON::parse(outcome.out, nullptr, false)["publishedTime"], printed) << text;
+  }
+}
+
 TEST_F(ReadingCommands, whatWasReadIsStillReadWhenTheServiceIsGone) {
   const std::string picture = (reader_.folder() / "picture.jpg").string();
   for (const bool gone : {false, true}) {
@@ -171,10 +185,13 @@ TEST_F(ReadingCommands, controlCCancelsAndLeavesTheCacheSound) {
   }
 }
 
-TEST(EmbeddedService, isFoundAgainByTheNextReader) {
+TEST(EmbeddedService, isFoundAgainByTheNextReaderAndAskedThroughNoProxy) {
   const Reader reader;
   for (const char* source : {"network", "cache"}) {
-    const ReaderOutcome outcome = reader.run({"--json", "config"});
+    ReaderRun run;
+    run.arguments = {"--json", "config"};
+    run.environment = {{"http_proxy", "http://127.0.0.1:1"}, {"NO_PROXY", "elsewhere.example"}};
+    const ReaderOutcome outcome = reader.run(run);
     ASSERT_EQ(outcome.status, 0) << outcome.error;
     EXPECT_EQ(JSON::parse(outcome.out)["source"], source);
   }

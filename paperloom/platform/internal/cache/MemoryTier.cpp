@@ -4,13 +4,6 @@
 #include <utility>
 
 namespace paperloom::internal {
-namespace {
-
-constexpr std::chrono::milliseconds absenceTime{2};
-constexpr std::size_t mostAbsences = 64;
-
-}  // namespace
-
 MemoryTier::MemoryTier(std::int64_t capacity) : capacity_(std::max<std::int64_t>(capacity, 0)) {}
 
 bool MemoryTier::mayHold(const CacheKey& key) const {
@@ -84,20 +77,6 @@ void MemoryTier::promote(const CacheKey& key, VaryMatcher& request, CacheEntry e
   if (!fits(entry)) return;
   dropMatching(key, request);
   insert(key, std::move(entry));
-}
-
-void MemoryTier::noteAbsent(const CacheKey& key, Ticket ticket) {
-  const std::lock_guard lock(mutex_);
-  if (absences_.size() >= mostAbsences) absences_.clear();
-  const auto until = std::chrono::steady_clock::now() + absenceTime;
-  absences_.insert_or_assign(key.url, Absence{ticket.changes, until});
-}
-
-bool MemoryTier::isKnownAbsent(const CacheKey& key) const {
-  const std::lock_guard lock(mutex_);
-  const auto found = absences_.find(key.url);
-  return found != absences_.end() && found->second.changes == changes_[slot(key)] &&
-         std::chrono::steady_clock::now() < found->second.until;
 }
 
 std::int64_t MemoryTier::capacity() const {

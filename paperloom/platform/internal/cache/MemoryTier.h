@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -49,12 +48,6 @@ class MemoryTier {
   Ticket ticket(const CacheKey& key) const;
   void promote(const CacheKey& key, VaryMatcher& request, CacheEntry entry, Ticket ticket);
 
-  // Remembers for a moment that a request without any field found nothing on disk: a session looks
-  // where its manager has just looked. What this process stores ends it; what another process
-  // stores meanwhile is a miss.
-  void noteAbsent(const CacheKey& key, Ticket ticket);
-  bool isKnownAbsent(const CacheKey& key) const;
-
   std::int64_t capacity() const;
   void setCapacity(std::int64_t bytes);
   std::int64_t usage() const;
@@ -65,10 +58,6 @@ class MemoryTier {
   struct Node {
     std::string url;
     Entry entry;
-  };
-  struct Absence {
-    std::uint64_t changes = 0;
-    std::chrono::steady_clock::time_point until;
   };
   using Nodes = std::list<Node>;
   using Variants = std::vector<Nodes::iterator>;
@@ -89,7 +78,6 @@ class MemoryTier {
   std::array<std::uint64_t, slots> changes_{};  // by the checksum of the URL
   Nodes nodes_;                                 // most recently used first
   std::unordered_map<std::string, Variants> variants_;
-  std::unordered_map<std::string, Absence> absences_;
 };
 
 }  // namespace paperloom::internal

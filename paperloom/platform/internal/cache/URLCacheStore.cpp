@@ -23,7 +23,7 @@ URLCacheStore::~URLCacheStore() {
   if (disk_) disk_->detach(&memory_);
 }
 
-std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request, Miss miss) {
+std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) {
   if (!isKept(request.method)) return std::nullopt;
   const CacheKey key = cacheKey(request.url);
   VaryMatcher matcher(request.headers);
@@ -35,15 +35,10 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request, 
       return entry->response;
     }
   }
-  const bool isPlain = request.headers.empty();
   if (!disk) return std::nullopt;
-  if (isPlain && miss == Miss::mayBeRemembered && memory_.isKnownAbsent(key)) return std::nullopt;
   const MemoryTier::Ticket ticket = memory_.ticket(key);
   auto entry = disk->find(key, matcher, request.url);
-  if (!entry) {
-    if (isPlain) memory_.noteAbsent(key, ticket);
-    return std::nullopt;
-  }
+  if (!entry) return std::nullopt;
   CachedURLResponse response = entry->response;
   memory_.promote(key, matcher, std::move(*entry), ticket);
   return response;

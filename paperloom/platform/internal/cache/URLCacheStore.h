@@ -24,10 +24,7 @@ class URLCacheStore {
   URLCacheStore(const URLCacheStore&) = delete;
   URLCacheStore& operator=(const URLCacheStore&) = delete;
 
-  // Whether a miss of a moment ago may stand for a look on disk: then what another process has
-  // stored since is not found.
-  enum class Miss { isLookedUp, mayBeRemembered };
-  std::optional<CachedURLResponse> find(const URLRequest& request, Miss miss = Miss::isLookedUp);
+  std::optional<CachedURLResponse> find(const URLRequest& request);
   void store(const CachedURLResponse& response, const URLRequest& request);
   void remove(const URLRequest& request);
   void removeAll();

@@ -5,24 +5,24 @@
 namespace paperloom::internal {
 
 void CallbackQueue::add(Job job) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!finished_) jobs_.push_back(std::move(job));
 }
 
 bool CallbackQueue::needsRunner() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !jobs_.empty() && runner_ == std::thread::id();
 }
 
 bool CallbackQueue::isFinished() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return finished_;
 }
 
 // The runner's next job. When there is none it is the runner no more: what is added from then on
 // finds somebody else.
 CallbackQueue::Job CallbackQueue::take() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (jobs_.empty()) {
     runner_ = std::thread::id();
     return nullptr;
@@ -34,7 +34,7 @@ CallbackQueue::Job CallbackQueue::take() {
 
 void CallbackQueue::run() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (runner_ != std::thread::id()) return;
     runner_ = std::this_thread::get_id();
   }
@@ -45,7 +45,7 @@ void CallbackQueue::finish() {
   while (true) {
     Job job;
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       finished_ = jobs_.empty();
       if (finished_) return;
       job = std::move(jobs_.front());

@@ -2,8 +2,9 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom::internal {
 
@@ -30,10 +31,10 @@ class CallbackQueue {
  private:
   Job take();
 
-  mutable std::mutex mutex_;
-  std::deque<Job> jobs_;  // guarded, as are the others
-  std::thread::id runner_;
-  bool finished_ = false;
+  mutable Mutex mutex_;
+  std::deque<Job> jobs_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::thread::id runner_ PAPERLOOM_GUARDED_BY(mutex_);
+  bool finished_ PAPERLOOM_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace paperloom::internal

@@ -9,30 +9,23 @@ namespace {
 
 using State = URLSessionTask::State;
 
-void apply(const CacheWrite& write, URLCache& cache) {
-  if (write.entry) {
-    cache.storeCachedResponse(*write.entry, write.request);
-  } else {
-    cache.removeCachedResponse(write.request);
+}  // namespace
+
+void judge(const TaskCore& task, Delivery& delivery) {
+  auto fresh = std::exchange(delivery.freshAnswer, std::nullopt);
+  if (!fresh || task.state == State::canceling) return;
+  if (!task.storeFilter || task.storeFilter(*delivery.response, *delivery.data)) {
+    delivery.writes.push_back(*std::move(fresh));
   }
 }
 
-}  // namespace
-
-void complete(TaskCore& task, Delivery delivery, URLCache* cache) {
+void complete(TaskCore& task, Delivery delivery) {
   // They may hold the last reference to the session and have to go on this queue.
   const auto completion = std::move(task.completion);
   const auto storeFilter = std::move(task.storeFilter);
-  if (cache != nullptr) {
-    for (const CacheWrite& write : delivery.writes) apply(write, *cache);
-  }
   if (task.state.exchange(State::completed) == State::canceling) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};
-  }
-  if (cache != nullptr && delivery.freshAnswer &&
-      (!storeFilter || storeFilter(*delivery.response, *delivery.data))) {
-    apply(*delivery.freshAnswer, *cache);
   }
   task.setMetrics(delivery.metrics);
   if (completion) completion(delivery.data, delivery.response, delivery.error);

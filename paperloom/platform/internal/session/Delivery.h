@@ -3,17 +3,18 @@
 #include <optional>
 #include <vector>
 
+#include "paperloom/platform/internal/session/CacheThread.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom::internal {
 
-// One change of the cache: `entry` kept for `request`, or what is kept for it removed.
-struct CacheWrite {
+// A request to be sent in the background, for the cache's sake, with the copy that it validates.
+struct Refresh {
   URLRequest request;
-  std::optional<CachedURLResponse> entry;
+  CachedURLResponse stored;
 };
 
-// How a task ends: what its completion receives, and what changes in the cache before that.
+// How a task ends: what changes in the cache, and what its completion receives after that.
 struct Delivery {
   std::optional<Data> data{};
   std::optional<HTTPURLResponse> response{};
@@ -21,11 +22,15 @@ struct Delivery {
   URLSessionTaskMetrics metrics{};
   std::vector<CacheWrite> writes{};         // made whatever became of the task
   std::optional<CacheWrite> freshAnswer{};  // made when the task's store filter has accepted it
-  std::optional<URLRequest> refresh{};      // to be sent in the background, for the cache's sake
+  std::optional<Refresh> refresh{};
 };
 
-// Makes the writes, asks the store filter and calls the completion; a task that was cancelled in
-// the meantime gets the cancellation instead of its answer. On the callback queue, once a task.
-void complete(TaskCore& task, Delivery delivery, URLCache* cache);
+// Asks the task's store filter about the fresh answer, which joins the writes or is left out. On
+// the callback queue.
+void judge(const TaskCore& task, Delivery& delivery);
+
+// Calls the completion, once the writes have been made; a task that was cancelled in the meantime
+// gets the cancellation instead of its answer. On the callback queue, once a task.
+void complete(TaskCore& task, Delivery delivery);
 
 }  // namespace paperloom::internal

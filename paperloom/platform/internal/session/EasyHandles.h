@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "paperloom/platform/URLSession.h"
+#include "paperloom/platform/URLSessionConfiguration.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
 
 namespace paperloom::internal {

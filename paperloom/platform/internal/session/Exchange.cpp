@@ -13,18 +13,48 @@ using Action = CachePlan::Action;
 
 }  // namespace
 
-Exchange::Exchange(URLRequest request, std::shared_ptr<URLCache> cache)
-    : request_(std::move(request)), cache_(std::move(cache)) {}
+Exchange::Exchange(URLRequest request, bool hasCache, StoredHops known)
+    : request_(std::move(request)), hasCache_(hasCache), known_(std::move(known)) {}
 
 Exchange::Step Exchange::begin(Date now) {
-  if (!started_) {
-    if (auto refusal = refusalOf(request_)) return fail(*std::move(refusal));
-    started_ = true;
-  }
-  if (!cache_) return request_;
-  stored_ = cache_->cachedResponseForSession(request_);
+  if (auto refusal = refusalOf(request_)) return fail(*std::move(refusal));
+  return nextHop(now);
+}
+
+Exchange::Step Exchange::found(StoredHops hops, Date now) {
+  const bool isFirst = redirects_ == 0;
+  if (isFirst && !hops.empty()) storedBefore_ = hops.back().stored;
+  known_ = std::move(hops);
+  takeKnownHop();
+  return plan(now);
+}
+
+bool Exchange::needsLookUp() const {
+  if (!hasCache_ || (request_.method != "GET" && request_.method != "HEAD")) return false;
+  const bool ignoresCache =
+      request_.cachePolicy == URLRequestCachePolicy::reloadIgnoringLocalCacheData;
+  const bool mayUpdate = request_.method == "HEAD" || request_.headers.contains("If-None-Match") ||
+                         request_.headers.contains("If-Modified-Since");
+  return !ignoresCache || mayUpdate;
+}
+
+// A stored redirect has been looked up together with what it leads to.
+bool Exchange::takeKnownHop() {
+  if (known_.empty() || known_.front().request.url != request_.url) return false;
+  stored_ = std::move(known_.front().stored);
+  known_.erase(known_.begin());
+  return true;
+}
+
+Exchange::Step Exchange::nextHop(Date now) {
+  if (!needsLookUp() || takeKnownHop()) return plan(now);
+  known_.clear();
+  return LookUp{};
+}
+
+Exchange::Step Exchange::plan(Date now) {
+  if (!hasCache_) return request_;
   plan_ = planRequest(request_, stored_ ? &*stored_ : nullptr, now);
-  if (validationFailed_ && plan_.action == Action::revalidate) giveUpValidation();
   switch (plan_.action) {
     case Action::send:
     case Action::revalidate:
@@ -36,7 +66,7 @@ Exchange::Step Exchange::begin(Date now) {
     case Action::serveStored:
       break;
   }
-  if (plan_.revalidateInBackground) refresh_ = refreshRequest();
+  if (plan_.revalidateInBackground) refresh_ = refresh();
   return serveStored(*stored_, plan_.stale ? Source::stale : Source::cache, now);
 }
 
@@ -47,14 +77,14 @@ URLRequest Exchange::withPlannedConditions() const {
 }
 
 // For the whole document, whatever part of it was asked for.
-URLRequest Exchange::refreshRequest() const {
+Refresh Exchange::refresh() const {
   URLRequest whole = request_;
   whole.method = "GET";
   whole.cachePolicy = URLRequestCachePolicy::reloadRevalidatingCacheData;
   for (const char* name : {"Range", "If-Range", "If-None-Match", "If-Modified-Since"}) {
     whole.headers.remove(name);
   }
-  return whole;
+  return {std::move(whole), *stored_};
 }
 
 void Exchange::giveUpValidation() {
@@ -106,7 +136,7 @@ Exchange::Step Exchange::fresh(TransferResult result, Date now) {
   if (stored_ && mayServeStaleOnError(request_, *stored_, now, result.response->statusCode)) {
     return serveStored(*stored_, Source::stale, now);
   }
-  if (cache_) noteEffects(result);
+  if (hasCache_) noteEffects(result);
   HTTPURLResponse answer = *std::move(result.response);
   auto write = writeFor(answer, result);
   // Whether a redirect is worth keeping is no question for the filter of the final answer.
@@ -144,7 +174,7 @@ std::optional<CacheWrite> Exchange::writeFor(const HTTPURLResponse& answer,
   // A coding that only this caller has asked for is of no use to another.
   const bool coded = contentCoding(answer.headers) != ContentCoding::identity;
   if (coded && request_.headers.contains("Accept-Encoding")) return std::nullopt;
-  if (!cache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
+  if (!hasCache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
   URLRequest key(request_.url);
   key.headers = request_.headers;
   return CacheWrite{std::move(key),
@@ -183,7 +213,7 @@ std::optional<Exchange::Step> Exchange::follow(const HTTPURLResponse& answer, Da
   plan_ = CachePlan();
   validationFailed_ = false;
   metrics_ = URLSessionTaskMetrics();
-  return begin(now);
+  return nextHop(now);
 }
 
 Delivery Exchange::fail(URLError error) {

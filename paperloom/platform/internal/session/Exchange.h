@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <variant>
 #include <vector>
@@ -15,32 +14,37 @@ namespace paperloom::internal {
 
 // The course of one task, from its request to its delivery: redirect by redirect, each hop looked
 // up in the cache, sent or validated by the rules of HTTP caching. It only decides; who holds it
-// does the sending.
+// does the looking up and the sending.
 class Exchange {
  public:
-  // `cache` may be null.
-  Exchange(URLRequest request, std::shared_ptr<URLCache> cache);
+  // `hasCache`: whether there is one to look into. `known`: what it holds, as far as that is known.
+  Exchange(URLRequest request, bool hasCache, StoredHops known = {});
 
   // The request of the current hop, without the conditions of a validation.
   const URLRequest& request() const { return request_; }
 
-  // What to do next: send a request and hand its result to received(), or deliver.
-  using Step = std::variant<URLRequest, Delivery>;
+  // What to do next: look request() up and hand what there is to found(), send a request and hand
+  // its result to received(), or deliver.
+  struct LookUp {};
+  using Step = std::variant<LookUp, URLRequest, Delivery>;
 
-  // Looks up the current hop. May be called again instead of sending: what it decided may have
-  // been overtaken while it waited for a connection.
   Step begin(Date now);
+  Step found(StoredHops hops, Date now);
   Step received(TransferResult result, Date now);
 
   // The delivery of a task that ends for a reason of the session's own.
   Delivery fail(URLError error);
 
-  // Lets go of the stored answer while the exchange waits.
-  void forgetStored() { stored_.reset(); }
+  // What the cache held for the task's own request, after stored redirects.
+  std::optional<CachedURLResponse> storedBefore() const { return storedBefore_; }
 
  private:
+  bool needsLookUp() const;
+  bool takeKnownHop();
+  Step nextHop(Date now);
+  Step plan(Date now);
   URLRequest withPlannedConditions() const;
-  URLRequest refreshRequest() const;
+  Refresh refresh() const;
   // Plans to send without validators: the 304 that came to them was about another answer.
   void giveUpValidation();
   Step gatewayTimeout();
@@ -58,8 +62,9 @@ class Exchange {
   Delivery deliver(HTTPURLResponse response, Data data);
 
   URLRequest request_;
-  const std::shared_ptr<URLCache> cache_;
-  bool started_ = false;
+  const bool hasCache_;
+  StoredHops known_;  // of the hops to come
+  std::optional<CachedURLResponse> storedBefore_;
   int redirects_ = 0;
 
   // Of the current hop.
@@ -69,7 +74,7 @@ class Exchange {
 
   std::vector<CacheWrite> writes_;
   URLSessionTaskMetrics metrics_;
-  std::optional<URLRequest> refresh_;
+  std::optional<Refresh> refresh_;
 };
 
 }  // namespace paperloom::internal

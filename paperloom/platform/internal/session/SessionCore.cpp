@@ -26,35 +26,58 @@ URLSessionConfiguration withinRange(URLSessionConfiguration configuration) {
 }  // namespace
 
 SessionCore::SessionCore(URLSessionConfiguration configuration)
-    : configuration_(std::move(configuration)), limits_(withinRange(configuration_)) {
-  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-  static_cast<void>(initialised);
-}
+    : configuration_(std::move(configuration)),
+      limits_(withinRange(configuration_)),
+      cache_(limits_.urlCache ? std::make_unique<CacheThread>(limits_.urlCache) : nullptr) {}
 
 SessionCore::~SessionCore() = default;
 
-bool SessionCore::startWorkers() {
-  if (loop_) return true;
-  auto loop = std::make_unique<SessionLoop>(limits_, *callbacks_);
-  if (!loop->isUsable()) return false;
-  loop_ = std::move(loop);
-  for (std::size_t i = 0; i < workers; ++i) {
-    threads_[i] =
-        startQuietThread([this, i, callbacks = callbacks_] { work(*this, i, callbacks); });
-  }
-  return true;
+CurlLoop* SessionCore::network() {
+  const MutexLock lock(mutex_);
+  return network_;
 }
 
-// Out of descriptors: this task fails, the next may succeed.
-void SessionCore::failWithoutWorkers(const std::shared_ptr<TaskCore>& task) {
-  callbacks_->add([task] {
-    auto error = makeError(URLError::Code::unknown, "there are no descriptors for the session");
-    complete(*task, Delivery{.error = std::move(error)}, nullptr);
-  });
-  if (!callbacks_->needsRunner()) return;
-  std::thread& spare = threads_[workers];
-  if (spare.joinable()) spare.join();  // it has run out of jobs
-  spare = startQuietThread([callbacks = callbacks_] { callbacks->run(); });
+bool SessionCore::makeLoop() {
+  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static_cast<void>(initialised);
+  const auto callbacks = callbacks_;  // outlives a session that a completion ends
+  for (;;) {
+    auto loop =
+        std::make_unique<SessionLoop>(limits_, *callbacks_, cache_.get(),
+                                      [this](std::shared_ptr<TaskCore> task, StoredHops hops) {
+                                        post({Command::found, std::move(task), std::move(hops)});
+                                      });
+    if (loop->isUsable()) {
+      const MutexLock whole(loopMutex_);
+      const MutexLock lock(mutex_);
+      network_ = &loop->network();
+      loop_ = std::move(loop);
+      attended_ = true;
+      return true;
+    }
+    // Out of descriptors: these tasks fail, the next may succeed.
+    std::vector<Posted> posted;
+    {
+      const MutexLock lock(mutex_);
+      while (inbox_.empty() && !closing_) posted_.wait(mutex_);
+      posted = std::exchange(inbox_, {});
+    }
+    failPosted(std::move(posted));
+    callbacks->run();
+    if (callbacks->isFinished()) return false;
+    const MutexLock lock(mutex_);
+    if (closing_ && inbox_.empty()) return false;
+  }
+}
+
+void SessionCore::failPosted(std::vector<Posted> posted) {
+  for (Posted& one : posted) {
+    if (one.command != Command::start) continue;
+    callbacks_->add([task = std::move(one.task)] {
+      auto error = makeError(URLError::Code::unknown, "there are no descriptors for the session");
+      complete(*task, Delivery{.error = std::move(error)});
+    });
+  }
 }
 
 // A completion may end the session, and then `core` is gone when run() returns.
@@ -67,47 +90,71 @@ void SessionCore::work(SessionCore& core, std::size_t worker,
   callbacks->run();
 }
 
+void SessionCore::startSecondWorker() {
+  const MutexLock lock(mutex_);
+  network_->wake();  // for what has been posted meanwhile
+  if (closing_) return;
+  threads_[1] = startQuietThread([this, callbacks = callbacks_] { work(*this, 1, callbacks); });
+}
+
 bool SessionCore::post(Command command, const std::shared_ptr<TaskCore>& task) {
+  return post({command, task});
+}
+
+bool SessionCore::post(Posted posted) {
+  const bool isNew = posted.command == Command::start || posted.command == Command::found;
+  if (isNew && obeyDirectly(posted)) return true;
+  CurlLoop* toWake = nullptr;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (closing_) return false;
-    if (!startWorkers()) {
-      if (command == Command::start) failWithoutWorkers(task);
-      return true;
+    inbox_.push_back(std::move(posted));
+    if (!threads_[0].joinable()) {
+      threads_[0] = startQuietThread([this, callbacks = callbacks_] {
+        if (!makeLoop()) return;
+        startSecondWorker();
+        work(*this, 0, callbacks);
+      });
+    }
+    if (network_ == nullptr) {
+      posted_.notifyOne();
+    } else if (!std::exchange(attended_, true)) {
+      toWake = network_;
     }
   }
-  if (command == Command::start && startDirectly(task)) return true;
-  bool mustWake = false;
-  {
-    const std::lock_guard lock(mutex_);
-    if (closing_) return false;
-    inbox_.push_back({command, task});
-    mustWake = !std::exchange(attended_, true);
-  }
-  if (mustWake) loop_->network().wake();
+  if (toWake != nullptr) toWake->wake();
   return true;
 }
 
-bool SessionCore::startDirectly(const std::shared_ptr<TaskCore>& task) {
-  std::unique_lock loop(loopMutex_, std::try_to_lock);
-  if (!loop) return false;
+// On the thread of a host a request is only sent where that touches no disk: the certificates for
+// TLS lie there.
+bool SessionCore::obeyDirectly(Posted& posted) {
+  const bool isFromHost = posted.command == Command::start;
+  const bool mayReadDisk = posted.task->request.url.scheme() != "http" ||
+                           !limits_.additionalCertificateAuthorities.empty();
+  if (isFromHost && mayReadDisk) return false;
+  if (!loopMutex_.try_lock()) return false;
+  bool isFree = false;
   {
-    const std::lock_guard lock(mutex_);
-    if (closing_ || !inbox_.empty()) return false;
+    const MutexLock lock(mutex_);
+    isFree = loop_ && !ended_ && !closing_ && inbox_.empty();
   }
-  const BrokenPipeShield shield;
-  loop_->obey({Command::start, task});
-  loop_->settle();
-  announceNextLook();
-  loop.unlock();  // the answer may be there already
-  if (callbacks_->needsRunner()) loop_->network().wake();
-  return true;
+  if (isFree) {
+    const BrokenPipeShield shield;
+    loop_->obey(std::move(posted));
+    if (loop_->hasUnsent()) loop_->settle();
+    announceNextLook();
+  }
+  loopMutex_.unlock();
+  // The answer may be there already.
+  if (isFree && callbacks_->needsRunner()) network()->wake();
+  return isFree;
 }
 
 bool SessionCore::turn(std::size_t worker) {
   CurlLoop::Ready ready;
   waitForNetwork(worker, ready);
-  const std::lock_guard loop(loopMutex_);
+  const MutexLock loop(loopMutex_);
   if (ended_) return false;
   loop_->network().moveOn(ready);
   do {
@@ -127,27 +174,29 @@ bool SessionCore::turn(std::size_t worker) {
 }
 
 void SessionCore::waitForNetwork(std::size_t worker, CurlLoop::Ready& ready) {
+  CurlLoop* waited = nullptr;
   Clock::time_point until;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (closing_) return;
     until = nextLook_;
     waits_[worker] = until;
+    waited = network_;
   }
-  loop_->network().wait(until, ready);
-  const std::lock_guard lock(mutex_);
+  waited->wait(until, ready);
+  const MutexLock lock(mutex_);
   waits_[worker].reset();
 }
 
 std::vector<SessionCore::Posted> SessionCore::takePosted(bool& closing) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   attended_ = true;
   closing = closing_;
   return std::exchange(inbox_, {});
 }
 
 bool SessionCore::isInboxEmpty() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   attended_ = !inbox_.empty();
   return inbox_.empty();
 }
@@ -155,7 +204,7 @@ bool SessionCore::isInboxEmpty() {
 void SessionCore::announceNextLook() {
   bool mustWake = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     nextLook_ = loop_->nextLook();
     for (const auto& wait : waits_) mustWake = mustWake || (wait && *wait > nextLook_);
   }
@@ -163,19 +212,25 @@ void SessionCore::announceNextLook() {
 }
 
 void SessionCore::shutDown() {
+  std::array<std::thread, workers> threads;
+  CurlLoop* toWake = nullptr;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     closing_ = true;
+    threads = std::exchange(threads_, {});
+    toWake = network_;
   }
-  if (loop_) loop_->network().wake();
+  posted_.notifyAll();
+  if (toWake != nullptr) toWake->wake();
   std::thread* own = nullptr;
-  for (std::thread& thread : threads_) {
+  for (std::thread& thread : threads) {
     if (thread.get_id() == std::this_thread::get_id()) {
       own = &thread;
     } else if (thread.joinable()) {
       thread.join();
     }
   }
+  if (cache_) cache_->finish();
   callbacks_->finish();
   if (own != nullptr) own->detach();
 }

@@ -3,11 +3,13 @@
 #include <array>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
 
+#include "paperloom/platform/Mutex.h"
+#include "paperloom/platform/URLSessionConfiguration.h"
+#include "paperloom/platform/internal/session/CacheThread.h"
 #include "paperloom/platform/internal/session/CallbackQueue.h"
 #include "paperloom/platform/internal/session/SessionLoop.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
@@ -17,11 +19,19 @@ namespace paperloom::internal {
 // What a URLSession holds and its tasks point to: its threads, started with the first task, and
 // their end. Safe from any thread.
 //
-// Two threads share the work, and neither has a part of its own. Both wait for the network; the one
-// that is woken takes in what has come and runs the completions that follow from it at once, if the
-// other is not at that, while the other goes on waiting. And a thread that starts a task sends its
-// request itself when nobody else is at the loop. So an answer reaches its completion, and the next
-// request the wire, without being handed from thread to thread, which costs more than all the rest.
+// Two threads share the network, and neither has a part of its own. Both wait for it; the one that
+// is woken takes in what has come and runs the completions that follow from it at once, if the
+// other is not at that, while the other goes on waiting. And who has something for the loop, a
+// thread that starts a task or the cache thread that has looked one up, sees to it itself when
+// nobody else is at the loop. So an answer reaches its completion, and the next request the wire,
+// with as few hand-overs from thread to thread as there can be: they cost more than all the rest.
+//
+// mutex_ guards what is said to the loop (the inbox, whether the session closes) and who waits for
+// how long; it is held for moments. loopMutex_ guards the loop; it is held while the loop works,
+// never across disk work or a callback, and who starts a task only ever tries it. No wake is
+// missed: who puts something into the inbox wakes a thread unless one is attending, and a thread
+// that stops attending has seen the inbox empty under the same lock; who finds a callback without a
+// runner wakes a thread, and every woken thread offers itself as the runner before it waits again.
 class SessionCore {
  public:
   using Command = SessionLoop::Command;
@@ -33,7 +43,8 @@ class SessionCore {
 
   const URLSessionConfiguration& configuration() const { return configuration_; }
 
-  // False once the session is being shut down; then nothing happens to the task.
+  // False once the session is being shut down; then nothing happens to the task. Touches no disk
+  // and waits for nothing that does.
   bool post(Command command, const std::shared_ptr<TaskCore>& task);
 
   // Cancels what is in flight, runs the completions and ends the threads. Called once; within a
@@ -45,33 +56,45 @@ class SessionCore {
   using Posted = SessionLoop::Posted;
   static constexpr std::size_t workers = 2;
 
-  bool startWorkers();
-  void failWithoutWorkers(const std::shared_ptr<TaskCore>& task);
   static void work(SessionCore& core, std::size_t worker, std::shared_ptr<CallbackQueue> callbacks);
-  bool startDirectly(const std::shared_ptr<TaskCore>& task);
+  // Makes the loop, on the first worker: that reads the TLS library's settings from the disk. False
+  // when the session closes without one.
+  bool makeLoop();
+  void failPosted(std::vector<Posted> posted);
+  void startSecondWorker();
+  bool post(Posted posted);
+  // Leaves `posted` alone when somebody else is at the loop.
+  bool obeyDirectly(Posted& posted);
   // One wait and what follows from it; false when the session has ended.
   bool turn(std::size_t worker);
   void waitForNetwork(std::size_t worker, CurlLoop::Ready& ready);
   std::vector<Posted> takePosted(bool& closing);
   bool isInboxEmpty();
   // Makes sure that somebody's wait ends when the loop has to be looked after again.
-  void announceNextLook();
+  void announceNextLook() PAPERLOOM_REQUIRES(loopMutex_);
+  CurlLoop* network();
 
   const URLSessionConfiguration configuration_;
   const URLSessionConfiguration limits_;  // the same with every number within its range
   const std::shared_ptr<CallbackQueue> callbacks_ = std::make_shared<CallbackQueue>();
+  const std::unique_ptr<CacheThread> cache_;  // null without a cache
 
-  std::mutex mutex_;  // never held for long; guards these
-  bool closing_ = false;
-  bool attended_ = false;  // a worker is going to look into the inbox, or has been woken for it
-  std::vector<Posted> inbox_;
-  Clock::time_point nextLook_ = Clock::time_point::max();
-  std::array<std::optional<Clock::time_point>, workers> waits_;  // until when each waits
-  std::array<std::thread, workers + 1> threads_;  // the last tells of failures to start the others
+  Mutex loopMutex_;  // locked before mutex_
+  std::unique_ptr<SessionLoop> loop_ PAPERLOOM_GUARDED_BY(loopMutex_);
+  bool ended_ PAPERLOOM_GUARDED_BY(loopMutex_) = false;
 
-  std::mutex loopMutex_;               // locked before mutex_; guards these
-  std::unique_ptr<SessionLoop> loop_;  // once made, its wait and wake need no lock
-  bool ended_ = false;
+  Mutex mutex_ PAPERLOOM_ACQUIRED_AFTER(loopMutex_);
+  bool closing_ PAPERLOOM_GUARDED_BY(mutex_) = false;
+  // A worker is going to look into the inbox, or has been woken for it.
+  bool attended_ PAPERLOOM_GUARDED_BY(mutex_) = false;
+  std::vector<Posted> inbox_ PAPERLOOM_GUARDED_BY(mutex_);
+  Clock::time_point nextLook_ PAPERLOOM_GUARDED_BY(mutex_) = Clock::time_point::max();
+  // Until when each worker waits.
+  std::array<std::optional<Clock::time_point>, workers> waits_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::array<std::thread, workers> threads_ PAPERLOOM_GUARDED_BY(mutex_);
+  // The loop's, once there is one; its wait and wake need no lock.
+  CurlLoop* network_ PAPERLOOM_GUARDED_BY(mutex_) = nullptr;
+  ConditionVariable posted_;  // while there is no loop
 };
 
 }  // namespace paperloom::internal

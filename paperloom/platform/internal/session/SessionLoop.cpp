@@ -11,28 +11,23 @@ namespace {
 using Code = URLError::Code;
 using State = URLSessionTask::State;
 
-// How often a request is sent again by the session when a connection that it shares fails.
-constexpr int maximumLosses = 3;
-
 }  // namespace
 
-SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks)
+SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
+                         CacheThread* cache, WhenFound whenFound)
     : configuration_(configuration),
       callbacks_(callbacks),
+      cache_(cache),
+      whenFound_(std::move(whenFound)),
       network_(configuration.httpMaximumConnectionsPerHost),
       handles_(configuration, network_),
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
 void SessionLoop::settle() {
-  // A transfer that ends may let another begin, which is to be sent at once. One whose bytes do not
-  // end has its timer due again and again, and lets the others have their turn.
+  hasUnsent_ = false;
+  // A transfer that ends may let another begin, which is to be sent at once.
   constexpr int rounds = 8;
-  constexpr auto longest = std::chrono::milliseconds(20);
-  const auto begun = Clock::now();
-  const auto mayGoOn = [&](Clock::time_point now) {
-    return network_.nextTimer() <= now && now - begun < longest;
-  };
-  for (int i = 0; i == 0 || (i < rounds && mayGoOn(Clock::now())); ++i) {
+  for (int i = 0; i == 0 || (i < rounds && network_.nextTimer() <= Clock::now()); ++i) {
     for (const auto& [handle, code] : network_.advance()) finishTransfer(handle, code);
     enforceDeadlines();
   }
@@ -50,21 +45,29 @@ void SessionLoop::end(std::vector<Posted> unsent) {
 }
 
 void SessionLoop::obey(Posted posted) {
-  if (posted.command == Command::start) return start(std::move(posted.task), false);
-  const auto found = entries_.find(posted.task.get());
-  if (found == entries_.end()) return;
-  if (posted.command == Command::cancel) {
-    cancel(*found->second);
-  } else {
-    slots_.setPriority(posted.task.get(), posted.task->priority);
+  if (posted.command == Command::start) {
+    Exchange exchange(posted.task->request, cache_ != nullptr);
+    return start(std::move(posted.task), std::move(exchange), false);
+  }
+  const auto known = entries_.find(posted.task.get());
+  if (known == entries_.end()) return;
+  switch (posted.command) {
+    case Command::start:
+      break;
+    case Command::found:
+      return found(*known->second, std::move(posted.hops));
+    case Command::cancel:
+      return cancel(*known->second);
+    case Command::reprioritize:
+      return slots_.setPriority(posted.task.get(), posted.task->priority);
   }
 }
 
-void SessionLoop::start(std::shared_ptr<TaskCore> task, bool isRefresh) {
+void SessionLoop::start(std::shared_ptr<TaskCore> task, Exchange exchange, bool isRefresh) {
   TaskCore* const key = task.get();
   auto owned = std::make_unique<Entry>(
-      Entry{task, Exchange(task->request, configuration_.urlCache),
-            Clock::now() + configuration_.timeoutIntervalForResource, isRefresh});
+      Entry{task, std::move(exchange), Clock::now() + configuration_.timeoutIntervalForResource,
+            isRefresh});
   Entry& entry = *entries_.insert_or_assign(key, std::move(owned)).first->second;
   nextCheck_ = std::min(nextCheck_, entry.deadline);
   if (task->state == State::canceling) return cancel(entry);
@@ -72,32 +75,50 @@ void SessionLoop::start(std::shared_ptr<TaskCore> task, bool isRefresh) {
 }
 
 // Validates in the background what has just been handed out stale. One at a time for a URL.
-void SessionLoop::startRefresh(URLRequest request, const TaskCore& origin) {
-  if (!refreshes_.insert(request.url.absoluteString()).second) return;
+void SessionLoop::startRefresh(Refresh refresh, const TaskCore& origin) {
+  if (!refreshes_.insert(refresh.request.url.absoluteString()).second) return;
   auto task =
-      std::make_shared<TaskCore>(std::move(request), origin.session, nullptr, origin.storeFilter);
+      std::make_shared<TaskCore>(refresh.request, origin.session, nullptr, origin.storeFilter);
   task->state = State::running;
   task->priority = URLSessionTask::lowPriority;
-  start(std::move(task), true);
+  StoredHops known;
+  known.push_back({refresh.request, std::move(refresh.stored)});
+  Exchange exchange(std::move(refresh.request), true, std::move(known));
+  start(std::move(task), std::move(exchange), true);
+}
+
+void SessionLoop::found(Entry& entry, StoredHops hops) {
+  Exchange::Step step = entry.exchange.found(std::move(hops), currentDate());
+  entry.task->setStored(entry.exchange.storedBefore());
+  advance(entry, std::move(step));
 }
 
 void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   if (auto* delivery = std::get_if<Delivery>(&step)) return deliver(entry, std::move(*delivery));
+  if (std::holds_alternative<Exchange::LookUp>(step)) {
+    return cache_->lookUp(entry.exchange.request(),
+                          [this, task = entry.task](StoredHops hops) mutable {
+                            whenFound_(std::move(task), std::move(hops));
+                          });
+  }
+  auto request = std::get<URLRequest>(std::move(step));
   const std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) {
     entry.host = host;
-    return send(entry, std::get<URLRequest>(std::move(step)), Transfer::Connection::kept);
+    return send(entry, std::move(request), Transfer::Connection::kept);
   }
-  entry.exchange.forgetStored();
+  entry.ready = std::move(request);
   slots_.wait(host, entry.task.get(), entry.task->priority);
 }
 
 void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection connection) {
   entry.transfer = std::make_unique<Transfer>(handles_.make(), network_, std::move(request),
                                               connection, configuration_, *entry.task);
-  entry.transfer->expectHTTP2(slots_.isMultiplexed(entry.host));
+  const bool known = slots_.isMultiplexed(entry.host);
+  if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
   CURL* const handle = entry.transfer->handle();
   transfers_[handle] = &entry;
+  hasUnsent_ = true;
   nextCheck_ = std::min(nextCheck_, Clock::now() + configuration_.timeoutIntervalForRequest);
   if (entry.transfer->isSound() && network_.add(handle)) return;
   abandonTransfer(entry, makeError(Code::unknown, "there is no memory for the request"));
@@ -107,20 +128,15 @@ void SessionLoop::finishTransfer(CURL* handle, CURLcode code) {
   const auto found = transfers_.find(handle);
   if (found == transfers_.end()) return;
   Entry& entry = *found->second;
-  if (entry.transfer->metUnaskedInput(code)) return sendAgain(entry, Transfer::Connection::fresh);
-  if (entry.transfer->lostSharedConnection(code) && entry.losses++ < maximumLosses) {
-    return sendAgain(entry, Transfer::Connection::kept);
+  if (entry.transfer->metUnaskedInput(code)) {
+    URLRequest request = entry.transfer->request();
+    dropTransfer(entry);
+    return send(entry, std::move(request), Transfer::Connection::fresh);
   }
   TransferResult result = entry.transfer->finish(code);
   const std::string host = releaseTransfer(entry, result.multiplexed);
   advance(entry, entry.exchange.received(std::move(result), currentDate()));
   serveWaiting(host);
-}
-
-void SessionLoop::sendAgain(Entry& entry, Transfer::Connection connection) {
-  URLRequest request = entry.transfer->request();
-  dropTransfer(entry);
-  send(entry, std::move(request), connection);
 }
 
 void SessionLoop::abandonTransfer(Entry& entry, URLError error) {
@@ -152,7 +168,7 @@ std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
 void SessionLoop::serveWaiting(const std::string& host) {
   while (TaskCore* task = slots_.next(host)) {
     Entry& entry = *entries_.at(task);
-    advance(entry, entry.exchange.begin(currentDate()));
+    advance(entry, *std::exchange(entry.ready, std::nullopt));
   }
 }
 
@@ -165,16 +181,36 @@ void SessionLoop::cancel(Entry& entry) {
 }
 
 void SessionLoop::deliver(Entry& entry, Delivery delivery) {
-  const std::shared_ptr<TaskCore> task = std::move(entry.task);
+  std::shared_ptr<TaskCore> task = std::move(entry.task);
   if (entry.isRefresh) refreshes_.erase(task->request.url.absoluteString());
   entries_.erase(task.get());
   delivery.metrics.countOfBytesReceived = task->bytesReceived;
   // Before the delivery: then the callback queue takes the filter away from the task.
   if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
+  if (!delivery.freshAnswer) return keep(std::move(task), std::move(delivery));
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  callbacks_.add([task, shared, cache = configuration_.urlCache] {
-    complete(*task, std::move(*shared), cache.get());
+  callbacks_.add([this, task = std::move(task), shared]() mutable {
+    judge(*task, *shared);
+    if (shared->writes.empty()) return complete(*task, std::move(*shared));
+    keep(std::move(task), std::move(*shared));
   });
+}
+
+void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  if (cache_ == nullptr || delivery.writes.empty()) {
+    return addCallback(std::move(task), std::move(delivery));
+  }
+  auto writes = std::exchange(delivery.writes, {});
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  cache_->write(std::move(writes), [this, task = std::move(task), shared]() mutable {
+    addCallback(std::move(task), std::move(*shared));
+    if (callbacks_.needsRunner()) network_.wake();
+  });
+}
+
+void SessionLoop::addCallback(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  callbacks_.add([task = std::move(task), shared] { complete(*task, std::move(*shared)); });
 }
 
 SessionLoop::Clock::time_point SessionLoop::expiry(const Entry& entry,
@@ -207,9 +243,6 @@ void SessionLoop::expire(Entry& entry) {
   if (expiry(entry, Clock::now()) > Clock::now()) return;
   auto error = makeError(Code::timedOut, "the request timed out");
   if (entry.transfer) {
-    if (const auto socket = entry.transfer->socket()) {
-      network_.giveUpIfSilent(*socket, configuration_.timeoutIntervalForRequest / 2);
-    }
     abandonTransfer(entry, std::move(error));
   } else {
     slots_.stopWaiting(entry.task.get());

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "paperloom/platform/internal/session/CacheThread.h"
 #include "paperloom/platform/internal/session/CallbackQueue.h"
 #include "paperloom/platform/internal/session/ConnectionSlots.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
@@ -16,25 +19,40 @@
 
 namespace paperloom::internal {
 
-// The tasks of a session and their transfers: drives the exchanges and leaves their deliveries to
-// the callback queue. Look-ups in the cache happen here, writes there. For one thread at a time,
-// but for the wait and the wake of network().
+// The tasks of a session and their transfers: drives the exchanges, has look-ups and writes made by
+// the cache thread, and leaves the completions to the callback queue. For one thread at a time, but
+// for the wait and the wake of network().
+//
+// A task is in `entries_` from its start to its delivery, and there in one of three ways: its hop
+// is being looked up, or it waits for a slot with the request that is `ready`, or it has a slot and
+// a transfer, which stands in `transfers_`. What a look-up finds after the task has been delivered
+// finds no entry. From the delivery on a task belongs to the jobs that judge its answer (callback
+// queue), write (cache thread) and call its completion (callback queue), each of which hands it to
+// the next.
 class SessionLoop {
  public:
   using Clock = std::chrono::steady_clock;
 
-  SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks);
+  // `cache` is null where nothing is stored. `whenFound` hands over what a look-up has found, for
+  // found(); it is called on the cache thread.
+  using WhenFound = std::function<void(std::shared_ptr<TaskCore>, StoredHops)>;
+  SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
+              CacheThread* cache, WhenFound whenFound);
 
   // Whether the system had the descriptors for it.
   bool isUsable() const { return network_.isUsable(); }
   CurlLoop& network() { return network_; }
 
-  enum class Command { start, cancel, reprioritize };
+  enum class Command { start, found, cancel, reprioritize };
   struct Posted {
     Command command;
     std::shared_ptr<TaskCore> task;
+    StoredHops hops{};  // with `found`
   };
   void obey(Posted posted);
+
+  // Whether something has been handed to the network since it was last settled.
+  bool hasUnsent() const { return hasUnsent_; }
 
   // Takes in what the network has brought and ends what is overdue.
   void settle();
@@ -52,16 +70,16 @@ class SessionLoop {
     Clock::time_point deadline;
     bool isRefresh = false;
     std::unique_ptr<Transfer> transfer{};
-    int losses = 0;      // of connections under it
     std::string host{};  // whose slot the transfer has taken
+    std::optional<URLRequest> ready{};
   };
 
-  void start(std::shared_ptr<TaskCore> task, bool isRefresh);
-  void startRefresh(URLRequest request, const TaskCore& origin);
+  void start(std::shared_ptr<TaskCore> task, Exchange exchange, bool isRefresh);
+  void startRefresh(Refresh refresh, const TaskCore& origin);
+  void found(Entry& entry, StoredHops hops);
   void advance(Entry& entry, Exchange::Step step);
   void send(Entry& entry, URLRequest request, Transfer::Connection connection);
   void finishTransfer(CURL* handle, CURLcode code);
-  void sendAgain(Entry& entry, Transfer::Connection connection);
   // Ends the entry's transfer with `error` and goes on from there.
   void abandonTransfer(Entry& entry, URLError error);
   void dropTransfer(Entry& entry);
@@ -70,18 +88,23 @@ class SessionLoop {
   void serveWaiting(const std::string& host);
   void cancel(Entry& entry);
   void deliver(Entry& entry, Delivery delivery);
+  void keep(std::shared_ptr<TaskCore> task, Delivery delivery);
+  void addCallback(std::shared_ptr<TaskCore> task, Delivery delivery);
   void enforceDeadlines();
   void expire(Entry& entry);
   Clock::time_point expiry(const Entry& entry, Clock::time_point now) const;
 
   const URLSessionConfiguration& configuration_;
   CallbackQueue& callbacks_;
+  CacheThread* const cache_;
+  const WhenFound whenFound_;
   CurlLoop network_;
   EasyHandles handles_;
   ConnectionSlots slots_;
   std::unordered_map<TaskCore*, std::unique_ptr<Entry>> entries_;
   std::unordered_map<CURL*, Entry*> transfers_;
   std::unordered_set<std::string> refreshes_;
+  bool hasUnsent_ = false;
   Clock::time_point nextCheck_ = Clock::time_point::max();
 };
 

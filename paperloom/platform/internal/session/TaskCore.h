@@ -2,10 +2,11 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <utility>
 
-#include "paperloom/platform/URLSession.h"
+#include "paperloom/platform/Mutex.h"
+#include "paperloom/platform/URLSessionTask.h"
 
 namespace paperloom::internal {
 
@@ -13,19 +14,28 @@ namespace paperloom::internal {
 class TaskCore {
  public:
   TaskCore(URLRequest taskRequest, std::weak_ptr<SessionCore> taskSession,
-           URLSession::Completion taskCompletion, URLSession::StoreFilter taskFilter)
+           URLSessionTask::Completion taskCompletion, URLSessionTask::StoreFilter taskFilter)
       : request(std::move(taskRequest)),
         session(std::move(taskSession)),
         completion(std::move(taskCompletion)),
         storeFilter(std::move(taskFilter)) {}
 
   URLSessionTaskMetrics metrics() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return metrics_;
   }
   void setMetrics(const URLSessionTaskMetrics& metrics) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     metrics_ = metrics;
+  }
+
+  std::optional<CachedURLResponse> stored() const {
+    const MutexLock lock(mutex_);
+    return stored_;
+  }
+  void setStored(std::optional<CachedURLResponse> stored) {
+    const MutexLock lock(mutex_);
+    stored_ = std::move(stored);
   }
 
   const URLRequest request;
@@ -37,12 +47,13 @@ class TaskCore {
 
   // Once the task is resumed these belong to the callback queue: it calls them, and it destroys
   // them, since they may hold the last reference to the session.
-  URLSession::Completion completion;
-  URLSession::StoreFilter storeFilter;
+  URLSessionTask::Completion completion;
+  URLSessionTask::StoreFilter storeFilter;
 
  private:
-  mutable std::mutex mutex_;
-  URLSessionTaskMetrics metrics_;
+  mutable Mutex mutex_;
+  URLSessionTaskMetrics metrics_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::optional<CachedURLResponse> stored_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom::internal

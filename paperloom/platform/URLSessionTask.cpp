@@ -1,0 +1,69 @@
+#include "paperloom/platform/URLSessionTask.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "paperloom/platform/internal/session/SessionCore.h"
+#include "paperloom/platform/internal/session/TaskCore.h"
+
+namespace paperloom {
+namespace {
+
+using Command = internal::SessionLoop::Command;
+
+}  // namespace
+
+URLSessionTask::URLSessionTask(std::shared_ptr<internal::TaskCore> core) : core_(std::move(core)) {}
+
+URLSessionTask::~URLSessionTask() = default;
+
+std::shared_ptr<URLSessionTask> URLSessionTask::unattached(URLRequest request) {
+  auto core = std::make_shared<internal::TaskCore>(
+      std::move(request), std::weak_ptr<internal::SessionCore>(), nullptr, nullptr);
+  return std::shared_ptr<URLSessionTask>(new URLSessionTask(std::move(core)));
+}
+
+void URLSessionTask::resume() {
+  const auto session = core_->session.lock();
+  if (!session) return;
+  State expected = State::suspended;
+  if (!core_->state.compare_exchange_strong(expected, State::running)) return;
+  if (!session->post(Command::start, core_)) core_->state = State::completed;
+}
+
+void URLSessionTask::cancel() {
+  const auto session = core_->session.lock();
+  if (!session) return;
+  State before = core_->state;
+  do {
+    if (before == State::canceling || before == State::completed) return;
+  } while (!core_->state.compare_exchange_weak(before, State::canceling));
+  // A task that was never resumed passes through the session only to be told.
+  const Command command = before == State::suspended ? Command::start : Command::cancel;
+  if (!session->post(command, core_) && before == State::suspended) {
+    core_->state = State::completed;
+  }
+}
+
+float URLSessionTask::priority() const { return core_->priority; }
+
+void URLSessionTask::setPriority(float priority) {
+  core_->priority = std::isnan(priority) ? defaultPriority : std::clamp(priority, 0.0F, 1.0F);
+  const auto session = core_->session.lock();
+  if (session && state() == State::running) session->post(Command::reprioritize, core_);
+}
+
+URLSessionTask::State URLSessionTask::state() const { return core_->state; }
+
+const URLRequest& URLSessionTask::originalRequest() const { return core_->request; }
+
+std::int64_t URLSessionTask::countOfBytesReceived() const { return core_->bytesReceived; }
+
+std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const { return core_->bytesExpected; }
+
+URLSessionTaskMetrics URLSessionTask::metrics() const { return core_->metrics(); }
+
+std::optional<CachedURLResponse> URLSessionTask::storedResponse() const { return core_->stored(); }
+
+}  // namespace paperloom
