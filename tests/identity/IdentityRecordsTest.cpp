@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "apps/reader/IdentityJSON.h"
 #include "paperloom/identity/IdentityParsers.h"
 #include "paperloom/identity/Token.h"
 
@@ -20,11 +21,44 @@ std::string outcome(const Parser& parser, std::string_view document) {
   return "decoder";
 }
 
+// Every value is its own key, but for the opt-ins, which differ in turn.
+const std::string authorisation =
+    R"({"accessToken":"accessToken","refreshToken":"refreshToken","idToken":"idToken"})";
+
+std::string registration(const std::string& optIns) {
+  static constexpr const char* kinds[] = {"Email", "Phone", "Post", "SMS"};
+  std::string document =
+      R"({"@id":"@id","token":{"accessToken":"accessToken","expiresIn":3600,"idToken":"idToken",)"
+      R"("livefyreToken":"livefyreToken","tokenType":"tokenType","refreshToken":"refreshToken"},)"
+      R"("email":"email","firstName":"firstName","lastName":"lastName")";
+  for (std::size_t i = 0; i < optIns.size(); ++i) {
+    document +=
+        std::string(",\"marketing") + kinds[i] + "OptIn\":" + (optIns[i] == '1' ? "true" : "false");
+  }
+  return document + "}";
+}
+
+TEST(IdentityRecords, holdEachValueInItsPlace) {
+  const auto tokens = makeAuthenticationParser()->parse(Data(authorisation));
+  ASSERT_TRUE(tokens);
+  EXPECT_EQ(reader::toJSON(**tokens).dump(), authorisation);
+  for (const std::string optIns : {"1000", "0100", "0010", "0001"}) {
+    const Date before = currentDate();
+    const auto parsed = makeRegistrationParser()->parse(Data(registration(optIns)));
+    ASSERT_TRUE(parsed);
+    const Date end = (*parsed)->token()->expiresIn();
+    EXPECT_TRUE(before + std::chrono::hours(1) <= end &&
+                end <= currentDate() + std::chrono::hours(1));
+    std::string expected = registration(optIns).replace(2, 3, "id");
+    expected.replace(expected.find("3600"), 4, reader::toJSON(end).dump());
+    EXPECT_EQ(reader::toJSON(**parsed).dump(), expected);
+  }
+}
+
 TEST(IdentityRecords, authorisationNeedsItsThreeTokens) {
   const std::string_view missing = "Content Authorisation missing one or more tokens";
   const std::string_view notAnObject = "failed to parse content authorisation JSON";
   const std::pair<std::string_view, std::string_view> rows[] = {
-      {R"({"accessToken":"a","refreshToken":"r","idToken":"i","more":1})", "record"},
       {R"({"accessToken":"a","refreshToken":"r","idToken":null})", missing},
       {R"({"accessToken":"a","refreshToken":7,"idToken":"i"})", missing},
       {R"({"refreshToken":"r","idToken":"i"})", missing},
@@ -40,12 +74,7 @@ TEST(IdentityRecords, authorisationNeedsItsThreeTokens) {
 
 TEST(IdentityRecords, registrationNeedsAllItsMembers) {
   const std::string_view failed = "failed parsing the registration response";
-  const json good = json::parse(R"({
-      "@id": "/accounts/1", "email": "e", "firstName": "f", "lastName": "l",
-      "token": {"accessToken": "a", "expiresIn": 3600, "idToken": "i", "livefyreToken": "l",
-                "tokenType": "t"},
-      "marketingEmailOptIn": true, "marketingPhoneOptIn": false, "marketingPostOptIn": false,
-      "marketingSMSOptIn": false})");
+  const json good = json::parse(registration("1000"));
   EXPECT_EQ(outcome(makeRegistrationParser(), good.dump()), "record");
   for (const auto& [key, usual] : good.items()) {
     for (const json& wrong : {json(nullptr), json(1), json::array()}) {

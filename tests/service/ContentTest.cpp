@@ -90,15 +90,10 @@ TEST(SampleContent, validatorsDecideBetween200And304) {
   const std::vector<std::pair<httplib::Headers, int>> cases = {
       {{{"If-None-Match", tag}}, 304},
       {{{"If-None-Match", "\"other\", W/" + tag}}, 304},
-      {{{"If-None-Match", "*"}}, 304},
       {{{"If-None-Match", "\"other\""}}, 200},
       {{{"If-None-Match", "\"other\""}, {"If-Modified-Since", changed}}, 200},
-      {{{"If-None-Match", tag}, {"Accept-Encoding", "gzip"}}, 200},
       {{{"If-Modified-Since", changed}}, 304},
-      {{{"If-Modified-Since", "Thu, 01 Jan 2026 00:00:00 GMT"}}, 304},
       {{{"If-Modified-Since", "Thu, 01 Jan 2015 00:00:00 GMT"}}, 200},
-      {{{"If-Modified-Since", "last week"}}, 200},
-      {{{"Range", "bytes=0-9"}}, 200},
   };
   for (auto [headers, status] : cases) {
     headers.emplace("Connection", "close");  // this client waits for the body of a 304 otherwise
@@ -111,21 +106,6 @@ TEST(SampleContent, validatorsDecideBetween200And304) {
   }
   EXPECT_NE(running.client->Get("/stream?uids=news")->get_header_value("ETag"),
             running.client->Get("/stream?uids=sport")->get_header_value("ETag"));
-}
-
-TEST(SampleContent, otherMethodsAndPathsAreRefusedWithAReason) {
-  const RunningService running;
-  EXPECT_TRUE(json::parse(running.client->Get("/articles/nothing")->body).contains("error"));
-  EXPECT_EQ(running.status("/articles/../config.json"), 404);
-  EXPECT_EQ(running.status("/" + std::string(7000, 'a')), 404);
-  EXPECT_EQ(running.client->Post("/config", "{}", "application/json")->status, 405);
-  EXPECT_EQ(running.client->Delete("/identity/entitlement")->status, 405);
-
-  const auto head = running.client->Head("/stream");
-  EXPECT_EQ(head->status, 200);
-  EXPECT_TRUE(head->body.empty());
-  EXPECT_EQ(head->get_header_value("Content-Length"),
-            std::to_string(running.client->Get("/stream")->body.size()));
 }
 
 }  // namespace

@@ -23,39 +23,6 @@ TEST(FaultPlan, textFormIsReadOrRefusedWithASentence) {
   }
 }
 
-TEST(FaultPlan, failuresComeAtTheRateAskedForAndRepeatWithTheSeed) {
-  const auto first = FaultPlan::parse("failures=0.3@7");
-  const auto same = FaultPlan::parse("failures=0.3@7");
-  const auto other = FaultPlan::parse("failures=0.3@8");
-  int failures = 0;
-  int differences = 0;
-  for (std::uint64_t i = 0; i < 10'000; ++i) {
-    failures += first->fails(i) ? 1 : 0;
-    differences += first->fails(i) != other->fails(i) ? 1 : 0;
-    ASSERT_EQ(first->fails(i), same->fails(i));
-  }
-  EXPECT_NEAR(failures, 3000, 200);
-  EXPECT_GT(differences, 0);
-}
-
-TEST(SampleFaults, statusAndCutHoldForTheirPathsUntilReplaced) {
-  const RunningService running(std::string("status=/stream:503,cut=/images:100"));
-  EXPECT_EQ(running.status("/stream?uids=news"), 503);
-  EXPECT_EQ(running.status("/config"), 200);
-
-  std::string got;
-  const auto broken =
-      running.client->Get("/images/harbour-640.jpg", [&](const char* data, size_t n) {
-        got.append(data, n);
-        return true;
-      });
-  EXPECT_FALSE(broken);
-  EXPECT_EQ(got.size(), 100U);
-
-  running.service->setFaults({});
-  EXPECT_EQ(running.status("/stream"), 200);
-}
-
 TEST(SampleFaults, aServiceThatGoesAwayAnswersTheLastRequestAndNoFurther) {
   const RunningService running(std::string("gone=2"));
   EXPECT_EQ(running.status("/config"), 200);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <future>
 #include <memory>
 #include <string>
 #include <utility>
@@ -13,8 +12,8 @@
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/UserRegistrationDataCoordinator.h"
 #include "paperloom/network/AuthSessionManager.h"
+#include "tests/support/Captured.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/Wait.h"
 
 namespace paperloom::test {
 
@@ -33,12 +32,10 @@ class IdentityFixture : public ::testing::Test {
   }
 
   Authorisation login(const std::string& identifier, const std::string& authKey) {
-    std::promise<Authorisation> answer;
-    auth->login(identifier, authKey, AuthenticationLoginCredentialType::emailAndPassword,
-                [&](auto result) {
-                  answer.set_value(std::get<request::Success<Authorisation>>(result).item);
-                });
-    return await(answer.get_future());
+    const auto answer = captured<RequestResult<Authorisation>>([&](auto done) {
+      auth->login(identifier, authKey, AuthenticationLoginCredentialType::emailAndPassword, done);
+    });
+    return std::get<request::Success<Authorisation>>(answer).item;
   }
 
   static URLSessionConfiguration configuration(const std::filesystem::path& cache) {
