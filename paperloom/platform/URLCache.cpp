@@ -41,6 +41,8 @@ std::int64_t URLCache::currentDiskUsage() const { return store_->diskUsage(); }
 
 std::filesystem::path URLCache::diskFile() const { return store_->diskFile(); }
 
+URLCache::Statistics URLCache::statistics() const { return store_->statistics(); }
+
 std::vector<URLCache::Entry> URLCache::entries() const { return store_->entries(); }
 
 }  // namespace paperloom

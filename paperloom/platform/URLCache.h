@@ -67,6 +67,14 @@ class PAPERLOOM_EXPORT URLCache {
   // Where the cache lies on disk; empty when it is in memory only.
   std::filesystem::path diskFile() const;
 
+  // What has been asked of this cache since it was made.
+  struct Statistics {
+    std::int64_t lookUps = 0;
+    std::int64_t memoryHits = 0;
+    std::int64_t diskHits = 0;
+  };
+  Statistics statistics() const;
+
   // What the cache holds, most recently used first; does not count as a use. The answers come
   // without their bodies; `size` counts key, header and body.
   struct Entry {

@@ -62,6 +62,65 @@ TEST_F(CachingTest, aFreshCopyIsServedWithItsAgeAndWithoutTraffic) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
+TEST_F(CachingTest, everyHopIsLookedUpOnceAndLeavesItsCopyWithTheTask) {
+  ScriptedServer server([](const Request& request) -> Script {
+    if (request.target == "/moved") return answer("", "Location: /fresh\r\n", "302 Found");
+    if (request.target == "/gone") return {resetConnection()};
+    if (!request.field("If-None-Match").empty()) return answer("", "", "304 Not Modified");
+    return answer("new", "Cache-Control: no-store\r\n");
+  });
+  const HTTPHeaders stale = staleWithTag;
+  const HTTPHeaders lasting{{"Cache-Control", "max-age=1000"}};
+  const auto leadingTo = [](const char* target, HTTPHeaders fields) {
+    fields.add("Location", target);
+    return fields;
+  };
+  keep(server.url("/fresh"), lasting, "fresh");
+  keep(server.url("/stale"), stale, "stale");
+  keep(server.url("/gone"), leadingTo("/stale", stale), "", 301);
+  keep(server.url("/leads"), leadingTo("/leads-on", lasting), "", 301);
+  keep(server.url("/leads-on"), leadingTo("/fresh", lasting), "", 301);
+  struct Row {
+    const char* target;
+    int lookUps;
+    const char* body;
+    const char* copy = "none";
+    const char* method = "GET";
+    URLRequestCachePolicy policy = URLRequestCachePolicy::useProtocolCachePolicy;
+  };
+  const Row rows[] = {
+      {"/miss", 1, "new"},
+      {"/fresh", 1, "fresh", "fresh"},
+      {"/stale", 1, "stale", "stale"},
+      {"/moved", 2, "fresh"},
+      {"/leads", 3, "fresh", "fresh"},
+      {"/gone", 2, "no data", "stale"},
+      {"/fresh", 0, "new", "none", "POST"},
+      {"/stale", 0, "new", "none", "GET", URLRequestCachePolicy::reloadIgnoringLocalCacheData},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.method) + " " + row.target);
+    URLRequest request(server.url(row.target));
+    request.method = row.method;
+    request.cachePolicy = row.policy;
+    const std::int64_t before = cache_->statistics().lookUps;
+    Pending pending = start(session_, request);
+    EXPECT_EQ(pending.get().body(), row.body);
+    EXPECT_EQ(cache_->statistics().lookUps - before, row.lookUps);
+    const auto copy = pending.task->storedResponse();
+    EXPECT_EQ(copy ? std::string(copy->data.view()) : "none", row.copy);
+  }
+  // Waiting for a connection is no reason to look again, and what was never resumed has no hop.
+  const std::int64_t before = cache_->statistics().lookUps;
+  std::vector<Pending> many;
+  for (int i = 0; i < 20; ++i) many.push_back(start(session_, URLRequest(server.url("/miss"))));
+  Pending cancelled = prepare(session_, URLRequest(server.url("/fresh")));
+  cancelled.task->cancel();
+  EXPECT_EQ(cancelled.get().code(), Code::cancelled);
+  for (Pending& one : many) EXPECT_EQ(one.get().body(), "new");
+  EXPECT_EQ(cache_->statistics().lookUps - before, 20);
+}
+
 TEST_F(CachingTest, onlyWholeAnswersAreKeptAndOnlyDecodedOnes) {
   const std::string fields = fresh;
   const auto open = [&](std::string_view body) {

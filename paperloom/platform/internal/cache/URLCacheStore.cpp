@@ -25,6 +25,7 @@ URLCacheStore::~URLCacheStore() {
 
 std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) {
   if (!isKept(request.method)) return std::nullopt;
+  ++lookUps_;
   const CacheKey key = cacheKey(request.url);
   VaryMatcher matcher(request.headers);
   const auto disk = this->disk();
@@ -32,6 +33,7 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
     if (disk) memory_.enterGeneration(disk->generation());
     if (const auto entry = memory_.find(key, matcher)) {
       if (disk) disk->noteUse(entry->id);
+      ++memoryHits_;
       return entry->response;
     }
   }
@@ -39,6 +41,7 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
   const MemoryTier::Ticket ticket = memory_.ticket(key);
   auto entry = disk->find(key, matcher, request.url);
   if (!entry) return std::nullopt;
+  ++diskHits_;
   CachedURLResponse response = entry->response;
   memory_.promote(key, matcher, std::move(*entry), ticket);
   return response;

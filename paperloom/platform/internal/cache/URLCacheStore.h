@@ -35,6 +35,7 @@ class URLCacheStore {
   std::int64_t diskUsage();
   std::filesystem::path diskFile();
   std::vector<URLCache::Entry> entries();
+  URLCache::Statistics statistics() const { return {lookUps_, memoryHits_, diskHits_}; }
 
  private:
   std::shared_ptr<DiskTier> disk();
@@ -43,6 +44,9 @@ class URLCacheStore {
   MemoryTier memory_;
   std::atomic<std::int64_t> diskCapacity_;
   const std::filesystem::path diskPath_;
+  std::atomic<std::int64_t> lookUps_ = 0;
+  std::atomic<std::int64_t> memoryHits_ = 0;
+  std::atomic<std::int64_t> diskHits_ = 0;
   std::mutex mutex_;
   std::shared_ptr<DiskTier> disk_;  // from its first use on
 };
