@@ -262,6 +262,47 @@ TEST(Timeouts, aSilentServerHoldsUpNobodyElse) {
   for (Pending& task : stuck) EXPECT_EQ(task.get().code(), Code::cancelled);
 }
 
+TEST(Timeouts, aServerThatNeverStopsMeetsALimitAndHoldsUpNobodyElse) {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+  const std::string gzip = ok + "Content-Encoding: gzip\r\n\r\n";
+  const std::string emptyMember("\x1f\x8b\x08\0\0\0\0\0\0\x03\x03\0\0\0\0\0\0\0\0\0", 20);
+  struct Case {
+    const char* what;
+    std::string begin;
+    std::string endless;
+    Code error;
+  };
+  const auto bad = Code::badServerResponse;
+  const auto large = Code::dataLengthExceedsMaximum;
+  const Case cases[] = {
+      {"interim answers", "", "HTTP/1.1 100 Continue\r\n\r\n", bad},
+      {"fields", ok, "A: b\r\n", bad},
+      {"a line", ok + "A: ", "b", bad},
+      {"empty lines", "", "\r\n", bad},
+      {"a body", ok + "\r\n", "b", large},
+      {"chunks of a byte", chunked, "1\r\nb\r\n", large},
+      {"an extension", chunked + "1;", "x", bad},
+      {"extensions", chunked, "1;xxxxxxxx\r\nb\r\n", bad},
+      {"trailers", chunked + "0\r\n", "A: b\r\n", bad},
+      {"gzip members without content", gzip, emptyMember, large},
+      {"deflate blocks without content", ok + "Content-Encoding: deflate\r\n\r\n\x78\x9c",
+       std::string("\0\0\0\xff\xff", 5), large},
+  };
+  ScriptedServer lively(answer("x"));
+  URLSessionConfiguration configuration;
+  configuration.maximumBodySize = 300'000;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ScriptedServer server({send(c.begin), flood(c.endless)});
+    URLSession session(configuration);
+    std::vector<Pending> flooded;
+    for (int i = 0; i < 2; ++i) flooded.push_back(start(session, URLRequest(server.url())));
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(fetch(session, URLRequest(lively.url())).body(), "x");
+    for (Pending& task : flooded) EXPECT_EQ(task.get().code(), c.error);
+  }
+}
+
 TEST(Lifetime, cancelReachesATaskInEveryState) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target == "/ok") return answer("x");

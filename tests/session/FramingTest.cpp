@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <malloc.h>
+
 #include <cstdio>
+#include <fstream>
 
 #include "tests/support/Fetch.h"
 #include "tests/support/ScriptedServer.h"
@@ -313,6 +316,34 @@ TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
       },
       configuration);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// In KB, from the process's own status.
+long statusValue(std::string_view name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name)) return std::atol(line.c_str() + name.size() + 1);
+  }
+  return 0;
+}
+
+TEST(Coding, aBodyCostsNoMoreMemoryThanTheLimitAndAFewMegabytes) {
+  constexpr std::size_t megabyte = 1024 * 1024;
+  URLSessionConfiguration configuration;
+  configuration.maximumBodySize = 24 * megabyte;
+  const auto zeros = [](std::size_t size) { return gzipped(std::string(size, '\0')); };
+  for (const std::string& body : {zeros(64 * megabyte), zeros(24 * megabyte)}) {
+    ScriptedServer server(answer(body, "Content-Encoding: gzip\r\n"));
+    URLSession session(configuration);
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts anew
+    const long before = statusValue("VmRSS:");
+    fetch(session, URLRequest(server.url()));
+    const long cost = statusValue("VmHWM:") - before;
+    EXPECT_LE(cost, 32L * 1024);
+  }
+}
+#endif
 
 TEST(Coding, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
   URLSession session({});

@@ -99,6 +99,20 @@ TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
   EXPECT_EQ(plain.connections(), 0);
 }
 
+// Decides only where no session has been made before, as in a run of one test alone.
+TEST(Security, theKeysOfConnectionsAreWrittenNowhere) {
+  const TemporaryFolder folder;
+  const Environment tempting({{"SSLKEYLOGFILE", (folder.path() / "keys").string()}});
+  TLSServer server({.answer = whole});
+  server.writeAuthority(folder.path() / "authority.pem");
+  URLSessionConfiguration configuration;
+  configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
+  URLSession session(configuration);
+  EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), "body");
+  EXPECT_FALSE(std::filesystem::exists(folder.path() / "keys"));
+  EXPECT_STREQ(std::getenv("SSLKEYLOGFILE"), (folder.path() / "keys").c_str());
+}
+
 TEST(Security, passwordsOfTheUsersNetrcAreNeverSent) {
   const TemporaryFolder folder;
   std::ofstream(folder.path() / ".netrc") << "machine 127.0.0.1 login user password secret\n";
@@ -116,6 +130,7 @@ TEST(Security, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
   {
     URLSessionConfiguration configuration;
     configuration.proxy = address;
+    const Environment exempting({{"no_proxy", "name.invalid"}, {"NO_PROXY", "*"}});
     URLSession session(configuration);
     EXPECT_EQ(fetch(session, URLRequest(target)).body(), "by proxy");
     EXPECT_EQ(proxy.requests().at(0).target, "http://name.invalid/page");

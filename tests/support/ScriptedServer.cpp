@@ -22,6 +22,7 @@ Step hang() { return {Step::Kind::hang, {}, {}, {}}; }
 Step call(std::function<void()> function) {
   return {Step::Kind::call, {}, {}, std::move(function)};
 }
+Step flood(std::string bytes) { return {Step::Kind::flood, std::move(bytes), {}, {}}; }
 Step awaitRelease() { return {Step::Kind::await, {}, {}, {}}; }
 
 Script answer(std::string_view body, std::string_view fields, std::string_view status) {
@@ -172,15 +173,23 @@ bool ScriptedServer::perform(int socket, const Step& step) {
     changed_.wait_for(lock, longest, [&] { return stopping_ || condition(); });
     return !stopping_;
   };
+  const auto sendAll = [&](std::string_view left) {
+    while (!left.empty()) {
+      const ssize_t sent = ::send(socket, left.data(), left.size(), MSG_NOSIGNAL);
+      if (sent <= 0) return false;
+      left.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+  };
   switch (step.kind) {
-    case Step::Kind::send: {
-      std::string_view left = step.bytes;
-      while (!left.empty()) {
-        const ssize_t sent = ::send(socket, left.data(), left.size(), MSG_NOSIGNAL);
-        if (sent <= 0) return false;
-        left.remove_prefix(static_cast<std::size_t>(sent));
+    case Step::Kind::send:
+      return sendAll(step.bytes);
+    case Step::Kind::flood: {
+      std::string many;
+      while (many.size() < 64 * 1024) many += step.bytes;
+      while (sendAll(many)) {
       }
-      return true;
+      return false;
     }
     case Step::Kind::wait:
       return until([] { return false; }, step.pause);

@@ -18,7 +18,7 @@ namespace paperloom::test {
 
 // One thing a scripted server does with a request.
 struct Step {
-  enum class Kind { send, wait, close, reset, hang, await, call };
+  enum class Kind { send, wait, close, reset, hang, await, call, flood };
   Kind kind = Kind::send;
   std::string bytes{};
   std::chrono::milliseconds pause{};
@@ -35,6 +35,8 @@ Step hang();
 // Goes on when somebody calls ScriptedServer::release().
 Step awaitRelease();
 Step call(std::function<void()> function);
+// Sends these over and over, as fast as the client takes them, until it leaves.
+Step flood(std::string bytes);
 
 // A whole answer of that status with a Content-Length; `fields` are lines that end in "\r\n".
 Script answer(std::string_view body, std::string_view fields = "",

@@ -10,6 +10,10 @@ namespace {
 // With a little room behind it a JSON body is decoded without a copy.
 constexpr std::size_t room = 64;
 
+constexpr std::size_t largestStep = 4 * 1024 * 1024;
+// Beyond this even room that is never used may not be had.
+constexpr std::size_t largestRoom = std::size_t{1} << 30;
+
 }  // namespace
 
 void BodyBuffer::reserve(std::int64_t size) {
@@ -20,8 +24,9 @@ bool BodyBuffer::append(std::string_view bytes) try {
   if (bytes.size() > limit_ - bytes_.size()) return false;
   const std::size_t size = bytes_.size() + bytes.size();
   if (size + room > bytes_.capacity()) {
-    const std::size_t larger = std::max(size, 2 * bytes_.capacity());
-    bytes_.reserve((larger > limit_ / 2 ? limit_ : larger) + room);
+    std::size_t larger = std::max(size, 4 * bytes_.capacity());
+    if (larger > largestStep) larger = std::max(larger, largestRoom);
+    bytes_.reserve(std::min(larger, limit_) + room);
   }
   bytes_.append(bytes);
   return true;

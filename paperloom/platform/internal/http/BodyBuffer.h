@@ -7,8 +7,9 @@
 
 namespace paperloom::internal {
 
-// A body as it grows, up to a limit. While its bytes move to a larger place both places together
-// hold no more than the limit, so that a body never costs more than that.
+// A body as it grows, up to a limit. It costs the limit and 8 MB at most, although it moves to a
+// larger place now and then and the allocator keeps those that it left: beyond the first megabytes
+// it takes room for all that the limit allows, which costs nothing before it is used.
 class BodyBuffer {
  public:
   explicit BodyBuffer(std::int64_t limit) : limit_(static_cast<std::size_t>(limit)) {}

@@ -37,7 +37,13 @@ ResponseBody::Status ResponseBody::add(std::string_view bytes) {
   return chunks_->isMalformed() ? Status::badFraming : Status::ok;
 }
 
+std::int64_t ResponseBody::effort() const {
+  constexpr std::int64_t ofAPiece = 64;  // a chunk
+  return received_ + pieces_ * ofAPiece + static_cast<std::int64_t>(content_.view().size());
+}
+
 ResponseBody::Status ResponseBody::addContent(std::string_view bytes) {
+  ++pieces_;
   received_ += static_cast<std::int64_t>(bytes.size());
   if (!decoder_) return content_.append(bytes) ? Status::ok : Status::tooLarge;
   if (received_ > codedLimit(limit_)) return Status::tooLarge;

@@ -34,6 +34,9 @@ class ResponseBody {
   // Whether more has come behind the last chunk, which nobody has asked for.
   bool hasExcess() const { return hasExcess_; }
 
+  // What it has cost so far, in bytes moved or what takes as long.
+  std::int64_t effort() const;
+
   std::string take() { return content_.take(); }
 
  private:
@@ -45,6 +48,7 @@ class ResponseBody {
   std::unique_ptr<ContentDecoder> decoder_;
   BodyBuffer content_;
   std::int64_t received_ = 0;
+  std::int64_t pieces_ = 0;
   bool hasExcess_ = false;
 };
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace paperloom::internal {
 namespace {
@@ -80,7 +81,11 @@ void CurlLoop::end() {
 
 bool CurlLoop::add(CURL* handle) { return curl_multi_add_handle(multi_, handle) == CURLM_OK; }
 
-void CurlLoop::remove(CURL* handle) { curl_multi_remove_handle(multi_, handle); }
+void CurlLoop::remove(CURL* handle) {
+  std::erase(paused_, handle);
+  std::erase_if(failed_, [&](const Finished& one) { return one.handle == handle; });
+  curl_multi_remove_handle(multi_, handle);
+}
 
 const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
   if (timer_ && *timer_ <= Clock::now()) {
@@ -88,7 +93,7 @@ const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
     int running = 0;
     curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
   }
-  finished_.clear();
+  finished_ = std::exchange(failed_, {});
   int left = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
     if (message->msg == CURLMSG_DONE) {
@@ -110,6 +115,7 @@ void CurlLoop::wait(Clock::time_point until, Ready& ready) {
 }
 
 void CurlLoop::moveOn(const Ready& ready) {
+  ++turn_;
   for (int i = 0; i < ready.count; ++i) {
     const epoll_event& event = ready.events[static_cast<std::size_t>(i)];
     if (event.data.fd == event_) {
@@ -130,6 +136,18 @@ void CurlLoop::moveOn(const Ready& ready) {
     if (still == watched_.end() || !still->second.wanted || still->second.armed) continue;
     watch(event.data.fd, still->second, still->second.events);
   }
+  resumePaused();
+}
+
+void CurlLoop::resumePaused() {
+  isResuming_ = true;
+  for (CURL* handle : std::exchange(paused_, {})) {
+    // What libcurl has kept meanwhile goes to its transfer at once.
+    const CURLcode code = curl_easy_pause(handle, CURLPAUSE_CONT);
+    const bool hasEnded = code == CURLE_BAD_FUNCTION_ARGUMENT;  // and says so itself
+    if (code != CURLE_OK && !hasEnded) failed_.push_back({handle, code});
+  }
+  isResuming_ = false;
 }
 
 int CurlLoop::onSocket(CURL*, curl_socket_t socket, int what, void* self, void*) {

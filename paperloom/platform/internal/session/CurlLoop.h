@@ -54,8 +54,17 @@ class CurlLoop {
   // finished; those are still to be removed. The next call invalidates the list.
   const std::vector<Finished>& advance();
 
-  // When libcurl wants advance() to be called again if nothing happens before.
-  Clock::time_point nextTimer() const { return timer_.value_or(Clock::time_point::max()); }
+  // When advance() is to be called again if nothing happens before.
+  Clock::time_point nextTimer() const {
+    return paused_.empty() ? timer_.value_or(Clock::time_point::max()) : Clock::time_point::min();
+  }
+
+  // How often moveOn() has been called. libcurl reads as long as a peer sends; so a transfer that
+  // has taken its share of a turn pauses, by CURL_WRITEFUNC_PAUSE and this, until the next.
+  std::uint64_t turn() const { return turn_; }
+  void pauseForThisTurn(CURL* handle) { paused_.push_back(handle); }
+  // While it hands over what came before the pause, which must not be kept any longer.
+  bool isResuming() const { return isResuming_; }
 
   // Waits for sockets until then, or until wake(), and tells which are ready, for moveOn().
   struct Ready {
@@ -83,6 +92,7 @@ class CurlLoop {
     std::optional<Ends> ends{};  // once it has been asked for
   };
   void watch(curl_socket_t socket, Watched& watched, std::uint32_t events);
+  void resumePaused();
   void change(int operation, curl_socket_t socket, std::uint32_t events);
 
   static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void*);
@@ -95,6 +105,10 @@ class CurlLoop {
   std::unordered_map<curl_socket_t, Watched> watched_;
   std::optional<Clock::time_point> timer_;
   std::vector<Finished> finished_;
+  std::uint64_t turn_ = 0;
+  std::vector<CURL*> paused_;
+  bool isResuming_ = false;
+  std::vector<Finished> failed_;  // when they were resumed
 };
 
 }  // namespace paperloom::internal

@@ -1,12 +1,40 @@
 #include "paperloom/platform/internal/session/EasyHandles.h"
 
+#include <unistd.h>
+
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 namespace paperloom::internal {
 namespace {
+
+// While it lives, the environment variable is empty. Nothing but one pointer changes, so that other
+// threads may go on reading the environment, which unsetenv() would forbid.
+class EmptiedVariable {
+ public:
+  explicit EmptiedVariable(const std::string& name) : emptied_(name + "=") {
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+      if (!std::string_view(*entry).starts_with(emptied_)) continue;
+      entry_ = entry;
+      original_ = std::atomic_ref(*entry).exchange(emptied_.data());
+      return;
+    }
+  }
+  ~EmptiedVariable() {
+    if (entry_ != nullptr) std::atomic_ref(*entry_).store(original_);
+  }
+  EmptiedVariable(const EmptiedVariable&) = delete;
+  EmptiedVariable& operator=(const EmptiedVariable&) = delete;
+
+ private:
+  std::string emptied_;
+  char** entry_ = nullptr;
+  char* original_ = nullptr;
+};
 
 std::string contentsOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -43,6 +71,14 @@ void secure(EasyHandle& handle) {
 }
 
 }  // namespace
+
+void prepareLibcurl() {
+  static const CURLcode initialised = [] {
+    const EmptiedVariable keyLog("SSLKEYLOGFILE");
+    return curl_global_init(CURL_GLOBAL_DEFAULT);
+  }();
+  static_cast<void>(initialised);
+}
 
 bool offersHTTP2() {
   const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);

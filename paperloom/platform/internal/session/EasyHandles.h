@@ -33,6 +33,10 @@ class EasyHandle {
   CURLcode code_ = handle_ ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 };
 
+// Before anything else; more than once does no harm. The variable SSLKEYLOGFILE has no effect: the
+// keys of connections are written nowhere.
+void prepareLibcurl();
+
 // Whether the libcurl that is loaded can be trusted with HTTP/2. Before 8.14 it loses streams that
 // the server has refused, takes cut bodies for whole ones, and lets one peer hold up the others.
 bool offersHTTP2();

@@ -1,7 +1,5 @@
 #include "paperloom/platform/internal/session/SessionCore.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -38,8 +36,7 @@ CurlLoop* SessionCore::network() {
 }
 
 bool SessionCore::makeLoop() {
-  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
-  static_cast<void>(initialised);
+  prepareLibcurl();
   const auto callbacks = callbacks_;  // outlives a session that a completion ends
   for (;;) {
     auto loop =
@@ -157,7 +154,10 @@ bool SessionCore::turn(std::size_t worker) {
   const MutexLock loop(loopMutex_);
   if (ended_) return false;
   loop_->network().moveOn(ready);
-  do {
+  // Callers that never stop must not keep the network waiting.
+  constexpr int rounds = 8;
+  bool isAllDone = false;
+  for (int i = 0; i < rounds && !isAllDone; ++i) {
     bool closing = false;
     std::vector<Posted> posted = takePosted(closing);
     if (closing) {
@@ -168,8 +168,10 @@ bool SessionCore::turn(std::size_t worker) {
     }
     for (Posted& one : posted) loop_->obey(std::move(one));
     loop_->settle();
-  } while (!isInboxEmpty());
+    isAllDone = isInboxEmpty();
+  }
   announceNextLook();
+  if (!isAllDone) loop_->network().wake();
   return true;
 }
 

@@ -115,7 +115,18 @@ std::size_t Transfer::onHeader(char* bytes, std::size_t, std::size_t size, void*
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   transfer.idleSince_ = Clock::now();
+  if (transfer.hasTakenItsShare()) {
+    transfer.loop_.pauseForThisTurn(transfer.handle());
+    return CURL_WRITEFUNC_PAUSE;
+  }
   return transfer.takeBody({bytes, size}) ? size : 0;
+}
+
+bool Transfer::hasTakenItsShare() {
+  constexpr std::int64_t share = 256 * 1024;
+  const std::int64_t effort = body_ ? body_->effort() : 0;
+  if (std::exchange(turn_, loop_.turn()) != loop_.turn()) effortBefore_ = effort;
+  return effort - effortBefore_ >= share && !loop_.isResuming();
 }
 
 int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {

@@ -79,6 +79,7 @@ class Transfer {
   void setMethod();
   void setFields();
   void setCallbacks();
+  bool hasTakenItsShare();
   bool mayUseConnection(const CurlLoop::Ends& ends);
   bool answerWasAskedFor();
   bool moreThanTheHeadWasRead() const;
@@ -114,6 +115,8 @@ class Transfer {
   std::optional<std::uint64_t> unaskedEnd_;  // of what had come over TLS before the request
   curl_off_t bytesSent_ = 0;
   std::optional<Clock::time_point> idleSince_;
+  std::uint64_t turn_ = 0;         // of the loop
+  std::int64_t effortBefore_ = 0;  // the body's when the turn began
   Date requestTime_{};
   Date responseTime_{};
 };
