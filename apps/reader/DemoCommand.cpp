@@ -23,12 +23,12 @@ class Tour {
     chapter("The configuration", "paperloom config");
     const auto configuration = host_.appMetadata();
     printConfiguration(host_.output(), *configuration.record);
-    printOrigin(host_, configuration.origin);
+    printProvenance(host_, configuration.provenance);
 
     chapter("The front page", "paperloom stream");
     const auto front = host_.stream({});
     printNumberedFrontPage(host_, *front.record);
-    printOrigin(host_, front.origin);
+    printProvenance(host_, front.provenance);
 
     chapter("A story with its picture", "paperloom article URL");
     const URL story = storyWithPicture(*front.record);
@@ -54,7 +54,7 @@ class Tour {
   void read(const URL& url) {
     const auto answer = host_.article(url);
     printArticle(host_, *answer.record, accessOf(identity_.store()), true);
-    printOrigin(host_, answer.origin);
+    printProvenance(host_, answer.provenance);
   }
 
   void visitAccount(const StreamProtocol& stream) {
@@ -102,7 +102,7 @@ class Tour {
     chapter("The front page, offline", "paperloom stream");
     const auto again = host_.stream({});
     printNumberedFrontPage(host_, *again.record);
-    printOrigin(host_, again.origin);
+    printProvenance(host_, again.provenance);
 
     chapter("The story, offline", "paperloom article URL");
     read(story);

@@ -11,6 +11,7 @@
 #include "apps/reader/Signals.h"
 #include "apps/reader/Text.h"
 #include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/platform/ImageDecoder.h"
 
 namespace paperloom::reader {
 namespace {
@@ -57,6 +58,15 @@ void exemptLoopbackFromProxies() {
   exempt += exempt.empty() ? "127.0.0.1" : ",127.0.0.1";
   ::setenv("no_proxy", exempt.c_str(), 1);
 }
+
+class PictureParser final : public ParserProtocol<std::shared_ptr<const Picture>> {
+ public:
+  tl::expected<Item, ParserError> parse(const Data& data) const override {
+    auto image = ImageDecoder::current()->decode(data.view());
+    if (!image) return tl::unexpected(PaperloomError::parsingFailed("no picture"));
+    return std::make_shared<const Picture>(Picture{std::move(image), data});
+  }
+};
 
 }  // namespace
 
@@ -126,24 +136,7 @@ std::optional<URL> Host::resolveIfPossible(const URL& address) {
 }
 
 const std::shared_ptr<ContentSessionManager>& Host::sessionManager() {
-  if (!sessionManager_) {
-    sessionManager_ = std::make_shared<ContentSessionManager>();
-    sessionManager_->setTaskObserver([origins = origins_,
-                                      cache = sessionManager_->contentSessionCache()](
-                                         const URLSessionTask& task, bool fromCache) {
-      const URLSessionTaskMetrics metrics = task.metrics();
-      Origin origin{metrics.source, metrics.age, metrics.fetchedAt, fromCache, false};
-      if (fromCache) {
-        if (const auto copy = cache->cachedResponse(task.originalRequest())) {
-          origin.fetchedAt = copy->responseTime;
-          origin.age = std::chrono::floor<std::chrono::seconds>(currentDate() - copy->responseTime);
-        }
-      }
-      const std::lock_guard lock(origins->mutex);
-      origins->latest = origin;
-      origins->byURL[task.originalRequest().url.absoluteString()] = origin;
-    });
-  }
+  if (!sessionManager_) sessionManager_ = std::make_shared<ContentSessionManager>();
   return sessionManager_;
 }
 
@@ -153,13 +146,6 @@ DataCoordinator& Host::content() {
     coordinator_->setBaseURL(contentURL());
   }
   return *coordinator_;
-}
-
-Origin Host::originOf(const URL* url) const {
-  const std::lock_guard lock(origins_->mutex);
-  if (url == nullptr) return origins_->latest;
-  const auto found = origins_->byURL.find(url->absoluteString());
-  return found == origins_->byURL.end() ? Origin() : found->second;
 }
 
 void Host::waitUntil(const std::function<bool()>& done) {
@@ -174,40 +160,44 @@ void Host::waitUntil(const std::function<bool()>& done) {
 }
 
 Answer<AppMetadataProtocol> Host::appMetadata() {
-  auto record = await<AppMetadataProtocol>([&](auto success, auto failure) {
+  return await<AppMetadataProtocol>([&](auto success, auto failure) {
     content().requestAppMetadata(std::move(success), std::move(failure));
   });
-  return {std::move(record), originOf(nullptr)};
 }
 
 Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
-  auto record = await<StreamProtocol>([&](auto success, auto failure) {
+  return await<StreamProtocol>([&](auto success, auto failure) {
     content().requestStreamForSections(sections, std::move(success), std::move(failure));
   });
-  return {std::move(record), originOf(nullptr)};
 }
 
 Answer<StreamProtocol> Host::offlineStream() {
-  auto record = await<StreamProtocol>([&](auto success, auto failure) {
+  return await<StreamProtocol>([&](auto success, auto failure) {
     content().requestOfflineStream(std::move(success), std::move(failure));
   });
-  Origin origin;
-  origin.shipped = true;
-  return {std::move(record), origin};
 }
 
 Answer<ArticleProtocol> Host::article(const URL& url) {
-  auto record = await<ArticleProtocol>([&](auto success, auto failure) {
+  return await<ArticleProtocol>([&](auto success, auto failure) {
     content().requestArticle(url, std::move(success), std::move(failure));
   });
-  return {std::move(record), originOf(&url)};
 }
 
 Answer<Image> Host::image(const URL& url) {
-  auto record = await<Image>([&](auto success, auto) {
-    content().requestImageFromURL(url, success, [success] { success(nullptr); });
+  return await<Image>([&](auto success, auto) {
+    content().requestImageFromURL(url, success, [success] { success(nullptr, {}); });
   });
-  return {std::move(record), originOf(&url)};
+}
+
+Answer<Picture> Host::picture(const URL& url) {
+  return await<Picture>([&](auto success, auto) {
+    using Item = std::shared_ptr<const Picture>;
+    sessionManager()->getDocument<Item>(
+        url, std::make_shared<const PictureParser>(),
+        [success](Result<Item> result, const Provenance& provenance) {
+          success(result ? std::move(*result) : nullptr, provenance);
+        });
+  });
 }
 
 void Host::stopEmbeddedService() {

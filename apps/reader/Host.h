@@ -2,16 +2,14 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <variant>
 
 #include "apps/reader/Failure.h"
-#include "apps/reader/Origin.h"
 #include "apps/reader/Output.h"
+#include "apps/reader/Provenance.h"
 #include "apps/sample_service/SampleService.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
@@ -30,7 +28,13 @@ struct GlobalOptions {
 template <class T>
 struct Answer {
   std::shared_ptr<const T> record;
-  Origin origin;
+  Provenance provenance;
+};
+
+// An image and the bytes that it came as.
+struct Picture {
+  std::shared_ptr<const Image> image;
+  Data bytes;
 };
 
 // The host application of one command: the coordinator it asks, the embedded sample service when
@@ -71,6 +75,7 @@ class Host {
   Answer<ArticleProtocol> article(const URL& url);
   // Null when the image cannot be loaded.
   Answer<Image> image(const URL& url);
+  Answer<Picture> picture(const URL& url);
 
   bool usesEmbeddedService() const {
     return options_.contentURL.empty() && options_.identityURL.empty();
@@ -79,41 +84,33 @@ class Host {
   void stopEmbeddedService();
 
  private:
-  // What the session tells of finished requests, by URL; shared with its callback queue.
-  struct Origins {
-    std::mutex mutex;
-    std::unordered_map<std::string, Origin> byURL;
-    Origin latest;
-  };
-
   template <class T>
-  using Outcome = std::variant<std::monostate, std::shared_ptr<const T>, PaperloomError>;
+  using Outcome = std::variant<std::monostate, Answer<T>, PaperloomError>;
 
   // Starts a request by `start(success, failure)` and waits for its outcome, which is brought to
   // the main queue from wherever it is answered.
   template <class T, class Start>
-  std::shared_ptr<const T> await(Start start) {
+  Answer<T> await(Start start) {
     auto outcome = std::make_shared<Outcome<T>>();
     start(
-        [outcome](std::shared_ptr<const T> record) {
-          DispatchQueue::main().async([outcome, record] { *outcome = record; });
+        [outcome](std::shared_ptr<const T> record, const Provenance& provenance) {
+          DispatchQueue::main().async(
+              [outcome, answer = Answer<T>{std::move(record), provenance}] { *outcome = answer; });
         },
         [outcome](PaperloomError error) {
           DispatchQueue::main().async([outcome, error] { *outcome = error; });
         });
     waitUntil([&] { return outcome->index() != 0; });
     if (auto* error = std::get_if<PaperloomError>(outcome.get())) throw Failure(*error);
-    return std::get<std::shared_ptr<const T>>(*outcome);
+    return std::get<Answer<T>>(*outcome);
   }
 
   sample::SampleService& service();
-  Origin originOf(const URL* url) const;
 
   GlobalOptions options_;
   Output output_;
   std::unique_ptr<sample::SampleService> service_;
   std::optional<URL> contentURL_;
-  std::shared_ptr<Origins> origins_ = std::make_shared<Origins>();
   std::shared_ptr<ContentSessionManager> sessionManager_;
   std::unique_ptr<DataCoordinator> coordinator_;
 };

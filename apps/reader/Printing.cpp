@@ -13,14 +13,14 @@ constexpr std::string_view numbersFile = "front-page";
 
 }  // namespace
 
-void printJSON(Host& host, JSON json, const Origin& origin) {
-  addOrigin(json, origin);
+void printJSON(Host& host, JSON json, const Provenance& provenance) {
+  addProvenance(json, provenance);
   host.output().line(dump(json));
 }
 
-void printOrigin(Host& host, const Origin& origin) {
+void printProvenance(Host& host, const Provenance& provenance) {
   host.output().line();
-  host.output().line(host.style().dim(origin.sentence()));
+  host.output().line(host.style().dim(sentence(provenance)));
 }
 
 void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {

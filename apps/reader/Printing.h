@@ -9,10 +9,10 @@
 namespace paperloom::reader {
 
 // The record as one JSON object, with where it came from.
-void printJSON(Host& host, JSON json, const Origin& origin);
+void printJSON(Host& host, JSON json, const Provenance& provenance);
 
 // Where an answer came from, below it.
-void printOrigin(Host& host, const Origin& origin);
+void printProvenance(Host& host, const Provenance& provenance);
 
 // The front page, whose numbers numberedCard() then knows, in this process and in later ones.
 void printNumberedFrontPage(Host& host, const StreamProtocol& stream);

@@ -17,15 +17,15 @@ namespace {
 
 void config(Host& host) {
   const auto answer = host.appMetadata();
-  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
   printConfiguration(host.output(), *answer.record);
-  printOrigin(host, answer.origin);
+  printProvenance(host, answer.provenance);
 }
 
 void printStream(Host& host, const Answer<StreamProtocol>& answer) {
-  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
   printNumberedFrontPage(host, *answer.record);
-  printOrigin(host, answer.origin);
+  printProvenance(host, answer.provenance);
 }
 
 // A card's number on the front page printed last, else an address.
@@ -43,55 +43,28 @@ URL articleURL(Host& host, const std::string& text) {
 
 void article(Host& host, const std::string& address) {
   const auto answer = host.article(articleURL(host, address));
-  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
   printArticle(host, *answer.record, accessOf(accountStore(host)), true);
-  printOrigin(host, answer.origin);
-}
-
-// The bytes as the server sent them: from the cache, where the request has just put them, or asked
-// for once more if they may not be stored.
-Data originalBytes(Host& host, const URL& url) {
-  struct Outcome {
-    bool done = false;
-    std::optional<Data> data;
-  };
-  auto outcome = std::make_shared<Outcome>();
-  URLSessionConfiguration configuration;
-  configuration.urlCache = host.sessionManager()->contentSessionCache();
-  URLSession session(configuration);
-  URLRequest request(url);
-  request.cachePolicy = URLRequestCachePolicy::returnCacheDataElseLoad;
-  session
-      .dataTask(request,
-                [outcome](const auto& data, const auto&, const auto&) {
-                  DispatchQueue::main().async([outcome, data = data] { *outcome = {true, data}; });
-                })
-      ->resume();
-  host.waitUntil([&] { return outcome->done; });
-  if (!outcome->data) throw Failure("the image cannot be fetched again to save it");
-  return *outcome->data;
+  printProvenance(host, answer.provenance);
 }
 
 void image(Host& host, const std::string& address, const std::string& out) {
   const URL url = host.resolve(address);
-  const auto answer = host.image(url);
+  const auto answer = host.picture(url);
   if (!answer.record) {
     throw Failure("no image can be loaded from " + printableText(url.absoluteString()));
   }
-  if (!out.empty()) {
-    const Data bytes = originalBytes(host, url);
-    if (out == "-") return host.output().write(bytes.view());
-    writeWholeFile(out, bytes.view(), 0644, Durable::yes);
-  }
-  if (host.json()) return printJSON(host, toJSON(*answer.record), answer.origin);
+  const Image& image = *answer.record->image;
+  if (out == "-") return host.output().write(answer.record->bytes.view());
+  if (!out.empty()) writeWholeFile(out, answer.record->bytes.view(), 0644, Durable::yes);
+  if (host.json()) return printJSON(host, toJSON(image), answer.provenance);
   if (out.empty()) {
     const Terminal& terminal = host.output().terminal();
-    host.output().write(drawPicture(*answer.record, terminal, terminal.columns, terminal.rows - 3));
+    host.output().write(drawPicture(image, terminal, terminal.columns, terminal.rows - 3));
   }
-  host.output().line(fmt::format("{} x {} pixels{}", answer.record->width(),
-                                 answer.record->height(),
+  host.output().line(fmt::format("{} x {} pixels{}", image.width(), image.height(),
                                  out.empty() ? "" : ", saved as " + printableText(out)));
-  printOrigin(host, answer.origin);
+  printProvenance(host, answer.provenance);
 }
 
 }  // namespace

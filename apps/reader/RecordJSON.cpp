@@ -222,10 +222,10 @@ JSON toJSON(const StreamProtocol& stream) { return Writer::json(stream); }
 JSON toJSON(const ArticleProtocol& article) { return Writer::json(article); }
 JSON toJSON(const Image& image) { return Writer::json(image); }
 
-void addOrigin(JSON& json, const Origin& origin) {
-  json["source"] = origin.word();
-  json["age"] = origin.age ? JSON(origin.age->count()) : JSON();
-  json["fetchedAt"] = origin.fetchedAt ? toJSON(*origin.fetchedAt) : JSON();
+void addProvenance(JSON& json, const Provenance& provenance) {
+  json["source"] = word(provenance);
+  json["age"] = provenance.age ? JSON(provenance.age->count()) : JSON();
+  json["fetchedAt"] = provenance.fetchedAt ? toJSON(*provenance.fetchedAt) : JSON();
 }
 
 std::string dump(const JSON& json, bool oneLine) {

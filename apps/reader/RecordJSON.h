@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/reader/Origin.h"
+#include "apps/reader/Provenance.h"
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Article.h"
 #include "paperloom/model/Stream.h"
@@ -23,7 +23,7 @@ JSON toJSON(const Image& image);
 JSON toJSON(Date date);
 
 // Adds "source", "age" (seconds) and "fetchedAt".
-void addOrigin(JSON& json, const Origin& origin);
+void addProvenance(JSON& json, const Provenance& provenance);
 
 // Indented, unless `oneLine`; text that is no UTF-8 is made so.
 std::string dump(const JSON& json, bool oneLine = false);

@@ -32,6 +32,7 @@ class PAPERLOOM_EXPORT AuthSessionManager final : public AuthSessionManagerProto
 
   // Requests started and not yet completed.
   std::int64_t taskCount() const;
+  const URLSession& session() const { return session_; }
 
  protected:
   // A body that the parser rejects is also noted in the debug log.

@@ -34,6 +34,7 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
                                               Completion completion) override;
 
   const std::shared_ptr<URLCache>& cache() const { return cache_; }
+  const CacheWarmerSessionManager& sessionManager() const { return sessionManager_; }
 
  private:
   std::shared_ptr<URLCache> cache_;

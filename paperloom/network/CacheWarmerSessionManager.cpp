@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "paperloom/network/internal/StoredAnswer.h"
+#include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
 
 namespace paperloom {
@@ -20,9 +20,7 @@ URLSessionConfiguration sessionConfiguration(std::shared_ptr<URLCache> cache) {
 CacheWarmerRequestResult outcome(const std::optional<Data>& data,
                                  const std::optional<HTTPURLResponse>& response) {
   if (!response) return cachewarmer::NetworkError{};
-  if (response->statusCode < 200 || response->statusCode > 399) {
-    return cachewarmer::FailedStatusCode{response->statusCode};
-  }
+  if (!isOfflineCopy(*response)) return cachewarmer::FailedStatusCode{response->statusCode};
   return cachewarmer::Success{data};
 }
 
@@ -41,12 +39,12 @@ std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL
                                                                        bool forceRefresh,
                                                                        Completion completion) {
   URLRequest request(url);
-  if (forceRefresh) {
-    request.headers.add("Cache-Control", "no-cache");
-  } else if (auto cached = storedAnswer(*cache_, url)) {
-    if (completion) completion(cachewarmer::SuccessFromCache{std::move(cached->data)});
+  auto copy = offlineCopy(*cache_, url);
+  if (copy && !forceRefresh) {
+    if (completion) completion(cachewarmer::SuccessFromCache{std::move(copy->data)});
     return nullptr;
   }
+  if (forceRefresh) request.headers.add("Cache-Control", "no-cache");
   auto task = session_.dataTask(
       std::move(request),
       [completion = std::move(completion), counter = taskCounter_](
@@ -54,8 +52,9 @@ std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL
         counter->decrement();
         if (completion) completion(outcome(data, response));
       },
-      [cache = cache_](const HTTPURLResponse& response, const Data&) {
-        return mayReplaceStoredAnswer(*cache, response);
+      [copied = copy ? std::optional(std::move(copy->response)) : std::nullopt](
+          const HTTPURLResponse& response, const Data&) {
+        return isOfflineCopy(response, copied ? &*copied : nullptr);
       });
   taskCounter_->increment();
   task->setPriority(URLSessionTask::lowPriority);

@@ -15,7 +15,8 @@ namespace paperloom {
 class TaskCounter;
 
 // Fetches URLs for a cache to keep, one connection to a host at a time and at low priority. What is
-// kept is decided by the rules of HTTP caching, not here. Safe from any thread.
+// kept is decided by the rules of HTTP caching; but no error takes the place of a document, and no
+// web page that of another kind of document: captive portals send such. Safe from any thread.
 class PAPERLOOM_EXPORT CacheWarmerSessionManager {
  public:
   // May be empty: the answer is dropped then.
@@ -24,13 +25,16 @@ class PAPERLOOM_EXPORT CacheWarmerSessionManager {
   explicit CacheWarmerSessionManager(std::shared_ptr<URLCache> cache);
   ~CacheWarmerSessionManager();
 
-  // A cached copy answers at once, on the caller's thread, and no task is returned. Otherwise, or
-  // with `forceRefresh`, the started task; its answer arrives on the session's callback queue. A
-  // forced request asks the server even when the copy is still fresh (RFC 9111 section 5.2.1.4).
+  // A cached copy with a status of 200 to 399 answers at once, on the caller's thread, and no task
+  // is returned. Otherwise, or with `forceRefresh`, the started task; its answer arrives on the
+  // session's callback queue. A forced request asks the server even when the copy is still fresh
+  // (RFC 9111 section 5.2.1.4).
   std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
                                               Completion completion);
 
   std::int64_t taskCount() const;
+  const URLSession& session() const { return session_; }
+  const std::shared_ptr<URLCache>& cache() const { return cache_; }
 
  private:
   std::shared_ptr<URLCache> cache_;

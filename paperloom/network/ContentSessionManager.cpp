@@ -1,10 +1,11 @@
 #include "paperloom/network/ContentSessionManager.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <utility>
 
-#include "paperloom/network/internal/StoredAnswer.h"
+#include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
 
 namespace paperloom {
@@ -17,8 +18,18 @@ URLSessionConfiguration sessionConfiguration(std::shared_ptr<URLCache> cache) {
   return configuration;
 }
 
-bool isUsable(const HTTPURLResponse& response) {
-  return response.statusCode > 199 && response.statusCode < 400;
+Provenance::Source sourceOf(const URLSessionTaskMetrics& metrics) {
+  switch (metrics.source) {
+    case URLSessionTaskMetrics::Source::network:
+      return Provenance::Source::network;
+    case URLSessionTaskMetrics::Source::cache:
+      return Provenance::Source::cache;
+    case URLSessionTaskMetrics::Source::revalidated:
+      return Provenance::Source::revalidated;
+    case URLSessionTaskMetrics::Source::stale:
+      return Provenance::Source::stale;
+  }
+  return {};
 }
 
 PaperloomError networkError(std::string details, const std::optional<URLError>& error) {
@@ -33,36 +44,56 @@ PaperloomError networkError(std::string details, const std::optional<URLError>& 
 struct ContentSessionManager::Get {
   ErasedParser parser;
   ErasedCompletion completion;
-  std::optional<Data> cachedBody;
+  std::shared_ptr<URLCache> cache;
+  std::shared_ptr<TaskCounter> counter;
+  std::optional<CachedURLResponse> copy;  // stored before the request
   std::optional<tl::expected<std::any, ParserError>> parsedFresh;
   std::shared_ptr<URLSessionTask> task;  // until it has finished
-  std::shared_ptr<const TaskObserver> observer;
-  std::shared_ptr<URLCache> cache;
+  bool inFlight = true;
+
+  // The count falls before a parser runs.
+  void land() {
+    if (std::exchange(inFlight, false)) counter->decrement();
+  }
 
   bool isWorthStoring(const HTTPURLResponse& response, const Data& data) {
-    if (!isUsable(response)) return false;
+    // Behind an answer that has been given: a parse has effects that belong to an answer.
+    if (!task) return isOfflineCopy(response, copy ? &copy->response : nullptr);
+    land();
+    if (!isOfflineCopy(response)) return false;
     parsedFresh = parser(data);
     return parsedFresh->has_value();
   }
 
   void finish(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response,
               const std::optional<URLError>& error) {
-    const bool fromCache = !(response && isUsable(*response));
-    const auto finished = std::exchange(task, nullptr);
-    if (observer && *observer) (*observer)(*finished, fromCache);
-    const std::optional<Data>& body = fromCache ? cachedBody : data;
-    if (!body) {
-      completion(tl::unexpected(networkError("no network error", error)), fromCache);
-      return;
+    land();
+    const URLSessionTaskMetrics metrics = std::exchange(task, nullptr)->metrics();
+    if (!response || !isOfflineCopy(*response)) return fallBack(error);
+    const Provenance provenance{sourceOf(metrics), metrics.serverFailed, metrics.age,
+                                metrics.fetchedAt};
+    if (!data)
+      return completion(tl::unexpected(networkError("no network error", error)), provenance);
+    auto parsed = parsedFresh ? std::move(*parsedFresh) : parser(*data);
+    if (!parsed && provenance.source != Provenance::Source::network) {
+      demandValidation(*cache, response->url);
     }
-    auto parsed = !fromCache && parsedFresh ? std::move(*parsedFresh) : parser(*body);
-    if (parsed) {
-      completion(std::move(*parsed), fromCache);
-      return;
-    }
-    const bool wasStored = finished->metrics().source != URLSessionTaskMetrics::Source::network;
-    if (!fromCache && wasStored) demandValidation(*cache, response->url);
-    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), fromCache);
+    answer(std::move(parsed), provenance);
+  }
+
+  void fallBack(const std::optional<URLError>& error) {
+    Provenance provenance{.source = Provenance::Source::cache, .fromCache = true};
+    if (!copy)
+      return completion(tl::unexpected(networkError("no network error", error)), provenance);
+    const auto age = std::chrono::floor<std::chrono::seconds>(currentDate() - copy->responseTime);
+    provenance.age = std::max(age, std::chrono::seconds(0));
+    provenance.fetchedAt = copy->responseTime;
+    answer(parser(copy->data), provenance);
+  }
+
+  void answer(tl::expected<std::any, ParserError> parsed, const Provenance& provenance) {
+    if (parsed) return completion(std::move(*parsed), provenance);
+    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), provenance);
   }
 };
 
@@ -79,26 +110,22 @@ ContentSessionManager::~ContentSessionManager() = default;
 
 std::int64_t ContentSessionManager::taskCount() const { return taskCounter_->value(); }
 
-void ContentSessionManager::setTaskObserver(TaskObserver observer) {
-  taskObserver_ = std::make_shared<const TaskObserver>(std::move(observer));
+std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& url) const {
+  return paperloom::offlineCopy(*contentSessionCache_, url);
 }
 
 std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, ErasedParser parser,
                                                                ErasedCompletion completion) {
-  const URLRequest request(url);
   auto get = std::make_shared<Get>();
   get->parser = std::move(parser);
   get->completion = std::move(completion);
-  get->observer = taskObserver_;
   get->cache = contentSessionCache_;
+  get->counter = taskCounter_;
   // Before the request is sent: what this very request stores must not be its own fallback.
-  if (auto cached = storedAnswer(*contentSessionCache_, url)) {
-    get->cachedBody = std::move(cached->data);
-  }
+  get->copy = offlineCopy(url);
   auto task = session_.dataTask(
-      request,
-      [get, counter = taskCounter_](const auto& data, const auto& response, const auto& error) {
-        counter->decrement();
+      URLRequest(url),
+      [get](const auto& data, const auto& response, const auto& error) {
         get->finish(data, response, error);
       },
       [get](const HTTPURLResponse& response, const Data& data) {

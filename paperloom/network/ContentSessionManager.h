@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "paperloom/network/ContentSessionManagerProtocol.h"
 #include "paperloom/platform/Export.h"
@@ -13,8 +14,9 @@ class TaskCounter;
 
 // GETs and POSTs JSON over a session with a URL cache of its own. When the server answers a GET
 // with a status outside 200 to 399, or not at all, the copy that was stored before the request
-// takes its place: so the last documents can be read offline. A fresh document replaces the stored
-// one only after its parser has accepted it.
+// takes its place: so the last documents can be read offline. A copy has such a status itself; one
+// that is stored as a redirect is followed. A fresh document replaces the stored one only after its
+// parser has accepted it.
 //
 // Completions run on the session's callback queue. Safe from any thread.
 class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManagerProtocol {
@@ -37,11 +39,11 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
   // Requests started and not yet completed.
   std::int64_t taskCount() const;
 
-  // Told, before its completion, of every GET whose answer is in: what its task received, and
-  // whether the stored copy took the answer's place. On the session's callback queue; set it before
-  // the first request.
-  using TaskObserver = std::function<void(const URLSessionTask& task, bool fromCache)>;
-  void setTaskObserver(TaskObserver observer);
+  const URLSession& session() const { return session_; }
+
+  // The copy that stands in for `url` when the server gives no answer, by way of stored redirects;
+  // it may be of any age. May wait for the disk.
+  std::optional<CachedURLResponse> offlineCopy(const URL& url) const;
 
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
@@ -52,7 +54,6 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
 
   std::shared_ptr<URLCache> contentSessionCache_;
   std::shared_ptr<TaskCounter> taskCounter_;
-  std::shared_ptr<const TaskObserver> taskObserver_;
   URLSession session_;
 };
 

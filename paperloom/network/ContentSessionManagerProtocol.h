@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "paperloom/model/ParserProtocol.h"
+#include "paperloom/network/Provenance.h"
 #include "paperloom/network/RequestResult.h"
 #include "paperloom/platform/Export.h"
 #include "paperloom/platform/URL.h"
@@ -20,13 +21,12 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
  public:
   virtual ~ContentSessionManagerProtocol() = default;
 
-  // GETs `url` and hands the parsed answer to `completion(result, fromCache)`; `fromCache` is true
-  // when the server gave no usable answer and the copy stored before the request was taken
-  // instead. Returns the task, already started.
+  // GETs `url` and hands the parsed answer to `completion(result, provenance)`. Returns the task,
+  // already started.
   template <class T>
-  std::shared_ptr<URLSessionTask> getJSONData(
+  std::shared_ptr<URLSessionTask> getDocument(
       const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
-      std::function<void(Result<T> result, bool fromCache)> completion) {
+      std::function<void(Result<T> result, const Provenance& provenance)> completion) {
     // The parsed item travels through the type-erased layer below in a std::any.
     return getData(
         url,
@@ -35,13 +35,27 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
           if (!parsed) return tl::unexpected(std::move(parsed.error()));
           return std::any(std::move(*parsed));
         },
-        [completion = std::move(completion)](Result<std::any> result, bool fromCache) {
+        [completion = std::move(completion)](Result<std::any> result,
+                                             const Provenance& provenance) {
           if (!completion) return;
           if (!result) {
-            completion(tl::unexpected(std::move(result.error())), fromCache);
+            completion(tl::unexpected(std::move(result.error())), provenance);
           } else {
-            completion(std::any_cast<T>(std::move(*result)), fromCache);
+            completion(std::any_cast<T>(std::move(*result)), provenance);
           }
+        });
+  }
+
+  // The same with `completion(result, fromCache)`; `fromCache` is true when the server gave no
+  // usable answer and the copy stored before the request was taken instead.
+  template <class T>
+  std::shared_ptr<URLSessionTask> getJSONData(
+      const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
+      std::function<void(Result<T> result, bool fromCache)> completion) {
+    return getDocument<T>(
+        url, std::move(parser),
+        [completion = std::move(completion)](Result<T> result, const Provenance& provenance) {
+          if (completion) completion(std::move(result), provenance.fromCache);
         });
   }
 
@@ -55,7 +69,8 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
 
  protected:
   using ErasedParser = std::function<tl::expected<std::any, ParserError>(const Data&)>;
-  using ErasedCompletion = std::function<void(Result<std::any> result, bool fromCache)>;
+  using ErasedCompletion =
+      std::function<void(Result<std::any> result, const Provenance& provenance)>;
 
   virtual std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
                                                   ErasedCompletion completion) = 0;

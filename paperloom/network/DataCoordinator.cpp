@@ -83,14 +83,14 @@ void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, F
   }
   using Item = std::shared_ptr<const AppMetadataProtocol>;
   sessionManager_
-      ->getJSONData<Item>(root->appendingPathComponent("config"),
-                          std::make_shared<const ConfigParser>(),
-                          [received = received_, success = std::move(success),
-                           failure = std::move(failure)](Result<Item> result, bool /*fromCache*/) {
-                            if (!result) return call(failure, std::move(result.error()));
-                            received->appMetadata->set(*result);
-                            call(success, std::move(*result));
-                          })
+      ->getDocument<Item>(
+          root->appendingPathComponent("config"), std::make_shared<const ConfigParser>(),
+          [received = received_, success = std::move(success), failure = std::move(failure)](
+              Result<Item> result, const Provenance& provenance) {
+            if (!result) return call(failure, std::move(result.error()));
+            received->appMetadata->set(*result);
+            success(std::move(*result), provenance);
+          })
       ->resume();
 }
 
@@ -102,7 +102,7 @@ void DataCoordinator::requestStreamForSections(const std::vector<std::string>& s
     return;
   }
   sessionManager_
-      ->getJSONData<std::shared_ptr<const StreamProtocol>>(
+      ->getDocument<std::shared_ptr<const StreamProtocol>>(
           streamURL(*root, sections), std::make_shared<const StreamParser>(),
           streamCompletion(std::move(success), std::move(failure)))
       ->resume();
@@ -119,22 +119,22 @@ void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Fail
     const std::lock_guard lock(mutex_);
     sessionManagerMock_ = mock;
   }
-  mock->getJSONData<std::shared_ptr<const StreamProtocol>>(
+  mock->getDocument<std::shared_ptr<const StreamProtocol>>(
           *root, std::make_shared<const StreamParser>(),
           streamCompletion(std::move(success), std::move(failure)))
       ->resume();
 }
 
-std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)>
+std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
 DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failure) const {
   return [received = received_, success = std::move(success), failure = std::move(failure)](
-             Result<std::shared_ptr<const StreamProtocol>> result, bool /*fromCache*/) {
+             Result<std::shared_ptr<const StreamProtocol>> result, const Provenance& provenance) {
     if (!result) return call(failure, std::move(result.error()));
     {
       const std::lock_guard lock(received->mutex);
       received->stream = *result;
     }
-    call(success, std::move(*result));
+    success(std::move(*result), provenance);
   };
 }
 
@@ -142,14 +142,14 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
                                                                 Success<ArticleProtocol> success,
                                                                 Failure failure) {
   using Item = std::shared_ptr<const ArticleProtocol>;
-  return sessionManager_->getJSONData<Item>(
+  return sessionManager_->getDocument<Item>(
       url, std::make_shared<const ArticleParser>(),
       [dates = dates_, success = std::move(success), failure = std::move(failure)](
-          Result<Item> result, bool fromCache) {
-        if (result && !fromCache) recordFetch(dates);
-        DispatchQueue::main().async([result = std::move(result), success, failure] {
+          Result<Item> result, const Provenance& provenance) {
+        if (result && !provenance.fromCache) recordFetch(dates);
+        DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
           if (!result) return call(failure, result.error());
-          call(success, *result);
+          success(*result, provenance);
         });
       });
 }
@@ -157,13 +157,13 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
     const URL& url, Success<Image> success, std::function<void()> failure) {
   using Item = std::shared_ptr<const Image>;
-  return sessionManager_->getJSONData<Item>(
+  return sessionManager_->getDocument<Item>(
       url, std::make_shared<const ImageParser>(),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
-                                                                   bool /*fromCache*/) {
-        DispatchQueue::main().async([result = std::move(result), success, failure] {
+                                                                   const Provenance& provenance) {
+        DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
           if (!result) return call(failure);
-          call(success, *result);
+          success(*result, provenance);
         });
       });
 }

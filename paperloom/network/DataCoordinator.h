@@ -13,6 +13,7 @@
 #include "paperloom/model/Stream.h"
 #include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManagerProtocol.h"
+#include "paperloom/network/DocumentCallback.h"
 #include "paperloom/network/LatestDateStore.h"
 #include "paperloom/platform/Export.h"
 #include "paperloom/platform/Image.h"
@@ -22,11 +23,12 @@ namespace paperloom {
 
 class CurrentAppMetadata;
 
-// The requests of the content side. Any callback may be empty: what it would be told is dropped.
+// The requests of the content side. Any callback may be empty: what it would be told is dropped. A
+// callback for success may take the provenance of its document beside it.
 class PAPERLOOM_EXPORT DataCoordinatorProtocol {
  public:
   template <class T>
-  using Success = std::function<void(std::shared_ptr<const T>)>;
+  using Success = DocumentCallback<T>;
   using Failure = std::function<void(PaperloomError)>;
 
   virtual ~DataCoordinatorProtocol() = default;
@@ -111,8 +113,8 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                   LatestDateStore* dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
 
-  std::function<void(Result<std::shared_ptr<const StreamProtocol>>, bool)> streamCompletion(
-      Success<StreamProtocol> success, Failure failure) const;
+  std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
+  streamCompletion(Success<StreamProtocol> success, Failure failure) const;
 
   std::shared_ptr<ContentSessionManagerProtocol> sessionManager_;
   LatestDateStore* const dates_;  // null for the shared one

@@ -25,9 +25,7 @@ void LatestDateStore::setLastRequestTime(double time) {
 }
 
 void LatestDateStore::recordRequestTimeIfUnset() {
-  if (LatestDateStore::lastRequestTime() == 0.0) {
-    LatestDateStore::setLastRequestTime(secondsSince1970(currentDate()));
-  }
+  if (lastRequestTime() == 0.0) setLastRequestTime(secondsSince1970(currentDate()));
 }
 
 double LatestDateStore::timeElapsedSinceLastRequest() const {

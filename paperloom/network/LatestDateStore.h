@@ -25,9 +25,11 @@ class PAPERLOOM_EXPORT LatestDateStore {
   virtual double lastRequestTime() const;
   // On disk when it returns.
   virtual void setLastRequestTime(double time);
-  virtual void recordRequestTimeIfUnset();
+  virtual void recordRequestTimeIfUnset();  // by way of the two above
   // Seconds since the recorded time; 0.0 when that lies in the future.
   virtual double timeElapsedSinceLastRequest() const;
+
+  const std::string& lastRequestCacheKey() const { return lastRequestCacheKey_; }
 
  private:
   UserDefaults& defaults_;

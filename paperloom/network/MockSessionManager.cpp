@@ -16,11 +16,12 @@ std::shared_ptr<URLSessionTask> MockSessionManager::postJSONData(
 
 std::shared_ptr<URLSessionTask> MockSessionManager::getData(const URL& url, ErasedParser parser,
                                                             ErasedCompletion completion) {
+  const Provenance provenance{.source = Provenance::Source::library};
   auto parsed = parser(data_);
   if (parsed) {
-    completion(std::move(*parsed), false);
+    completion(std::move(*parsed), provenance);
   } else {
-    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), false);
+    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), provenance);
   }
   return URLSessionTask::unattached(URLRequest(url));
 }

@@ -18,6 +18,7 @@ class PAPERLOOM_EXPORT MockSessionManager final : public ContentSessionManagerPr
       const URL& url, Data body, std::function<void(PostRequestResult result)> completion) override;
 
   std::shared_ptr<URLCache> contentSessionCache() const override { return contentSessionCache_; }
+  const Data& data() const { return data_; }
 
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,

@@ -28,7 +28,9 @@ class URLCacheStore;
 //
 // Answers are kept under the request's URL without its fragment; of the variants of one URL that
 // `Vary` sets apart (RFC 9111 section 4.1), 16 at most, the newest one that fits a request is
-// chosen. Of the request only a SHA-256 of the values that `Vary` names is kept.
+// chosen. One that varies on * is kept for every request; no session uses it without asking the
+// server, but it can be read offline. Of the request only a SHA-256 of the values that `Vary` names
+// is kept.
 //
 // A child process made by fork() alone must not use the paths that its parent has in use.
 class PAPERLOOM_EXPORT URLCache {

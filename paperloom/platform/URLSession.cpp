@@ -7,6 +7,8 @@
 
 namespace paperloom {
 
+std::optional<URLError> URLSessionTask::error() const { return core_->error(); }
+
 URLSession::URLSession(URLSessionConfiguration configuration)
     : core_(std::make_shared<internal::SessionCore>(std::move(configuration))) {}
 

@@ -61,6 +61,8 @@ class PAPERLOOM_EXPORT URLSessionTask {
   std::int64_t countOfBytesExpectedToReceive() const;
   // Complete once the task's completion has been called.
   URLSessionTaskMetrics metrics() const;
+  // Why it failed, once its completion has been called with an error.
+  std::optional<URLError> error() const;
   // What the cache held for the request, after stored redirects, before it went out: the copy to
   // fall back on. Known to the store filter and to the completion; nothing for methods other than
   // GET and HEAD, and where the policy ignores the cache.

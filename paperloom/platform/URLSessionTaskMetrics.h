@@ -17,6 +17,8 @@ struct URLSessionTaskMetrics {
     stale,        // a stored copy past its freshness, served as the directives or the policy allow
   };
   Source source = Source::network;
+  // The server failed, and the stored copy took the place of its answer.
+  bool serverFailed = false;
   std::optional<std::chrono::seconds> age;  // of a stored copy when it was served
   std::optional<Date> fetchedAt;            // when the answer, or its last validation, was received
   std::int64_t countOfBytesReceived = 0;    // of bodies, from the network, before decoding

@@ -29,16 +29,18 @@ class BodyParser final : public ParserProtocol<std::string> {
 struct Answer {
   Result<std::string> result;
   bool fromCache = false;
+  Provenance provenance{};
 };
 
 class ContentSessionManagerTests : public test::ContentFixture {
  protected:
   Answer get(ContentSessionManagerProtocol& from, const URL& url) {
     std::promise<Answer> answered;
-    from.getJSONData<std::string>(url, std::make_shared<BodyParser>(),
-                                  [&](Result<std::string> result, bool fromCache) {
-                                    answered.set_value({std::move(result), fromCache});
-                                  });
+    from.getDocument<std::string>(
+        url, std::make_shared<BodyParser>(),
+        [&](Result<std::string> result, const Provenance& provenance) {
+          answered.set_value({std::move(result), provenance.fromCache, provenance});
+        });
     return test::await(answered.get_future());
   }
 
@@ -160,9 +162,13 @@ TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
   ASSERT_TRUE(get(manager, moved).result);
   server.reset();
 
+  auto document = *cache->cachedResponse(URLRequest(target));
+  document.responseTime -= std::chrono::hours(1);
+  cache->storeCachedResponse(document, URLRequest(target));
   const Answer offline = get(manager, moved);
   EXPECT_TRUE(offline.fromCache);
   EXPECT_EQ(offline.result, "{}");
+  EXPECT_EQ(offline.provenance.fetchedAt, document.responseTime) << "not that of the redirect";
   cache->removeCachedResponse(URLRequest(target));
   EXPECT_EQ(get(manager, moved).result.error().which(), PaperloomError::Case::networkError);
 }
@@ -191,6 +197,44 @@ TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBefore
   cache->storeCachedResponse(portal, URLRequest(url));
   EXPECT_EQ(get(manager, url).result.error().details(), "no object");
   EXPECT_EQ(*get(manager, url).result, R"({"good": 1})");
+}
+
+TEST_F(ContentSessionManagerTests, staleAnswerIsRefreshedBehindWithoutAnotherParse) {
+  test::ScriptedServer server([](const auto&) {
+    return test::answer(R"({"new": 1})", "Cache-Control: max-age=600\r\nETag: \"2\"\r\n");
+  });
+  const URLRequest request(server.url());
+  const HTTPHeaders fields{{"Cache-Control", "max-age=1, stale-while-revalidate=600"},
+                           {"Age", "60"}};
+  cache->storeCachedResponse({{request.url, 200, fields}, Data("{}"), currentDate(), currentDate()},
+                             request);
+  struct CountingParser final : ParserProtocol<std::string> {
+    tl::expected<std::string, ParserError> parse(const Data& data) const override {
+      ++*count;
+      EXPECT_EQ(manager->taskCount(), 0) << "the count falls before a parser runs";
+      return std::string(data.view());
+    }
+    std::atomic<int>* count = nullptr;
+    ContentSessionManager* manager = nullptr;
+  };
+  std::atomic<int> count = 0;
+  auto parser = std::make_shared<CountingParser>();
+  parser->count = &count;
+  parser->manager = &manager;
+  std::promise<std::string> answered;
+  manager.getJSONData<std::string>(
+      request.url, parser, [&](Result<std::string> result, bool) { answered.set_value(*result); });
+  EXPECT_EQ(test::await(answered.get_future()), "{}");
+  EXPECT_TRUE(test::pumpUntil(
+      [&] { return cache->cachedResponse(request)->data == Data(R"({"new": 1})"); }));
+  EXPECT_EQ(count, 1);
+
+  const URL other = server.url("/other");  // which comes whole from the network
+  std::promise<void> parsed;
+  manager.getJSONData<std::string>(other, parser,
+                                   [&](Result<std::string>, bool) { parsed.set_value(); });
+  test::await(parsed.get_future());
+  EXPECT_EQ(count, 2);
 }
 
 TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnType) {

@@ -61,10 +61,10 @@ std::optional<VaryKey> varyKey(const HTTPHeaders& response, const HTTPHeaders& r
   std::vector<std::string> names;
   const auto vary = response.combined("Vary").value_or("");
   for (const std::string_view name : listMembers(vary)) names.push_back(lowercased(name));
+  if (std::find(names.begin(), names.end(), "*") != names.end()) names.clear();
   if (request.contains("Authorization")) names.emplace_back("authorization");
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
-  if (std::find(names.begin(), names.end(), "*") != names.end()) return std::nullopt;
   VaryKey key;
   for (const std::string& name : names) {
     if (!key.names.empty()) key.names += ',';

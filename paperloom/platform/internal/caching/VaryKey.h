@@ -23,7 +23,9 @@ struct VaryKey {
   std::string digest;  // 32 bytes; empty when there are no names
 };
 
-// Nothing for "Vary: *", which fits no other request.
+// "Vary: *" names no fields to compare, so such an answer is found for every request; section 4.1
+// says that it never matches, which is for those to heed who would use it without asking.
+// Nothing when there is no digest to be had.
 std::optional<VaryKey> varyKey(const HTTPHeaders& response, const HTTPHeaders& request);
 
 // Tells which variants fit one request. Remembers its last digest: the variants of a URL mostly

@@ -1,5 +1,7 @@
 #include "paperloom/platform/internal/session/Delivery.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "paperloom/platform/internal/http/RequestRules.h"
@@ -15,6 +17,8 @@ void judge(const TaskCore& task, Delivery& delivery) {
   auto fresh = std::exchange(delivery.freshAnswer, std::nullopt);
   if (!fresh || task.state == State::canceling) return;
   if (!task.storeFilter || task.storeFilter(*delivery.response, *delivery.data)) {
+    std::move(delivery.withFreshAnswer.begin(), delivery.withFreshAnswer.end(),
+              std::back_inserter(delivery.writes));
     delivery.writes.push_back(*std::move(fresh));
   }
 }
@@ -27,7 +31,7 @@ void complete(TaskCore& task, Delivery delivery) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};
   }
-  task.setMetrics(delivery.metrics);
+  task.setOutcome(delivery.metrics, delivery.error);
   if (completion) completion(delivery.data, delivery.response, delivery.error);
 }
 

@@ -1,5 +1,6 @@
 #include "paperloom/platform/internal/session/Exchange.h"
 
+#include <iterator>
 #include <utility>
 
 #include "paperloom/platform/internal/http/RequestRules.h"
@@ -134,17 +135,22 @@ Exchange::Step Exchange::fresh(TransferResult result, Date now) {
   metrics_.age.reset();
   metrics_.fetchedAt = result.responseTime;
   if (stored_ && mayServeStaleOnError(request_, *stored_, now, result.response->statusCode)) {
-    return serveStored(*stored_, Source::stale, now);
+    return serveInsteadOfFailure(now);
   }
   if (hasCache_) noteEffects(result);
   HTTPURLResponse answer = *std::move(result.response);
   auto write = writeFor(answer, result);
   // Whether a redirect is worth keeping is no question for the filter of the final answer.
   const bool leadsOn = request_.followsRedirects && redirectTarget(request_, answer).has_value();
-  if (leadsOn && write) writes_.push_back(*std::move(write));
+  if (leadsOn && write) {
+    // In place of a document a redirect is kept only with what it leads to.
+    const bool hidesDocument = stored_ && !isRedirect(stored_->response.statusCode);
+    (hidesDocument ? heldWrites_ : writes_).push_back(*std::move(write));
+  }
   if (auto next = follow(answer, now)) return *std::move(next);
   Delivery delivery = deliver(std::move(answer), std::move(result.body));
   delivery.freshAnswer = std::move(write);
+  delivery.withFreshAnswer = std::move(heldWrites_);
   return delivery;
 }
 
@@ -183,11 +189,16 @@ std::optional<CacheWrite> Exchange::writeFor(const HTTPURLResponse& answer,
 
 Exchange::Step Exchange::failed(TransferResult result, Date now) {
   if (stored_ && mayServeStaleOnError(request_, *stored_, now, std::nullopt)) {
-    return serveStored(*stored_, Source::stale, now);
+    return serveInsteadOfFailure(now);
   }
   Delivery delivery = fail(result.error.value_or(makeError(Code::unknown, "the request failed")));
   delivery.response = std::move(result.response);
   return delivery;
+}
+
+Exchange::Step Exchange::serveInsteadOfFailure(Date now) {
+  metrics_.serverFailed = true;
+  return serveStored(*stored_, Source::stale, now);
 }
 
 Exchange::Step Exchange::serveStored(const CachedURLResponse& stored, Source source, Date now) {
@@ -197,6 +208,8 @@ Exchange::Step Exchange::serveStored(const CachedURLResponse& stored, Source sou
   auto answer = answerFromStored(request_, stored, now, source == Source::revalidated);
   answer.response.url = request_.url;  // with this request's fragment
   if (auto next = follow(answer.response, now)) return *std::move(next);
+  // What led to a stored answer is as good as that.
+  std::move(heldWrites_.begin(), heldWrites_.end(), std::back_inserter(writes_));
   return deliver(std::move(answer.response), std::move(answer.data));
 }
 

@@ -51,6 +51,7 @@ class Exchange {
   Step confirmed(const TransferResult& result, Date now);
   Step fresh(TransferResult result, Date now);
   Step failed(TransferResult result, Date now);
+  Step serveInsteadOfFailure(Date now);
   Step serveStored(const CachedURLResponse& stored, URLSessionTaskMetrics::Source source, Date now);
   // The next hop when `answer` is a redirect to follow, or its failure.
   std::optional<Step> follow(const HTTPURLResponse& answer, Date now);
@@ -73,6 +74,7 @@ class Exchange {
   bool validationFailed_ = false;
 
   std::vector<CacheWrite> writes_;
+  std::vector<CacheWrite> heldWrites_;  // of redirects in place of documents
   URLSessionTaskMetrics metrics_;
   std::optional<Refresh> refresh_;
 };

@@ -24,9 +24,14 @@ class TaskCore {
     const MutexLock lock(mutex_);
     return metrics_;
   }
-  void setMetrics(const URLSessionTaskMetrics& metrics) {
+  std::optional<URLError> error() const {
+    const MutexLock lock(mutex_);
+    return error_;
+  }
+  void setOutcome(const URLSessionTaskMetrics& metrics, const std::optional<URLError>& error) {
     const MutexLock lock(mutex_);
     metrics_ = metrics;
+    error_ = error;
   }
 
   std::optional<CachedURLResponse> stored() const {
@@ -53,6 +58,7 @@ class TaskCore {
  private:
   mutable Mutex mutex_;
   URLSessionTaskMetrics metrics_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::optional<URLError> error_ PAPERLOOM_GUARDED_BY(mutex_);
   std::optional<CachedURLResponse> stored_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 

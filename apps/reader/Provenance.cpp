@@ -1,4 +1,4 @@
-#include "apps/reader/Origin.h"
+#include "apps/reader/Provenance.h"
 
 #include <algorithm>
 
@@ -6,12 +6,11 @@
 
 namespace paperloom::reader {
 
-using Source = URLSessionTaskMetrics::Source;
+using Source = Provenance::Source;
 
-std::string Origin::word() const {
-  if (shipped) return "library";
-  if (fallback) return "cache";
-  switch (source) {
+std::string word(const Provenance& provenance) {
+  if (provenance.fromCache) return "cache";
+  switch (provenance.source) {
     case Source::network:
       return "network";
     case Source::cache:
@@ -20,19 +19,21 @@ std::string Origin::word() const {
       return "revalidated";
     case Source::stale:
       return "stale";
+    case Source::library:
+      return "library";
   }
   return {};
 }
 
-std::string Origin::sentence() const {
-  if (shipped) return "from the copy that comes with the library";
+std::string sentence(const Provenance& provenance) {
   std::string fetched;
-  if (fetchedAt) {
-    const auto since = std::chrono::floor<std::chrono::seconds>(currentDate() - *fetchedAt);
+  if (provenance.fetchedAt) {
+    const auto since =
+        std::chrono::floor<std::chrono::seconds>(currentDate() - *provenance.fetchedAt);
     fetched = ", fetched " + ago(std::max(since, std::chrono::seconds(0)));
   }
-  if (fallback) return "from the cache, as the server gives no answer" + fetched;
-  switch (source) {
+  if (provenance.fromCache) return "from the cache, as the server gives no answer" + fetched;
+  switch (provenance.source) {
     case Source::network:
       return "from the network";
     case Source::cache:
@@ -41,6 +42,8 @@ std::string Origin::sentence() const {
       return "from the cache, confirmed by the server";
     case Source::stale:
       return "from the cache, out of date" + fetched;
+    case Source::library:
+      return "from the copy that comes with the library";
   }
   return {};
 }
