@@ -1,7 +1,4 @@
-#include <fmt/format.h>
-
 #include "apps/reader/Commands.h"
-#include "apps/reader/Text.h"
 #include "apps/reader/Warming.h"
 
 namespace paperloom::reader {
@@ -24,8 +21,7 @@ void warm(Host& host, const WarmOptions& options) {
   } else {
     for (const std::string& url : options.urls) warming.add(host.resolve(url));
   }
-  const std::size_t failed = warming.finish();
-  if (failed > 0) throw Failure(fmt::format("{} could not be fetched", count(failed, "document")));
+  if (std::string trouble = warming.finish(); !trouble.empty()) throw Failure(std::move(trouble));
 }
 
 }  // namespace

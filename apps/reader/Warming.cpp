@@ -2,9 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
+#include <filesystem>
 
 #include "apps/reader/FrontPage.h"
+#include "apps/reader/RecordJSON.h"
 #include "apps/reader/Renditions.h"
 #include "apps/reader/Text.h"
 #include "paperloom/model/ArticleParser.h"
@@ -24,7 +25,9 @@ struct Report {
 struct Reporter {
   // Success is a matter of the status alone; a body that was cut off is not handed over.
   Report operator()(const cachewarmer::Success& result) const {
-    if (!result.data) return {"success", "cut short", {}, {}, true};
+    if (!result.data) {
+      return {"success", error ? error->localizedDescription : "cut short", {}, {}, true};
+    }
     return {"success", "fetched", {}, result.data, false};
   }
   Report operator()(const cachewarmer::SuccessFromCache& result) const {
@@ -38,17 +41,19 @@ struct Reporter {
             true};
   }
   Report operator()(const cachewarmer::NetworkError&) const {
-    return {"networkError", "no answer", {}, {}, true};
+    return {"networkError", error ? error->localizedDescription : "no answer", {}, {}, true};
   }
+
+  std::optional<URLError> error;
 };
 
 std::string jsonLine(const URL& url, const Report& report) {
-  nlohmann::ordered_json json;
-  json["url"] = url.absoluteString();
-  json["result"] = report.alternative;
-  json["statusCode"] = report.statusCode ? nlohmann::ordered_json(*report.statusCode) : nullptr;
-  json["bytes"] = report.data ? nlohmann::ordered_json(report.data->size()) : nullptr;
-  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return dump({{"url", url.absoluteString()},
+               {"result", report.alternative},
+               {"statusCode", report.statusCode ? JSON(*report.statusCode) : JSON()},
+               {"bytes", report.data ? JSON(report.data->size()) : JSON()},
+               {"reason", report.failed ? JSON(report.words) : JSON()}},
+              true);
 }
 
 }  // namespace
@@ -72,23 +77,27 @@ void Warming::addStream(const StreamProtocol& stream) {
 void Warming::start(const URL& url, bool isArticle) {
   if (!seen_.insert(url.absoluteString()).second) return;
   if (progress_) progress_->setTotal(seen_.size());
-  host_.content().cacheWarmerDataCoordinator()->saveToCache(
-      url, force_, [self = self_, url, isArticle](CacheWarmerRequestResult result) {
-        DispatchQueue::main().async([self, url, isArticle, result = std::move(result)] {
-          if (*self != nullptr) (*self)->take(url, isArticle, result);
+  auto fetch = std::make_shared<Fetch>(Fetch{url, isArticle});
+  fetch->task = host_.content().cacheWarmerDataCoordinator()->saveToCache(
+      url, force_, [self = self_, fetch](CacheWarmerRequestResult result) {
+        DispatchQueue::main().async([self, fetch, result = std::move(result)] {
+          if (*self != nullptr) (*self)->take(*fetch, result);
         });
       });
 }
 
-void Warming::take(const URL& url, bool isArticle, const CacheWarmerRequestResult& result) {
-  const Report report = std::visit(Reporter(), result);
+void Warming::take(const Fetch& fetch, const CacheWarmerRequestResult& result) {
+  const Report report =
+      std::visit(Reporter{fetch.task ? fetch.task->error() : std::nullopt}, result);
+  const URL& url = fetch.url;
   ++done_;
   if (report.failed) ++failed_;
   if (report.alternative == "successFromCache") ++alreadyCached_;
+  if (report.alternative == "success" && !report.failed) fetched_.push_back(url);
   if (report.data) bytes_ += static_cast<std::int64_t>(report.data->size());
-  if (isArticle && report.data) addPicturesOf(*report.data);
+  if (fetch.isArticle && report.data) addPicturesOf(*report.data);
 
-  const std::string text = printableLine(url.absoluteString());
+  const std::string text = printableText(url.absoluteString());
   if (!progress_) {
     host_.output().line(jsonLine(url, report));
     host_.output().flush();
@@ -112,15 +121,56 @@ void Warming::addAddress(const URL& address, bool isArticle) {
   if (const auto url = host_.resolveIfPossible(address)) start(*url, isArticle);
 }
 
-std::size_t Warming::finish() {
+// A document is kept when the copy that is found offline, redirects or not, is on the disk.
+std::vector<URL> Warming::lookForLosses() const {
+  std::set<std::string> onDisk;
+  for (const URLCache::Entry& entry : host_.sessionManager()->contentSessionCache()->entries()) {
+    if (entry.onDisk) onDisk.insert(entry.response.response.url.absoluteString());
+  }
+  std::vector<URL> losses;
+  for (const URL& url : fetched_) {
+    const auto copy = host_.sessionManager()->offlineCopy(url);
+    if (!copy || !onDisk.contains(copy->response.url.absoluteString())) losses.push_back(url);
+  }
+  return losses;
+}
+
+std::string Warming::reasonFor(const std::vector<URL>& losses) const {
+  constexpr std::uintmax_t little = 1'000'000;
+  const auto& cache = host_.sessionManager()->contentSessionCache();
+  std::error_code error;
+  const auto space = std::filesystem::space(cache->diskFile().parent_path(), error);
+  if (!error && space.available < little) return "the disk is full";
+  for (const URL& url : losses) {
+    if (host_.sessionManager()->offlineCopy(url)) return "the disk cannot be written";
+  }
+  const bool isFull = cache->currentDiskUsage() > cache->diskCapacity() * 9 / 10;
+  return isFull ? "the cache is full" : "the others may not be stored";
+}
+
+std::string Warming::finish() {
   host_.waitUntil([this] { return done_ == seen_.size(); });
   progress_.reset();
-  if (!host_.json()) {
-    host_.output().line(fmt::format("{} in the cache, {} of them already; {} in all.",
-                                    count(done_ - failed_, "document"), alreadyCached_,
-                                    byteSize(bytes_)));
+  const std::vector<URL> losses = lookForLosses();
+  const std::string reason = losses.empty() ? "" : reasonFor(losses);
+  if (host_.json()) {
+    for (const URL& url : losses) {
+      host_.output().line(
+          dump({{"url", url.absoluteString()}, {"result", "notKept"}, {"reason", reason}}, true));
+    }
+  } else {
+    host_.output().line(fmt::format("{} fetched, {} kept{}{}; {} in the cache already; {} in all.",
+                                    count(fetched_.size(), "document"),
+                                    fetched_.size() - losses.size(), losses.empty() ? "" : ": ",
+                                    reason, alreadyCached_, byteSize(bytes_)));
   }
-  return failed_;
+  std::string trouble;
+  if (failed_ > 0) trouble = fmt::format("{} could not be fetched", count(failed_, "document"));
+  if (reason.starts_with("the disk")) {
+    if (!trouble.empty()) trouble += ", ";
+    trouble += fmt::format("{} not kept: {}", count(losses.size(), "document"), reason);
+  }
+  return trouble;
 }
 
 }  // namespace paperloom::reader

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "apps/reader/Host.h"
 #include "apps/reader/Progress.h"
@@ -26,12 +27,22 @@ class Warming {
   // turn out to hold.
   void addStream(const StreamProtocol& stream);
 
-  // Waits for the last one, prints the sum, and gives how many could not be fetched.
-  std::size_t finish();
+  // Waits for the last one, looks what the cache has kept on disk, and prints the sum. Gives what
+  // went wrong, in a clause: that documents could not be fetched, or that the disk does not take
+  // them; empty when all is well.
+  std::string finish();
 
  private:
   void start(const URL& url, bool isArticle);
-  void take(const URL& url, bool isArticle, const CacheWarmerRequestResult& result);
+  struct Fetch {
+    URL url;
+    bool isArticle = false;
+    std::shared_ptr<URLSessionTask> task{};  // none when the copy was in the cache
+  };
+  void take(const Fetch& fetch, const CacheWarmerRequestResult& result);
+  // The documents fetched that are not on disk, and why.
+  std::vector<URL> lookForLosses() const;
+  std::string reasonFor(const std::vector<URL>& losses) const;
   void addPicturesOf(const Data& article);
   // An address in a document, which may be one that nothing can fetch.
   void addAddress(const URL& address, bool isArticle);
@@ -41,6 +52,7 @@ class Warming {
   std::set<std::string> seen_;
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
+  std::vector<URL> fetched_;
   std::size_t alreadyCached_ = 0;
   std::int64_t bytes_ = 0;
   std::optional<Progress> progress_;

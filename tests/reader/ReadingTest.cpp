@@ -155,6 +155,25 @@ TEST_F(ReadingCommands, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
   }
 }
 
+TEST_F(ReadingCommands, warmSaysWhatIsKeptAndWhyADocumentIsNot) {
+  ReaderRun run;
+  run.arguments = {"warm", "config", "images/harbour-640.jpg", "articles/tide-mill-turns"};
+  run.largestFile = 32'768;  // room for the tables of the cache and little more
+  const ReaderOutcome full = reader_.run(run);
+  EXPECT_EQ(full.status, 1);
+  EXPECT_NE(full.out.find("3 documents fetched, "), std::string::npos) << full.out;
+  EXPECT_NE(full.out.find(" kept: the disk cannot be written; "), std::string::npos) << full.out;
+  EXPECT_NE(full.error.find("not kept: the disk cannot be written"), std::string::npos);
+
+  const std::string missing = service_->baseURL() + "/articles/tide-mill-turns";
+  reader_.run({"cache", "clear"});
+  service_->stop();
+  const ReaderOutcome gone = reader_.run({"warm", missing});
+  EXPECT_EQ(gone.status, 1);
+  EXPECT_EQ(gone.out.find("no answer"), std::string::npos) << gone.out;
+  EXPECT_NE(gone.out.find("could not connect"), std::string::npos) << gone.out;
+}
+
 TEST_F(ReadingCommands, theCacheIsListedExplainedAndCleared) {
   EXPECT_EQ(json({"cache", "explain", "config"})["outcome"], "sent");
   ASSERT_EQ(reader_.run({"config"}).status, 0);
