@@ -17,9 +17,10 @@ URLSession::~URLSession() { core_->shutDown(); }
 const URLSessionConfiguration& URLSession::configuration() const { return core_->configuration(); }
 
 std::shared_ptr<URLSessionTask> URLSession::dataTask(URLRequest request, Completion completion,
-                                                     StoreFilter storeFilter) {
+                                                     StoreFilter storeFilter,
+                                                     Preparation preparation) {
   auto core = std::make_shared<internal::TaskCore>(std::move(request), core_, std::move(completion),
-                                                   std::move(storeFilter));
+                                                   std::move(storeFilter), std::move(preparation));
   return std::shared_ptr<URLSessionTask>(new URLSessionTask(std::move(core)));
 }
 

@@ -37,12 +37,13 @@ class SessionCore;
 // redirect itself is the answer. No cookies are kept, no .netrc is read. A GET or HEAD is sent
 // again once, on a fresh connection, when a kept connection ends before the answer begins; nothing
 // else ever is, and so everything else goes out on a fresh connection. A kept connection on which
-// bytes have come that answer nothing is not used again. A body whose chunks or coding break off, or
-// break their grammar, is an error.
+// bytes have come that answer nothing is not used again. A body whose chunks or coding break off,
+// or break their grammar, is an error.
 class PAPERLOOM_EXPORT URLSession {
  public:
   using Completion = URLSessionTask::Completion;
   using StoreFilter = URLSessionTask::StoreFilter;
+  using Preparation = URLSessionTask::Preparation;
 
   explicit URLSession(URLSessionConfiguration configuration);
   ~URLSession();
@@ -53,7 +54,8 @@ class PAPERLOOM_EXPORT URLSession {
 
   // A suspended task for the request.
   std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion,
-                                           StoreFilter storeFilter = nullptr);
+                                           StoreFilter storeFilter = nullptr,
+                                           Preparation preparation = nullptr);
 
  private:
   std::shared_ptr<internal::SessionCore> core_;

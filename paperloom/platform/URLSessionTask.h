@@ -29,6 +29,10 @@ class PAPERLOOM_EXPORT URLSessionTask {
   using Completion = std::function<void(const std::optional<Data>& data,
                                         const std::optional<HTTPURLResponse>& response,
                                         const std::optional<URLError>& error)>;
+  // Called with what the completion is going to receive, before the store filter and before it, but
+  // off the callback queue: for work that takes long, such as decoding a picture. As many run at a
+  // time as the machine has cores. Left out for a task that has been cancelled; must not throw.
+  using Preparation = Completion;
   // Asked on the callback queue, just before the completion, whether a complete fresh answer that
   // HTTP would let the cache keep is worth keeping; with false the stored copy stays as it was.
   using StoreFilter = std::function<bool(const HTTPURLResponse& response, const Data& data)>;

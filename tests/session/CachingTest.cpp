@@ -355,17 +355,5 @@ TEST_F(CachingTest, redirectsAreKeptByTheirOwnRulesAndALoopOfThemEndsWithoutTraf
   EXPECT_EQ(server.requests().size(), 3U);
 }
 
-TEST_F(CachingTest, aTaskThatWaitedLooksAgainWhatHasBeenStoredMeanwhile) {
-  ScriptedServer server(answer("x", fresh));
-  auto configuration = configurationWith(cache_);
-  configuration.httpMaximumConnectionsPerHost = 1;
-  URLSession session(configuration);
-  std::vector<Pending> tasks;
-  for (int i = 0; i < 20; ++i) tasks.push_back(start(session, URLRequest(server.url())));
-  int fromCache = 0;
-  for (Pending& task : tasks) fromCache += task.get().metrics.source == Source::cache ? 1 : 0;
-  EXPECT_EQ(server.requests().size() + static_cast<std::size_t>(fromCache), 20U);
-}
-
 }  // namespace
 }  // namespace paperloom::test

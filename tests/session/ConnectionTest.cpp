@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/Fetch.h"
 #include "tests/support/ScriptedServer.h"
@@ -391,6 +394,52 @@ TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
   first.reset();
   await(done.get_future());
   EXPECT_EQ(order, (std::vector<std::string>{"second", "cancelled", "released"}));
+}
+
+TEST(Lifetime, whatTakesLongIsPreparedBesideTheCallbackQueueAndASessionWaitsForIt) {
+  ScriptedServer server(answer("x", "Cache-Control: max-age=9\r\n"));
+  URLSessionConfiguration configuration;
+  configuration.urlCache = std::make_shared<URLCache>();
+  auto session = std::make_unique<URLSession>(configuration);
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  std::atomic<int> prepared = 0;
+  std::atomic<int> cancelled = 0;
+  std::vector<std::string> order;
+  const auto startSlow = [&] {
+    return session->dataTask(
+        URLRequest(server.url()),
+        [&](const auto&, const auto&, const auto& error) {
+          if (error) return void(++cancelled);
+          order.emplace_back("completed");
+        },
+        [&](const auto&, const auto&) {
+          order.emplace_back("judged");
+          return true;
+        },
+        [&, released](const auto& data, const auto&, const auto&) {
+          ++prepared;
+          released.wait();
+          if (data) order.emplace_back("prepared");
+        });
+  };
+  auto slow = startSlow();
+  slow->resume();
+  ASSERT_TRUE(pumpUntil([&] { return prepared == 1; }));
+  EXPECT_EQ(fetch(*session, URLRequest(server.url("/quick"))).body(), "x");
+  EXPECT_TRUE(order.empty());
+
+  const auto another = startSlow();
+  another->cancel();
+  ASSERT_TRUE(pumpUntil([&] { return cancelled == 1; }));
+  std::thread later([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    release.set_value();
+  });
+  session.reset();
+  later.join();
+  EXPECT_EQ(order, (std::vector<std::string>{"prepared", "judged", "completed"}));
+  EXPECT_EQ(prepared, 1);
 }
 
 TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {

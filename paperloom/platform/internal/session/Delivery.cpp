@@ -27,6 +27,7 @@ void complete(TaskCore& task, Delivery delivery) {
   // They may hold the last reference to the session and have to go on this queue.
   const auto completion = std::move(task.completion);
   const auto storeFilter = std::move(task.storeFilter);
+  const auto preparation = std::move(task.preparation);
   if (task.state.exchange(State::completed) == State::canceling) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};

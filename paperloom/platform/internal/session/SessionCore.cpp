@@ -213,6 +213,16 @@ void SessionCore::announceNextLook() {
   if (mustWake) loop_->network().wake();
 }
 
+// The workers have ended, but for the one that may be asking.
+void SessionCore::waitForPreparations() {
+  SessionLoop* loop = nullptr;
+  {
+    const MutexLock lock(loopMutex_);
+    loop = loop_.get();
+  }
+  if (loop != nullptr) loop->waitForPreparations();
+}
+
 void SessionCore::shutDown() {
   std::array<std::thread, workers> threads;
   CurlLoop* toWake = nullptr;
@@ -232,6 +242,7 @@ void SessionCore::shutDown() {
       thread.join();
     }
   }
+  waitForPreparations();
   if (cache_) cache_->finish();
   callbacks_->finish();
   if (own != nullptr) own->detach();

@@ -73,6 +73,7 @@ class SessionCore {
   // Makes sure that somebody's wait ends when the loop has to be looked after again.
   void announceNextLook() PAPERLOOM_REQUIRES(loopMutex_);
   CurlLoop* network();
+  void waitForPreparations();
 
   const URLSessionConfiguration configuration_;
   const URLSessionConfiguration limits_;  // the same with every number within its range

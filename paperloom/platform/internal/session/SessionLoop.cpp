@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "paperloom/platform/internal/base/WorkPool.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom::internal {
@@ -187,6 +188,26 @@ void SessionLoop::deliver(Entry& entry, Delivery delivery) {
   delivery.metrics.countOfBytesReceived = task->bytesReceived;
   // Before the delivery: then the callback queue takes the filter away from the task.
   if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
+  if (task->preparation && task->state != State::canceling) {
+    return prepare(std::move(task), std::move(delivery));
+  }
+  store(std::move(task), std::move(delivery));
+}
+
+void SessionLoop::prepare(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  preparing_.begin();
+  auto shared = std::make_shared<Delivery>(std::move(delivery));
+  WorkPool::shared().add([this, task = std::move(task), shared]() mutable {
+    if (task->state != State::canceling) {
+      task->preparation(shared->data, shared->response, shared->error);
+    }
+    store(std::move(task), std::move(*shared));
+    wakeRunner();
+    preparing_.end();
+  });
+}
+
+void SessionLoop::store(std::shared_ptr<TaskCore> task, Delivery delivery) {
   if (!delivery.freshAnswer) return keep(std::move(task), std::move(delivery));
   auto shared = std::make_shared<Delivery>(std::move(delivery));
   callbacks_.add([this, task = std::move(task), shared]() mutable {
@@ -204,13 +225,17 @@ void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
   auto shared = std::make_shared<Delivery>(std::move(delivery));
   cache_->write(std::move(writes), [this, task = std::move(task), shared]() mutable {
     addCallback(std::move(task), std::move(*shared));
-    if (callbacks_.needsRunner()) network_.wake();
+    wakeRunner();
   });
 }
 
 void SessionLoop::addCallback(std::shared_ptr<TaskCore> task, Delivery delivery) {
   auto shared = std::make_shared<Delivery>(std::move(delivery));
   callbacks_.add([task = std::move(task), shared] { complete(*task, std::move(*shared)); });
+}
+
+void SessionLoop::wakeRunner() {
+  if (callbacks_.needsRunner()) network_.wake();
 }
 
 SessionLoop::Clock::time_point SessionLoop::expiry(const Entry& entry,

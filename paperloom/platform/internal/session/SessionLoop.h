@@ -10,6 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "paperloom/platform/internal/base/Outstanding.h"
 #include "paperloom/platform/internal/session/CacheThread.h"
 #include "paperloom/platform/internal/session/CallbackQueue.h"
 #include "paperloom/platform/internal/session/ConnectionSlots.h"
@@ -26,9 +27,9 @@ namespace paperloom::internal {
 // A task is in `entries_` from its start to its delivery, and there in one of three ways: its hop
 // is being looked up, or it waits for a slot with the request that is `ready`, or it has a slot and
 // a transfer, which stands in `transfers_`. What a look-up finds after the task has been delivered
-// finds no entry. From the delivery on a task belongs to the jobs that judge its answer (callback
-// queue), write (cache thread) and call its completion (callback queue), each of which hands it to
-// the next.
+// finds no entry. From the delivery on a task belongs to the jobs that prepare its answer (work
+// pool), judge it (callback queue), write (cache thread) and call its completion (callback queue),
+// each of which hands it to the next.
 class SessionLoop {
  public:
   using Clock = std::chrono::steady_clock;
@@ -60,8 +61,10 @@ class SessionLoop {
   // When settle() must be called again if the network stays silent.
   Clock::time_point nextLook() const { return std::min(nextCheck_, network_.nextTimer()); }
 
-  // Cancels every task, those of `unsent` too, and closes the connections. Nothing may follow.
+  // Cancels every task, those of `unsent` too, and closes the connections. Nothing may follow but
+  // waiting for what is being prepared.
   void end(std::vector<Posted> unsent);
+  void waitForPreparations() { preparing_.waitForAll(); }
 
  private:
   struct Entry {
@@ -88,8 +91,11 @@ class SessionLoop {
   void serveWaiting(const std::string& host);
   void cancel(Entry& entry);
   void deliver(Entry& entry, Delivery delivery);
+  void prepare(std::shared_ptr<TaskCore> task, Delivery delivery);
+  void store(std::shared_ptr<TaskCore> task, Delivery delivery);
   void keep(std::shared_ptr<TaskCore> task, Delivery delivery);
   void addCallback(std::shared_ptr<TaskCore> task, Delivery delivery);
+  void wakeRunner();
   void enforceDeadlines();
   void expire(Entry& entry);
   Clock::time_point expiry(const Entry& entry, Clock::time_point now) const;
@@ -105,6 +111,7 @@ class SessionLoop {
   std::unordered_map<CURL*, Entry*> transfers_;
   std::unordered_set<std::string> refreshes_;
   bool hasUnsent_ = false;
+  Outstanding preparing_;
   Clock::time_point nextCheck_ = Clock::time_point::max();
 };
 

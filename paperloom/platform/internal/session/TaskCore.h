@@ -14,11 +14,13 @@ namespace paperloom::internal {
 class TaskCore {
  public:
   TaskCore(URLRequest taskRequest, std::weak_ptr<SessionCore> taskSession,
-           URLSessionTask::Completion taskCompletion, URLSessionTask::StoreFilter taskFilter)
+           URLSessionTask::Completion taskCompletion, URLSessionTask::StoreFilter taskFilter,
+           URLSessionTask::Preparation taskPreparation = nullptr)
       : request(std::move(taskRequest)),
         session(std::move(taskSession)),
         completion(std::move(taskCompletion)),
-        storeFilter(std::move(taskFilter)) {}
+        storeFilter(std::move(taskFilter)),
+        preparation(std::move(taskPreparation)) {}
 
   URLSessionTaskMetrics metrics() const {
     const MutexLock lock(mutex_);
@@ -50,10 +52,11 @@ class TaskCore {
   std::atomic<std::int64_t> bytesReceived{0};
   std::atomic<std::int64_t> bytesExpected{-1};
 
-  // Once the task is resumed these belong to the callback queue: it calls them, and it destroys
-  // them, since they may hold the last reference to the session.
+  // Once the task is resumed these belong to the callback queue, which destroys them, since they
+  // may hold the last reference to the session. It calls the first two.
   URLSessionTask::Completion completion;
   URLSessionTask::StoreFilter storeFilter;
+  URLSessionTask::Preparation preparation;
 
  private:
   mutable Mutex mutex_;
