@@ -224,11 +224,16 @@ TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
   URLSession session(configuration);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    ScriptedServer server(c.script);
+    ScriptedServer server(
+        [&](const Request& request) { return request.target == "/" ? c.script : answer("x"); });
+    EXPECT_EQ(fetch(session, URLRequest(server.url("/before"))).body(), "x");
     const Answer received = fetch(session, URLRequest(server.url()));
     EXPECT_EQ(received.code(), c.error);
     EXPECT_EQ(received.status(), c.status);
     EXPECT_EQ(received.data.has_value(), !c.error);
+    // A connection that has gone silent is given up.
+    EXPECT_EQ(fetch(session, URLRequest(server.url("/after"))).body(), "x");
+    EXPECT_EQ(server.requests().back().connection, c.error ? 2 : 1);
   }
 }
 

@@ -58,14 +58,16 @@ CurlLoop::CurlLoop(int maximumConnectionsPerHost)
   usable_ = multi_ != nullptr && epoll_ >= 0 && event_ >= 0;
   if (!usable_) return;
   change(EPOLL_CTL_ADD, event_, EPOLLIN | EPOLLET);  // one thread a wake
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-  curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
-                    static_cast<long>(std::max(1, maximumConnectionsPerHost)));
-  curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumTotalConnections);
-  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, maximumKeptConnections);
+  const auto set = [this](CURLMoption option, auto value) {
+    usable_ = usable_ && curl_multi_setopt(multi_, option, value) == CURLM_OK;
+  };
+  set(CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
+  set(CURLMOPT_SOCKETDATA, this);
+  set(CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
+  set(CURLMOPT_TIMERDATA, this);
+  set(CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(std::max(1, maximumConnectionsPerHost)));
+  set(CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumTotalConnections);
+  set(CURLMOPT_MAXCONNECTS, maximumKeptConnections);
 }
 
 CurlLoop::~CurlLoop() {

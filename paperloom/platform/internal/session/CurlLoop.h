@@ -54,9 +54,11 @@ class CurlLoop {
   // finished; those are still to be removed. The next call invalidates the list.
   const std::vector<Finished>& advance();
 
-  // When advance() is to be called again if nothing happens before.
-  Clock::time_point nextTimer() const {
-    return paused_.empty() ? timer_.value_or(Clock::time_point::max()) : Clock::time_point::min();
+  // When libcurl wants advance() to be called again if nothing happens before, and when a turn is
+  // due then: at once for those that have paused.
+  Clock::time_point nextTimer() const { return timer_.value_or(Clock::time_point::max()); }
+  Clock::time_point nextTurn() const {
+    return paused_.empty() ? nextTimer() : Clock::time_point::min();
   }
 
   // How often moveOn() has been called. libcurl reads as long as a peer sends; so a transfer that

@@ -89,8 +89,8 @@ bool offersHTTP2() {
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop)
     : configuration_(configuration), loop_(loop), share_(curl_share_init()) {
   if (!share_) return;
-  // Without it every connection has a whole handshake.
-  curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  const auto code = curl_share_setopt(share_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  if (code != CURLSHE_OK) share_.reset();  // every connection has a whole handshake
 }
 
 EasyHandle EasyHandles::make() const {

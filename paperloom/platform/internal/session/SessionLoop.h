@@ -59,7 +59,7 @@ class SessionLoop {
   void settle();
 
   // When settle() must be called again if the network stays silent.
-  Clock::time_point nextLook() const { return std::min(nextCheck_, network_.nextTimer()); }
+  Clock::time_point nextLook() const { return std::min(nextCheck_, network_.nextTurn()); }
 
   // Cancels every task, those of `unsent` too, and closes the connections. Nothing may follow but
   // waiting for what is being prepared.
