@@ -23,8 +23,10 @@ class URLCacheStore;
 // copy that it outdates goes. Safe from any thread, and safe with other caches on the same path in
 // this process and in others, each of which sees at once what the others store and remove; they
 // should agree on the disk capacity, since each evicts down to its own. A damaged file or a full
-// disk is a miss and never an error to the caller; no call waits longer than 250 ms for a lock.
-// What storeCachedResponse() has put on disk survives the end of the process at any moment.
+// disk is a miss and never an error to the caller; no call waits longer than 250 ms for locks. What
+// storeCachedResponse() has put on disk survives the end of the process at any moment. When storing
+// or removing fails, the older copy is not served either. A file that cannot be written is read;
+// links, devices and what belongs to another user are left alone, and the cache stays in memory.
 //
 // Answers are kept under the request's URL without its fragment; of the variants of one URL that
 // `Vary` sets apart (RFC 9111 section 4.1), 16 at most, the newest one that fits a request is

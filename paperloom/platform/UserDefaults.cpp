@@ -31,13 +31,15 @@ using Value = std::variant<double, std::string>;
 
 constexpr std::chrono::seconds lockWait{2};
 
+SQLiteDatabase::Deadline inAWhile() { return std::chrono::steady_clock::now() + lockWait; }
+
 // Lets one process or thread at a time look whether the file is damaged and set it aside.
 class OpeningLock {
  public:
   explicit OpeningLock(const std::filesystem::path& file) {
     const std::string name = file.string() + ".lock";
-    descriptor_ = ::open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
-    const auto end = std::chrono::steady_clock::now() + lockWait;
+    descriptor_ = ::open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const auto end = inAWhile();
     while (descriptor_ >= 0 && ::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
       if (std::chrono::steady_clock::now() > end) return;
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -120,17 +122,20 @@ class UserDefaults::Store {
 
  private:
   bool open() {
-    if (database_) return true;
+    if (database_) {
+      database_.waitForLocksUntil(inAWhile());
+      return true;
+    }
     if (file_.empty() || !internal::createPrivateFolders(file_.parent_path())) return false;
     const OpeningLock lock(file_);
     if (!lock.held()) return false;
-    auto opened = SQLiteDatabase::open(file_, lockWait);
+    auto opened = SQLiteDatabase::open(file_, inAWhile());
     auto examined = opened ? examineWhole(*opened) : tl::unexpected(SQLiteError(opened.error()));
     if (!examined) return false;
     if (*examined == Examined::wrong) {
       opened->copyFile(file_.string() + ".damaged");
       *opened = {};
-      opened = SQLiteDatabase::open(file_, lockWait);
+      opened = SQLiteDatabase::open(file_, inAWhile());
       if (!opened || !opened->resetFile()) return false;
       examined = Examined::empty;
     }

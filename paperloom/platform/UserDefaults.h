@@ -17,7 +17,8 @@ namespace paperloom {
 // A change holds in memory at once and reaches the file with synchronize(). While the file cannot
 // be written (full disk, no permission), changes stay in memory and go with the next attempt. A
 // damaged file is an empty store, and so is one of another version: it is set aside under its name
-// with ".damaged" added. Each value has a checksum; one that does not fit is not there.
+// with ".damaged" added. A link, a device or another user's file is left alone. Each value has a
+// checksum; one that does not fit is not there.
 class PAPERLOOM_EXPORT UserDefaults {
  public:
   // The application's own store, in "defaults.sqlite" in its settings folder; never destroyed.

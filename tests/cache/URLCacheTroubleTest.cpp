@@ -1,11 +1,18 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <thread>
+#include <vector>
 
+#include "paperloom/platform/DebugLog.h"
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
 #include "tests/cache/CacheTools.h"
@@ -48,7 +55,7 @@ TEST_F(URLCacheTroubleTest, whileAnotherHoldsTheLockTheCacheAnswersAndForgetsNot
   URLCache bare(0, 10 * megabyte, path_);
   store(cache, "http://host/old", "old");
   store(cache, "http://host/removed", "x");
-  auto other = SQLiteDatabase::open(cache.diskFile(), 0ms);
+  auto other = SQLiteDatabase::open(cache.diskFile(), {});
   ASSERT_TRUE(other && other->execute("BEGIN IMMEDIATE"));
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::thread> threads;
@@ -73,7 +80,7 @@ TEST_F(URLCacheTroubleTest, whatAReaderKeepsFromBeingClearedIsClearedLater) {
   const std::string needle(300, 'N');
   URLCache cache(0, megabyte, path_);
   store(cache, "http://host/", needle);
-  auto other = SQLiteDatabase::open(cache.diskFile(), 0ms);
+  auto other = SQLiteDatabase::open(cache.diskFile(), {});
   ASSERT_TRUE(other && other->execute("BEGIN; SELECT * FROM answers"));
   cache.removeAllCachedResponses();
   EXPECT_TRUE(cache.entries().empty());
@@ -122,7 +129,7 @@ TEST_F(URLCacheTroubleTest, aFolderThatCannotBeUsedOrGoesAwayIsUsedAgainWhenItCa
 
 TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
   const auto prepare = [&](const char* sql) {
-    auto database = SQLiteDatabase::open(path_ / "cache.sqlite", 0ms);
+    auto database = SQLiteDatabase::open(path_ / "cache.sqlite", {});
     ASSERT_TRUE(database && database->execute(sql));
   };
   const auto write = [&](const std::string& bytes) {
@@ -167,6 +174,118 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
     store(cache, "http://host/", "works");
     EXPECT_EQ(bodyOf(cache, "http://host/"), "works");
   }
+}
+
+TEST_F(URLCacheTroubleTest, theLogStaysSmallWhileSomebodyReadsAnOldState) {
+  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
+  URLCache cache(0, 2 * megabyte, path_);
+  for (int i = 0; i < 60; ++i) store(cache, url(i), std::string(20'000, 'x'));
+  auto other = SQLiteDatabase::open(cache.diskFile(), {});
+  ASSERT_TRUE(other && other->execute("BEGIN; SELECT * FROM state"));
+  const std::filesystem::path log = cache.diskFile().string() + "-wal";
+  const std::function<void(int)> deeds[] = {
+      [&](int i) { store(cache, url(i), std::string(20'000, 'y')); },
+      [&](int i) { cache.removeCachedResponse(request(url(i))); },
+      [&](int) { cache.removeAllCachedResponses(); },
+      [&](int i) { cache.setDiskCapacity(2 * megabyte - i); },
+  };
+  for (const auto& deed : deeds) {
+    for (int i = 0; i < 200; ++i) deed(i);
+    EXPECT_LT(std::filesystem::file_size(log), megabyte);
+  }
+  EXPECT_TRUE(cache.entries().empty());
+  EXPECT_EQ(onDisk(url(1)), "(none)");
+  ASSERT_TRUE(other->execute("COMMIT"));
+  EXPECT_TRUE(comesBack(cache));
+}
+
+// What is not this user's, or no file, is left as it is, and the cache lives in memory.
+TEST_F(URLCacheTroubleTest, whatIsNoFileOfThisUsersIsLeftAlone) {
+  const auto file = path_ / "cache.sqlite";
+  const auto other = folder_.path() / "other.sqlite";
+  {
+    auto database = SQLiteDatabase::open(other, {});
+    ASSERT_TRUE(database &&
+                database->execute("CREATE TABLE theirs(x); INSERT INTO theirs VALUES(1)"));
+  }
+  const std::string theirs = test::bytesBelow(folder_.path());
+  const auto keepOne = [&] {
+    URLCache cache(0, megabyte, path_);
+    store(cache, "http://host/", "x");
+  };
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"a link", [&] { std::filesystem::create_symlink(other, file); }},
+      {"a link to nothing", [&] { std::filesystem::create_symlink(other.string() + "?", file); }},
+      {"a link in place of the log",
+       [&] {
+         keepOne();
+         std::filesystem::create_symlink(other, file.string() + "-wal");
+       }},
+      {"a pipe", [&] { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); }},
+      {"a device", [&] { std::filesystem::create_symlink("/dev/zero", file); }},
+      {"a folder", [&] { std::filesystem::create_directory(file); }},
+      {"another's file", [&] { keepOne(), ::chown(file.c_str(), 65534, 65534); }},
+      {"another's folder", [&] { ::chown(path_.c_str(), 65534, 65534); }},
+  };
+  for (const auto& [name, prepare] : cases) {
+    SCOPED_TRACE(name);
+    // Only root can give files away.
+    if (::geteuid() != 0 && std::string_view(name).starts_with("another")) continue;
+    std::filesystem::remove_all(path_);
+    std::filesystem::create_directories(path_);
+    prepare();
+    std::vector<std::string> lines;
+    DebugLog::setListener([&](std::string_view line) { lines.emplace_back(line); });
+    URLCache cache(megabyte, megabyte, path_);
+    store(cache, "http://host/new", "new");
+    std::this_thread::sleep_for(120ms);
+    store(cache, "http://host/new", "newer");
+    EXPECT_EQ(bodyOf(cache, "http://host/new"), "newer");
+    EXPECT_EQ(onDisk("http://host/new"), "(none)");
+    DebugLog::setListener(nullptr);
+    EXPECT_EQ(std::count_if(
+                  lines.begin(), lines.end(),
+                  [](const auto& line) { return line.starts_with("the cache stays in memory"); }),
+              1);
+    std::ifstream in(other, std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(in), {}) == theirs);
+    EXPECT_FALSE(std::filesystem::exists(other.string() + "?"));
+  }
+}
+
+TEST_F(URLCacheTroubleTest, aFileThatCannotBeWrittenIsRead) {
+  // In a process of its own, since the modes of files mean nothing to root.
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::chmod(folder_.path().c_str(), 0777);
+    if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(2);
+    for (const mode_t folderMode : {0700U, 0500U}) {
+      std::filesystem::remove_all(path_);
+      {
+        URLCache cache(0, megabyte, path_);
+        store(cache, "http://host/old", "old");
+        store(cache, "http://host/outdated", "outdated");
+      }
+      ::chmod((path_ / "cache.sqlite").c_str(), 0400);
+      ::chmod(path_.c_str(), folderMode);
+      {
+        URLCache cache(0, megabyte, path_);
+        EXPECT_EQ(bodyOf(cache, "http://host/old"), "old") << folderMode;
+        store(cache, "http://host/outdated", "new");
+        cache.removeCachedResponse(request("http://host/old"));
+        EXPECT_EQ(bodyOf(cache, "http://host/outdated"), "(none)");
+        EXPECT_EQ(bodyOf(cache, "http://host/old"), "(none)");
+        ::chmod(path_.c_str(), 0700);
+        ::chmod((path_ / "cache.sqlite").c_str(), 0600);
+        EXPECT_TRUE(comesBack(cache));
+      }
+      EXPECT_EQ(onDisk("http://host/old"), "(none)");
+    }
+    ::_exit(HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

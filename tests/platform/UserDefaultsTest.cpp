@@ -170,6 +170,20 @@ TEST_F(UserDefaultsTest, noChangedBitGivesAWrongValueOrKeepsLaterOnesFromBeingSt
   }
 }
 
+TEST_F(UserDefaultsTest, aLinkIsNotFollowed) {
+  UserDefaults other(folder_.path() / "other.sqlite");
+  other.setDouble(1, "key");
+  ASSERT_TRUE(other.synchronize());
+  std::filesystem::create_directories(file_.parent_path());
+  std::filesystem::create_symlink(folder_.path() / "other.sqlite", file_);
+  UserDefaults defaults(file_);
+  EXPECT_EQ(defaults.doubleForKey("key"), 0);
+  defaults.setDouble(2, "key");
+  EXPECT_FALSE(defaults.synchronize());
+  EXPECT_EQ(defaults.doubleForKey("key"), 2);
+  EXPECT_EQ(other.doubleForKey("key"), 1);
+}
+
 TEST_F(UserDefaultsTest, whatTheDiskRefusesStaysInMemoryAndIsWrittenLater) {
   // A file where the folder should be.
   std::ofstream(folder_.path() / "settings") << "in the way";

@@ -1,6 +1,7 @@
 #include "paperloom/platform/internal/base/PrivateFolders.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace paperloom::internal {
 
@@ -13,6 +14,11 @@ bool createPrivateFolders(const std::filesystem::path& folder) {
   // Somebody else may have made it meanwhile.
   ::mkdir(folder.c_str(), 0700);
   return std::filesystem::is_directory(folder, error);
+}
+
+bool isOwnFolder(const std::filesystem::path& folder) {
+  struct stat info {};
+  return ::stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == ::geteuid();
 }
 
 }  // namespace paperloom::internal

@@ -8,4 +8,7 @@ namespace paperloom::internal {
 // is no folder afterwards.
 bool createPrivateFolders(const std::filesystem::path& folder);
 
+// Whether it is a folder of this user, reached over links or not.
+bool isOwnFolder(const std::filesystem::path& folder);
+
 }  // namespace paperloom::internal

@@ -3,12 +3,13 @@
 #include <array>
 #include <thread>
 
+#include "paperloom/platform/internal/base/Try.h"
 #include "paperloom/platform/internal/sqlite/SQLiteFormat.h"
 
 namespace paperloom::internal {
 namespace {
 
-using Deadline = std::chrono::steady_clock::time_point;
+using Deadline = SQLiteDatabase::Deadline;
 
 constexpr std::array<SchemaObject, 4> schema{{
     {"table", "answers", "answers",
@@ -25,28 +26,32 @@ constexpr SQLiteFormat format{.application = 0x504C4343, .version = 2, .schema =
 
 SQLiteStatus configure(SQLiteDatabase& database) {
   static_assert(cachePageSize == 2048);
+  // Some builds of SQLite overwrite what is removed, which costs as much as storing it. Here only
+  // the clearing of everything promises to leave nothing behind, and sees to that itself.
   return database.execute(
       "PRAGMA page_size=2048; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
-      "PRAGMA temp_store=MEMORY; PRAGMA cache_size=-2048");
+      "PRAGMA secure_delete=OFF; PRAGMA temp_store=MEMORY; PRAGMA cache_size=-2048");
+}
+
+// Without reading a page, so that every connection judges every page alike.
+SQLiteStatus checkEveryPage(SQLiteDatabase& database) {
+  return database.execute("PRAGMA cell_size_check=ON");
 }
 
 SQLiteResult<SQLiteDatabase> tryOpen(const std::filesystem::path& file, Deadline deadline,
                                      CacheContents contents) {
-  auto database = connectCacheFile(file, deadline);
-  if (!database) return database;
-  auto examined = contents == CacheContents::keep ? examine(*database, format) : Examined::wrong;
-  if (!examined) return tl::unexpected(examined.error());
-  if (*examined == Examined::wrong) {
-    *database = {};
-    database = connectCacheFile(file, deadline);
-    if (!database) return database;
-    if (const auto reset = database->resetFile(); !reset) return tl::unexpected(reset.error());
+  SQLiteDatabase database = TRY(connectCacheFile(file, deadline));
+  Examined examined = Examined::wrong;
+  if (contents == CacheContents::keep) examined = TRY(examine(database, format));
+  if (examined == Examined::wrong) {
+    database = {};
+    database = TRY(connectCacheFile(file, deadline));
+    TRY(database.resetFile());
     examined = Examined::empty;
   }
-  if (const auto done = configure(*database); !done) return tl::unexpected(done.error());
-  if (*examined == Examined::empty) {
-    const auto made = establish(*database, format, "INSERT INTO state VALUES(1, 0, 1, 0, 0, 0)");
-    if (!made) return tl::unexpected(made.error());
+  TRY(configure(database));
+  if (examined == Examined::empty) {
+    TRY(establish(database, format, "INSERT INTO state VALUES(1, 0, 1, 0, 0, 0)"));
   }
   return database;
 }
@@ -55,12 +60,17 @@ SQLiteResult<SQLiteDatabase> tryOpen(const std::filesystem::path& file, Deadline
 
 SQLiteResult<SQLiteDatabase> connectCacheFile(const std::filesystem::path& file,
                                               Deadline deadline) {
-  auto database = SQLiteDatabase::open(file, std::chrono::milliseconds(0));
-  if (!database) return database;
-  database->waitForLocksUntil(deadline);
-  // Set without reading a page, so that every connection judges every page alike.
-  const auto configured = database->execute("PRAGMA cell_size_check=ON");
-  if (!configured) return tl::unexpected(configured.error());
+  SQLiteDatabase database = TRY(SQLiteDatabase::open(file, deadline));
+  TRY(checkEveryPage(database));
+  return database;
+}
+
+SQLiteResult<SQLiteDatabase> openCacheFileToRead(const std::filesystem::path& file,
+                                                 Deadline deadline) {
+  SQLiteDatabase database = TRY(SQLiteDatabase::openToRead(file, deadline));
+  TRY(checkEveryPage(database));
+  const Examined examined = TRY(examine(database, format));
+  if (examined != Examined::ours) return tl::unexpected(SQLiteError::corrupt());
   return database;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 
 #include "paperloom/platform/internal/sqlite/SQLite.h"
@@ -18,11 +17,13 @@ enum class CacheContents {
 // Opens the file for writing. A file that is missing, damaged in a way that shows, foreign or of
 // another format version becomes an empty cache.
 SQLiteResult<SQLiteDatabase> openCacheFile(const std::filesystem::path& file,
-                                           std::chrono::steady_clock::time_point deadline,
+                                           SQLiteDatabase::Deadline deadline,
                                            CacheContents contents);
-
 // One more connection to the file, which openCacheFile() has opened before.
 SQLiteResult<SQLiteDatabase> connectCacheFile(const std::filesystem::path& file,
-                                              std::chrono::steady_clock::time_point deadline);
+                                              SQLiteDatabase::Deadline deadline);
+// Opens a file that cannot be written.
+SQLiteResult<SQLiteDatabase> openCacheFileToRead(const std::filesystem::path& file,
+                                                 SQLiteDatabase::Deadline deadline);
 
 }  // namespace paperloom::internal

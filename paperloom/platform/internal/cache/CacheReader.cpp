@@ -4,25 +4,17 @@
 #include <utility>
 
 #include "paperloom/platform/internal/base/Checksum.h"
-#include "paperloom/platform/internal/cache/CacheFile.h"
+#include "paperloom/platform/internal/base/Try.h"
 
 namespace paperloom::internal {
 
-SQLiteResult<CacheReader> CacheReader::open(const std::filesystem::path& file,
-                                            std::chrono::steady_clock::time_point deadline) {
-  auto database = connectCacheFile(file, deadline);
-  if (!database) return tl::unexpected(database.error());
-  const auto configured = database->execute("PRAGMA cache_size=-2048");
-  if (!configured) return tl::unexpected(configured.error());
-  auto find =
-      database->prepare("SELECT id, sum, head, body FROM answers WHERE id BETWEEN ?1 AND ?2");
-  auto version = database->prepare("PRAGMA data_version");
-  if (!find) return tl::unexpected(find.error());
-  if (!version) return tl::unexpected(version.error());
+SQLiteResult<CacheReader> CacheReader::on(SQLiteDatabase database) {
   CacheReader reader;
-  reader.database_ = std::move(*database);
-  reader.find_ = std::move(*find);
-  reader.dataVersion_ = std::move(*version);
+  reader.database_ = std::move(database);
+  TRY(reader.database_.execute("PRAGMA cache_size=-2048"));
+  reader.find_ = TRY(reader.database_.prepare(
+      "SELECT id, sum, head, body FROM answers WHERE id BETWEEN ?1 AND ?2"));
+  reader.dataVersion_ = TRY(reader.database_.prepare("PRAGMA data_version"));
   return reader;
 }
 
@@ -104,7 +96,8 @@ SQLiteResult<std::vector<CacheReader::Listed>> CacheReader::list() {
     const auto head = sum == read->integer(1) ? CacheHead::parse(bytes) : std::nullopt;
     auto answer = head ? head->answer() : std::nullopt;
     if (!answer) continue;
-    entries.push_back({{{std::string(head->varyNames), std::string(head->varyDigest)},
+    entries.push_back({std::string(head->url),
+                       {{std::string(head->varyNames), std::string(head->varyDigest)},
                         std::move(*answer),
                         id,
                         static_cast<std::int64_t>(bytes.size() + head->bodySize)},

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <chrono>
-#include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "paperloom/platform/internal/cache/CacheEntryFormat.h"
@@ -21,11 +20,10 @@ struct CacheStamp {
 // A connection for reading alone: it never waits for writers. Belongs to one thread at a time.
 class CacheReader {
  public:
-  // The file must have been opened by openCacheFile() before.
-  static SQLiteResult<CacheReader> open(const std::filesystem::path& file,
-                                        std::chrono::steady_clock::time_point deadline);
+  // On a connection from connectCacheFile() or openCacheFileToRead().
+  static SQLiteResult<CacheReader> on(SQLiteDatabase database);
 
-  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
+  void waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
     database_.waitForLocksUntil(deadline);
   }
 
@@ -47,6 +45,7 @@ class CacheReader {
   // The size of all entries in bytes.
   SQLiteResult<std::int64_t> usage();
   struct Listed {
+    std::string url;
     CacheEntry entry;  // without its body
     std::int64_t used = 0;
   };

@@ -1,9 +1,12 @@
 #include "paperloom/platform/internal/cache/CacheWriter.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "paperloom/platform/internal/base/Checksum.h"
+#include "paperloom/platform/internal/base/Try.h"
 
 namespace paperloom::internal {
 namespace {
@@ -15,12 +18,20 @@ constexpr std::int64_t largestClock = std::int64_t{1} << 62;
 // SQLite's pages hold more than the entries' bytes; this much more, and the tables themselves.
 std::int64_t largestFile(std::int64_t capacity) { return capacity + capacity / 10 + 65536; }
 
-tl::unexpected<SQLiteError> corrupt() { return tl::unexpected(SQLiteError{11}); }
+tl::unexpected<SQLiteError> corrupt() { return tl::unexpected(SQLiteError::corrupt()); }
+
+// In bytes. The log counts as well when there is little room for it.
+std::int64_t logLimit(std::int64_t capacity) {
+  return std::clamp<std::int64_t>(capacity / 20, 65536, 4194304);
+}
+// Multiples of it, while the log cannot be started anew.
+constexpr int longLog = 4;
+constexpr int tooLongLog = 16;
 
 }  // namespace
 
 SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
-                                            std::chrono::steady_clock::time_point deadline,
+                                            SQLiteDatabase::Deadline deadline,
                                             CacheContents contents, std::int64_t name) {
   static constexpr std::array<const char*, sqlCount> sql{
       "BEGIN IMMEDIATE",
@@ -61,12 +72,14 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
 }
 
 SQLiteStatus CacheWriter::begin(std::int64_t clock, LastUse lastUse) {
-  if (const auto begun = statements_[beginTransaction].run(); !begun) return begun;
+  TRY(statements_[beginTransaction].run());
   changed_ = false;
   lastUse_ = std::move(lastUse);
-  if (const auto read = readState(); !read) return read;
+  totalBefore_ = database_.totalChanges();
+  const auto read = readState();
+  if (!read) rollback();
   state_.clock = std::max(state_.clock, clock);
-  return {};
+  return read;
 }
 
 SQLiteStatus CacheWriter::readState() {
@@ -75,6 +88,7 @@ SQLiteStatus CacheWriter::readState() {
   if (row && *row) {
     state_ = {read.integer(0), read.integer(1), read.integer(3), read.integer(4)};
     before_ = {read.integer(2), read.integer(3)};
+    stateBefore_ = state_;
   }
   read.reset();
   if (!row) return tl::unexpected(row.error());
@@ -84,6 +98,9 @@ SQLiteStatus CacheWriter::readState() {
 }
 
 SQLiteStatus CacheWriter::commit() {
+  const bool same = !changed_ && database_.totalChanges() == totalBefore_ &&
+                    state_.bytes == stateBefore_.bytes && state_.scrub == stateBefore_.scrub;
+  if (same) return statements_[rollbackTransaction].run();
   // Wraps around like an unsigned number whatever a damaged file says.
   if (changed_) {
     state_.changes = static_cast<std::int64_t>(static_cast<std::uint64_t>(state_.changes) + 1);
@@ -94,8 +111,13 @@ SQLiteStatus CacheWriter::commit() {
   write.bind(3, changed_ ? writer_ : before_.writer);
   write.bind(4, state_.changes);
   write.bind(5, state_.scrub);
-  if (const auto written = write.run(); !written) return written;
-  return statements_[commitTransaction].run();
+  TRY(write.run());
+  TRY(statements_[commitTransaction].run());
+  // A log that cannot be brought into the file now is brought there later.
+  if (database_.logPages() > logLimit_) {
+    static_cast<void>(database_.checkpoint(SQLiteDatabase::Checkpoint::passive));
+  }
+  return {};
 }
 
 void CacheWriter::rollback() { static_cast<void>(statements_[rollbackTransaction].run()); }
@@ -211,21 +233,46 @@ SQLiteStatus CacheWriter::evict(std::int64_t capacity) {
 }
 
 SQLiteStatus CacheWriter::removeAll() {
-  changed_ = true;
+  const std::int64_t before = database_.totalChanges();
+  TRY(database_.execute("DELETE FROM answers; DELETE FROM uses"));
+  const std::int64_t unused = TRY(value(freePageCount));
+  changed_ = changed_ || database_.totalChanges() != before;
   state_.bytes = 0;
-  state_.scrub = 1;
-  return database_.execute("DELETE FROM answers; DELETE FROM uses");
+  // What was removed earlier may be left there as well.
+  if (unused != 0) state_.scrub = wholeFile;
+  if (state_.scrub == nothingToScrub) state_.scrub = logOnly;
+  return {};
 }
 
-SQLiteStatus CacheWriter::vacuum() { return database_.execute("VACUUM"); }
+bool CacheWriter::logIsLong() const { return database_.logPages() > longLog * logLimit_; }
+
+bool CacheWriter::shortenLog(SQLiteDatabase::Deadline deadline) {
+  const auto left = database_.checkpoint(SQLiteDatabase::Checkpoint::passive);
+  if (left && *left > longLog * logLimit_) return false;
+  if (database_.logPages() <= tooLongLog * logLimit_) return true;
+  for (;;) {
+    const auto restarted = database_.checkpoint(SQLiteDatabase::Checkpoint::restart);
+    if (restarted) return *restarted == 0;
+    // Gives up at once when another process brings the log into the file.
+    if (!restarted.error().isBusy() || std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+SQLiteStatus CacheWriter::vacuum() {
+  TRY(database_.execute("VACUUM"));
+  return needsVacuum() ? writeScrub(logOnly) : SQLiteStatus();
+}
 
 SQLiteStatus CacheWriter::emptyLog() {
-  const auto busy = database_.integer("PRAGMA wal_checkpoint(TRUNCATE)");
-  if (!busy) return tl::unexpected(busy.error());
-  if (*busy != 0) return tl::unexpected(SQLiteError{5});
-  if (!needsScrub()) return {};
-  if (const auto begun = begin(0, nullptr); !begun) return begun;
-  state_.scrub = 0;
+  const int left = TRY(database_.checkpoint(SQLiteDatabase::Checkpoint::truncate));
+  if (left != 0) return tl::unexpected(SQLiteError::busy());
+  return needsScrub() ? writeScrub(nothingToScrub) : SQLiteStatus();
+}
+
+SQLiteStatus CacheWriter::writeScrub(std::int64_t scrub) {
+  TRY(begin(0, nullptr));
+  state_.scrub = scrub;
   const auto done = commit();
   if (!done) rollback();
   return done;
@@ -348,14 +395,12 @@ SQLiteResult<bool> CacheWriter::isOver(std::int64_t capacity) {
   return (*pages - *unused) * cachePageSize > largestFile(capacity);
 }
 
-// The log counts as well when there is little room for it.
 SQLiteStatus CacheWriter::limitLog(std::int64_t capacity) {
   if (capacity == logCapacity_) return {};
-  const std::int64_t bytes = std::clamp<std::int64_t>(capacity / 20, 65536, 4194304);
-  const std::string sql = "PRAGMA wal_autocheckpoint=" + std::to_string(bytes / cachePageSize) +
-                          "; PRAGMA journal_size_limit=" + std::to_string(bytes);
+  const std::int64_t bytes = logLimit(capacity);
+  logLimit_ = static_cast<int>(bytes / cachePageSize);
   logCapacity_ = capacity;
-  return database_.execute(sql.c_str());
+  return database_.execute(("PRAGMA journal_size_limit=" + std::to_string(bytes)).c_str());
 }
 
 }  // namespace paperloom::internal

@@ -18,10 +18,10 @@ class CacheWriter {
  public:
   // `name` stands for this writer in the file's stamp.
   static SQLiteResult<CacheWriter> open(const std::filesystem::path& file,
-                                        std::chrono::steady_clock::time_point deadline,
-                                        CacheContents contents, std::int64_t name);
+                                        SQLiteDatabase::Deadline deadline, CacheContents contents,
+                                        std::int64_t name);
 
-  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
+  void waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
     database_.waitForLocksUntil(deadline);
   }
 
@@ -33,6 +33,7 @@ class CacheWriter {
   // is asked when entries are evicted.
   SQLiteStatus begin(std::int64_t clock, LastUse lastUse);
   std::int64_t clock() const { return state_.clock; }
+  // Writes nothing when nothing has changed.
   SQLiteStatus commit();
   void rollback();
   // As it was when the transaction began.
@@ -50,12 +51,19 @@ class CacheWriter {
   // Removes every entry and asks for scrub().
   SQLiteStatus removeAll();
 
+  // Whether the log has grown to a small multiple of its limit.
+  bool logIsLong() const;
+  // Outside a transaction: brings what it can of the log into the file, and says whether the log
+  // may grow. It may not while somebody who reads an old state of the file keeps too much of it;
+  // those who read for a moment are waited for when it has grown to a larger multiple.
+  bool shortenLog(SQLiteDatabase::Deadline deadline);
   // Outside a transaction: gives the free pages back, for which others may go on reading.
   SQLiteStatus vacuum();
   // Outside a transaction, with nobody reading: empties the log. After both, nothing of what was
-  // removed is left; until both have worked, needsScrub() says so, to the next process as well.
+  // removed is left; until then needsScrub() says so, to the next process as well.
   SQLiteStatus emptyLog();
-  bool needsScrub() const { return state_.scrub != 0; }
+  bool needsScrub() const { return state_.scrub != nothingToScrub; }
+  bool needsVacuum() const { return state_.scrub == wholeFile; }
   // Whether more of the file is unused than is worth keeping.
   SQLiteResult<bool> isSparse();
 
@@ -79,6 +87,10 @@ class CacheWriter {
     freePageCount,
     sqlCount,
   };
+  // The values of state.scrub.
+  static constexpr std::int64_t nothingToScrub = 0;
+  static constexpr std::int64_t wholeFile = 1;
+  static constexpr std::int64_t logOnly = 2;
   struct State {
     std::int64_t bytes = 0;
     std::int64_t clock = 0;
@@ -94,13 +106,17 @@ class CacheWriter {
   SQLiteResult<bool> removeRow(std::int64_t id);
   SQLiteStatus checkStructure();
   SQLiteResult<bool> isOver(std::int64_t capacity);
+  SQLiteStatus writeScrub(std::int64_t scrub);
   SQLiteStatus limitLog(std::int64_t capacity);
 
   SQLiteDatabase database_;
   std::array<SQLiteStatement, sqlCount> statements_;
   std::int64_t writer_ = 0;
-  std::int64_t logCapacity_ = -1;  // the capacity that the log's limit was set for
+  std::int64_t logCapacity_ = -1;         // the capacity that the log's limit was set for
+  int logLimit_ = 65536 / cachePageSize;  // in pages
   CacheStamp before_;
+  State stateBefore_;
+  std::int64_t totalBefore_ = 0;
   State state_;
   bool changed_ = false;
   bool structureChecked_ = false;

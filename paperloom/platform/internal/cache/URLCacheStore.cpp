@@ -1,6 +1,7 @@
 #include "paperloom/platform/internal/cache/URLCacheStore.h"
 
 #include <algorithm>
+#include <chrono>
 #include <unordered_set>
 #include <utility>
 
@@ -8,6 +9,11 @@
 
 namespace paperloom::internal {
 namespace {
+
+// How long a call may wait for locks, all of them together.
+constexpr std::chrono::milliseconds lockWait{250};
+
+DiskTier::Deadline inAWhile() { return std::chrono::steady_clock::now() + lockWait; }
 
 bool isKept(const std::string& method) { return method == "GET" || method == "HEAD"; }
 
@@ -28,9 +34,10 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
   ++lookUps_;
   const CacheKey key = cacheKey(request.url);
   VaryMatcher matcher(request.headers);
-  const auto disk = this->disk();
+  const auto end = inAWhile();
+  const auto disk = this->disk(end);
   if (memory_.mayHold(key)) {
-    if (disk) memory_.enterGeneration(disk->generation());
+    if (disk) memory_.enterGeneration(disk->generation(end));
     if (const auto entry = memory_.find(key, matcher)) {
       if (disk) disk->noteUse(entry->id);
       ++memoryHits_;
@@ -39,7 +46,7 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
   }
   if (!disk) return std::nullopt;
   const MemoryTier::Ticket ticket = memory_.ticket(key);
-  auto entry = disk->find(key, matcher, request.url);
+  auto entry = disk->find(key, matcher, request.url, end);
   if (!entry) return std::nullopt;
   ++diskHits_;
   CachedURLResponse response = entry->response;
@@ -52,70 +59,71 @@ void URLCacheStore::store(const CachedURLResponse& response, const URLRequest& r
   const CacheKey key = cacheKey(request.url);
   VaryMatcher matcher(request.headers);
   auto vary = varyKey(response.response.headers, request.headers);
-  const auto disk = this->disk();
+  const auto end = inAWhile();
+  const auto disk = this->disk(end);
   // What cannot be kept still makes the copy outdated that it would have replaced.
-  const auto removeFromMemory = [&](std::int64_t) { memory_.removeMatching(key, matcher); };
   if (!vary) {
-    if (disk) return disk->removeMatching(key, matcher, &memory_, removeFromMemory);
-    return removeFromMemory(0);
+    const DiskTier::Then then = [&](std::int64_t) { memory_.removeMatching(key, matcher); };
+    return disk ? disk->removeMatching(key, matcher, {&memory_, then, end}) : then(0);
   }
   CacheEntry entry{std::move(*vary), response, 0, 0};
   entry.size =
       static_cast<std::int64_t>(encodedHeadSize(key, entry.vary, response) + response.data.size());
   const std::int64_t size = entry.size;
-  const auto storeInMemory = [&](std::int64_t id) {
+  const DiskTier::Then then = [&](std::int64_t id) {
     CacheEntry copy = entry;
     copy.id = id;
     memory_.store(key, matcher, std::move(copy));
   };
   const std::int64_t capacity = diskCapacity_;
   if (!disk) {
-    storeInMemory(0);
+    then(0);
   } else if (size > capacity / 20) {
-    disk->removeMatching(key, matcher, &memory_, storeInMemory);
+    disk->removeMatching(key, matcher, {&memory_, then, end});
   } else {
-    disk->store(key, matcher, entry, capacity, &memory_, storeInMemory);
+    disk->store(key, matcher, entry, capacity, {&memory_, then, end});
   }
 }
 
 void URLCacheStore::remove(const URLRequest& request) {
   const CacheKey key = cacheKey(request.url);
-  if (const auto disk = this->disk()) {
-    disk->remove(key, &memory_, [&](std::int64_t) { memory_.remove(key); });
-  } else {
-    memory_.remove(key);
-  }
+  const auto end = inAWhile();
+  const DiskTier::Then then = [&](std::int64_t) { memory_.remove(key); };
+  const auto disk = this->disk(end);
+  disk ? disk->remove(key, {&memory_, then, end}) : then(0);
 }
 
 void URLCacheStore::removeAll() {
-  if (const auto disk = this->disk()) {
-    disk->removeAll(&memory_, [&](std::int64_t) { memory_.clear(); });
-  } else {
-    memory_.clear();
-  }
+  const auto end = inAWhile();
+  const DiskTier::Then then = [&](std::int64_t) { memory_.clear(); };
+  const auto disk = this->disk(end);
+  disk ? disk->removeAll({&memory_, then, end}) : then(0);
 }
 
 void URLCacheStore::setDiskCapacity(std::int64_t bytes) {
-  const auto before = disk();
+  const auto end = inAWhile();
+  const auto before = disk(end);
   diskCapacity_ = std::max<std::int64_t>(bytes, 0);
-  if (before) before->trim(diskCapacity_);
+  if (before) before->trim(diskCapacity_, end);
 }
 
 std::int64_t URLCacheStore::diskUsage() {
-  const auto disk = this->disk();
-  return disk ? disk->usage() : 0;
+  const auto end = inAWhile();
+  const auto disk = this->disk(end);
+  return disk ? disk->usage(end) : 0;
 }
 
 std::filesystem::path URLCacheStore::diskFile() {
-  const auto disk = this->disk();
+  const auto disk = this->disk(inAWhile());
   return disk ? disk->file() : std::filesystem::path();
 }
 
 std::vector<URLCache::Entry> URLCacheStore::entries() {
   std::vector<URLCache::Entry> all;
-  const auto disk = this->disk();
-  auto stored = disk ? disk->entries() : std::vector<CacheEntry>();
-  if (disk) memory_.enterGeneration(disk->generation());
+  const auto end = inAWhile();
+  const auto disk = this->disk(end);
+  auto stored = disk ? disk->entries(end) : std::vector<CacheEntry>();
+  if (disk) memory_.enterGeneration(disk->generation(end));
   std::unordered_set<std::int64_t> ids;
   for (const CacheEntry& entry : stored) ids.insert(entry.id);
   // What is only in memory was stored lately.
@@ -128,7 +136,7 @@ std::vector<URLCache::Entry> URLCacheStore::entries() {
   return all;
 }
 
-std::shared_ptr<DiskTier> URLCacheStore::disk() {
+std::shared_ptr<DiskTier> URLCacheStore::disk(DiskTier::Deadline deadline) {
   const std::int64_t capacity = diskCapacity_;
   if (capacity == 0 || diskPath_.empty()) return nullptr;
   std::shared_ptr<DiskTier> opened;
@@ -142,7 +150,7 @@ std::shared_ptr<DiskTier> URLCacheStore::disk() {
     opened = disk_;
   }
   // The capacity may have been larger when the file was written.
-  if (opened->usage() > capacity) opened->trim(capacity);
+  if (opened->usage(deadline) > capacity) opened->trim(capacity, deadline);
   return opened;
 }
 

@@ -38,7 +38,7 @@ class URLCacheStore {
   URLCache::Statistics statistics() const { return {lookUps_, memoryHits_, diskHits_}; }
 
  private:
-  std::shared_ptr<DiskTier> disk();
+  std::shared_ptr<DiskTier> disk(DiskTier::Deadline deadline);
   std::filesystem::path folder() const;
 
   MemoryTier memory_;

@@ -18,6 +18,9 @@ SQLiteStatus status(int code) {
   return tl::unexpected(SQLiteError{code});
 }
 
+// The file, and what SQLite keeps beside it.
+constexpr std::array suffixes{"", "-wal", "-shm", "-journal"};
+
 // Nobody but the owner may read the file, its log or its index: SQLite gives those two the mode of
 // the file. A new file is made here, since SQLite would let others read it. An existing one must
 // not be opened a second time: closing it would drop this process's locks on it.
@@ -28,9 +31,67 @@ void restrictToOwner(const std::filesystem::path& file) {
     return;
   }
   struct stat info {};
-  if (::stat(file.c_str(), &info) == 0 && S_ISREG(info.st_mode) && (info.st_mode & 0077) != 0) {
-    ::chmod(file.c_str(), 0600);
+  if (::stat(file.c_str(), &info) != 0) return;
+  const mode_t mode = info.st_mode & 0700;
+  // Those beside it may be from when the file could only be read.
+  for (const char* suffix : suffixes) {
+    const std::string name = file.string() + suffix;
+    if (::stat(name.c_str(), &info) == 0 && (info.st_mode & 0777) != mode) {
+      ::chmod(name.c_str(), mode);
+    }
   }
+}
+
+bool isOwnOrAbsent(const std::filesystem::path& file) {
+  for (const char* suffix : suffixes) {
+    struct stat info {};
+    if (::lstat((file.string() + suffix).c_str(), &info) != 0) continue;
+    if (!S_ISREG(info.st_mode) || info.st_uid != ::geteuid()) return false;
+  }
+  return true;
+}
+
+// The file as an URI that lets SQLite read it without a lock and an index, neither of which can be
+// made where nothing can be written. Only for a file whose log is empty.
+std::string immutableURI(const std::filesystem::path& file) {
+  std::string uri = "file:";
+  for (const char c : file.string()) {
+    if (c == '?' || c == '#' || c == '%') {
+      uri += c == '?' ? "%3f" : c == '#' ? "%23" : "%25";
+    } else {
+      uri += c;
+    }
+  }
+  return uri + "?immutable=1";
+}
+
+thread_local SQLiteDatabase::Deadline sleepEnd = SQLiteDatabase::Deadline::max();
+
+// Before it gives up, SQLite sleeps for ten seconds in all over a lock that the system refuses for
+// another reason than another holder. Without sleep it gives up at once.
+int sleepNoLongerThanDeadline(sqlite3_vfs*, int microseconds) {
+  const std::chrono::steady_clock::duration wanted = std::chrono::microseconds(microseconds);
+  const auto left = sleepEnd - std::chrono::steady_clock::now();
+  if (left > left.zero()) std::this_thread::sleep_for(std::min(wanted, left));
+  return microseconds;
+}
+
+// SQLite's own files, with the sleeping above.
+const char* boundedFiles() {
+  static sqlite3_vfs* const files = [] {
+    auto* made = new sqlite3_vfs(*sqlite3_vfs_find(nullptr));
+    made->zName = "paperloom";
+    made->pNext = nullptr;
+    made->xSleep = sleepNoLongerThanDeadline;
+    sqlite3_vfs_register(made, 0);
+    return made;
+  }();
+  return files->zName;
+}
+
+int noteLogPages(void* pages, sqlite3*, const char*, int count) {
+  *static_cast<int*>(pages) = count;
+  return SQLITE_OK;
 }
 
 void distrustContents(sqlite3* database) {
@@ -53,6 +114,10 @@ int sleepUntil(void* deadline, int attempts) {
 
 }  // namespace
 
+SQLiteError SQLiteError::corrupt() { return {SQLITE_CORRUPT}; }
+
+SQLiteError SQLiteError::busy() { return {SQLITE_BUSY}; }
+
 bool SQLiteError::isCorruption() const {
   const int primary = code & 0xff;
   return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_FORMAT;
@@ -60,10 +125,20 @@ bool SQLiteError::isCorruption() const {
 
 bool SQLiteError::isDamage() const { return isCorruption() || (code & 0xff) == SQLITE_ERROR; }
 
+bool SQLiteError::isConstraint() const { return (code & 0xff) == SQLITE_CONSTRAINT; }
+
 bool SQLiteError::isBusy() const {
   const int primary = code & 0xff;
   return primary == SQLITE_BUSY || primary == SQLITE_LOCKED || primary == SQLITE_PROTOCOL;
 }
+
+bool SQLiteError::isRefusal() const {
+  const int primary = code & 0xff;
+  return primary == SQLITE_IOERR || primary == SQLITE_NOMEM || primary == SQLITE_FULL ||
+         primary == SQLITE_TOOBIG;
+}
+
+bool SQLiteError::isForeign() const { return code == SQLITE_AUTH; }
 
 void SQLiteStatement::Finalizer::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
@@ -132,28 +207,63 @@ std::string_view SQLiteStatement::blob(int column) const {
 void SQLiteDatabase::Closer::operator()(sqlite3* database) const { sqlite3_close_v2(database); }
 
 SQLiteResult<SQLiteDatabase> SQLiteDatabase::open(const std::filesystem::path& file,
-                                                  std::chrono::milliseconds busyTimeout) {
+                                                  Deadline deadline) {
+  if (!isOwnOrAbsent(file)) return tl::unexpected(SQLiteError{SQLITE_AUTH});
   restrictToOwner(file);
+  return openWith(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, deadline);
+}
+
+SQLiteResult<SQLiteDatabase> SQLiteDatabase::openToRead(const std::filesystem::path& file,
+                                                        Deadline deadline) {
+  if (!isOwnOrAbsent(file)) return tl::unexpected(SQLiteError{SQLITE_AUTH});
+  auto database = openWith(file, SQLITE_OPEN_READONLY, deadline);
+  if (!database) return database;
+  const auto read = database->integer("PRAGMA user_version");
+  const int error = read ? SQLITE_OK : read.error().code & 0xff;
+  // The log or its index cannot be made.
+  if (error != SQLITE_CANTOPEN && error != SQLITE_READONLY) return database;
+  struct stat log {};
+  if (::stat((file.string() + "-wal").c_str(), &log) == 0 && log.st_size > 0) {
+    return tl::unexpected(read.error());
+  }
+  return openWith(immutableURI(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, deadline);
+}
+
+SQLiteResult<SQLiteDatabase> SQLiteDatabase::openWith(const std::string& name, int flags,
+                                                      Deadline deadline) {
   sqlite3* handle = nullptr;
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
-                    SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
-  const int code = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
+  flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
+  const int code = sqlite3_open_v2(name.c_str(), &handle, flags, boundedFiles());
   SQLiteDatabase database;
   database.database_.reset(handle);
   if (code != SQLITE_OK) return tl::unexpected(SQLiteError{code});
-  sqlite3_busy_timeout(handle, static_cast<int>(busyTimeout.count()));
+  auto& kept = database.database_.get_deleter().kept;
+  kept = std::make_unique<Kept>();
+  sqlite3_busy_handler(handle, sleepUntil, &kept->deadline);
+  sqlite3_wal_hook(handle, noteLogPages, &kept->logPages);
+  database.waitForLocksUntil(deadline);
   distrustContents(handle);
   return database;
 }
 
-void SQLiteDatabase::waitForLocksUntil(std::chrono::steady_clock::time_point deadline) {
-  auto& kept = database_.get_deleter().deadline;
-  if (kept) {
-    *kept = deadline;
-    return;
-  }
-  kept = std::make_unique<std::chrono::steady_clock::time_point>(deadline);
-  sqlite3_busy_handler(handle(), sleepUntil, kept.get());
+void SQLiteDatabase::waitForLocksUntil(Deadline deadline) {
+  database_.get_deleter().kept->deadline = deadline;
+  sleepEnd = deadline;
+}
+
+int SQLiteDatabase::logPages() const { return database_.get_deleter().kept->logPages; }
+
+SQLiteResult<int> SQLiteDatabase::checkpoint(Checkpoint mode) {
+  constexpr std::array modes{SQLITE_CHECKPOINT_PASSIVE, SQLITE_CHECKPOINT_RESTART,
+                             SQLITE_CHECKPOINT_TRUNCATE};
+  Kept& kept = *database_.get_deleter().kept;
+  int pages = 0;
+  int brought = 0;
+  const int code = sqlite3_wal_checkpoint_v2(
+      handle(), "main", modes[static_cast<std::size_t>(mode)], &pages, &brought);
+  if (code != SQLITE_OK) return tl::unexpected(SQLiteError{code});
+  if (mode != Checkpoint::passive) kept.logPages = 0;
+  return pages - brought;
 }
 
 bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(handle(), "main") == 1; }
@@ -161,6 +271,8 @@ bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(handle(), "
 const char* SQLiteDatabase::path() const { return sqlite3_db_filename(handle(), "main"); }
 
 std::int64_t SQLiteDatabase::changes() const { return sqlite3_changes64(handle()); }
+
+std::int64_t SQLiteDatabase::totalChanges() const { return sqlite3_total_changes64(handle()); }
 
 SQLiteStatus SQLiteDatabase::execute(const char* sql) {
   return status(sqlite3_exec(handle(), sql, nullptr, nullptr, nullptr));

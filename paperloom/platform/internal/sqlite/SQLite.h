@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <tl/expected.hpp>
 
@@ -17,13 +18,23 @@ namespace paperloom::internal {
 struct SQLiteError {
   int code = 0;
 
+  static SQLiteError corrupt();
+  static SQLiteError busy();
+
   // The bytes of the file are proven to be wrong.
   bool isCorruption() const;
   // The same for a file that is being opened: then a schema that makes no sense, or lacks what a
   // statement names, is a proof as well. Later it may have been replaced by another process.
   bool isDamage() const;
+  // The tables' own rules are broken.
+  bool isConstraint() const;
   // Somebody else holds the lock.
   bool isBusy() const;
+  // It could not be written this time: a full disk, an error of the device, no memory. What is in
+  // the file can still be read.
+  bool isRefusal() const;
+  // The file at the path is nothing to open: a link, a device, somebody else's.
+  bool isForeign() const;
 };
 
 template <class T>
@@ -71,13 +82,19 @@ class SQLiteDatabase {
  public:
   SQLiteDatabase() = default;
 
-  // Opens the file, which is created for its owner alone (0600; existing files are restricted).
-  // A statement waits at most `busyTimeout` for a lock.
-  static SQLiteResult<SQLiteDatabase> open(const std::filesystem::path& file,
-                                           std::chrono::milliseconds busyTimeout);
+  using Deadline = std::chrono::steady_clock::time_point;
 
-  // From now on statements wait for a lock until then, and no longer.
-  void waitForLocksUntil(std::chrono::steady_clock::time_point deadline);
+  // Opens the file, which is created for its owner alone (0600; existing files are restricted). It
+  // and those that SQLite keeps beside it must be regular files of this user. Statements wait for
+  // locks until the deadline.
+  static SQLiteResult<SQLiteDatabase> open(const std::filesystem::path& file, Deadline deadline);
+  // Opens what is there for reading alone, also where nothing can be written.
+  static SQLiteResult<SQLiteDatabase> openToRead(const std::filesystem::path& file,
+                                                 Deadline deadline);
+
+  // From now on statements wait for a lock until then, and no longer. To be called on the thread
+  // that runs them.
+  void waitForLocksUntil(Deadline deadline);
 
   explicit operator bool() const { return database_ != nullptr; }
   sqlite3* handle() const { return database_.get(); }
@@ -87,14 +104,26 @@ class SQLiteDatabase {
   bool isReadOnly() const;
   // Of the file; absolute.
   const char* path() const;
-  // Rows that the last statement has changed.
+  // Rows that the last statement has changed, and all statements so far.
   std::int64_t changes() const;
+  std::int64_t totalChanges() const;
 
   // Runs one or more statements and ignores their rows.
   SQLiteStatus execute(const char* sql);
   SQLiteResult<SQLiteStatement> prepare(std::string_view sql);
   // The first column of the first row.
   SQLiteResult<std::int64_t> integer(std::string_view sql);
+
+  // Of a file with a write-ahead log: its pages when this connection last committed.
+  int logPages() const;
+  // Brings the log's pages into the file, and gives the number of those that could not be brought,
+  // since others read an older state. Outside a transaction.
+  enum class Checkpoint {
+    passive,   // without waiting
+    restart,   // waits until the next change can start the log anew
+    truncate,  // waits for that, and gives its room back
+  };
+  SQLiteResult<int> checkpoint(Checkpoint mode);
 
   // Makes the file an empty database whatever it held, in place and under SQLite's own locks, so
   // that other processes that have it open are safe.
@@ -104,11 +133,18 @@ class SQLiteDatabase {
   bool copyFile(const std::filesystem::path& copy);
 
  private:
+  // What SQLite keeps the address of until it has closed.
+  struct Kept {
+    Deadline deadline;
+    int logPages = 0;
+  };
   struct Closer {
     void operator()(sqlite3* database) const;
-    // Until when to wait for locks. Here, because SQLite keeps its address until it has closed.
-    std::unique_ptr<std::chrono::steady_clock::time_point> deadline;
+    std::unique_ptr<Kept> kept;
   };
+  static SQLiteResult<SQLiteDatabase> openWith(const std::string& name, int flags,
+                                               Deadline deadline);
+
   std::unique_ptr<sqlite3, Closer> database_;
 };
 

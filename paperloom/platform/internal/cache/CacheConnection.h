@@ -1,0 +1,100 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "paperloom/platform/internal/base/TimedGate.h"
+#include "paperloom/platform/internal/cache/CacheLedger.h"
+#include "paperloom/platform/internal/cache/CacheReader.h"
+#include "paperloom/platform/internal/cache/CacheWriter.h"
+
+namespace paperloom::internal {
+
+// The connections to one cache file: opens it when it is first needed, and again after trouble.
+// Safe from any thread. No call waits for locks beyond its deadline; what fails is a miss.
+//
+// - Readers and writers have a connection and a gate each, so that a reader never waits while a
+//   writer waits for another process. The write gate is entered first; both are held to put
+//   connections in place or to take them away, one of them to use its own.
+// - A reader is there whenever a writer is. A reader alone: the file cannot be written.
+// - What is proven to be damaged, by whichever connection, is emptied and the work tried again.
+//   A lock, a full disk, a missing permission prove nothing: the work fails, the file stays.
+// - After a wait for a lock in vain, later calls hardly wait until one succeeds: a process that
+//   holds the lock for long slows one call down, not every one.
+// - Everything happens in transactions: a crash leaves what was committed, and nothing half.
+class CacheConnection {
+ public:
+  using Deadline = SQLiteDatabase::Deadline;
+  using Work = std::function<SQLiteStatus(CacheWriter&)>;
+  using Read = std::function<SQLiteStatus(CacheReader&)>;
+
+  CacheConnection(std::filesystem::path folder, CacheLedger& ledger);
+
+  const std::filesystem::path& file() const { return file_; }
+
+  // To be held for write() and scrub().
+  TimedGate& writeGate() { return writeGate_; }
+
+  enum class Room {
+    asLogAllows,  // given up while the log is full
+    always,
+  };
+  // Removes what the ledger has as outdated, first what `key` names, then does the work, in one
+  // transaction.
+  bool write(Deadline deadline, Room room, const CacheKey* key, const Work& work);
+  // After a failed write(): removes what is outdated, if there is a chance.
+  void removeOutdated(Deadline deadline);
+  // Gives unused pages back to the file system, and leaves nothing of what was removed.
+  void scrub(Deadline deadline);
+  void scrubIfSparse(Deadline deadline);
+
+  bool read(Deadline deadline, const Read& work);
+  // A connection of its own, for what takes long.
+  SQLiteResult<CacheReader> anotherReader(Deadline deadline);
+  // The ledger's, after a look at what others have done to the file.
+  std::uint64_t generation(Deadline deadline);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  SQLiteStatus transact(const CacheKey* key, const Work& work);
+  bool logIsFull(Deadline deadline);
+  bool recover(const SQLiteError& error, Deadline deadline);
+  bool ensureWriter(Deadline deadline);
+  bool ensureReader(Deadline deadline);
+  bool open(Deadline deadline, CacheContents contents);
+  bool openToRead(Deadline deadline);
+  bool place(std::optional<CacheWriter> writer, CacheReader reader, Deadline deadline);
+  void close(Deadline deadline);
+  bool wasMoved() const;
+  bool wasReplaced();
+  void say(const char* state);
+
+  const std::filesystem::path folder_;
+  const std::filesystem::path file_;
+  const std::int64_t name_;  // of this process as a writer
+  CacheLedger& ledger_;
+  std::atomic<bool> lockedOut_ = false;
+  std::atomic<bool> readLockedOut_ = false;
+
+  TimedGate writeGate_;
+  std::optional<CacheWriter> writer_;
+  Clock::time_point nextAttempt_{};
+  Clock::time_point nextScrub_{};
+  Clock::time_point nextShortening_{};                  // of a log that must not grow
+  std::pair<std::uint64_t, std::uint64_t> identity_{};  // device and inode of the open file
+  bool openedBefore_ = false;
+  bool refused_ = false;        // the last write() failed for want of room
+  const char* said_ = nullptr;  // in the debug log
+
+  TimedGate readGate_;
+  std::optional<CacheReader> reader_;
+  std::int64_t dataVersion_ = -1;
+  Clock::time_point nextLook_{};  // whether the file is still where it was
+};
+
+}  // namespace paperloom::internal
