@@ -99,6 +99,7 @@ RefreshTokenThenCheckEntitlementsOperationResult Identity::refresh(const Account
 UserRegistrationResult Identity::registerAccount(
     const RegistrationOperation::Arguments& arguments) {
   using Outcome = UserRegistrationResult;
+  store_.load();  // what no account can be kept in is said before one is made
   const auto operation = std::make_shared<RegistrationOperation>(arguments, registration_);
   run(operation);
 
@@ -111,7 +112,11 @@ UserRegistrationResult Identity::registerAccount(
     account.accessToken = token.accessToken();
     account.refreshToken = token.refreshToken().value_or("");
     account.idToken = token.idToken();
-    store_.save(account);
+    try {
+      store_.save(account);
+    } catch (const Failure& failure) {
+      throw Failure("the account is made, but " + failure.text);
+    }
   }
   return result;
 }

@@ -14,7 +14,8 @@
 namespace paperloom {
 
 // `newAuthorisation` holds the refreshed tokens, which a host must keep in place of its old ones;
-// null when the old ones were accepted.
+// null when the old ones were accepted. No outcome carries tokens whose check has failed: a host
+// whose refresh tokens are good for one refresh only gives the operation a LoginKeeper.
 struct PAPERLOOM_EXPORT CheckEntitlementOperationResult {
   struct Premium {
     std::shared_ptr<const ContentAuthorisationProtocol> newAuthorisation;

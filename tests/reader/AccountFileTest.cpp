@@ -101,6 +101,11 @@ TEST_F(AccountFile, aRefreshIsNotBegunWithoutRoomForItsTokens) {
   EXPECT_EQ(refreshesSent(), 0U);
   EXPECT_EQ(contentOf(file()), before);
   EXPECT_EQ(this->outcome({"refresh"}), "success");
+
+  run.arguments = {"register", "new@lantern.example", "--first-name", "A", "--last-name", "L"};
+  run.input = "tide-mill-1";
+  EXPECT_EQ(reader_.run(run).error, "error: the account is made, but " + outcome.error.substr(7));
+  EXPECT_EQ(this->outcome({"refresh"}), "success") << "the old account is whole";
 }
 
 TEST_F(AccountFile, aRefreshUnderWayIsKeptInSpiteOfControlC) {
