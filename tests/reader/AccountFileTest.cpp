@@ -4,6 +4,7 @@
 #include <future>
 
 #include "tests/reader/AccountFixture.h"
+#include "tests/support/ScriptedServer.h"
 
 // The account's file, which several commands share and which may be met in any state.
 
@@ -41,18 +42,36 @@ class AccountFile : public test::AccountFixture {
     return count;
   }
 
-  // Runs the command and does the deed while the service has not yet answered it.
-  ReaderOutcome runMeanwhile(const std::string& command, const std::function<void()>& deed) {
-    service_->setFaults(*sample::FaultPlan::parse("latency=300"));
-    service_->clearRequests();
-    auto running = std::async(std::launch::async, [&] { return reader_.run({command}); });
-    while (service_->requests().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  // Runs a command over another identity service.
+  ReaderOutcome runAt(const test::ScriptedServer& service, ReaderRun run) const {
+    run.arguments.insert(run.arguments.begin(),
+                         {"--data-dir", reader_.folder().string(), "--content-url",
+                          service_->baseURL(), "--identity-url", service.url("").absoluteString()});
+    return test::runReader(run);
+  }
+
+  // Runs a command and does the deed while its first request waits for this answer.
+  ReaderOutcome runMeanwhile(const std::string& command, const test::Script& answer,
+                             const std::function<void()>& deed) const {
+    test::ScriptedServer service([&](const auto& request) {
+      test::Script script = {test::awaitRelease()};
+      const auto& then =
+          request.indexOnConnection == 1 && request.connection == 1 ? answer : test::answer("{}");
+      script.insert(script.end(), then.begin(), then.end());
+      return script;
+    });
+    ReaderRun run;
+    run.arguments = {command};
+    auto running = std::async(std::launch::async, [&] { return runAt(service, run); });
+    while (service.requests().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     deed();
-    ReaderOutcome outcome = running.get();
-    service_->setFaults({});
-    return outcome;
+    service.release();
+    return running.get();
   }
 };
+
+const test::Script newTokens =
+    test::answer(R"({"accessToken": "a2", "refreshToken": "r2", "idToken": "i2"})");
 
 TEST_F(AccountFile, keepsTheLoginThroughRefreshesOfSeveralProcesses) {
   loginAsPremium();
@@ -70,23 +89,24 @@ TEST_F(AccountFile, keepsTheLoginThroughRefreshesOfSeveralProcesses) {
 TEST_F(AccountFile, anAnswerDoesNotUndoWhatAnotherCommandHasDoneMeanwhile) {
   const std::string other = loginAsReader();
   for (const char* command : {"entitlement", "refresh"}) {
-    loginAsPremium();
-    runMeanwhile(command, [&] { EXPECT_EQ(reader_.run({"logout"}).out, "Logged out.\n"); });
+    const std::string before = loginAsPremium();
+    runMeanwhile(command, newTokens,
+                 [&] { EXPECT_EQ(reader_.run({"logout"}).out, "Logged out.\n"); });
     EXPECT_FALSE(std::filesystem::exists(file())) << command;
-    loginAsPremium();
-    runMeanwhile(command, [&] { write(other); });
+    write(before);
+    runMeanwhile(command, newTokens, [&] { write(other); });
     EXPECT_EQ(contentOf(file()), other) << command;
   }
 }
 
 TEST_F(AccountFile, aRefusedTokenThatAnotherLoginHasReplacedIsNotTheEnd) {
   const std::string good = loginAsPremium();
-  JSON spent = JSON::parse(good);
-  spent["accessToken"] = "spent";
-  spent["refreshToken"] = "spent";
-  write(spent.dump());
-  EXPECT_EQ(runMeanwhile("refresh", [&] { write(good); }).error, "");
-  EXPECT_EQ(outcome({"entitlement"}), "premium");
+  JSON old = JSON::parse(good);
+  old["refreshToken"] = "old";
+  write(old.dump());
+  const auto refused = test::answer("", "", "401 Unauthorized");
+  EXPECT_EQ(runMeanwhile("refresh", refused, [&] { write(good); }).error, "");
+  EXPECT_EQ(stored()["refreshToken"], JSON::parse(good)["refreshToken"]);
 }
 
 TEST_F(AccountFile, aRefreshIsNotBegunWithoutRoomForItsTokens) {
@@ -109,15 +129,18 @@ TEST_F(AccountFile, aRefreshIsNotBegunWithoutRoomForItsTokens) {
 }
 
 TEST_F(AccountFile, aRefreshUnderWayIsKeptInSpiteOfControlC) {
-  const std::string before = loginAsPremium();
-  service_->setFaults(*sample::FaultPlan::parse("latency=300"));
+  loginAsPremium();
+  test::ScriptedServer service([](const auto& request) -> test::Script {
+    if (request.method == "GET") return {test::hang()};
+    test::Script script = {test::wait(std::chrono::milliseconds(300))};
+    script.insert(script.end(), newTokens.begin(), newTokens.end());
+    return script;
+  });
   ReaderRun run;
   run.arguments = {"refresh"};
-  run.interruptWhen = [&] { return refreshesSent() > 0; };
-  EXPECT_EQ(reader_.run(run).status, 130);
-  service_->setFaults({});
-  EXPECT_NE(contentOf(file()), before);
-  EXPECT_EQ(outcome({"refresh"}), "success");
+  run.interruptWhen = [&] { return !service.requests().empty(); };
+  EXPECT_EQ(runAt(service, run).status, 130);
+  EXPECT_EQ(stored()["refreshToken"], "r2");
 }
 
 TEST_F(AccountFile, noEndByForceLeavesASecondFileOrHalfAnAccount) {
