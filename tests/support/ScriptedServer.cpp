@@ -32,6 +32,16 @@ Script answer(std::string_view body, std::string_view fields, std::string_view s
   return {send(std::move(bytes))};
 }
 
+Script then(Script script, Step step) {
+  script.push_back(std::move(step));
+  return script;
+}
+
+Script hangingOnRequest(const ScriptedServer::Request& request) {
+  if (request.target == "/hang") return {hang()};
+  return answer("x");
+}
+
 std::string ScriptedServer::Request::field(std::string_view name) const {
   std::size_t at = head.find("\r\n");
   while (at != std::string::npos) {

@@ -42,6 +42,8 @@ Step flood(std::string bytes);
 Script answer(std::string_view body, std::string_view fields = "",
               std::string_view status = "200 OK");
 
+Script then(Script script, Step step);
+
 // A socket that listens on a loopback port of the kernel's choice.
 struct Listener {
   Listener();
@@ -103,5 +105,8 @@ class ScriptedServer {
   bool stopping_ = false;
   std::thread acceptor_;
 };
+
+// Answers with "x", but for the target /hang, which gets no answer.
+Script hangingOnRequest(const ScriptedServer::Request& request);
 
 }  // namespace paperloom::test

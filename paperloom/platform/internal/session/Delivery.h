@@ -20,8 +20,8 @@ struct Delivery {
   std::optional<HTTPURLResponse> response{};
   std::optional<URLError> error{};
   URLSessionTaskMetrics metrics{};
-  std::vector<CacheWrite> writes{};         // made whatever became of the task
-  std::optional<CacheWrite> freshAnswer{};  // made when the task's store filter has accepted it
+  std::vector<CacheWrite> writes{};           // made whatever became of the task
+  std::optional<CacheWrite> freshAnswer{};    // made when the task's store filter has accepted it
   std::vector<CacheWrite> withFreshAnswer{};  // made with it or not at all
   std::optional<Refresh> refresh{};
 };

@@ -158,7 +158,7 @@ int Transfer::onRequest(void* self, char* remoteAddress, char* localAddress, int
 bool Transfer::mayUseConnection(const CurlLoop::Ends& ends) {
   const bool overTLS = request_.url.scheme() == "https";
   unaskedEnd_.reset();
-  readBefore_.reset();
+  receivedBefore_.reset();
   socket_ = loop_.socketBetween(ends);
   if (!socket_) return true;
   if (!openedConnection_) {
@@ -167,15 +167,15 @@ bool Transfer::mayUseConnection(const CurlLoop::Ends& ends) {
     metUnaskedInput_ = input.kind == UnaskedInput::Kind::other;
     if (input.kind == UnaskedInput::Kind::records) unaskedEnd_ = input.end;
   }
-  if (!overTLS) readBefore_ = bytesRead(*socket_);
+  if (!overTLS) receivedBefore_ = bytesReceived(*socket_);
   return !metUnaskedInput_;
 }
 
 // What follows an answer without a body in the same read is lost without a word, and the rest of it
 // may be yet to come.
 bool Transfer::moreThanTheHeadWasRead() const {
-  if (!readBefore_) return false;
-  return bytesRead(*socket_).value_or(0) > *readBefore_ + head_.size();
+  if (!receivedBefore_) return false;
+  return bytesRead(*socket_).value_or(0) > *receivedBefore_ + head_.size();
 }
 
 bool Transfer::answerWasAskedFor() {

@@ -111,8 +111,8 @@ class Transfer {
   bool openedConnection_ = false;
   bool metUnaskedInput_ = false;
   std::optional<curl_socket_t> socket_;
-  std::optional<std::uint64_t> readBefore_;  // from it, before the request; in clear text alone
-  std::optional<std::uint64_t> unaskedEnd_;  // of what had come over TLS before the request
+  std::optional<std::uint64_t> receivedBefore_;  // on it, before the request; in clear text alone
+  std::optional<std::uint64_t> unaskedEnd_;      // of what had come over TLS before the request
   curl_off_t bytesSent_ = 0;
   std::optional<Clock::time_point> idleSince_;
   std::uint64_t turn_ = 0;         // of the loop

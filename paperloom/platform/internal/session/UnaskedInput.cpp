@@ -16,15 +16,6 @@ namespace {
 // Tickets and other messages of TLS itself are small.
 using Peeked = std::array<unsigned char, 16 * 1024>;
 
-std::optional<std::uint64_t> bytesReceived(int socket) {
-  tcp_info info{};
-  socklen_t size = sizeof info;
-  const bool isTold = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
-                      size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof(__u64);
-  if (!isTold) return std::nullopt;
-  return info.tcpi_bytes_received;
-}
-
 bool hasEnded(int socket) {
   pollfd waited{socket, POLLRDHUP, 0};
   return poll(&waited, 1, 0) != 0;
@@ -44,6 +35,15 @@ std::optional<std::size_t> endOfRecords(const unsigned char* bytes, std::size_t 
 }
 
 }  // namespace
+
+std::optional<std::uint64_t> bytesReceived(int socket) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  const bool isTold = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+                      size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof(__u64);
+  if (!isTold) return std::nullopt;
+  return info.tcpi_bytes_received;
+}
 
 std::optional<std::uint64_t> bytesRead(int socket) {
   // Bytes may arrive between the two questions.

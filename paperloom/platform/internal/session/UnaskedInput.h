@@ -24,9 +24,12 @@ struct UnaskedInput {
 // Looks without taking anything.
 UnaskedInput lookForInput(int socket, bool overTLS);
 
-// How many bytes have been read from the socket since its connection was made; nothing where the
-// system does not tell. OpenSSL reads a record at a time, so after it has handed up the first bytes
-// of one, this is where that one ends.
+// How many bytes have arrived on the socket since its connection was made; nothing where the system
+// does not tell.
+std::optional<std::uint64_t> bytesReceived(int socket);
+
+// How many of them have been read. OpenSSL reads a record at a time, so after it has handed up the
+// first bytes of one, this is where that one ends.
 std::optional<std::uint64_t> bytesRead(int socket);
 
 }  // namespace paperloom::internal
