@@ -35,10 +35,11 @@ class SessionCore;
 // port a redirect takes along only fields that say nothing of the user: no Authorization, no
 // Cookie, none of a caller's own making; and no body: where that would have to go along, the
 // redirect itself is the answer. No cookies are kept, no .netrc is read. A GET or HEAD is sent
-// again once, on a fresh connection, when a kept connection ends before the answer begins; nothing
-// else ever is, and so everything else goes out on a fresh connection. A kept connection on which
-// bytes have come that answer nothing is not used again. A body whose chunks or coding break off,
-// or break their grammar, is an error.
+// again once, on a fresh connection, when a kept connection ends before the answer begins, and over
+// HTTP/2 some times more, when the connection that it shares with others is ended; nothing else ever
+// is, and so everything else goes out on a fresh connection. A kept connection on which bytes have
+// come that answer nothing is not used again. A body whose chunks or coding break off, or break
+// their grammar, is an error.
 class PAPERLOOM_EXPORT URLSession {
  public:
   using Completion = URLSessionTask::Completion;

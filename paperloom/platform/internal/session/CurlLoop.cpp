@@ -128,6 +128,7 @@ void CurlLoop::moveOn(const Ready& ready) {
     const auto known = watched_.find(event.data.fd);
     if (known == watched_.end()) continue;
     known->second.armed = false;
+    if ((event.events & EPOLLIN) != 0) known->second.heard = Clock::now();
     if (!known->second.wanted) continue;
     int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
@@ -209,6 +210,12 @@ std::optional<curl_socket_t> CurlLoop::socketBetween(const Ends& ends) {
 bool CurlLoop::isInUse(curl_socket_t socket) const {
   const auto found = watched_.find(socket);
   return found != watched_.end() && found->second.wanted;
+}
+
+void CurlLoop::giveUpIfSilent(curl_socket_t socket, Clock::duration silence) {
+  const auto found = watched_.find(socket);
+  if (found == watched_.end() || Clock::now() - found->second.heard < silence) return;
+  ::shutdown(socket, SHUT_RDWR);  // libcurl, which owns it, finds it ended
 }
 
 int CurlLoop::onTimer(CURLM*, long milliseconds, void* self) {

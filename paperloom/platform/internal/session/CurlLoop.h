@@ -49,6 +49,9 @@ class CurlLoop {
   std::optional<curl_socket_t> socketBetween(const Ends& ends);
   // Whether libcurl waits for it: a transfer is under way.
   bool isInUse(curl_socket_t socket) const;
+  // Ends a connection that nothing has come over for `silence`: libcurl would keep one that several
+  // transfers share and give it to the next.
+  void giveUpIfSilent(curl_socket_t socket, Clock::duration silence);
 
   // Starts what has been added and runs the timers that are due, then tells which transfers have
   // finished; those are still to be removed. The next call invalidates the list.
@@ -91,7 +94,8 @@ class CurlLoop {
     bool armed = false;
     bool wanted = false;
     bool isOurs = false;
-    std::optional<Ends> ends{};  // once it has been asked for
+    Clock::time_point heard = Clock::now();  // when bytes last came, or could have
+    std::optional<Ends> ends{};              // once it has been asked for
   };
   void watch(curl_socket_t socket, Watched& watched, std::uint32_t events);
   void resumePaused();

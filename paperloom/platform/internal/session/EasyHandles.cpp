@@ -110,7 +110,6 @@ EasyHandle EasyHandles::make() const {
   handle.set(CURLOPT_HTTP_VERSION, version);
   handle.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   handle.set(CURLOPT_PATH_AS_IS, 1L);
-  handle.set(CURLOPT_BUFFERSIZE, 64L * 1024);
   // The idle timeout is the session's own; libcurl's for connecting must not come before it.
   const auto connecting = configuration_.timeoutIntervalForRequest + std::chrono::minutes(1);
   handle.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connecting.count()));

@@ -12,6 +12,9 @@ namespace {
 using Code = URLError::Code;
 using State = URLSessionTask::State;
 
+// How often a request is sent again by the session when a connection that it shares fails.
+constexpr int maximumLosses = 3;
+
 }  // namespace
 
 SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
@@ -26,9 +29,15 @@ SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQ
 
 void SessionLoop::settle() {
   hasUnsent_ = false;
-  // A transfer that ends may let another begin, which is to be sent at once.
+  // A transfer that ends may let another begin, which is to be sent at once. One whose bytes do not
+  // end has its timer due again and again, and lets the others have their turn.
   constexpr int rounds = 8;
-  for (int i = 0; i == 0 || (i < rounds && network_.nextTimer() <= Clock::now()); ++i) {
+  constexpr auto longest = std::chrono::milliseconds(20);
+  const auto begun = Clock::now();
+  const auto mayGoOn = [&](Clock::time_point now) {
+    return network_.nextTimer() <= now && now - begun < longest;
+  };
+  for (int i = 0; i == 0 || (i < rounds && mayGoOn(Clock::now())); ++i) {
     for (const auto& [handle, code] : network_.advance()) finishTransfer(handle, code);
     enforceDeadlines();
   }
@@ -115,8 +124,7 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
 void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection connection) {
   entry.transfer = std::make_unique<Transfer>(handles_.make(), network_, std::move(request),
                                               connection, configuration_, *entry.task);
-  const bool known = slots_.isMultiplexed(entry.host);
-  if (!known && entry.transfer->mayShareConnection()) entry.transfer->waitForHandshake();
+  entry.transfer->expectHTTP2(slots_.isMultiplexed(entry.host));
   CURL* const handle = entry.transfer->handle();
   transfers_[handle] = &entry;
   hasUnsent_ = true;
@@ -129,15 +137,20 @@ void SessionLoop::finishTransfer(CURL* handle, CURLcode code) {
   const auto found = transfers_.find(handle);
   if (found == transfers_.end()) return;
   Entry& entry = *found->second;
-  if (entry.transfer->metUnaskedInput(code)) {
-    URLRequest request = entry.transfer->request();
-    dropTransfer(entry);
-    return send(entry, std::move(request), Transfer::Connection::fresh);
+  if (entry.transfer->metUnaskedInput(code)) return sendAgain(entry, Transfer::Connection::fresh);
+  if (entry.transfer->lostSharedConnection(code) && entry.losses++ < maximumLosses) {
+    return sendAgain(entry, Transfer::Connection::kept);
   }
   TransferResult result = entry.transfer->finish(code);
   const std::string host = releaseTransfer(entry, result.multiplexed);
   advance(entry, entry.exchange.received(std::move(result), currentDate()));
   serveWaiting(host);
+}
+
+void SessionLoop::sendAgain(Entry& entry, Transfer::Connection connection) {
+  URLRequest request = entry.transfer->request();
+  dropTransfer(entry);
+  send(entry, std::move(request), connection);
 }
 
 void SessionLoop::abandonTransfer(Entry& entry, URLError error) {
@@ -268,6 +281,9 @@ void SessionLoop::expire(Entry& entry) {
   if (expiry(entry, Clock::now()) > Clock::now()) return;
   auto error = makeError(Code::timedOut, "the request timed out");
   if (entry.transfer) {
+    if (const auto socket = entry.transfer->socket()) {
+      network_.giveUpIfSilent(*socket, configuration_.timeoutIntervalForRequest / 2);
+    }
     abandonTransfer(entry, std::move(error));
   } else {
     slots_.stopWaiting(entry.task.get());

@@ -73,6 +73,7 @@ class SessionLoop {
     Clock::time_point deadline;
     bool isRefresh = false;
     std::unique_ptr<Transfer> transfer{};
+    int losses = 0;      // of connections under it
     std::string host{};  // whose slot the transfer has taken
     std::optional<URLRequest> ready{};
   };
@@ -83,6 +84,7 @@ class SessionLoop {
   void advance(Entry& entry, Exchange::Step step);
   void send(Entry& entry, URLRequest request, Transfer::Connection connection);
   void finishTransfer(CURL* handle, CURLcode code);
+  void sendAgain(Entry& entry, Transfer::Connection connection);
   // Ends the entry's transfer with `error` and goes on from there.
   void abandonTransfer(Entry& entry, URLError error);
   void dropTransfer(Entry& entry);

@@ -46,6 +46,8 @@ Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request, Connec
   handle_.set(CURLOPT_URL, request_.url.absoluteString().c_str());
   // While a handshake is to tell whether the server speaks HTTP/2, no second connection is opened.
   handle_.set(CURLOPT_PIPEWAIT, mayShareConnection() ? 1L : 0L);
+  // How much libcurl takes in at a time before others have their turn, empty frames included.
+  handle_.set(CURLOPT_BUFFERSIZE, (mayShareConnection() ? 16L : 64L) * 1024);
   // What cannot be sent again must not meet a connection that its server is about to close.
   const bool isFresh = connection == Connection::fresh || !isRepeatable(request_);
   handle_.set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
@@ -136,20 +138,28 @@ int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_of
   return 0;
 }
 
-// Called when a connection is ready for the request. libcurl sends a request again, of any method
-// and up to five times, when a kept connection ends before the answer's first line; here a GET or
-// HEAD once, on a fresh connection, and nothing else ever.
+// libcurl sends a request again, of any method and up to five times, when a kept connection ends
+// before the answer's first line; here a GET or HEAD once, on a fresh connection, and nothing else
+// ever. Over HTTP/2 as often as libcurl does: a server that ends a connection refuses what it has
+// not looked at, and may do so again with some of that on the next.
+int Transfer::maximumRequests() const {
+  if (!isRepeatable(request_)) return 1;
+  return expectsHTTP2_ ? 6 : 2;
+}
+
+// Called when a connection is ready for the request.
 int Transfer::onRequest(void* self, char* remoteAddress, char* localAddress, int remotePort,
                         int localPort) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   if (!transfer.mayUseConnection({localAddress, remoteAddress, localPort, remotePort})) {
     return CURL_PREREQFUNC_ABORT;
   }
-  if (++transfer.requestsSent_ > (isRepeatable(transfer.request_) ? 2 : 1)) {
+  if (++transfer.requestsSent_ > transfer.maximumRequests()) {
     transfer.fail(Code::networkConnectionLost, "the network connection was lost");
     return CURL_PREREQFUNC_ABORT;
   }
-  transfer.handle_.set(CURLOPT_FRESH_CONNECT, 1L);  // of a repetition
+  const bool nextIsFresh = !transfer.expectsHTTP2_ || transfer.requestsSent_ > 1;
+  transfer.handle_.set(CURLOPT_FRESH_CONNECT, nextIsFresh ? 1L : 0L);  // of a repetition
   transfer.idleSince_ = Clock::now();
   transfer.requestTime_ = currentDate();
   return CURL_PREREQFUNC_OK;
@@ -189,6 +199,11 @@ bool Transfer::answerWasAskedFor() {
 // Input that is no HTTP at all ends the transfer without a line of a header.
 bool Transfer::metUnaskedInput(CURLcode code) const {
   return metUnaskedInput_ || (unaskedEnd_ && code != CURLE_OK);
+}
+
+bool Transfer::lostSharedConnection(CURLcode code) const {
+  const bool failed = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_HTTP2;
+  return failed && !error_ && isRepeatable(request_) && (expectsHTTP2_ || isMultiplexed());
 }
 
 bool Transfer::takeHeaderLine(std::string_view line) {
@@ -289,6 +304,11 @@ void Transfer::checkEnd() {
   } else if (end == ResponseBody::End::codingCut) {
     fail(Code::cannotDecodeContentData, "the server's answer cannot be decoded to its end");
   }
+}
+
+void Transfer::expectHTTP2(bool known) {
+  expectsHTTP2_ = known;
+  if (!known && mayShareConnection()) idleSince_ = Clock::now();
 }
 
 bool Transfer::mayShareConnection() const {

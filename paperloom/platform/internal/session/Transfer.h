@@ -50,10 +50,9 @@ class Transfer {
   bool isSound() const { return handle_.isSound(); }
   CURL* handle() const { return handle_.get(); }
 
-  // Whether the handshake of another transfer may turn out to serve this one; while it waits for
-  // one, its own time runs.
-  bool mayShareConnection() const;
-  void waitForHandshake() { idleSince_ = Clock::now(); }
+  // `known`: the server has spoken HTTP/2 before. Otherwise the transfer may have to wait for the
+  // handshake of another, and that counts as its own.
+  void expectHTTP2(bool known);
 
   // Since when no byte has moved; nothing while no connection has been looked for.
   std::optional<Clock::time_point> idleSince() const { return idleSince_; }
@@ -62,6 +61,11 @@ class Transfer {
   // Whether all that came had been under way before the request: then that is to be sent again, on
   // a fresh connection. Asked once libcurl has ended the transfer, before finish().
   bool metUnaskedInput(CURLcode code) const;
+  // Whether an HTTP/2 connection failed under a request that may be repeated: many share one, and a
+  // server that ends it may take answers along that are under way. Asked at the same time.
+  bool lostSharedConnection(CURLcode code) const;
+  // That of the connection it was sent over, if it is known.
+  std::optional<curl_socket_t> socket() const { return socket_; }
 
   // Ends the transfer with what libcurl said, or with a reason of the session's own.
   TransferResult finish(CURLcode code);
@@ -87,6 +91,8 @@ class Transfer {
   bool headIsAcceptable();
   bool takeBody(std::string_view bytes);
   bool fail(URLError::Code code, std::string text);
+  int maximumRequests() const;
+  bool mayShareConnection() const;
   bool answerHasBody() const;
   bool isMultiplexed() const;
   bool bodyIsWhole() const;
@@ -107,6 +113,7 @@ class Transfer {
   std::optional<ResponseBody> body_;
   std::optional<URLError> error_;
 
+  bool expectsHTTP2_ = false;
   int requestsSent_ = 0;
   bool openedConnection_ = false;
   bool metUnaskedInput_ = false;
