@@ -1,12 +1,12 @@
 #include "paperloom/platform/internal/caching/Serving.h"
 
-#include <array>
 #include <utility>
 
 #include "paperloom/platform/internal/caching/Freshness.h"
 #include "paperloom/platform/internal/http/ByteRange.h"
 #include "paperloom/platform/internal/http/CacheControl.h"
 #include "paperloom/platform/internal/http/EntityTag.h"
+#include "paperloom/platform/internal/http/FieldNames.h"
 #include "paperloom/platform/internal/http/HTTPDate.h"
 #include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
 
@@ -58,9 +58,7 @@ bool rangeStillApplies(const URLRequest& request, const CachedURLResponse& store
 
 // RFC 9110 section 15.4.5: a 304 says nothing about the representation that the caller has.
 void makeNotModified(StoredAnswer& answer) {
-  constexpr std::array names{"Content-Type",     "Content-Length", "Content-Encoding",
-                             "Content-Language", "Content-Range",  "Content-MD5"};
-  for (const char* name : names) answer.response.headers.remove(name);
+  for (const std::string_view name : fields::ofRepresentation) answer.response.headers.remove(name);
   if (answer.response.headers.contains("ETag")) answer.response.headers.remove("Last-Modified");
   answer.response.statusCode = 304;
   answer.data = Data();

@@ -9,6 +9,7 @@
 #include "paperloom/platform/internal/caching/Freshness.h"
 #include "paperloom/platform/internal/http/CacheControl.h"
 #include "paperloom/platform/internal/http/EntityTag.h"
+#include "paperloom/platform/internal/http/FieldNames.h"
 #include "paperloom/platform/internal/http/HTTPDate.h"
 #include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
 
@@ -17,31 +18,17 @@ namespace {
 
 using FieldNames = std::set<std::string, std::less<>>;  // in lower case
 
-// The fields that a cache does not keep (RFC 9111 section 3.1, RFC 9110 section 7.6.1): those that
-// Connection lists, those that are about the connection though it may not list them, and those for
-// a proxy.
-FieldNames fieldsNotKept(const HTTPHeaders& headers) {
-  FieldNames names{"connection",
-                   "keep-alive",
-                   "proxy-connection",
-                   "transfer-encoding",
-                   "upgrade",
-                   "te",
-                   "trailer",
-                   "proxy-authenticate",
-                   "proxy-authorization",
-                   "proxy-authentication-info"};
+// Whether the field is about the connection that brought it, or for a proxy (section 3.1).
+bool isNotKept(std::string_view name, const FieldNames& listedByConnection) {
+  return fields::has(fields::ofConnectionOrProxy, name) ||
+         listedByConnection.contains(lowercased(name));
+}
+
+FieldNames listedByConnection(const HTTPHeaders& headers) {
+  FieldNames names;
   if (const auto listed = headers.combined("Connection")) {
     for (const std::string_view name : listMembers(*listed)) names.insert(lowercased(name));
   }
-  return names;
-}
-
-// The fields that describe the stored bytes, which a confirmation does not change (section 3.2).
-const FieldNames& fieldsOfTheBody() {
-  static const auto& names =
-      *new FieldNames{"content-encoding", "content-length", "content-md5", "content-range",
-                      "content-digest",   "repr-digest",    "etag"};
   return names;
 }
 
@@ -104,9 +91,9 @@ CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date 
                                Date responseTime) {
   CachedURLResponse entry{
       {response.url, response.statusCode, {}}, std::move(data), requestTime, responseTime};
-  const FieldNames dropped = fieldsNotKept(response.headers);
+  const FieldNames listed = listedByConnection(response.headers);
   for (const auto& [name, value] : response.headers) {
-    if (!dropped.contains(lowercased(name))) entry.response.headers.add(name, value);
+    if (!isNotKept(name, listed)) entry.response.headers.add(name, value);
   }
   // RFC 9110 section 6.6.1.
   if (!entry.response.headers.contains("Date")) {
@@ -138,15 +125,14 @@ CachedURLResponse entryAfterValidation(const CachedURLResponse& stored,
   entry.requestTime = requestTime;
   entry.responseTime = responseTime;
   HTTPHeaders& headers = entry.response.headers;
-  const FieldNames dropped = fieldsNotKept(confirmation.headers);
+  const FieldNames listed = listedByConnection(confirmation.headers);
   // Age and Date belong to the message that brought them, not to the stored answer.
   headers.remove("Age");
   headers.set("Date", formatHTTPDate(responseTime));
   FieldNames replaced;
   for (const auto& [name, value] : confirmation.headers) {
-    const std::string key = lowercased(name);
-    if (dropped.contains(key) || fieldsOfTheBody().contains(key)) continue;
-    if (replaced.insert(key).second) headers.remove(name);
+    if (isNotKept(name, listed) || fields::has(fields::ofStoredBytes, name)) continue;
+    if (replaced.insert(lowercased(name)).second) headers.remove(name);
     headers.add(name, value);
   }
   return entry;

@@ -13,6 +13,8 @@ CacheControl::CacheControl(const HTTPHeaders& headers) {
   }
 }
 
+// RFC 9111 section 5.2: a token, and an argument as a token or a quoted string, whichever a
+// directive asks for.
 CacheControl::Directive CacheControl::parse(std::string_view member) {
   Directive directive;
   const std::size_t equals = member.find('=');
@@ -35,6 +37,7 @@ bool CacheControl::has(std::string_view name) const {
                      [&](const Directive& directive) { return directive.name == name; });
 }
 
+// RFC 9111 section 4.2.1: values that contradict each other are none.
 CacheControl::Seconds CacheControl::seconds(std::string_view name) const {
   Seconds result;
   bool invalid = false;
@@ -51,6 +54,8 @@ CacheControl::Seconds CacheControl::seconds(std::string_view name) const {
   return result;
 }
 
+// RFC 9111 sections 5.2.2.4 and 5.2.2.7: no-cache and private may name fields, in quotes. A token
+// in their place is read as no argument, which is the stricter reading.
 std::vector<std::string> CacheControl::fieldNames(std::string_view name) const {
   std::vector<std::string> names;
   for (const Directive& directive : directives_) {

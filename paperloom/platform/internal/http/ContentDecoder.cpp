@@ -22,6 +22,7 @@ std::optional<ContentCoding> contentCoding(const HTTPHeaders& fields) {
   if (!value) return ContentCoding::identity;
   const std::string_view name = trimmed(*value);
   if (name.empty() || equalsIgnoringCase(name, "identity")) return ContentCoding::identity;
+  // RFC 9110 section 8.4.1.3: x-gzip is its old name.
   if (equalsIgnoringCase(name, "gzip") || equalsIgnoringCase(name, "x-gzip")) {
     return ContentCoding::gzip;
   }
@@ -35,6 +36,7 @@ ContentDecoder::~ContentDecoder() {
   if (open_) inflateEnd(&stream_);
 }
 
+// RFC 9110 section 8.4.1.2 means a zlib stream by deflate; many servers send a bare one.
 bool ContentDecoder::open(std::string_view firstBytes) {
   constexpr int gzipFormat = 16;
   int window = MAX_WBITS + gzipFormat;
@@ -63,6 +65,7 @@ ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, BodyBu
   do {
     if (ended_) {
       if (stream_.avail_in == 0) break;
+      // RFC 1952 section 2.2: a gzip file may have several members.
       if (coding_ != ContentCoding::gzip || inflateReset(&stream_) != Z_OK) {
         return Status::malformed;
       }

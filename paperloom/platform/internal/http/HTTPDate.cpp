@@ -79,6 +79,7 @@ void scanTime(Scanner& scanner, Fields& fields) {
   fields.second = scanner.number(2);
 }
 
+// "Sun, 06 Nov 1994 08:49:37 GMT", the only one that is sent today (RFC 9110 section 5.6.7).
 std::optional<Fields> scanFixdate(std::string_view text) {
   Scanner scanner(text);
   Fields fields;
@@ -96,6 +97,8 @@ std::optional<Fields> scanFixdate(std::string_view text) {
   return fields;
 }
 
+// "Sunday, 06-Nov-94 08:49:37 GMT". Two digits of a year that would lie more than 50 years ahead
+// mean the latest year in the past that ends like them (the same section).
 std::optional<Fields> scanRFC850(std::string_view text, Date now) {
   Scanner scanner(text);
   Fields fields;
@@ -121,6 +124,7 @@ std::optional<Fields> scanRFC850(std::string_view text, Date now) {
   return fields;
 }
 
+// "Sun Nov  6 08:49:37 1994", with a blank for the first digit of the day.
 std::optional<Fields> scanAsctime(std::string_view text) {
   Scanner scanner(text);
   Fields fields;

@@ -7,6 +7,7 @@
 namespace paperloom::internal {
 namespace {
 
+// RFC 9111 section 1.2.2: what is larger counts as this.
 constexpr std::int64_t deltaSecondsLimit = std::int64_t{1} << 31;
 
 bool isDigits(std::string_view text) {
@@ -28,6 +29,13 @@ std::size_t endOfQuotedString(std::string_view text, std::size_t start) {
 
 }  // namespace
 
+bool isToken(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+  });
+}
+
 std::string_view trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -42,6 +50,7 @@ std::string lowercased(std::string_view text) {
   return lower;
 }
 
+// RFC 9110 section 5.6.1.2: empty members are ignored, and commas in quotes part nothing.
 std::vector<std::string_view> listMembers(std::string_view value) {
   std::vector<std::string_view> members;
   bool quotesAreClosed = true;  // false after the first open quote: it would be searched in vain
@@ -93,6 +102,7 @@ std::optional<std::size_t> byteCount(std::string_view text) {
   return value;
 }
 
+// Dates come from servers and from disk: neither may make the subtraction overflow.
 std::chrono::seconds secondsBetween(Date from, Date to) {
   constexpr Date limit{std::chrono::sys_days(std::chrono::year(10000) / 1 / 1)};
   const Date earliest{-limit.time_since_epoch()};

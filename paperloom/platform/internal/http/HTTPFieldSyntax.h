@@ -12,6 +12,9 @@
 // The small grammars that header fields share (RFC 9110 section 5.6).
 namespace paperloom::internal {
 
+// Section 5.6.2: what methods and field names are made of.
+bool isToken(std::string_view text);
+
 // Without the spaces and tabs at both ends.
 std::string_view trimmed(std::string_view text);
 

@@ -1,31 +1,20 @@
 #include "paperloom/platform/internal/http/RequestRules.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 #include <utility>
 
 #include "paperloom/Version.h"
+#include "paperloom/platform/internal/http/FieldNames.h"
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
 
 namespace paperloom::internal {
 namespace {
 
 using Code = URLError::Code;
 
-bool isOneOf(std::string_view name, const auto& names) {
-  return std::any_of(names.begin(), names.end(),
-                     [&](std::string_view other) { return equalsIgnoringCase(name, other); });
-}
-
-bool isTokenCharacter(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-         std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
-bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
-}
-
+// RFC 9110 section 5.5, where bytes beyond ASCII are allowed though nobody should send them. A line
+// break would begin another field, or another request.
 bool isFieldValue(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) {
     const auto byte = static_cast<unsigned char>(c);
@@ -33,6 +22,7 @@ bool isFieldValue(std::string_view text) {
   });
 }
 
+// RFC 3986 section 2: what is no ASCII has to be percent-encoded.
 bool isURLCharacter(char c) { return c > 0x20 && c < 0x7F; }
 
 std::optional<URLError> refusalOf(const URL& url) {
@@ -46,6 +36,7 @@ std::optional<URLError> refusalOf(const URL& url) {
   }
   if (url.host().empty()) return makeError(Code::badURL, "the URL names no host");
   if (!url.port()) return makeError(Code::badURL, "the URL's port is out of range");
+  // It would end up in logs and in the cache's keys; RFC 9110 section 4.2.4 deprecates it.
   if (url.userInfo()) {
     return makeError(Code::badURL, "a URL with a user name or password is not requested");
   }
@@ -69,39 +60,25 @@ std::string encodedReference(std::string_view text) {
   return encoded;
 }
 
-constexpr std::array<std::string_view, 15> harmlessAcrossOrigins = {"Accept",
-                                                                    "Accept-Charset",
-                                                                    "Accept-Encoding",
-                                                                    "Accept-Language",
-                                                                    "Cache-Control",
-                                                                    "Content-Encoding",
-                                                                    "Content-Type",
-                                                                    "Content-Language",
-                                                                    "If-Match",
-                                                                    "If-None-Match",
-                                                                    "If-Range",
-                                                                    "If-Modified-Since",
-                                                                    "If-Unmodified-Since",
-                                                                    "Pragma",
-                                                                    "Range"};
-
+// RFC 9110 section 15.4: what is about the body goes with it, what may be a secret stays.
 HTTPHeaders fieldsForTarget(const HTTPHeaders& fields, bool keepsBody, bool sameOrigin) {
   HTTPHeaders kept;
   for (const auto& [name, value] : fields) {
     const bool describesBody = name.size() > 8 && equalsIgnoringCase(name.substr(0, 8), "Content-");
     if (describesBody && !keepsBody) continue;
-    const bool harmless =
-        isOneOf(name, harmlessAcrossOrigins) || equalsIgnoringCase(name, "User-Agent");
-    if (sameOrigin || harmless) kept.add(name, value);
+    if (sameOrigin || fields::has(fields::harmlessAcrossOrigins, name)) kept.add(name, value);
   }
   return kept;
 }
 
+// RFC 9110 sections 15.4.2 to 15.4.4: 303 for every method, 301 and 302 for POST, as everybody
+// does; 307 and 308 never.
 bool changesToGET(const std::string& method, int statusCode) {
   if (statusCode == 303) return method != "GET" && method != "HEAD";
   return (statusCode == 301 || statusCode == 302) && method == "POST";
 }
 
+// RFC 9110 section 10.2.2: a reference without a fragment inherits the request's.
 std::optional<URL> targetURL(const URL& from, std::string_view location) {
   auto target = from.resolving(encodedReference(location));
   if (!target || target->fragment()) return target;
@@ -119,6 +96,7 @@ URLError makeError(URLError::Code code, std::string description) {
 
 std::optional<URLError> refusalOf(const URLRequest& request) {
   if (auto refusal = refusalOf(request.url)) return refusal;
+  // RFC 9110 section 9.3.6: CONNECT makes a tunnel, which is for the session's own use of a proxy.
   if (!isToken(request.method) || request.method == "CONNECT") {
     return makeError(Code::badRequest, "the request method is not valid");
   }
@@ -132,21 +110,18 @@ std::optional<URLError> refusalOf(const URLRequest& request) {
 }
 
 HTTPHeaders fieldsToSend(const URLRequest& request) {
-  static constexpr std::array<std::string_view, 10> decidedHere = {
-      "Host", "Content-Length", "Transfer-Encoding", "Connection", "Keep-Alive", "Proxy-Connection",
-      "TE",   "Trailer",        "Upgrade",           "Expect"};
-  HTTPHeaders fields;
+  HTTPHeaders sent;
   for (const auto& [name, value] : request.headers) {
-    if (!isOneOf(name, decidedHere)) fields.add(name, value);
+    if (!fields::has(fields::decidedBySession, name)) sent.add(name, value);
   }
-  if (!fields.contains("Accept-Encoding")) {
+  if (!sent.contains("Accept-Encoding")) {
     // The ranges of an encoded body could not be put together or decoded.
-    fields.add("Accept-Encoding", fields.contains("Range") ? "identity" : "gzip, deflate");
+    sent.add("Accept-Encoding", sent.contains("Range") ? "identity" : "gzip, deflate");
   }
-  if (!fields.contains("User-Agent")) {
-    fields.add("User-Agent", "paperloom/" PAPERLOOM_VERSION);
+  if (!sent.contains("User-Agent")) {
+    sent.add("User-Agent", "paperloom/" PAPERLOOM_VERSION);
   }
-  return fields;
+  return sent;
 }
 
 bool isRedirect(int statusCode) {
@@ -160,7 +135,7 @@ std::optional<RedirectTarget> redirectTarget(const URLRequest& request,
   const auto location = answer.headers.first("Location");
   if (!location || location->empty()) return std::nullopt;
   auto url = targetURL(request.url, *location);
-  if (!url) return std::nullopt;
+  if (!url) return std::nullopt;  // leads nowhere, so it is itself the answer
   const bool toGET = changesToGET(request.method, answer.statusCode);
   const bool sameOrigin = url->origin() == request.url.origin();
   const bool takesBody = request.body && !request.body->empty() && !toGET;
@@ -170,6 +145,7 @@ std::optional<RedirectTarget> redirectTarget(const URLRequest& request,
     return RedirectTarget{std::nullopt, makeError(Code::redirectRefused, std::move(text))};
   };
   if (refusalOf(*url)) return refused("the server redirected to a URL that is not requested");
+  // Whoever listens could read what TLS was to hide.
   if (request.url.scheme() == "https" && url->scheme() != "https") {
     return refused("the server redirected from https to http");
   }

@@ -13,11 +13,7 @@ constexpr std::size_t maximumLine = 64 * 1024;
 constexpr std::size_t maximumBytes = 256 * 1024;
 constexpr std::size_t maximumFields = 1000;
 
-bool isTokenByte(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-         std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
+// A length that is told in two lines could be told in two ways (RFC 9112 section 5.2).
 bool framesTheBody(std::string_view name) {
   return equalsIgnoringCase(name, "Content-Length") ||
          equalsIgnoringCase(name, "Transfer-Encoding");
@@ -28,6 +24,7 @@ bool isControl(char c) {
   return (byte < 0x20 && byte != '\t') || byte == 0x7F;
 }
 
+// Digits and nothing else: neither a sign nor an empty text, which from_chars would take.
 std::optional<std::int64_t> parseLength(std::string_view text) {
   std::int64_t value = 0;
   const bool digits = !text.empty() && std::all_of(text.begin(), text.end(),
@@ -43,6 +40,7 @@ ResponseHead::Progress ResponseHead::add(std::string_view line) {
   bytes_ += line.size();
   if (line.size() > maximumLine || bytes_ > maximumBytes) return Progress::tooLarge;
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  // Trailers (RFC 9110 section 6.5): counted, and left out.
   if (complete_) {
     return ++fieldCount_ > maximumFields ? Progress::tooLarge : Progress::incomplete;
   }
@@ -76,10 +74,8 @@ ResponseHead::Progress ResponseHead::addField(std::string_view line) {
   if (++fieldCount_ > maximumFields) return Progress::tooLarge;
   const auto colon = line.find(':');
   const std::string_view name = line.substr(0, colon);
-  if (colon == std::string_view::npos || name.empty() ||
-      !std::all_of(name.begin(), name.end(), isTokenByte)) {
-    return Progress::malformed;
-  }
+  // RFC 9112 section 5.1: no white space before the colon either, which would be no token.
+  if (colon == std::string_view::npos || !isToken(name)) return Progress::malformed;
   if (lastField_) fields_.add(std::move(lastField_->first), std::move(lastField_->second));
   lastField_.emplace(name, trimmed(line.substr(colon + 1)));
   return Progress::incomplete;
@@ -89,6 +85,7 @@ ResponseHead::Progress ResponseHead::endHeader() {
   if (lastField_) fields_.add(std::move(lastField_->first), std::move(lastField_->second));
   lastField_.reset();
   inHeader_ = false;
+  // RFC 9110 section 15.2: an interim response, and the header of the next follows.
   if (statusCode_ < 200) {
     fields_ = HTTPHeaders();
     return Progress::incomplete;
@@ -113,6 +110,8 @@ ResponseHead::Framing ResponseHead::framing(bool hasBody) const {
       value.remove_prefix(comma + 1);
     }
   }
+  // RFC 9112 section 6.3: chunks override a length, and a coding that is not known here leaves the
+  // body without an end that could be found.
   if (const auto codings = fields_.combined("Transfer-Encoding")) {
     framing.chunked = equalsIgnoringCase(trimmed(*codings), "chunked");
     framing.malformed = !framing.chunked;

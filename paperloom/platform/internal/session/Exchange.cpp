@@ -3,6 +3,7 @@
 #include <iterator>
 #include <utility>
 
+#include "paperloom/platform/internal/http/FieldNames.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom::internal {
@@ -82,9 +83,7 @@ Refresh Exchange::refresh() const {
   URLRequest whole = request_;
   whole.method = "GET";
   whole.cachePolicy = URLRequestCachePolicy::reloadRevalidatingCacheData;
-  for (const char* name : {"Range", "If-Range", "If-None-Match", "If-Modified-Since"}) {
-    whole.headers.remove(name);
-  }
+  for (const std::string_view name : fields::askingForLess) whole.headers.remove(name);
   return {std::move(whole), *stored_};
 }
 
