@@ -23,6 +23,7 @@ CacheExplanation::Outcome outcome(internal::CachePlan::Action action) {
 
 }  // namespace
 
+// The very plan that a session would follow: the explanation cannot disagree with it.
 CacheExplanation explainCaching(const URLRequest& request,
                                 const std::optional<CachedURLResponse>& stored, Date now) {
   internal::CachePlan plan = internal::planRequest(request, stored ? &*stored : nullptr, now);

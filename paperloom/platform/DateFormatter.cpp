@@ -29,6 +29,7 @@ std::optional<minutes> offset(std::string_view text) {
   if (!hasShape(text, "+99:99") && !hasShape(text, "-99:99")) return std::nullopt;
   const int hour = digits(text, 1, 2);
   const int minute = digits(text, 4, 2);
+  // RFC 3339 section 5.6: an offset is a time of the day.
   if (hour > 23 || minute > 59) return std::nullopt;
   const minutes value = hours(hour) + minutes(minute);
   return text.front() == '-' ? -value : value;
@@ -36,6 +37,7 @@ std::optional<minutes> offset(std::string_view text) {
 
 }  // namespace
 
+// Nothing in it changes, so that sharing it needs no lock.
 const DateFormatter& DateFormatter::shared() {
   static const DateFormatter formatter;
   return formatter;
@@ -52,6 +54,7 @@ std::optional<Date> DateFormatter::date(std::string_view text) const {
   const int hour = digits(text, 11, 2);
   const int minute = digits(text, 14, 2);
   const int second = digits(text, 17, 2);
+  // The 30th of February, the hour 24 and a leap second have the shape and are no dates.
   if (!zone || !day.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
   return std::chrono::sys_days(day) + hours(hour) + minutes(minute) + seconds(second) - *zone;
 }

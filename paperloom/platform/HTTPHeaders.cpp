@@ -5,6 +5,7 @@
 namespace paperloom {
 namespace {
 
+// Not tolower(), which goes by the locale of the host.
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
 }  // namespace
@@ -27,6 +28,7 @@ void HTTPHeaders::remove(std::string_view name) {
   std::erase_if(fields_, [&](const Field& field) { return equalsIgnoringCase(field.first, name); });
 }
 
+// Linear, as messages have a few dozen fields, and the order in which they came counts.
 bool HTTPHeaders::contains(std::string_view name) const { return first(name).has_value(); }
 
 std::optional<std::string_view> HTTPHeaders::first(std::string_view name) const {
@@ -44,6 +46,7 @@ std::vector<std::string_view> HTTPHeaders::all(std::string_view name) const {
   return values;
 }
 
+// RFC 9110 section 5.3: several lines of one name mean the list of their values.
 std::optional<std::string> HTTPHeaders::combined(std::string_view name) const {
   std::optional<std::string> joined;
   for (const std::string_view value : all(name)) {

@@ -16,6 +16,7 @@ namespace paperloom {
 namespace dom = simdjson::dom;
 
 using Handle = std::array<std::byte, 16>;
+// The decoder's own types stay out of the public header: what it holds are their bytes.
 static_assert(sizeof(dom::object) == sizeof(Handle));
 static_assert(sizeof(dom::array::iterator) == sizeof(Handle));
 static_assert(std::is_trivially_copyable_v<dom::object>);
@@ -62,6 +63,7 @@ std::optional<std::int64_t> JSONObject::integer(std::string_view key) const {
   std::int64_t whole = 0;
   if (!element) return std::nullopt;
   if (element->get(whole) == simdjson::SUCCESS) return whole;
+  // 2.0 and 2e0 are written otherwise and mean the same number.
   if (!element->is_double()) return std::nullopt;
   const double number = element->get_double().value_unsafe();
   constexpr double limit = 9223372036854775808.0;  // 2^63, the first value that does not fit
@@ -77,6 +79,8 @@ std::optional<JSONObject> JSONObject::object(std::string_view key) const {
   return result;
 }
 
+// One element that is no object makes the whole list none: which elements may be dropped is for the
+// records to say, and they can only drop objects.
 std::optional<JSONObjectList> JSONObject::objects(std::string_view key) const {
   const auto array = value<dom::array>(handle_, key);
   if (!array) return std::nullopt;
@@ -102,6 +106,7 @@ std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key
   const auto array = value<dom::array>(handle_, key);
   if (!array) return std::nullopt;
   std::vector<std::string> result;
+  // The decoder caps the size that it tells, and a list need not be as long as it claims.
   result.reserve(std::min<std::size_t>(array->size(), 64));
   for (const dom::element element : *array) {
     std::string_view text;
@@ -188,6 +193,7 @@ simdjson::error_code decodeOnce(dom::document& document, std::string_view bytes,
 simdjson::error_code decode(dom::document& document, std::string_view bytes, bool padded) {
   const auto failure = decodeOnce(document, bytes, padded);
   if (failure != simdjson::NUMBER_ERROR) return failure;
+  // Only then is the text gone through a second time.
   const auto copy = internal::nullingNumbersOutOfRange(bytes, simdjson::SIMDJSON_PADDING);
   return copy.empty() ? failure : decodeOnce(document, copy, true);
 }
@@ -199,6 +205,7 @@ struct JSONDocument::Storage {
   Storage(const Storage&) = delete;
   Storage& operator=(const Storage&) = delete;
   ~Storage() {
+    // A document may die on another thread than the one that decoded it: its buffers go there.
     Workspace* const workspace = Workspace::ofThread();
     if (workspace != nullptr && document.capacity() <= keptCapacity) {
       workspace->document = std::move(document);
@@ -222,6 +229,7 @@ tl::expected<JSONDocument, JSONError> JSONDocument::parse(const Data& data) {
 }
 
 tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes, bool padded) {
+  // RFC 8259 section 8.1 lets a reader ignore it.
   constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
   auto storage = std::make_unique<Storage>();

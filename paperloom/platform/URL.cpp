@@ -20,6 +20,7 @@ enum : std::uint8_t {
   hexByte = 32,
 };
 
+// A table, since every byte of every URL of a document is asked about.
 constexpr std::array<std::uint8_t, 256> byteClasses = [] {
   std::array<std::uint8_t, 256> classes{};
   const auto add = [&](std::string_view bytes, int flags) {
@@ -123,6 +124,7 @@ bool isPlainReference(std::string_view text) {
   return at == text.size();
 }
 
+// The two recognisers above take nothing that the general parser refuses.
 bool isReference(std::string_view text) {
   if (isCommonAddress(text) || isPlainReference(text)) return true;
   // The general parser is only needed for these two bytes and builds a list in memory.
@@ -178,6 +180,7 @@ std::string join(const Parts& parts) {
   return text;
 }
 
+// RFC 3986 section 3.2, of a text that has been found valid.
 struct Authority {
   std::optional<std::string_view> userInfo;
   std::string_view host;
@@ -190,6 +193,7 @@ Authority splitAuthority(std::string_view text) {
     authority.userInfo = text.substr(0, at);
     text.remove_prefix(at + 1);
   }
+  // An IPv6 address has colons of its own, within brackets.
   const std::size_t hostEnd = text.starts_with('[') ? text.find(']') : 0;
   const std::size_t colon = text.find(':', hostEnd);
   authority.host = text.substr(0, colon);
@@ -205,6 +209,7 @@ std::string lowered(std::string_view text) {
   return result;
 }
 
+// RFC 3986 section 2.1: bytes as they are, so that text is encoded as its UTF-8.
 std::string percentEncoded(std::string_view text, int kept, std::string_view alsoKept) {
   constexpr std::string_view digits = "0123456789ABCDEF";
   std::string result;
@@ -262,6 +267,8 @@ std::optional<URL> URL::parse(std::string_view text) {
   return URL(text);
 }
 
+// Scheme and host are compared without regard to case (section 6.2.2.1): here they come in lower
+// case.
 std::string URL::scheme() const {
   return lowered(std::string_view(text_).substr(0, schemeLength(text_)));
 }
@@ -290,6 +297,7 @@ std::optional<std::string> URL::userInfo() const {
 std::optional<int> URL::port() const {
   const Parts parts = split(text_);
   const std::string_view digits = splitAuthority(parts.authority.value_or("")).port;
+  // No port and an empty one both mean the scheme's own (section 3.2.3).
   if (digits.empty()) {
     const std::string name = scheme();
     if (name == "http") return 80;
@@ -304,6 +312,7 @@ std::optional<int> URL::port() const {
   return value;
 }
 
+// RFC 6454 section 4. Nothing for what has no host: two such URLs share no origin.
 std::string URL::origin() const {
   const std::string schemeName = scheme();
   const std::string hostName = host();
@@ -312,6 +321,7 @@ std::string URL::origin() const {
   return schemeName + "://" + hostName + ":" + (number ? std::to_string(*number) : "");
 }
 
+// One slash between the path and the component, whatever slashes they have.
 URL URL::appendingPathComponent(std::string_view component) const {
   Parts parts = split(text_);
   while (parts.path.ends_with('/')) parts.path.remove_suffix(1);
@@ -334,6 +344,7 @@ std::optional<URL> URL::replacingQueryItems(
   return URL::parse(join(parts));
 }
 
+// RFC 3986 section 5.2.2, strictly: a reference with a scheme of its own is absolute.
 std::optional<URL> URL::resolving(std::string_view reference) const {
   const Parts base = split(text_);
   if (!base.scheme || !isReference(reference)) return std::nullopt;

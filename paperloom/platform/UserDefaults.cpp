@@ -29,6 +29,7 @@ using internal::SQLiteResult;
 using internal::SQLiteStatement;
 using Value = std::variant<double, std::string>;
 
+// For other processes, which hold the file only as long as a write takes.
 constexpr std::chrono::seconds lockWait{2};
 
 SQLiteDatabase::Deadline inAWhile() { return std::chrono::steady_clock::now() + lockWait; }
@@ -100,6 +101,7 @@ class UserDefaults::Store {
   std::optional<Value> value(std::string_view key) {
     const std::lock_guard lock(mutex_);
     if (const auto changed = changes_.find(key); changed != changes_.end()) return changed->second;
+    // Reading alone makes no file.
     std::error_code error;
     if (database_ || std::filesystem::exists(file_, error)) refresh();
     const auto known = known_.find(key);
@@ -133,6 +135,8 @@ class UserDefaults::Store {
     auto examined = opened ? examineWhole(*opened) : tl::unexpected(SQLiteError(opened.error()));
     if (!examined) return false;
     if (*examined == Examined::wrong) {
+      // For whoever wants to look; the file itself is emptied in place, since others may have it
+      // open.
       opened->copyFile(file_.string() + ".damaged");
       *opened = {};
       opened = SQLiteDatabase::open(file_, inAWhile());
@@ -159,6 +163,7 @@ class UserDefaults::Store {
   // What was read last stays when the file cannot be read.
   bool load() {
     if (!open()) return false;
+    // Another number than before when another connection has committed something.
     const auto version = database_.integer("PRAGMA data_version");
     if (!version) return false;
     if (*version == version_) return true;
@@ -183,6 +188,7 @@ class UserDefaults::Store {
   }
 
   bool write() {
+    // Everything that has changed or nothing: a reader never sees half of it.
     if (!load() || !database_.execute("BEGIN IMMEDIATE")) return false;
     if (!writeChanges() || !database_.execute("COMMIT")) {
       static_cast<void>(database_.execute("ROLLBACK"));
@@ -222,6 +228,7 @@ class UserDefaults::Store {
   std::map<std::string, std::optional<Value>, std::less<>> changes_;  // without value: removed
 };
 
+// Never destroyed, for a callback may come while the program ends.
 UserDefaults& UserDefaults::standard() {
   static auto* instance = new UserDefaults([] {
     const auto folder = ApplicationDirectories::settingsDirectory();

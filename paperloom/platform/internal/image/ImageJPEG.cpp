@@ -83,6 +83,7 @@ bool run(Decoding& state, const unsigned char* bytes, std::size_t size, const Im
   jpeg_create_decompress(&info);
   info.mem->max_memory_to_use = maximumWorkingMemory;
   info.progress = &state.progress;
+  // Every read below may jump back to the line above.
   jpeg_mem_src(&info, bytes, size);
   jpeg_save_markers(&info, JPEG_APP0 + 1, 0xFFFF);
   jpeg_read_header(&info, TRUE);
@@ -91,6 +92,7 @@ bool run(Decoding& state, const unsigned char* bytes, std::size_t size, const Im
   if (!isWithin(wish.maximumPixels, whole)) return false;
   const int orientation = orientationOf(info);
   const ImageSize target = storedTarget(whole, orientation, wish.fit);
+  // The last step to the size that was asked for is the sink's.
   reduce(info, target);
   const ImageSize source{static_cast<int>(info.output_width), static_cast<int>(info.output_height)};
   PixelSink& sink = state.sink.emplace(source, target, orientation);

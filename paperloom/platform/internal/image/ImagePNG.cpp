@@ -40,6 +40,7 @@ std::optional<int> orientationOfWhole(std::string_view bytes) {
   return std::nullopt;
 }
 
+// The library asks for what it needs next; a file that has less is cut.
 void onRead(png_structp png, png_bytep out, std::size_t size) {
   auto& unread = static_cast<Decoding*>(png_get_io_ptr(png))->unread;
   if (size > unread.size()) png_error(png, "cut");
@@ -77,6 +78,7 @@ bool run(Decoding& state, int orientation, const ImageWish& wish) {
   const std::size_t stride = static_cast<std::size_t>(whole.width) * 4;
   if (png_get_rowbytes(png, state.info) != stride) return false;
 
+  // The last row is complete only with the last pass.
   if (passes > 1) {
     const std::size_t size = stride * static_cast<std::size_t>(whole.height);
     state.interlaced.reset(new (std::nothrow) std::uint8_t[size]);

@@ -34,6 +34,7 @@ std::shared_ptr<const Image> takeRows(PixelSink& sink, const std::uint8_t* pixel
   return sink.finish();
 }
 
+// On the canvas, whole: a frame by itself may be a part of the picture.
 std::shared_ptr<const Image> firstFrame(const WebPData& file, ImageSize whole, ImageSize target,
                                         int orientation) {
   const std::unique_ptr<WebPAnimDecoder, decltype(&WebPAnimDecoderDelete)> decoder(
@@ -67,6 +68,7 @@ std::shared_ptr<const Image> still(std::string_view bytes, ImageSize whole, Imag
   config.output.is_external_memory = 1;
   config.output.u.RGBA = {apart ? apart.get() : sink.nextRow(), static_cast<int>(stride), size};
   const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+  // A file that ends early is refused here, as "not enough data".
   const bool decoded = WebPDecode(data, bytes.size(), &config) == VP8_STATUS_OK;
   WebPFreeDecBuffer(&config.output);
   if (!decoded) return nullptr;

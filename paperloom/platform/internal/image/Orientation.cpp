@@ -40,6 +40,7 @@ int orientationFromExif(std::string_view bytes) {
   // The first directory: a count, then entries of tag, type, count and value (TIFF 6.0, section 2).
   const auto directory = block.number(4, 4);
   const auto count = directory ? block.number(*directory, 2) : std::nullopt;
+  // An entry beyond the end of the block reads as nothing, so that a wrong count ends by itself.
   for (std::size_t i = 0; count && i < *count; ++i) {
     constexpr std::uint32_t orientationTag = 0x0112;
     constexpr std::uint32_t shortType = 3;

@@ -50,6 +50,7 @@ std::size_t endOfToken(std::string_view text, std::size_t at) {
   return at;
 }
 
+// A number in a text is text.
 std::size_t endOfString(std::string_view text, std::size_t quote) {
   std::size_t at = quote + 1;
   while (at < text.size() && text[at] != '"') at += text[at] == '\\' ? 2 : 1;
@@ -69,12 +70,14 @@ std::string nullingNumbersOutOfRange(std::string_view text, std::size_t padding)
     }
     const std::size_t end = endOfToken(text, at);
     const std::string_view token = text.substr(at, end - at);
+    // What is no number at all stays: the decoder is to refuse it.
     if (mayBeOutOfRange(token) && isNumber(token) &&
         decoder.parse(token.data(), token.size()).error() == simdjson::NUMBER_ERROR) {
       if (copy.empty()) {
         copy.reserve(text.size() + padding);
         copy = text;
       }
+      // In place, so that whatever else is wrong with the text stays where it was.
       copy.replace(at, token.size(), token.size(), ' ').replace(at, 4, "null");
     }
     at = std::max(end, at + 1);
