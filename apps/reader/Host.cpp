@@ -196,7 +196,8 @@ Answer<Picture> Host::picture(const URL& url) {
         url, std::make_shared<const PictureParser>(),
         [success](Result<Item> result, const Provenance& provenance) {
           success(result ? std::move(*result) : nullptr, provenance);
-        });
+        },
+        ContentSessionManager::Parsing::beside);
   });
 }
 

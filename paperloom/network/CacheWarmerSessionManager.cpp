@@ -39,23 +39,31 @@ std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL
                                                                        bool forceRefresh,
                                                                        Completion completion) {
   URLRequest request(url);
-  auto copy = offlineCopy(*cache_, url);
-  if (copy && !forceRefresh) {
+  if (forceRefresh) {
+    request.headers.add("Cache-Control", "no-cache");
+  } else if (auto copy = offlineCopy(*cache_, url)) {
     if (completion) completion(cachewarmer::SuccessFromCache{std::move(copy->data)});
     return nullptr;
+  } else {
+    // What there is has just been looked at, and does not count.
+    request.cachePolicy = URLRequestCachePolicy::reloadIgnoringLocalCacheData;
   }
-  if (forceRefresh) request.headers.add("Cache-Control", "no-cache");
+  // Until it has finished; the filter asks it for the copy.
+  auto own = std::make_shared<std::shared_ptr<URLSessionTask>>();
   auto task = session_.dataTask(
       std::move(request),
-      [completion = std::move(completion), counter = taskCounter_](
+      [own, completion = std::move(completion), counter = taskCounter_](
           const auto& data, const auto& response, const auto& /*error*/) {
+        own->reset();
         counter->decrement();
         if (completion) completion(outcome(data, response));
       },
-      [copied = copy ? std::optional(std::move(copy->response)) : std::nullopt](
-          const HTTPURLResponse& response, const Data&) {
-        return isOfflineCopy(response, copied ? &*copied : nullptr);
+      [own](const HTTPURLResponse& response, const Data&) {
+        const auto copy = *own ? (*own)->storedResponse() : std::nullopt;
+        const bool counts = copy && isOfflineCopy(copy->response);
+        return isOfflineCopy(response, counts ? &copy->response : nullptr);
       });
+  *own = task;
   taskCounter_->increment();
   task->setPriority(URLSessionTask::lowPriority);
   task->resume();

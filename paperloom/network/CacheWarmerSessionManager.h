@@ -26,9 +26,9 @@ class PAPERLOOM_EXPORT CacheWarmerSessionManager {
   ~CacheWarmerSessionManager();
 
   // A cached copy with a status of 200 to 399 answers at once, on the caller's thread, and no task
-  // is returned. Otherwise, or with `forceRefresh`, the started task; its answer arrives on the
-  // session's callback queue. A forced request asks the server even when the copy is still fresh
-  // (RFC 9111 section 5.2.1.4).
+  // is returned; finding out may wait for the disk. Otherwise, or with `forceRefresh`, the started
+  // task; its answer arrives on the session's callback queue. A forced request asks the server even
+  // when the copy is still fresh (RFC 9111 section 5.2.1.4).
   std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
                                               Completion completion);
 

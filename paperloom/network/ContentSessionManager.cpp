@@ -39,16 +39,19 @@ PaperloomError networkError(std::string details, const std::optional<URLError>& 
 
 }  // namespace
 
-// One GET from its start to its completion. The store filter and the completion run one after the
-// other on the callback queue, so what the filter parsed need not be parsed again.
+// One GET from its start to its completion. Its body is parsed once: beside the callback queue, for
+// the store filter or for the completion, whichever asks first.
 struct ContentSessionManager::Get {
+  using Parsed = tl::expected<std::any, ParserError>;
+
   ErasedParser parser;
   ErasedCompletion completion;
   std::shared_ptr<URLCache> cache;
   std::shared_ptr<TaskCounter> counter;
-  std::optional<CachedURLResponse> copy;  // stored before the request
-  std::optional<tl::expected<std::any, ParserError>> parsedFresh;
   std::shared_ptr<URLSessionTask> task;  // until it has finished
+  std::optional<Parsed> parsedFresh;
+  std::optional<Parsed> parsedCopy;
+  std::optional<HTTPURLResponse> copied;  // once it has finished
   bool inFlight = true;
 
   // The count falls before a parser runs.
@@ -56,44 +59,72 @@ struct ContentSessionManager::Get {
     if (std::exchange(inFlight, false)) counter->decrement();
   }
 
+  // What was stored before the request and may take the place of its answer.
+  std::optional<CachedURLResponse> copy() const {
+    auto stored = task->storedResponse();
+    if (stored && !isOfflineCopy(stored->response)) stored.reset();
+    return stored;
+  }
+
+  void parse(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response) {
+    land();
+    if (response && isOfflineCopy(*response)) {
+      if (data && !parsedFresh) parsedFresh = parser(*data);
+    } else if (const auto stored = copy(); stored && !parsedCopy) {
+      parsedCopy = parser(stored->data);
+    }
+  }
+
   bool isWorthStoring(const HTTPURLResponse& response, const Data& data) {
     // Behind an answer that has been given: a parse has effects that belong to an answer.
-    if (!task) return isOfflineCopy(response, copy ? &copy->response : nullptr);
-    land();
+    if (!task) return isOfflineCopy(response, copied ? &*copied : nullptr);
     if (!isOfflineCopy(response)) return false;
-    parsedFresh = parser(data);
+    parse(data, response);
     return parsedFresh->has_value();
   }
 
   void finish(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response,
               const std::optional<URLError>& error) {
-    land();
+    parse(data, response);
+    auto stored = copy();
     const URLSessionTaskMetrics metrics = std::exchange(task, nullptr)->metrics();
-    if (!response || !isOfflineCopy(*response)) return fallBack(error);
+    if (stored) copied = stored->response;
+    if (!response || !isOfflineCopy(*response)) return fallBack(stored, error);
     const Provenance provenance{sourceOf(metrics), metrics.serverFailed, metrics.age,
                                 metrics.fetchedAt};
-    if (!data)
-      return completion(tl::unexpected(networkError("no network error", error)), provenance);
-    auto parsed = parsedFresh ? std::move(*parsedFresh) : parser(*data);
-    if (!parsed && provenance.source != Provenance::Source::network) {
-      demandValidation(*cache, response->url);
-    }
-    answer(std::move(parsed), provenance);
+    const bool wasStored = provenance.source != Provenance::Source::network;
+    if (parsedFresh && !*parsedFresh && wasStored && stored) demandValidation(*std::move(stored));
+    answer(std::move(parsedFresh), error, provenance);
   }
 
-  void fallBack(const std::optional<URLError>& error) {
+  void fallBack(const std::optional<CachedURLResponse>& stored,
+                const std::optional<URLError>& error) {
     Provenance provenance{.source = Provenance::Source::cache, .fromCache = true};
-    if (!copy)
-      return completion(tl::unexpected(networkError("no network error", error)), provenance);
-    const auto age = std::chrono::floor<std::chrono::seconds>(currentDate() - copy->responseTime);
-    provenance.age = std::max(age, std::chrono::seconds(0));
-    provenance.fetchedAt = copy->responseTime;
-    answer(parser(copy->data), provenance);
+    if (stored) {
+      const auto age =
+          std::chrono::floor<std::chrono::seconds>(currentDate() - stored->responseTime);
+      provenance.age = std::max(age, std::chrono::seconds(0));
+      provenance.fetchedAt = stored->responseTime;
+    }
+    answer(std::move(parsedCopy), error, provenance);
   }
 
-  void answer(tl::expected<std::any, ParserError> parsed, const Provenance& provenance) {
-    if (parsed) return completion(std::move(*parsed), provenance);
-    completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), provenance);
+  void answer(std::optional<Parsed> parsed, const std::optional<URLError>& error,
+              const Provenance& provenance) {
+    if (!parsed) {
+      completion(tl::unexpected(networkError("no network error", error)), provenance);
+    } else if (*parsed) {
+      completion(std::move(**parsed), provenance);
+    } else {
+      completion(tl::unexpected(asPaperloomError(std::move(parsed->error()))), provenance);
+    }
+  }
+
+  // From now on the stored answer is asked after before it is used, however fresh it calls itself:
+  // its document could not be read. It stays for those who can read it.
+  void demandValidation(CachedURLResponse stored) {
+    stored.response.headers.set("Cache-Control", "no-cache");
+    cache->storeCachedResponse(stored, URLRequest(stored.response.url));
   }
 };
 
@@ -115,14 +146,19 @@ std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& u
 }
 
 std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, ErasedParser parser,
-                                                               ErasedCompletion completion) {
+                                                               ErasedCompletion completion,
+                                                               Parsing parsing) {
   auto get = std::make_shared<Get>();
   get->parser = std::move(parser);
   get->completion = std::move(completion);
   get->cache = contentSessionCache_;
   get->counter = taskCounter_;
-  // Before the request is sent: what this very request stores must not be its own fallback.
-  get->copy = offlineCopy(url);
+  URLSession::Preparation preparation;
+  if (parsing == Parsing::beside) {
+    preparation = [get](const auto& data, const auto& response, const auto& /*error*/) {
+      get->parse(data, response);
+    };
+  }
   auto task = session_.dataTask(
       URLRequest(url),
       [get](const auto& data, const auto& response, const auto& error) {
@@ -130,7 +166,8 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, E
       },
       [get](const HTTPURLResponse& response, const Data& data) {
         return get->isWorthStoring(response, data);
-      });
+      },
+      std::move(preparation));
   get->task = task;
   taskCounter_->increment();
   task->resume();

@@ -18,7 +18,8 @@ class TaskCounter;
 // that is stored as a redirect is followed. A fresh document replaces the stored one only after its
 // parser has accepted it.
 //
-// Completions run on the session's callback queue. Safe from any thread.
+// Completions run on the session's callback queue. Safe from any thread. No request waits for the
+// disk: the session looks for the copy on a thread of its own.
 class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManagerProtocol {
  public:
   static constexpr std::int64_t megabyte = 1'048'576;
@@ -47,7 +48,7 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
 
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
-                                          ErasedCompletion completion) override;
+                                          ErasedCompletion completion, Parsing parsing) override;
 
  private:
   struct Get;

@@ -21,12 +21,17 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
  public:
   virtual ~ContentSessionManagerProtocol() = default;
 
+  // Where an answer is parsed: on the session's callback queue, or beside it, as many at a time as
+  // the machine has cores. Pictures are decoded beside it, so that they hold up no other answer.
+  enum class Parsing { onCallbackQueue, beside };
+
   // GETs `url` and hands the parsed answer to `completion(result, provenance)`. Returns the task,
-  // already started.
+  // already started. Waits for no disk.
   template <class T>
   std::shared_ptr<URLSessionTask> getDocument(
       const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
-      std::function<void(Result<T> result, const Provenance& provenance)> completion) {
+      std::function<void(Result<T> result, const Provenance& provenance)> completion,
+      Parsing parsing = Parsing::onCallbackQueue) {
     // The parsed item travels through the type-erased layer below in a std::any.
     return getData(
         url,
@@ -43,7 +48,8 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
           } else {
             completion(std::any_cast<T>(std::move(*result)), provenance);
           }
-        });
+        },
+        parsing);
   }
 
   // The same with `completion(result, fromCache)`; `fromCache` is true when the server gave no
@@ -73,7 +79,7 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
       std::function<void(Result<std::any> result, const Provenance& provenance)>;
 
   virtual std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
-                                                  ErasedCompletion completion) = 0;
+                                                  ErasedCompletion completion, Parsing parsing) = 0;
 };
 
 }  // namespace paperloom

@@ -165,7 +165,8 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
           if (!result) return call(failure);
           success(*result, provenance);
         });
-      });
+      },
+      ContentSessionManagerProtocol::Parsing::beside);
 }
 
 std::shared_ptr<const AppMetadataProtocol> DataCoordinator::appMetadata() const {

@@ -60,7 +60,8 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
 };
 
 // The content side's entry point: a host sets the base URL and asks. Remembers the last
-// configuration and stream. Safe from any thread.
+// configuration and stream. Safe from any thread; no function waits for a disk or decodes anything
+// but requestOfflineStream(), which answers at once.
 class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
  public:
   // The process's instance, over a ContentSessionManager of its own. Its appMetadata() also follows

@@ -9,10 +9,11 @@
 namespace paperloom {
 
 // Remembers across launches when content was last fetched fresh from the network. Times are seconds
-// since 1 January 1970. Safe from any thread.
+// since 1 January 1970. Safe from any thread. Every function may wait for the disk, making the
+// store too; the coordinators record on their sessions' callback queues.
 class PAPERLOOM_EXPORT LatestDateStore {
  public:
-  // The instance over the standard user defaults.
+  // The instance over the standard user defaults, made with the first call.
   static LatestDateStore& shared();
 
   // Records the current time when none was ever recorded. `defaults` must outlive the store.

@@ -15,7 +15,8 @@ std::shared_ptr<URLSessionTask> MockSessionManager::postJSONData(
 }
 
 std::shared_ptr<URLSessionTask> MockSessionManager::getData(const URL& url, ErasedParser parser,
-                                                            ErasedCompletion completion) {
+                                                            ErasedCompletion completion,
+                                                            Parsing /*parsing*/) {
   const Provenance provenance{.source = Provenance::Source::library};
   auto parsed = parser(data_);
   if (parsed) {

@@ -22,7 +22,7 @@ class PAPERLOOM_EXPORT MockSessionManager final : public ContentSessionManagerPr
 
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
-                                          ErasedCompletion completion) override;
+                                          ErasedCompletion completion, Parsing parsing) override;
 
  private:
   std::shared_ptr<URLCache> contentSessionCache_;

@@ -37,12 +37,4 @@ std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URL& u
   return std::nullopt;
 }
 
-void demandValidation(URLCache& cache, const URL& url) {
-  const URLRequest request(url);
-  auto stored = cache.cachedResponse(request);
-  if (!stored) return;
-  stored->response.headers.set("Cache-Control", "no-cache");
-  cache.storeCachedResponse(*stored, request);
-}
-
 }  // namespace paperloom

@@ -145,6 +145,7 @@ TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
   manager.getJSONData<std::string>(
       request.url, std::make_shared<BodyParser>(),
       [&](Result<std::string> result, bool) { answered.set_value(std::move(result)); });
+  ASSERT_TRUE(test::pumpUntil([&] { return !server.requests().empty(); }));
   copy.data = Data(R"({"copy": 2})");
   cache->storeCachedResponse(copy, request);
   server.release();

@@ -29,7 +29,23 @@ class OfflineCopy : public test::ContentFixture {
     return copy ? std::string(copy->data.view()) : "nothing";
   }
 
+  // What a host reads, when the network is gone.
+  std::string read(const URL& url) {
+    struct Echo final : ParserProtocol<std::string> {
+      tl::expected<std::string, ParserError> parse(const Data& data) const override {
+        return std::string(data.view());
+      }
+    };
+    std::promise<std::string> answered;
+    manager.getJSONData<std::string>(url, std::make_shared<Echo>(),
+                                     [&](Result<std::string> result, bool /*fromCache*/) {
+                                       answered.set_value(result ? std::move(*result) : "nothing");
+                                     });
+    return test::await(answered.get_future());
+  }
+
   bool asked = false;
+  ContentSessionManager manager{cache};
   CacheWarmerSessionManager warmer{cache};
 };
 
@@ -78,6 +94,7 @@ TEST_F(OfflineCopy, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedir
     SCOPED_TRACE(path);
     const URL url = *URL::parse(root + path);
     EXPECT_EQ(offline(url), body);
+    EXPECT_EQ(read(url), body);
     EXPECT_EQ(offlineCopy(*reopened, url).has_value(), body != "nothing");
     warm(url, false);
     EXPECT_EQ(asked, body == "nothing");

@@ -18,8 +18,4 @@ bool isOfflineCopy(const HTTPURLResponse& answer, const HTTPURLResponse* inPlace
 // session follows them. Nothing when a redirect leads to what is not stored.
 std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URL& url);
 
-// From now on the answer stored for `url` is asked after before it is used, however fresh it calls
-// itself: its document could not be read. It stays for those who can read it.
-void demandValidation(URLCache& cache, const URL& url);
-
 }  // namespace paperloom

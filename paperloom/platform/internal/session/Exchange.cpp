@@ -13,6 +13,11 @@ using Code = URLError::Code;
 using Source = URLSessionTaskMetrics::Source;
 using Action = CachePlan::Action;
 
+bool leadsOn(const StoredHop& hop) {
+  return hop.stored && hop.request.followsRedirects &&
+         redirectTarget(hop.request, hop.stored->response);
+}
+
 }  // namespace
 
 Exchange::Exchange(URLRequest request, bool hasCache, StoredHops known)
@@ -25,7 +30,8 @@ Exchange::Step Exchange::begin(Date now) {
 
 Exchange::Step Exchange::found(StoredHops hops, Date now) {
   const bool isFirst = redirects_ == 0;
-  if (isFirst && !hops.empty()) storedBefore_ = hops.back().stored;
+  // A redirect that is not followed, or not so far, is no copy of what it leads to.
+  if (isFirst && !hops.empty() && !leadsOn(hops.back())) storedBefore_ = hops.back().stored;
   known_ = std::move(hops);
   takeKnownHop();
   return plan(now);

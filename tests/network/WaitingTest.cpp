@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "paperloom/network/AuthSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/platform/ImageDecoder.h"
+#include "tests/network/ContentFixture.h"
+#include "tests/support/BlockedDisk.h"
+#include "tests/support/ScriptedServer.h"
+
+namespace paperloom {
+namespace {
+
+[[maybe_unused]] const bool installed = test::BlockedDisk::install();
+
+class WaitingTests : public test::ContentFixture {
+ protected:
+  std::vector<std::shared_ptr<AuthSessionManager>> accounts;
+};
+
+TEST_F(WaitingTests, nobodyWhoAsksOrReadsWaitsForADisk) {
+  using Act = std::function<void(DataCoordinator&, const URL&)>;
+  const std::pair<const char*, Act> acts[] = {
+      {"setting up", [](DataCoordinator&, const URL&) {}},
+      {"configuration", [](DataCoordinator& c, const URL&) { c.requestAppMetadata(nullptr); }},
+      {"stream", [](DataCoordinator& c, const URL&) { c.requestStreamForSections({}, nullptr); }},
+      {"article", [](DataCoordinator& c, const URL& url) { c.requestArticle(url, nullptr); }},
+      {"image", [](DataCoordinator& c, const URL& url) { c.requestImageFromURL(url, nullptr); }},
+      {"cancelling",
+       [](DataCoordinator& c, const URL& url) { c.requestArticle(url, nullptr)->cancel(); }},
+      {"a forced refresh",
+       [](DataCoordinator& c, const URL& url) {
+         c.cacheWarmerDataCoordinator()->saveToCache(url, true, nullptr);
+       }},
+      {"what came last",
+       [](DataCoordinator& c, const URL& url) {
+         c.requestArticle(url, nullptr);
+         EXPECT_FALSE(c.appMetadata() || c.stream() || c.sessionManagerMock());
+       }},
+      {"an account",
+       [this](DataCoordinator&, const URL& url) {
+         URLSessionConfiguration configuration;
+         configuration.urlCache = std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "a");
+         accounts.push_back(std::make_shared<AuthSessionManager>(configuration));
+         accounts.back()->getRequest(url, {}, [](const auto&) {});
+       }},
+  };
+  int number = 0;
+  for (const auto& [what, act] : acts) {
+    SCOPED_TRACE(what);
+    const auto path = folder.path() / std::to_string(number++);
+    std::shared_ptr<ContentSessionManager> manager;
+    std::unique_ptr<DataCoordinator> coordinator;
+    test::BlockedDisk disk;
+    auto asked = std::async(std::launch::async, [&, &act = act] {
+      manager = std::make_shared<ContentSessionManager>(
+          std::make_shared<URLCache>(1 << 20, 1 << 20, path));
+      coordinator = std::make_unique<DataCoordinator>(manager, dates);
+      coordinator->setBaseURL(at(""));
+      act(*coordinator, at("/config"));
+      DispatchQueue::main().runPending();
+    });
+    const bool inTime = asked.wait_for(test::patience) == std::future_status::ready;
+    disk.open();
+    asked.wait();
+    coordinator.reset();
+    manager.reset();
+    ASSERT_TRUE(inTime);
+  }
+  accounts.clear();
+  DispatchQueue::main().runPending();
+  EXPECT_GT(test::BlockedDisk::held(), 0) << "somebody else has waited in their place";
+}
+
+TEST_F(WaitingTests, aRequestIsLookedUpOnceAHop) {
+  test::ScriptedServer server([](const auto& request) {
+    if (request.target == "/gone") return test::answer("", "", "500 Oops");
+    if (request.target == "/silent") return test::Script{test::awaitRelease()};
+    if (request.target == "/moved") return test::answer("", "Location: /miss\r\n", "302 Found");
+    if (!request.field("If-None-Match").empty()) return test::answer("", "", "304 Not Modified");
+    return test::answer("{}", "Cache-Control: max-age=600\r\n");
+  });
+  DataCoordinator coordinator(std::make_shared<ContentSessionManager>(cache), dates);
+  const auto warmer = coordinator.cacheWarmerDataCoordinator();
+  std::atomic<int> answers = 0;
+  const auto get = [&](const char* target) {
+    return coordinator.requestArticle(
+        server.url(target), [&](const auto&) { ++answers; },
+        [&](const PaperloomError&) { ++answers; });
+  };
+  const auto warm = [&](const char* target, bool force) {
+    warmer->saveToCache(server.url(target), force, [&](const auto&) { ++answers; });
+  };
+  const HTTPHeaders fresh{{"Cache-Control", "max-age=600"}};
+  const HTTPHeaders stale{{"Cache-Control", "max-age=0"}, {"ETag", "\"1\""}};
+  const struct {
+    const char* what;
+    std::optional<HTTPHeaders> stored;
+    const char* target;
+    int lookUps;
+    std::function<void(const char*)> ask;
+  } rows[] = {
+      {"miss", {}, "/miss", 1, get},
+      {"fresh hit", fresh, "/hit", 1, get},
+      {"304", stale, "/stale", 1, get},
+      {"fall-back", stale, "/gone", 1, get},
+      {"redirect", {}, "/moved", 2, get},
+      {"picture",
+       {},
+       "/picture",
+       1,
+       [&](const char* target) {
+         coordinator.requestImageFromURL(
+             server.url(target), [&](const auto&) { ++answers; }, [&] { ++answers; });
+       }},
+      {"warm miss", {}, "/warm", 1, [&](const char* target) { warm(target, false); }},
+      {"warm hit", fresh, "/warm-hit", 1, [&](const char* target) { warm(target, false); }},
+      {"warm again", fresh, "/warm-again", 1, [&](const char* target) { warm(target, true); }},
+      {"cancel",
+       {},
+       "/silent",
+       1,
+       [&](const char* target) {
+         const auto task = get(target);
+         EXPECT_TRUE(test::pumpUntil([&] { return !server.requests().empty(); }));
+         task->cancel();
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    cache->removeAllCachedResponses();
+    const URL url = server.url(row.target);
+    if (row.stored) {
+      cache->storeCachedResponse(
+          {{url, 200, *row.stored}, Data("{}"), currentDate(), currentDate()}, URLRequest(url));
+    }
+    const auto before = cache->statistics().lookUps;
+    const int awaited = answers + 1;
+    row.ask(row.target);
+    EXPECT_TRUE(test::pumpUntil([&] { return answers == awaited; }));
+    EXPECT_EQ(cache->statistics().lookUps - before, row.lookUps);
+  }
+}
+
+// Decodes once it is allowed to.
+class PatientDecoder final : public ImageDecoder {
+ public:
+  std::shared_ptr<const Image> decode(std::string_view bytes) const override {
+    ++begun;
+    released.wait();
+    return StandardImageDecoder().decode(bytes);
+  }
+
+  mutable std::atomic<unsigned> begun = 0;
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+};
+
+TEST_F(WaitingTests, picturesAreDecodedSeveralAtATimeAndHoldUpNoOtherAnswer) {
+  const auto decoder = std::make_shared<PatientDecoder>();
+  ImageDecoder::setCurrent(decoder);
+  const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+  DataCoordinator coordinator(std::make_shared<ContentSessionManager>(cache), dates);
+  coordinator.setBaseURL(at(""));
+  unsigned images = 0;
+  for (unsigned i = 0; i < cores + 1; ++i) {
+    coordinator.requestImageFromURL(at("/images/harbour-640.jpg"), [&](const auto&) { ++images; });
+  }
+  EXPECT_TRUE(test::pumpUntil([&] { return decoder->begun == cores; }));
+  std::promise<void> configured;
+  coordinator.requestAppMetadata([&](const auto&) { configured.set_value(); });
+  EXPECT_EQ(configured.get_future().wait_for(test::patience), std::future_status::ready);
+  EXPECT_EQ(images, 0U);
+  EXPECT_EQ(decoder->begun, cores);
+  decoder->release.set_value();
+  EXPECT_TRUE(test::pumpUntil([&] { return images == cores + 1; }));
+  ImageDecoder::setCurrent(nullptr);
+}
+
+}  // namespace
+}  // namespace paperloom
