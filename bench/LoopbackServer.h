@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <list>
 #include <mutex>
 #include <stdexcept>
@@ -54,6 +55,7 @@ class LoopbackServer {
   }
 
   const std::string& url() const { return url_; }
+  std::size_t requests() const { return requests_; }
 
  private:
   void acceptAll() {
@@ -77,6 +79,7 @@ class LoopbackServer {
       input.append(buffer, static_cast<std::size_t>(count));
       if (!input.ends_with(requestEnd_)) continue;
       input.clear();
+      ++requests_;
       std::string_view left = answer_;
       while (!left.empty()) {
         const ssize_t sent = ::send(connection, left.data(), left.size(), MSG_NOSIGNAL);
@@ -90,6 +93,7 @@ class LoopbackServer {
   const std::string requestEnd_;
   const int listener_;
   std::string url_;
+  std::atomic<std::size_t> requests_ = 0;
   std::mutex mutex_;
   std::vector<int> connections_;
   std::list<std::thread> threads_;

@@ -323,11 +323,10 @@ bool Transfer::isMultiplexed() const {
   return version >= CURL_HTTP_VERSION_2_0;
 }
 
-// An HTTP/2 stream may be cut with every sign of a proper end, such as RST_STREAM(NO_ERROR): there
-// only a length or a coding tells, in HTTP/1 the chunks do as well.
+// Without length, chunks and coding the end may be a cut: of the connection, or of an HTTP/2 stream,
+// which RST_STREAM(NO_ERROR) ends with every sign of a proper end.
 bool Transfer::bodyIsWhole() const {
-  if (!body_ || framing_.length || body_->isCoded()) return true;
-  return !isMultiplexed() && !framing_.endsWithConnection;
+  return !body_ || !framing_.endsWithConnection || body_->isCoded();
 }
 
 TransferResult Transfer::finish(CURLcode code) {
