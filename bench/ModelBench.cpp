@@ -13,7 +13,7 @@
 #include <string>
 
 #include "bench/Ratios.h"
-#include "paperloom/model/internal/StreamParser.h"
+#include "paperloom/model/DocumentParsers.h"
 
 namespace paperloom::bench {
 namespace {

@@ -3,10 +3,11 @@
 #include <string_view>
 #include <utility>
 
-#include "paperloom/identity/internal/AuthenticationParser.h"
+#include "paperloom/identity/IdentityParsers.h"
 #include "paperloom/network/AuthSessionManager.h"
-#include "paperloom/platform/internal/base/FatalError.h"
-#include "paperloom/platform/internal/json/JSONWriter.h"
+#include "paperloom/platform/Callback.h"
+#include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
 namespace {
@@ -36,23 +37,18 @@ AuthDataCoordinator& AuthDataCoordinator::shared() {
 
 AuthDataCoordinator::AuthDataCoordinator(
     std::shared_ptr<AuthSessionManagerProtocol> authSessionManager)
-    : authSessionManager_(std::move(authSessionManager)) {}
+    : authSessionManager_(required(std::move(authSessionManager),
+                                   "an auth data coordinator needs a session manager")) {}
 
-std::optional<URL> AuthDataCoordinator::baseURL() const {
-  const std::lock_guard lock(mutex_);
-  return baseURL_;
-}
+std::optional<URL> AuthDataCoordinator::baseURL() const { return baseURL_.get(); }
 
-void AuthDataCoordinator::setBaseURL(std::optional<URL> url) {
-  const std::lock_guard lock(mutex_);
-  baseURL_ = std::move(url);
-}
+void AuthDataCoordinator::setBaseURL(std::optional<URL> url) { baseURL_.set(std::move(url)); }
 
 void AuthDataCoordinator::login(const std::string& identifier, const std::string& authKey,
                                 AuthenticationLoginCredentialType credentialType,
                                 AuthorisationCompletion completion) {
   const auto base = baseURL();
-  if (!base) return completion(request::InternalError{});
+  if (!base) return call(completion, request::InternalError{});
   postForAuthorisation(base->appendingPathComponent("token"),
                        writeJSONObject({{"identifier", identifier},
                                         {"authKey", authKey},
@@ -63,14 +59,14 @@ void AuthDataCoordinator::login(const std::string& identifier, const std::string
 void AuthDataCoordinator::refreshToken(const std::string& refreshToken,
                                        AuthorisationCompletion completion) {
   const auto base = baseURL();
-  if (!base) return completion(request::InternalError{});
+  if (!base) return call(completion, request::InternalError{});
   postForAuthorisation(base->appendingPathComponent("refreshToken"),
                        writeJSONObject({{"refreshToken", refreshToken}}), std::move(completion));
 }
 
 void AuthDataCoordinator::postForAuthorisation(const URL& url, std::optional<Data> body,
                                                AuthorisationCompletion completion) {
-  if (!body) return completion(request::InternalError{});
+  if (!body) return call(completion, request::InternalError{});
   authSessionManager_->postJSONData<AuthenticationParser::Item>(
       std::move(*body), url, std::make_shared<const AuthenticationParser>(), std::move(completion));
 }
@@ -82,7 +78,7 @@ void AuthDataCoordinator::checkEntitlement(const std::string& accessToken,
   authSessionManager_->getRequest(
       base->appendingPathComponent("entitlement"), {{"Authorization", accessToken}},
       [completion = std::move(completion)](const RequestResult<Nothing>& outcome) {
-        completion(std::visit(EntitlementOfOutcome{}, outcome));
+        call(completion, std::visit(EntitlementOfOutcome{}, outcome));
       });
 }
 

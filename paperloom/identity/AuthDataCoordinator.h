@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -12,12 +11,14 @@
 #include "paperloom/network/AuthSessionManagerProtocol.h"
 #include "paperloom/network/RequestResult.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/URL.h"
 
 namespace paperloom {
 
 // The requests to the identity service about an account's tokens. Completions run on the session
-// manager's callback queue, and may come twice for one request: see AuthSessionManagerProtocol.
+// manager's callback queue, and may come twice for one request: see AuthSessionManagerProtocol. An
+// empty one drops the answer.
 class PAPERLOOM_EXPORT AuthDataCoordinatorProtocol {
  public:
   using AuthorisationCompletion =
@@ -49,6 +50,7 @@ class PAPERLOOM_EXPORT AuthDataCoordinator final : public AuthDataCoordinatorPro
   // The process's instance, over an AuthSessionManager of its own.
   static AuthDataCoordinator& shared();
 
+  // Without a session manager the program stops.
   explicit AuthDataCoordinator(std::shared_ptr<AuthSessionManagerProtocol> authSessionManager);
 
   void login(const std::string& identifier, const std::string& authKey,
@@ -65,8 +67,7 @@ class PAPERLOOM_EXPORT AuthDataCoordinator final : public AuthDataCoordinatorPro
   void postForAuthorisation(const URL& url, std::optional<Data> body,
                             AuthorisationCompletion completion);
 
-  mutable std::mutex mutex_;  // guards baseURL_
-  std::optional<URL> baseURL_;
+  Guarded<std::optional<URL>> baseURL_;
   std::shared_ptr<AuthSessionManagerProtocol> authSessionManager_;
 };
 

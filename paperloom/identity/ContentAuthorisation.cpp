@@ -1,7 +1,5 @@
 #include "paperloom/identity/ContentAuthorisation.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 
 Result<std::shared_ptr<const ContentAuthorisationProtocol>> ContentAuthorisation::parse(

@@ -4,20 +4,25 @@
 
 #include "paperloom/identity/ContentAuthorisation.h"
 #include "paperloom/identity/RegistrationResponseModel.h"
-#include "paperloom/model/ParserProtocol.h"
-#include "paperloom/platform/Export.h"
+#include "paperloom/model/JSONDocumentParser.h"
 
 namespace paperloom {
 
 // The parsers that the coordinators use for the documents of the identity service, for hosts that
 // have a document's bytes from elsewhere.
 
-PAPERLOOM_EXPORT
-std::shared_ptr<const ParserProtocol<std::shared_ptr<const ContentAuthorisationProtocol>>>
-makeAuthenticationParser();
+using AuthenticationParser =
+    JSONDocumentParser<ContentAuthorisation, "failed to parse content authorisation JSON">;
 
-PAPERLOOM_EXPORT
-std::shared_ptr<const ParserProtocol<std::shared_ptr<const RegistrationResponseModelProtocol>>>
-makeRegistrationParser();
+using RegistrationParser =
+    JSONDocumentParser<RegistrationResponseModel, "failed to parse registration response JSON">;
+
+inline std::shared_ptr<const ParserProtocol<AuthenticationParser::Item>>
+makeAuthenticationParser() {
+  return std::make_shared<const AuthenticationParser>();
+}
+inline std::shared_ptr<const ParserProtocol<RegistrationParser::Item>> makeRegistrationParser() {
+  return std::make_shared<const RegistrationParser>();
+}
 
 }  // namespace paperloom

@@ -8,6 +8,9 @@
 #include <variant>
 #include <vector>
 
+#include "paperloom/platform/Callback.h"
+#include "paperloom/platform/FatalError.h"
+
 namespace paperloom {
 namespace {
 
@@ -31,9 +34,7 @@ class CallbackStorage final : public LoginStorage {
   struct Callback final : Refresh {
     explicit Callback(LoginKeeper::Keep call) : keep_(std::move(call)) {}
     Authorisation replacement() override { return nullptr; }
-    void keep(const Authorisation& refreshed) override {
-      if (keep_) keep_(refreshed);
-    }
+    void keep(const Authorisation& refreshed) override { call(keep_, refreshed); }
     LoginKeeper::Keep keep_;
   };
 
@@ -116,7 +117,7 @@ class LoginKeeper::Flight {
       land();
       waiting = waiting_;
     }
-    for (const Completion& completion : waiting) completion(answer);
+    for (const Completion& completion : waiting) call(completion, answer);
   }
 
   // A token that comes back may be used again.
@@ -143,8 +144,8 @@ LoginKeeper::LoginKeeper(std::shared_ptr<AuthDataCoordinatorProtocol> coordinato
 LoginKeeper::LoginKeeper(std::shared_ptr<AuthDataCoordinatorProtocol> coordinator,
                          std::shared_ptr<LoginStorage> storage)
     : state_(std::make_shared<State>()) {
-  state_->coordinator = std::move(coordinator);
-  state_->storage = std::move(storage);
+  state_->coordinator = required(std::move(coordinator), "a login keeper needs a coordinator");
+  state_->storage = required(std::move(storage), "a login keeper needs a storage");
 }
 
 LoginKeeper::~LoginKeeper() = default;
@@ -174,7 +175,7 @@ void LoginKeeper::refreshToken(const std::string& refreshToken,
       state_->underWay.emplace(refreshToken, flight.get());
     }
   }
-  if (known) return completion(request::Success<Authorisation>{std::move(known)});
+  if (known) return call(completion, request::Success<Authorisation>{std::move(known)});
   Flight::depart(flight);
 }
 

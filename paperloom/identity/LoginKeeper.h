@@ -50,7 +50,8 @@ class PAPERLOOM_EXPORT LoginKeeper final : public AuthDataCoordinatorProtocol {
  public:
   using Keep = std::function<void(const LoginStorage::Authorisation& refreshed)>;
 
-  // `keep` is called with the tokens that each refresh brings.
+  // `keep`, if it is not empty, is called with the tokens that each refresh brings. Without a
+  // coordinator, or a storage, the program stops.
   LoginKeeper(std::shared_ptr<AuthDataCoordinatorProtocol> coordinator, Keep keep);
   // For a login that is shared with other processes. A refresh whose storage cannot begin ends with
   // InternalError.

@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "paperloom/network/ContentSessionManager.h"
-#include "paperloom/platform/internal/json/JSONWriter.h"
+#include "paperloom/platform/Callback.h"
+#include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
 
@@ -21,17 +23,12 @@ RegistrationCoordinator& RegistrationCoordinator::shared() {
 
 RegistrationCoordinator::RegistrationCoordinator(
     std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
-    : sessionManager_(std::move(sessionManager)) {}
+    : sessionManager_(required(std::move(sessionManager),
+                               "a registration coordinator needs a session manager")) {}
 
-std::optional<URL> RegistrationCoordinator::baseURL() const {
-  const std::lock_guard lock(mutex_);
-  return baseURL_;
-}
+std::optional<URL> RegistrationCoordinator::baseURL() const { return baseURL_.get(); }
 
-void RegistrationCoordinator::setBaseURL(std::optional<URL> url) {
-  const std::lock_guard lock(mutex_);
-  baseURL_ = std::move(url);
-}
+void RegistrationCoordinator::setBaseURL(std::optional<URL> url) { baseURL_.set(std::move(url)); }
 
 void RegistrationCoordinator::deleteEmailDetails(const std::string& token, const std::string& email,
                                                  Success success, Failure failure) {
@@ -52,24 +49,25 @@ void RegistrationCoordinator::deleteGoogleDetails(const std::string& token, Succ
 }
 
 void RegistrationCoordinator::remove(const Removal& removal, Success success, Failure failure) {
-  if (!failure) failure = [](const PaperloomError&) {};
   const auto base = baseURL();
   if (!base) {
-    return failure(PaperloomError::configurationError(removal.call + " - No Base URL"));
+    return call(failure, PaperloomError::configurationError(removal.call + " - No Base URL"));
   }
   auto body = writeJSONObject(removal.body);
   if (!body) {
     // Said of the network although nothing was sent: hosts know it as that.
-    return failure(PaperloomError::networkError("failed to serialize data into JSON"));
+    return call(failure, PaperloomError::networkError("failed to serialize data into JSON"));
   }
   sessionManager_->postJSONData(
       base->appendingPathComponent("delete").appendingPathComponent(removal.linkedDetail),
       std::move(*body),
       [success = std::move(success), failure = std::move(failure)](PostRequestResult result) {
-        if (auto* error = std::get_if<PaperloomError>(&result)) return failure(std::move(*error));
+        if (auto* error = std::get_if<PaperloomError>(&result)) {
+          return call(failure, std::move(*error));
+        }
         const int code = std::get<PostSuccess>(result).responseCode;
-        if (code == 200) return success();
-        failure(PaperloomError::networkError("Response code " + std::to_string(code)));
+        if (code == 200) return call(success);
+        call(failure, PaperloomError::networkError("Response code " + std::to_string(code)));
       });
 }
 

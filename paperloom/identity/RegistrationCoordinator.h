@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,13 +9,14 @@
 #include "paperloom/model/PaperloomError.h"
 #include "paperloom/network/ContentSessionManagerProtocol.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/URL.h"
 
 namespace paperloom {
 
 // Removes the sign-in details that a reader has linked to an account. Only an answer of status 200
 // is a success; any other fails with networkError "Response code " and the status. Callbacks run on
-// the session manager's callback queue. An empty failure callback drops the failure.
+// the session manager's callback queue. An empty callback drops what it would be told.
 //
 // Without a base URL a call fails at once, on the caller's thread, with configurationError and its
 // own name followed by " - No Base URL"; for texts that are not valid UTF-8 with networkError
@@ -48,6 +48,7 @@ class PAPERLOOM_EXPORT RegistrationCoordinator final : public RegistrationCoordi
   // The process's instance, over a ContentSessionManager of its own.
   static RegistrationCoordinator& shared();
 
+  // Without a session manager the program stops.
   explicit RegistrationCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
 
   void deleteEmailDetails(const std::string& token, const std::string& email, Success success,
@@ -65,8 +66,7 @@ class PAPERLOOM_EXPORT RegistrationCoordinator final : public RegistrationCoordi
   struct Removal;
   void remove(const Removal& removal, Success success, Failure failure);
 
-  mutable std::mutex mutex_;  // guards baseURL_
-  std::optional<URL> baseURL_;
+  Guarded<std::optional<URL>> baseURL_;
   std::shared_ptr<ContentSessionManagerProtocol> sessionManager_;
 };
 

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 namespace {
 

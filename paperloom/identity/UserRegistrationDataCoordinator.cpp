@@ -2,9 +2,11 @@
 
 #include <utility>
 
-#include "paperloom/identity/internal/RegistrationParser.h"
+#include "paperloom/identity/IdentityParsers.h"
 #include "paperloom/network/AuthSessionManager.h"
-#include "paperloom/platform/internal/json/JSONWriter.h"
+#include "paperloom/platform/Callback.h"
+#include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
 
@@ -16,16 +18,13 @@ UserRegistrationDataCoordinator& UserRegistrationDataCoordinator::shared() {
 
 UserRegistrationDataCoordinator::UserRegistrationDataCoordinator(
     std::shared_ptr<AuthSessionManagerProtocol> sessionManager)
-    : sessionManager_(std::move(sessionManager)) {}
+    : sessionManager_(required(std::move(sessionManager),
+                               "a user registration data coordinator needs a session manager")) {}
 
-std::optional<URL> UserRegistrationDataCoordinator::baseURL() const {
-  const std::lock_guard lock(mutex_);
-  return baseURL_;
-}
+std::optional<URL> UserRegistrationDataCoordinator::baseURL() const { return baseURL_.get(); }
 
 void UserRegistrationDataCoordinator::setBaseURL(std::optional<URL> url) {
-  const std::lock_guard lock(mutex_);
-  baseURL_ = std::move(url);
+  baseURL_.set(std::move(url));
 }
 
 void UserRegistrationDataCoordinator::registerAccount(const std::string& email,
@@ -34,14 +33,14 @@ void UserRegistrationDataCoordinator::registerAccount(const std::string& email,
                                                       const std::string& lastName,
                                                       bool marketingOptIn, Completion completion) {
   const auto base = baseURL();
-  if (!base) return completion(request::InternalError{});
+  if (!base) return call(completion, request::InternalError{});
   const URL url = base->appendingPathComponent("register").appendingPathComponent("account");
   auto body = writeJSONObject({{"email", email},
                                {"firstName", firstName},
                                {"lastName", lastName},
                                {"authKey", authKey},
                                {"marketingEmailOptIn", marketingOptIn}});
-  if (!body) return completion(request::InternalError{});
+  if (!body) return call(completion, request::InternalError{});
   sessionManager_->postJSONData<RegistrationParser::Item>(
       std::move(*body), url, std::make_shared<const RegistrationParser>(), std::move(completion));
 }

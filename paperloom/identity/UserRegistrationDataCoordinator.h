@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -10,6 +9,7 @@
 #include "paperloom/network/AuthSessionManagerProtocol.h"
 #include "paperloom/network/RequestResult.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/URL.h"
 
 namespace paperloom {
@@ -38,6 +38,7 @@ class PAPERLOOM_EXPORT UserRegistrationDataCoordinator final
   // The process's instance, over an AuthSessionManager of its own.
   static UserRegistrationDataCoordinator& shared();
 
+  // Without a session manager the program stops.
   explicit UserRegistrationDataCoordinator(
       std::shared_ptr<AuthSessionManagerProtocol> sessionManager);
 
@@ -50,8 +51,7 @@ class PAPERLOOM_EXPORT UserRegistrationDataCoordinator final
   void setBaseURL(std::optional<URL> url);
 
  private:
-  mutable std::mutex mutex_;  // guards baseURL_
-  std::optional<URL> baseURL_;
+  Guarded<std::optional<URL>> baseURL_;
   std::shared_ptr<AuthSessionManagerProtocol> sessionManager_;
 };
 

@@ -1,6 +1,5 @@
 #include "paperloom/model/AppMetadata.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {

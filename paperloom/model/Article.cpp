@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "paperloom/model/internal/ParsingFailed.h"
 #include "paperloom/platform/DateFormatter.h"
 
 namespace paperloom {
@@ -100,12 +99,6 @@ WallType Article::wallType() const {
 
 bool Article::canInjectOutbrain() const {
   return !fields_.sponsored && !fields_.isPremium && wallType() == WallType{WallType::None{}};
-}
-
-std::string_view WallType::caseName() const {
-  constexpr std::string_view names[] = {"regWall", "none", "payWall"};
-  static_assert(std::size(names) == std::variant_size_v<decltype(value)>);
-  return names[value.index()];
 }
 
 }  // namespace paperloom

@@ -90,12 +90,4 @@ std::vector<ArticleContentItem> ArticleContentItem::parseBody(const JSONObjectLi
   return items;
 }
 
-std::string_view ArticleContentItem::caseName() const {
-  constexpr std::string_view names[] = {"heading",  "body",     "blockquote", "embed",
-                                        "image",    "video",    "youtube",    "tweet",
-                                        "particle", "livepost", "unknown"};
-  static_assert(std::size(names) == std::variant_size_v<decltype(value)>);
-  return names[value.index()];
-}
-
 }  // namespace paperloom

@@ -1,7 +1,5 @@
 #include "paperloom/model/ArticleHeader.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 namespace {
 

@@ -3,16 +3,13 @@
 #include <memory>
 
 #include "paperloom/model/Article.h"
-#include "paperloom/model/ParserProtocol.h"
-#include "paperloom/platform/Export.h"
+#include "paperloom/model/JSONDocumentParser.h"
 
 namespace paperloom {
 
 // Reads an article document, for hosts that have its bytes from elsewhere too.
-class PAPERLOOM_EXPORT ArticleParser final
-    : public ParserProtocol<std::shared_ptr<const ArticleProtocol>> {
- public:
-  tl::expected<Item, ParserError> parse(const Data& data) const override;
-};
+using ArticleParser =
+    JSONDocumentParser<Article, "failed to parse top level object in JSON Article",
+                       std::shared_ptr<const ArticleProtocol>>;
 
 }  // namespace paperloom

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <tuple>
 
-#include "paperloom/model/internal/ParsingFailed.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {

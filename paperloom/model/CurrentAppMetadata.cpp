@@ -1,4 +1,4 @@
-#include "paperloom/model/internal/CurrentAppMetadata.h"
+#include "paperloom/model/CurrentAppMetadata.h"
 
 namespace paperloom {
 

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "paperloom/model/AppMetadata.h"
-#include "paperloom/model/ParserProtocol.h"
+#include "paperloom/model/JSONDocumentParser.h"
 #include "paperloom/model/Stream.h"
 #include "paperloom/platform/Export.h"
 #include "paperloom/platform/Image.h"
@@ -13,14 +13,26 @@ namespace paperloom {
 // The parsers that the data coordinators use for the documents of the content service, for hosts
 // that have a document's bytes from elsewhere. ArticleParser is the one for articles.
 
-PAPERLOOM_EXPORT std::shared_ptr<const ParserProtocol<std::shared_ptr<const AppMetadataProtocol>>>
-makeConfigParser();
+using ConfigParser =
+    JSONDocumentParser<AppMetadata, "failed to parse top level object in JSON config">;
 
 // Its parse sets the shared data coordinator's current app metadata, as Stream::parse does.
-PAPERLOOM_EXPORT std::shared_ptr<const ParserProtocol<std::shared_ptr<const StreamProtocol>>>
-makeStreamParser();
+using StreamParser = JSONDocumentParser<Stream, "failed to parse top level object in JSON Stream">;
 
-PAPERLOOM_EXPORT std::shared_ptr<const ParserProtocol<std::shared_ptr<const Image>>>
-makeImageParser();
+// Asks the current image decoder for the picture.
+class PAPERLOOM_EXPORT ImageParser final : public ParserProtocol<std::shared_ptr<const Image>> {
+ public:
+  tl::expected<Item, ParserError> parse(const Data& data) const override;
+};
+
+inline std::shared_ptr<const ParserProtocol<ConfigParser::Item>> makeConfigParser() {
+  return std::make_shared<const ConfigParser>();
+}
+inline std::shared_ptr<const ParserProtocol<StreamParser::Item>> makeStreamParser() {
+  return std::make_shared<const StreamParser>();
+}
+inline std::shared_ptr<const ParserProtocol<ImageParser::Item>> makeImageParser() {
+  return std::make_shared<const ImageParser>();
+}
 
 }  // namespace paperloom

@@ -1,7 +1,5 @@
 #include "paperloom/model/GlobalMetadata.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 
 Result<std::shared_ptr<const GlobalMetadataProtocol>> GlobalMetadata::parse(

@@ -50,6 +50,10 @@ constexpr std::string_view caseName(PaperloomError::Case which) {
   return "";
 }
 
+inline tl::unexpected<PaperloomError> parsingFailed(std::string details) {
+  return tl::make_unexpected(PaperloomError::parsingFailed(std::move(details)));
+}
+
 template <class T>
 using Result = tl::expected<T, PaperloomError>;
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <tl/expected.hpp>
+#include <utility>
 #include <variant>
 
 #include "paperloom/model/PaperloomError.h"
@@ -28,5 +30,13 @@ class ParserProtocol {
   virtual ~ParserProtocol() = default;
   virtual tl::expected<T, ParserError> parse(const Data& data) const = 0;
 };
+
+// As parser->parse(data); without a parser nothing is accepted.
+template <class T>
+tl::expected<T, ParserError> parseWith(const std::shared_ptr<const ParserProtocol<T>>& parser,
+                                       const Data& data) {
+  if (parser) return parser->parse(data);
+  return tl::make_unexpected(ParserError(PaperloomError::parsingFailed("no parser was given")));
+}
 
 }  // namespace paperloom

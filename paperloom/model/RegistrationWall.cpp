@@ -1,7 +1,5 @@
 #include "paperloom/model/RegistrationWall.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 
 Result<std::shared_ptr<const RegistrationWallProtocol>> RegistrationWall::parse(

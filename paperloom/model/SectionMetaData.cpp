@@ -1,7 +1,5 @@
 #include "paperloom/model/SectionMetaData.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 
 SectionCustomization sectionCustomization(std::string_view text) {

@@ -1,7 +1,5 @@
 #include "paperloom/model/Sponsor.h"
 
-#include "paperloom/model/internal/ParsingFailed.h"
-
 namespace paperloom {
 
 Result<std::shared_ptr<const SponsorProtocol>> Sponsor::parse(const JSONObject& json) {

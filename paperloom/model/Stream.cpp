@@ -3,8 +3,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "paperloom/model/internal/CurrentAppMetadata.h"
-#include "paperloom/model/internal/ParsingFailed.h"
+#include "paperloom/model/CurrentAppMetadata.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
@@ -91,7 +90,7 @@ std::shared_ptr<const StreamProtocol> Stream::streamWithArticleHeadersFilteredUs
   for (auto& section : filtered.sections) {
     ArticleHeaderList headers;
     for (const auto& header : section->articleHeaders()) {
-      if (articleHeaderFilter(*header)) headers.push_back(header);
+      if (!articleHeaderFilter || articleHeaderFilter(*header)) headers.push_back(header);
     }
     section =
         std::make_shared<const Section>(section->uid(), std::move(headers), section->pageID());

@@ -45,8 +45,8 @@ class PAPERLOOM_EXPORT Stream final : public StreamProtocol {
   // coordinator as soon as it is read, even when the rest of the document then fails.
   static Result<std::shared_ptr<const StreamProtocol>> parse(const JSONObject& json);
 
-  // A copy with only those section cards for which the predicate is true. Sections left without a
-  // card stay, and sponsored cards are not filtered.
+  // A copy with only those section cards for which the predicate is true; an empty one keeps all.
+  // Sections left without a card stay, and sponsored cards are not filtered.
   std::shared_ptr<const StreamProtocol> streamWithArticleHeadersFilteredUsing(
       const std::function<bool(const ArticleHeaderProtocol&)>& articleHeaderFilter) const;
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "paperloom/network/internal/ClampedTaskCounter.h"
+#include "paperloom/platform/Callback.h"
 #include "paperloom/platform/DebugLog.h"
 
 namespace paperloom {
@@ -87,12 +88,12 @@ void AuthSessionManager::getRequest(const URL& url,
   for (const auto& [name, value] : headers) request.headers.set(name, value);
   start(std::move(request),
         [completion = std::move(completion)](const auto&, const auto& response, const auto& error) {
-          if (error) completion(request::NetworkError{});
+          if (error) call(completion, request::NetworkError{});
           if (!response) return;
           if (response->statusCode == 200) {
-            completion(request::Success<Nothing>{});
+            call(completion, request::Success<Nothing>{});
           } else {
-            completion(request::FailedStatusCode{response->statusCode});
+            call(completion, request::FailedStatusCode{response->statusCode});
           }
         });
 }

@@ -17,7 +17,8 @@ namespace paperloom {
 
 // The HTTP layer of the identity side, as its coordinators see it. Completions run on the HTTP
 // session's callback queue. When the session reports an error and an answer together, a completion
-// is called twice: with NetworkError first, then with the outcome that the status gives.
+// is called twice: with NetworkError first, then with the outcome that the status gives. A
+// completion may be empty: its answer is dropped then; a null parser accepts nothing.
 class PAPERLOOM_EXPORT AuthSessionManagerProtocol {
  public:
   virtual ~AuthSessionManagerProtocol() = default;
@@ -30,11 +31,10 @@ class PAPERLOOM_EXPORT AuthSessionManagerProtocol {
     postData(
         std::move(body), url,
         [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
-          auto parsed = parser->parse(data);
-          if (!parsed) return tl::unexpected(std::move(parsed.error()));
-          return std::any(std::move(*parsed));
+          return parseWith(parser, data).map([](T&& item) { return std::any(std::move(item)); });
         },
         [completion = std::move(completion)](RequestResult<std::any> result) {
+          if (!completion) return;
           std::visit(
               [&]<class Outcome>(Outcome& outcome) {
                 if constexpr (std::is_same_v<Outcome, request::Success<std::any>>) {

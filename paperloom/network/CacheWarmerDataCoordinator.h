@@ -25,7 +25,7 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinatorProtocol {
 class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
     : public CacheWarmerDataCoordinatorProtocol {
  public:
-  // Records in LatestDateStore::shared().
+  // Records in LatestDateStore::shared(). A null cache stops the program.
   explicit CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm);
   // `dates` must outlive the coordinator.
   CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm, LatestDateStore& dates);

@@ -5,6 +5,7 @@
 
 #include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
@@ -27,7 +28,7 @@ CacheWarmerRequestResult outcome(const std::optional<Data>& data,
 }  // namespace
 
 CacheWarmerSessionManager::CacheWarmerSessionManager(std::shared_ptr<URLCache> cache)
-    : cache_(std::move(cache)),
+    : cache_(required(std::move(cache), "a cache warmer needs a cache")),
       taskCounter_(std::make_shared<TaskCounter>()),
       session_(sessionConfiguration(cache_)) {}
 

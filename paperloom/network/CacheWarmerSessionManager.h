@@ -22,6 +22,7 @@ class PAPERLOOM_EXPORT CacheWarmerSessionManager {
   // May be empty: the answer is dropped then.
   using Completion = std::function<void(CacheWarmerRequestResult result)>;
 
+  // A null cache stops the program.
   explicit CacheWarmerSessionManager(std::shared_ptr<URLCache> cache);
   ~CacheWarmerSessionManager();
 

@@ -7,6 +7,7 @@
 
 #include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
@@ -133,7 +134,7 @@ ContentSessionManager::ContentSessionManager()
 }
 
 ContentSessionManager::ContentSessionManager(std::shared_ptr<URLCache> cache)
-    : contentSessionCache_(std::move(cache)),
+    : contentSessionCache_(required(std::move(cache), "a session manager needs a cache")),
       taskCounter_(std::make_shared<TaskCounter>()),
       session_(sessionConfiguration(contentSessionCache_)) {}
 

@@ -26,7 +26,7 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
 
   // 8 MB in memory and 100 MB on disk below "url-cache"; idle timeout 20 seconds.
   ContentSessionManager();
-  // The same over a cache of the host's own.
+  // The same over a cache of the host's own; null stops the program.
   explicit ContentSessionManager(std::shared_ptr<URLCache> cache);
   ~ContentSessionManager() override;
 

@@ -16,7 +16,8 @@
 namespace paperloom {
 
 // The HTTP layer of the content side, as its coordinators see it. A completion may be empty: its
-// answer is dropped then.
+// answer is dropped then; a null parser accepts nothing. What an implementation returns is not
+// null.
 class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
  public:
   virtual ~ContentSessionManagerProtocol() = default;
@@ -36,9 +37,7 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
     return getData(
         url,
         [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
-          auto parsed = parser->parse(data);
-          if (!parsed) return tl::unexpected(std::move(parsed.error()));
-          return std::any(std::move(*parsed));
+          return parseWith(parser, data).map([](T&& item) { return std::any(std::move(item)); });
         },
         [completion = std::move(completion)](Result<std::any> result,
                                              const Provenance& provenance) {

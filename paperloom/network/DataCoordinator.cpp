@@ -1,28 +1,21 @@
 #include "paperloom/network/DataCoordinator.h"
 
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include "paperloom/model/ArticleParser.h"
-#include "paperloom/model/internal/ConfigParser.h"
-#include "paperloom/model/internal/CurrentAppMetadata.h"
-#include "paperloom/model/internal/ImageParser.h"
-#include "paperloom/model/internal/StreamParser.h"
+#include "paperloom/model/CurrentAppMetadata.h"
+#include "paperloom/model/DocumentParsers.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/MockSessionManager.h"
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/RecordFetch.h"
+#include "paperloom/platform/Callback.h"
 #include "paperloom/platform/DispatchQueue.h"
-#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
-
-template <class... Values>
-void call(const std::function<void(Values...)>& callback, std::type_identity_t<Values>... values) {
-  if (callback) callback(std::move(values)...);
-}
 
 std::string joined(const std::vector<std::string>& texts) {
   std::string all;
@@ -44,8 +37,7 @@ URL streamURL(const URL& baseURL, const std::vector<std::string>& sections) {
 
 struct DataCoordinator::Received {
   std::shared_ptr<CurrentAppMetadata> appMetadata;
-  std::mutex mutex;
-  std::shared_ptr<const StreamProtocol> stream;
+  Guarded<std::shared_ptr<const StreamProtocol>> stream;
 };
 
 DataCoordinator& DataCoordinator::shared() {
@@ -67,7 +59,8 @@ DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                                  LatestDateStore* dates,
                                  std::shared_ptr<CurrentAppMetadata> appMetadata)
-    : sessionManager_(std::move(sessionManager)),
+    : sessionManager_(
+          required(std::move(sessionManager), "a data coordinator needs a session manager")),
       dates_(dates),
       received_(std::make_shared<Received>()) {
   received_->appMetadata = std::move(appMetadata);
@@ -115,10 +108,7 @@ void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Fail
     return;
   }
   const auto mock = std::make_shared<MockSessionManager>(offlineResource("sectionList"));
-  {
-    const std::lock_guard lock(mutex_);
-    sessionManagerMock_ = mock;
-  }
+  sessionManagerMock_.set(mock);
   mock->getDocument<std::shared_ptr<const StreamProtocol>>(
           *root, std::make_shared<const StreamParser>(),
           streamCompletion(std::move(success), std::move(failure)))
@@ -130,10 +120,7 @@ DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failu
   return [received = received_, success = std::move(success), failure = std::move(failure)](
              Result<std::shared_ptr<const StreamProtocol>> result, const Provenance& provenance) {
     if (!result) return call(failure, std::move(result.error()));
-    {
-      const std::lock_guard lock(received->mutex);
-      received->stream = *result;
-    }
+    received->stream.set(*result);
     success(std::move(*result), provenance);
   };
 }
@@ -174,32 +161,23 @@ std::shared_ptr<const AppMetadataProtocol> DataCoordinator::appMetadata() const 
 }
 
 std::shared_ptr<const StreamProtocol> DataCoordinator::stream() const {
-  const std::lock_guard lock(received_->mutex);
-  return received_->stream;
+  return received_->stream.get();
 }
 
-std::optional<URL> DataCoordinator::baseURL() const {
-  const std::lock_guard lock(mutex_);
-  return baseURL_;
-}
+std::optional<URL> DataCoordinator::baseURL() const { return baseURL_.get(); }
 
-void DataCoordinator::setBaseURL(std::optional<URL> url) {
-  const std::lock_guard lock(mutex_);
-  baseURL_ = std::move(url);
-}
+void DataCoordinator::setBaseURL(std::optional<URL> url) { baseURL_.set(std::move(url)); }
 
 std::optional<std::string> DataCoordinator::defaultSections() const {
-  const std::lock_guard lock(mutex_);
-  return defaultSections_;
+  return defaultSections_.get();
 }
 
 void DataCoordinator::setDefaultSections(std::optional<std::string> sections) {
-  const std::lock_guard lock(mutex_);
-  defaultSections_ = std::move(sections);
+  defaultSections_.set(std::move(sections));
 }
 
 std::shared_ptr<CacheWarmerDataCoordinatorProtocol> DataCoordinator::cacheWarmerDataCoordinator() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!cacheWarmerDataCoordinator_) {
     auto cache = sessionManager_->contentSessionCache();
     cacheWarmerDataCoordinator_ =
@@ -212,13 +190,12 @@ std::shared_ptr<CacheWarmerDataCoordinatorProtocol> DataCoordinator::cacheWarmer
 void DataCoordinator::setCacheWarmerDataCoordinator(
     std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer) {
   // The old one goes after the lock: it waits for its callbacks, which may call in here.
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   cacheWarmerDataCoordinator_.swap(warmer);
 }
 
 std::shared_ptr<ContentSessionManagerProtocol> DataCoordinator::sessionManagerMock() const {
-  const std::lock_guard lock(mutex_);
-  return sessionManagerMock_;
+  return sessionManagerMock_.get();
 }
 
 }  // namespace paperloom

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,7 +15,9 @@
 #include "paperloom/network/DocumentCallback.h"
 #include "paperloom/network/LatestDateStore.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/Image.h"
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/URL.h"
 
 namespace paperloom {
@@ -68,7 +69,7 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   // every stream that is parsed in the process.
   static DataCoordinator& shared();
 
-  // Records fetches in LatestDateStore::shared().
+  // Records fetches in LatestDateStore::shared(). Without a session manager the program stops.
   explicit DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
   // `dates` must outlive the coordinator, its session manager and its cache warmer.
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
@@ -97,7 +98,7 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::optional<std::string> defaultSections() const;
   void setDefaultSections(std::optional<std::string> sections);
 
-  // Warms the session manager's cache; created on first use.
+  // Warms the session manager's cache; created on first use, and anew after null was set.
   std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator();
   void setCacheWarmerDataCoordinator(std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer);
 
@@ -121,11 +122,12 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   LatestDateStore* const dates_;  // null for the shared one
   std::shared_ptr<Received> received_;
 
-  mutable std::mutex mutex_;  // guards what follows
-  std::optional<URL> baseURL_;
-  std::optional<std::string> defaultSections_;
-  std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator_;
-  std::shared_ptr<ContentSessionManagerProtocol> sessionManagerMock_;
+  Guarded<std::optional<URL>> baseURL_;
+  Guarded<std::optional<std::string>> defaultSections_;
+  Guarded<std::shared_ptr<ContentSessionManagerProtocol>> sessionManagerMock_;
+  Mutex mutex_;
+  std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator_
+      PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom

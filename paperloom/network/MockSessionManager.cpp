@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 

@@ -1,7 +1,5 @@
 #include "paperloom/network/internal/OfflineCopy.h"
 
-#include "paperloom/platform/internal/http/RequestRules.h"
-
 namespace paperloom {
 namespace {
 
@@ -26,15 +24,9 @@ bool isOfflineCopy(const HTTPURLResponse& answer, const HTTPURLResponse* inPlace
 }
 
 std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URL& url) {
-  std::optional<URLRequest> request(url);
-  for (int hops = 0; request && hops <= internal::maximumRedirects; ++hops) {
-    auto stored = cache.cachedResponse(*request);
-    if (!stored || !isOfflineCopy(stored->response)) return std::nullopt;
-    auto target = internal::redirectTarget(*request, stored->response);
-    if (!target) return stored;
-    request = std::move(target->request);
-  }
-  return std::nullopt;
+  auto stored = cache.cachedResponseThroughRedirects(URLRequest(url));
+  if (stored && !isOfflineCopy(stored->response)) return std::nullopt;
+  return stored;
 }
 
 }  // namespace paperloom

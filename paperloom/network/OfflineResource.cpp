@@ -3,8 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "paperloom/platform/internal/base/FatalError.h"
-#include "paperloom/resources/internal/Resources.h"
+#include "paperloom/platform/FatalError.h"
+#include "paperloom/resources/Resources.h"
 
 namespace paperloom {
 

@@ -1,8 +1,8 @@
 #include "paperloom/network/internal/TaskCounter.h"
 
 #include "paperloom/platform/DispatchQueue.h"
+#include "paperloom/platform/FatalError.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
-#include "paperloom/platform/internal/base/FatalError.h"
 
 namespace paperloom {
 

@@ -1,11 +1,11 @@
 #include "paperloom/operations/CheckEntitlementOperation.h"
 
-#include <array>
 #include <string>
 #include <utility>
 
 #include "paperloom/operations/internal/Answers.h"
 #include "paperloom/operations/internal/WeakAnswer.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
@@ -20,12 +20,6 @@ Outcome outcome(Entitlement entitlement, Authorisation newAuthorisation) {
 
 }  // namespace
 
-std::string_view CheckEntitlementOperationResult::caseName() const {
-  constexpr std::array<std::string_view, 4> names{"premium", "notPremium", "refreshTokenFailed",
-                                                  "otherFailure"};
-  return names[value.index()];
-}
-
 CheckEntitlementOperation::CheckEntitlementOperation(Authorisation contentAuthorisation)
     : CheckEntitlementOperation(std::move(contentAuthorisation),
                                 sharedCoordinator<AuthDataCoordinator>()) {}
@@ -33,8 +27,9 @@ CheckEntitlementOperation::CheckEntitlementOperation(Authorisation contentAuthor
 CheckEntitlementOperation::CheckEntitlementOperation(
     Authorisation contentAuthorisation,
     std::shared_ptr<AuthDataCoordinatorProtocol> dataCoordinator)
-    : dataCoordinator_(std::move(dataCoordinator)),
-      contentAuthorisation_(std::move(contentAuthorisation)) {}
+    : dataCoordinator_(required(std::move(dataCoordinator), "an operation needs a coordinator")),
+      contentAuthorisation_(
+          required(std::move(contentAuthorisation), "an operation needs an authorisation")) {}
 
 void CheckEntitlementOperation::main() {
   AsynchronousOperation::main();

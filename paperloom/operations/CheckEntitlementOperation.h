@@ -7,6 +7,7 @@
 
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/ContentAuthorisation.h"
+#include "paperloom/model/CaseName.h"
 #include "paperloom/operations/AsynchronousOperation.h"
 #include "paperloom/operations/OperationResult.h"
 #include "paperloom/platform/Export.h"
@@ -18,18 +19,24 @@ namespace paperloom {
 // whose refresh tokens are good for one refresh only gives the operation a LoginKeeper.
 struct PAPERLOOM_EXPORT CheckEntitlementOperationResult {
   struct Premium {
+    static constexpr std::string_view name = "premium";
     std::shared_ptr<const ContentAuthorisationProtocol> newAuthorisation;
   };
   struct NotPremium {
+    static constexpr std::string_view name = "notPremium";
     std::shared_ptr<const ContentAuthorisationProtocol> newAuthorisation;
   };
-  struct RefreshTokenFailed {};  // the reader must log in again
-  struct OtherFailure {};
+  struct RefreshTokenFailed {
+    static constexpr std::string_view name = "refreshTokenFailed";
+  };  // the reader must log in again
+  struct OtherFailure {
+    static constexpr std::string_view name = "otherFailure";
+  };
 
   std::variant<Premium, NotPremium, RefreshTokenFailed, OtherFailure> value;
 
   // "premium" and so on.
-  std::string_view caseName() const;
+  std::string_view caseName() const { return paperloom::caseName(value); }
 };
 
 // Asks what the tokens at hand are entitled to, and refreshes them once when the access token is
@@ -37,7 +44,7 @@ struct PAPERLOOM_EXPORT CheckEntitlementOperationResult {
 class PAPERLOOM_EXPORT CheckEntitlementOperation : public AsynchronousOperation {
  public:
   CheckEntitlementOperation() = delete;
-  // Over the shared coordinator. The authorisation is not null.
+  // Over the shared coordinator. A null authorisation, or coordinator, stops the program.
   explicit CheckEntitlementOperation(
       std::shared_ptr<const ContentAuthorisationProtocol> contentAuthorisation);
   CheckEntitlementOperation(

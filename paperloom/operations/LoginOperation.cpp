@@ -1,18 +1,12 @@
 #include "paperloom/operations/LoginOperation.h"
 
-#include <array>
 #include <utility>
 
 #include "paperloom/operations/internal/Answers.h"
 #include "paperloom/operations/internal/WeakAnswer.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
-
-std::string_view LoginOperationResult::caseName() const {
-  constexpr std::array<std::string_view, 4> names{"loggedInAndPremium", "loggedInAndNotPremium",
-                                                  "wrongUsernameAndPassword", "error"};
-  return names[value.index()];
-}
 
 LoginOperation::LoginOperation(std::string identifier, std::string authKey,
                                AuthenticationLoginCredentialType credentialType)
@@ -22,7 +16,7 @@ LoginOperation::LoginOperation(std::string identifier, std::string authKey,
 LoginOperation::LoginOperation(std::string identifier, std::string authKey,
                                AuthenticationLoginCredentialType credentialType,
                                std::shared_ptr<AuthDataCoordinatorProtocol> dataCoordinator)
-    : dataCoordinator_(std::move(dataCoordinator)),
+    : dataCoordinator_(required(std::move(dataCoordinator), "an operation needs a coordinator")),
       identifier_(std::move(identifier)),
       authKey_(std::move(authKey)),
       credentialType_(credentialType) {}

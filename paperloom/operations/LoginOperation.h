@@ -9,6 +9,7 @@
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/AuthenticationLoginCredentialType.h"
 #include "paperloom/identity/ContentAuthorisation.h"
+#include "paperloom/model/CaseName.h"
 #include "paperloom/operations/AsynchronousOperation.h"
 #include "paperloom/operations/OperationResult.h"
 #include "paperloom/platform/Export.h"
@@ -17,18 +18,24 @@ namespace paperloom {
 
 struct PAPERLOOM_EXPORT LoginOperationResult {
   struct LoggedInAndPremium {
+    static constexpr std::string_view name = "loggedInAndPremium";
     std::shared_ptr<const ContentAuthorisationProtocol> content;
   };
   struct LoggedInAndNotPremium {
+    static constexpr std::string_view name = "loggedInAndNotPremium";
     std::shared_ptr<const ContentAuthorisationProtocol> content;
   };
-  struct WrongUsernameAndPassword {};
-  struct Error {};
+  struct WrongUsernameAndPassword {
+    static constexpr std::string_view name = "wrongUsernameAndPassword";
+  };
+  struct Error {
+    static constexpr std::string_view name = "error";
+  };
 
   std::variant<LoggedInAndPremium, LoggedInAndNotPremium, WrongUsernameAndPassword, Error> value;
 
   // "loggedInAndPremium" and so on.
-  std::string_view caseName() const;
+  std::string_view caseName() const { return paperloom::caseName(value); }
 };
 
 // Logs in, then asks for the entitlement. A login whose entitlement cannot be learned counts as not
@@ -36,7 +43,7 @@ struct PAPERLOOM_EXPORT LoginOperationResult {
 class PAPERLOOM_EXPORT LoginOperation final : public AsynchronousOperation {
  public:
   LoginOperation() = delete;
-  // Over the shared coordinator.
+  // Over the shared coordinator; with one of the host's, null stops the program.
   LoginOperation(std::string identifier, std::string authKey,
                  AuthenticationLoginCredentialType credentialType);
   LoginOperation(std::string identifier, std::string authKey,

@@ -1,11 +1,11 @@
 #include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
 
-#include <array>
 #include <string>
 #include <utility>
 
 #include "paperloom/operations/internal/Answers.h"
 #include "paperloom/operations/internal/WeakAnswer.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
@@ -15,11 +15,6 @@ using Outcome = RefreshTokenThenCheckEntitlementsOperationResult;
 
 }  // namespace
 
-std::string_view RefreshTokenThenCheckEntitlementsOperationResult::caseName() const {
-  constexpr std::array<std::string_view, 3> names{"success", "refreshTokenInvalid", "otherFailure"};
-  return names[value.index()];
-}
-
 RefreshTokenThenCheckEntitlementsOperation::RefreshTokenThenCheckEntitlementsOperation(
     Authorisation contentAuthorisation)
     : RefreshTokenThenCheckEntitlementsOperation(std::move(contentAuthorisation),
@@ -28,8 +23,9 @@ RefreshTokenThenCheckEntitlementsOperation::RefreshTokenThenCheckEntitlementsOpe
 RefreshTokenThenCheckEntitlementsOperation::RefreshTokenThenCheckEntitlementsOperation(
     Authorisation contentAuthorisation,
     std::shared_ptr<AuthDataCoordinatorProtocol> dataCoordinator)
-    : dataCoordinator_(std::move(dataCoordinator)),
-      contentAuthorisation_(std::move(contentAuthorisation)) {}
+    : dataCoordinator_(required(std::move(dataCoordinator), "an operation needs a coordinator")),
+      contentAuthorisation_(
+          required(std::move(contentAuthorisation), "an operation needs an authorisation")) {}
 
 void RefreshTokenThenCheckEntitlementsOperation::main() {
   AsynchronousOperation::main();

@@ -8,6 +8,7 @@
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/ContentAuthorisation.h"
 #include "paperloom/identity/Entitlement.h"
+#include "paperloom/model/CaseName.h"
 #include "paperloom/operations/AsynchronousOperation.h"
 #include "paperloom/operations/OperationResult.h"
 #include "paperloom/platform/Export.h"
@@ -16,16 +17,21 @@ namespace paperloom {
 
 struct PAPERLOOM_EXPORT RefreshTokenThenCheckEntitlementsOperationResult {
   struct Success {
+    static constexpr std::string_view name = "success";
     std::shared_ptr<const ContentAuthorisationProtocol> contentAuthorisation;  // the new tokens
     Premium premium = Premium::notPremium;
   };
-  struct RefreshTokenInvalid {};  // the reader must log in again
-  struct OtherFailure {};
+  struct RefreshTokenInvalid {
+    static constexpr std::string_view name = "refreshTokenInvalid";
+  };  // the reader must log in again
+  struct OtherFailure {
+    static constexpr std::string_view name = "otherFailure";
+  };
 
   std::variant<Success, RefreshTokenInvalid, OtherFailure> value;
 
   // "success" and so on.
-  std::string_view caseName() const;
+  std::string_view caseName() const { return paperloom::caseName(value); }
 };
 
 // Refreshes the tokens, then asks for the entitlement. Made with std::make_shared; one that is
@@ -34,7 +40,7 @@ class PAPERLOOM_EXPORT RefreshTokenThenCheckEntitlementsOperation final
     : public AsynchronousOperation {
  public:
   RefreshTokenThenCheckEntitlementsOperation() = delete;
-  // Over the shared coordinator. The authorisation is not null.
+  // Over the shared coordinator. A null authorisation, or coordinator, stops the program.
   explicit RefreshTokenThenCheckEntitlementsOperation(
       std::shared_ptr<const ContentAuthorisationProtocol> contentAuthorisation);
   RefreshTokenThenCheckEntitlementsOperation(

@@ -1,9 +1,9 @@
 #include "paperloom/operations/RegistrationOperation.h"
 
-#include <array>
 #include <utility>
 
 #include "paperloom/operations/internal/Answers.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
 namespace {
@@ -26,23 +26,13 @@ UserRegistrationResult resultOf(const Answer& answer) {
 
 }  // namespace
 
-std::string_view UserRegistrationResult::caseName() const {
-  constexpr std::array<std::string_view, 6> names{"registeredWithRefreshToken",
-                                                  "registeredWithoutRefreshToken",
-                                                  "badRequest",
-                                                  "duplicateAccount",
-                                                  "timeout",
-                                                  "failed"};
-  return names[value.index()];
-}
-
 RegistrationOperation::RegistrationOperation(Arguments arguments)
     : RegistrationOperation(std::move(arguments),
                             sharedCoordinator<UserRegistrationDataCoordinator>()) {}
 
 RegistrationOperation::RegistrationOperation(
     Arguments arguments, std::shared_ptr<UserRegistrationDataCoordinatorProtocol> dataCoordinator)
-    : dataCoordinator_(std::move(dataCoordinator)),
+    : dataCoordinator_(required(std::move(dataCoordinator), "an operation needs a coordinator")),
       email_(std::move(arguments.email)),
       authKey_(std::move(arguments.authKey)),
       firstName_(std::move(arguments.firstName)),

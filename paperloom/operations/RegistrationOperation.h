@@ -8,6 +8,7 @@
 
 #include "paperloom/identity/RegistrationResponseModel.h"
 #include "paperloom/identity/UserRegistrationDataCoordinator.h"
+#include "paperloom/model/CaseName.h"
 #include "paperloom/operations/AsynchronousOperation.h"
 #include "paperloom/operations/OperationResult.h"
 #include "paperloom/platform/Export.h"
@@ -16,22 +17,32 @@ namespace paperloom {
 
 struct PAPERLOOM_EXPORT UserRegistrationResult {
   struct RegisteredWithRefreshToken {
+    static constexpr std::string_view name = "registeredWithRefreshToken";
     std::shared_ptr<const RegistrationResponseModelProtocol> registrationResult;
   };
   struct RegisteredWithoutRefreshToken {
+    static constexpr std::string_view name = "registeredWithoutRefreshToken";
     std::shared_ptr<const RegistrationResponseModelProtocol> registrationResult;
   };
-  struct BadRequest {};
-  struct DuplicateAccount {};
-  struct Timeout {};  // no answer, or the service says that it had none itself
-  struct Failed {};
+  struct BadRequest {
+    static constexpr std::string_view name = "badRequest";
+  };
+  struct DuplicateAccount {
+    static constexpr std::string_view name = "duplicateAccount";
+  };
+  struct Timeout {
+    static constexpr std::string_view name = "timeout";
+  };  // no answer, or the service says that it had none itself
+  struct Failed {
+    static constexpr std::string_view name = "failed";
+  };
 
   std::variant<RegisteredWithRefreshToken, RegisteredWithoutRefreshToken, BadRequest,
                DuplicateAccount, Timeout, Failed>
       value;
 
   // "registeredWithRefreshToken" and so on.
-  std::string_view caseName() const;
+  std::string_view caseName() const { return paperloom::caseName(value); }
 };
 
 // Makes a new account. Made with std::make_shared; a started operation lives until its answer is
@@ -47,7 +58,7 @@ class PAPERLOOM_EXPORT RegistrationOperation final : public AsynchronousOperatio
   };
 
   RegistrationOperation() = delete;
-  // Over the shared coordinator.
+  // Over the shared coordinator; with one of the host's, null stops the program.
   explicit RegistrationOperation(Arguments arguments);
   RegistrationOperation(Arguments arguments,
                         std::shared_ptr<UserRegistrationDataCoordinatorProtocol> dataCoordinator);

@@ -1,16 +1,14 @@
 #include "paperloom/platform/DebugLog.h"
 
 #include <memory>
-#include <mutex>
 #include <utility>
+
+#include "paperloom/platform/Guarded.h"
 
 namespace paperloom {
 namespace {
 
-struct Slot {
-  std::mutex mutex;
-  std::shared_ptr<const DebugLog::Listener> listener;
-};
+using Slot = Guarded<std::shared_ptr<const DebugLog::Listener>>;
 
 Slot& slot() {
   static Slot& instance = *new Slot;  // never destroyed: threads may write until the very end
@@ -20,18 +18,11 @@ Slot& slot() {
 }  // namespace
 
 void DebugLog::setListener(Listener listener) {
-  auto held = listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr;
-  const std::lock_guard lock(slot().mutex);
-  slot().listener.swap(held);
+  slot().set(listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr);
 }
 
 void DebugLog::write(std::string_view line) {
-  std::shared_ptr<const Listener> listener;
-  {
-    const std::lock_guard lock(slot().mutex);
-    listener = slot().listener;
-  }
-  if (listener) (*listener)(line);
+  if (const auto listener = slot().get()) (*listener)(line);
 }
 
 }  // namespace paperloom

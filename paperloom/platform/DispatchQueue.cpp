@@ -9,17 +9,17 @@
 #include <cstdint>
 #include <deque>
 #include <iterator>
-#include <mutex>
 #include <utility>
 
-#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
 
 struct DispatchQueue::State {
-  std::mutex mutex;
-  std::deque<std::function<void()>> work;
-  std::function<void()> wakeUp;
+  Mutex mutex;
+  std::deque<std::function<void()>> work PAPERLOOM_GUARDED_BY(mutex);
+  std::function<void()> wakeUp PAPERLOOM_GUARDED_BY(mutex);
   std::atomic<bool> stopped = false;  // written with the lock held
   int event = -1;
 
@@ -49,9 +49,10 @@ DispatchQueue::DispatchQueue() : state_(std::make_unique<State>()) {
 DispatchQueue::~DispatchQueue() { ::close(state_->event); }
 
 void DispatchQueue::async(std::function<void()> work) {
+  if (!work) return;
   std::function<void()> wakeUp;
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     const bool wasEmpty = state_->work.empty();
     state_->work.push_back(std::move(work));
     if (!wasEmpty) return;
@@ -64,7 +65,7 @@ void DispatchQueue::async(std::function<void()> work) {
 void DispatchQueue::run() {
   for (;;) {
     {
-      const std::lock_guard lock(state_->mutex);
+      const MutexLock lock(state_->mutex);
       if (state_->stopped.exchange(false)) {
         if (state_->work.empty()) state_->clearSignal();
         return;
@@ -77,7 +78,7 @@ void DispatchQueue::run() {
 }
 
 void DispatchQueue::stop() {
-  const std::lock_guard lock(state_->mutex);
+  const MutexLock lock(state_->mutex);
   state_->stopped = true;
   state_->signal();
 }
@@ -87,7 +88,7 @@ std::size_t DispatchQueue::runPending() { return runBatch(false); }
 std::size_t DispatchQueue::runBatch(bool untilStopped) {
   std::deque<std::function<void()>> pending;
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     pending.swap(state_->work);
     if (!state_->stopped) state_->clearSignal();
   }
@@ -96,7 +97,7 @@ std::size_t DispatchQueue::runBatch(bool untilStopped) {
     pending.front()();
   }
   if (!pending.empty()) {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->work.insert(state_->work.begin(), std::make_move_iterator(pending.begin()),
                         std::make_move_iterator(pending.end()));
   }
@@ -106,8 +107,8 @@ std::size_t DispatchQueue::runBatch(bool untilStopped) {
 int DispatchQueue::fileDescriptor() const { return state_->event; }
 
 void DispatchQueue::setWakeUp(std::function<void()> wakeUp) {
-  const std::lock_guard lock(state_->mutex);
-  state_->wakeUp = std::move(wakeUp);
+  const MutexLock lock(state_->mutex);
+  state_->wakeUp.swap(wakeUp);  // the old one goes after the lock
 }
 
 }  // namespace paperloom

@@ -24,7 +24,8 @@ class PAPERLOOM_EXPORT DispatchQueue {
   DispatchQueue(const DispatchQueue&) = delete;
   DispatchQueue& operator=(const DispatchQueue&) = delete;
 
-  // Queues `work`; it runs in its turn on the thread that pumps the queue.
+  // Queues `work`; it runs in its turn on the thread that pumps the queue. An empty function is
+  // not queued.
   void async(std::function<void()> work);
 
   // Runs work as it comes until stop() is called, then returns once the work under way is done;

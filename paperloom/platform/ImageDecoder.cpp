@@ -1,9 +1,9 @@
 #include "paperloom/platform/ImageDecoder.h"
 
 #include <cstring>
-#include <mutex>
 #include <utility>
 
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/internal/image/ImageJPEG.h"
 #include "paperloom/platform/internal/image/ImagePNG.h"
 #include "paperloom/platform/internal/image/ImageWebP.h"
@@ -13,29 +13,19 @@
 namespace paperloom {
 namespace {
 
-struct CurrentDecoder {
-  std::mutex mutex;
-  std::shared_ptr<const ImageDecoder> decoder = std::make_shared<StandardImageDecoder>();
-};
-
-CurrentDecoder& currentDecoder() {
-  static auto* const slot = new CurrentDecoder;
+Guarded<std::shared_ptr<const ImageDecoder>>& currentDecoder() {
+  static auto* const slot = new Guarded<std::shared_ptr<const ImageDecoder>>(
+      std::make_shared<const StandardImageDecoder>());
   return *slot;
 }
 
 }  // namespace
 
-std::shared_ptr<const ImageDecoder> ImageDecoder::current() {
-  CurrentDecoder& slot = currentDecoder();
-  const std::lock_guard lock(slot.mutex);
-  return slot.decoder;
-}
+std::shared_ptr<const ImageDecoder> ImageDecoder::current() { return currentDecoder().get(); }
 
 void ImageDecoder::setCurrent(std::shared_ptr<const ImageDecoder> decoder) {
-  if (!decoder) decoder = std::make_shared<StandardImageDecoder>();
-  CurrentDecoder& slot = currentDecoder();
-  const std::lock_guard lock(slot.mutex);
-  std::swap(slot.decoder, decoder);  // the old one dies after the lock is released
+  if (!decoder) decoder = std::make_shared<const StandardImageDecoder>();
+  currentDecoder().set(std::move(decoder));
 }
 
 std::shared_ptr<const Image> ImageDecoder::decodeToFit(std::string_view bytes,

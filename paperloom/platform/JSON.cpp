@@ -241,7 +241,7 @@ tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes
 
 std::optional<JSONObject> JSONDocument::object() const {
   dom::object top;
-  if (storage_->document.root().get(top) != simdjson::SUCCESS) return std::nullopt;
+  if (!storage_ || storage_->document.root().get(top) != simdjson::SUCCESS) return std::nullopt;
   JSONObject result;
   result.handle_ = std::bit_cast<Handle>(top);
   return result;

@@ -13,15 +13,15 @@ void NetworkActivityIndicator::setVisible(bool visible) {
   if (visible_.exchange(visible) == visible) return;
   std::function<void(bool)> observer;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     observer = observer_;
   }
   if (observer) observer(visible);
 }
 
 void NetworkActivityIndicator::setObserver(std::function<void(bool)> observer) {
-  const std::lock_guard lock(mutex_);
-  observer_ = std::move(observer);
+  const MutexLock lock(mutex_);
+  observer_.swap(observer);  // the old one goes after the lock
 }
 
 }  // namespace paperloom

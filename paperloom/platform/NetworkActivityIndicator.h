@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
 
@@ -24,8 +24,8 @@ class PAPERLOOM_EXPORT NetworkActivityIndicator {
 
  private:
   std::atomic<bool> visible_{false};
-  std::mutex mutex_;
-  std::function<void(bool)> observer_;
+  Mutex mutex_;
+  std::function<void(bool)> observer_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom

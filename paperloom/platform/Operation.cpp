@@ -9,12 +9,16 @@ Operation::Operation() = default;
 
 Operation::~Operation() {
   // A long chain of operations that never ran is taken down link by link, not by recursion.
-  std::vector<std::shared_ptr<Operation>> released = std::move(dependencies_);
+  std::vector<std::shared_ptr<Operation>> released;
+  {
+    const MutexLock lock(mutex_);
+    released.swap(dependencies_);
+  }
   while (!released.empty()) {
     const std::shared_ptr<Operation> last = std::move(released.back());
     released.pop_back();
     if (last.use_count() != 1) continue;
-    const std::lock_guard lock(last->mutex_);
+    const MutexLock lock(last->mutex_);
     for (auto& dependency : last->dependencies_) released.push_back(std::move(dependency));
     last->dependencies_.clear();
   }
@@ -60,7 +64,7 @@ void Operation::addDependency(std::shared_ptr<Operation> dependency) {
   if (!dependency) return;
   bool becomesUnready = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (isComplete_) return;
     if (!unfinished_.insert(dependency.get()).second) return;
     dependencies_.push_back(dependency);
@@ -69,7 +73,7 @@ void Operation::addDependency(std::shared_ptr<Operation> dependency) {
   if (becomesUnready) announceReadiness();
   bool isComplete = dependency->isFinished();
   {
-    const std::lock_guard lock(dependency->mutex_);
+    const MutexLock lock(dependency->mutex_);
     isComplete = isComplete || dependency->isComplete_;
     if (!isComplete) dependency->dependents_.push_back(weak_from_this());
   }
@@ -78,20 +82,20 @@ void Operation::addDependency(std::shared_ptr<Operation> dependency) {
 
 void Operation::removeDependency(const std::shared_ptr<Operation>& dependency) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     std::erase(dependencies_, dependency);
   }
   dependencyFinished(dependency.get());
 }
 
 std::vector<std::shared_ptr<Operation>> Operation::dependencies() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return dependencies_;
 }
 
 void Operation::dependencyFinished(const Operation* dependency) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (unfinished_.erase(dependency) == 0 || !unfinished_.empty()) return;
   }
   announceReadiness();
@@ -100,28 +104,32 @@ void Operation::dependencyFinished(const Operation* dependency) {
 void Operation::announceReadiness() {
   willChangeValue(isReadyKey);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     dependenciesFinished_ = unfinished_.empty();
   }
   didChangeValue(isReadyKey);
 }
 
 void Operation::setCompletionBlock(std::function<void()> block) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!isComplete_) completionBlock_.swap(block);
 }
 
 bool Operation::waitUntilFinished(Deadline deadline) const {
-  std::unique_lock lock(mutex_);
-  const auto isComplete = [this] { return isComplete_; };
-  if (deadline) return completed_.wait_until(lock, *deadline, isComplete);
-  completed_.wait(lock, isComplete);
+  const MutexLock lock(mutex_);
+  while (!isComplete_) {
+    if (!deadline) {
+      completed_.wait(mutex_);
+    } else if (!completed_.waitUntil(mutex_, *deadline)) {
+      return isComplete_;
+    }
+  }
   return true;
 }
 
 void Operation::addObserver(std::shared_ptr<OperationObserver> observer) {
   if (!observer) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   auto changed =
       observers_ ? std::make_shared<Observers>(*observers_) : std::make_shared<Observers>();
   changed->push_back(std::move(observer));
@@ -130,7 +138,7 @@ void Operation::addObserver(std::shared_ptr<OperationObserver> observer) {
 
 void Operation::removeObserver(const std::shared_ptr<OperationObserver>& observer) {
   std::shared_ptr<const Observers> previous;  // released after the lock
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!observers_) return;
   auto changed = std::make_shared<Observers>(*observers_);
   std::erase(*changed, observer);
@@ -138,7 +146,7 @@ void Operation::removeObserver(const std::shared_ptr<OperationObserver>& observe
 }
 
 std::shared_ptr<const Operation::Observers> Operation::observers() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return observers_;
 }
 
@@ -163,14 +171,14 @@ void Operation::completeOnce() {
   std::vector<std::weak_ptr<Operation>> dependents;
   std::vector<std::shared_ptr<Operation>> dependencies;  // released after the lock
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (isComplete_) return;
     isComplete_ = true;
     block.swap(completionBlock_);
     dependents.swap(dependents_);
     dependencies.swap(dependencies_);
     unfinished_.clear();
-    completed_.notify_all();
+    completed_.notifyAll();
   }
   for (const auto& dependent : dependents) {
     if (const auto waiting = dependent.lock()) waiting->dependencyFinished(this);

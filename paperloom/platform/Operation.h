@@ -2,16 +2,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
 
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
 
@@ -113,14 +112,16 @@ class PAPERLOOM_EXPORT Operation : public std::enable_shared_from_this<Operation
   std::atomic<bool> enqueued_{false};  // taken by a queue, once and for all
   std::atomic<bool> dependenciesFinished_{true};
 
-  mutable std::mutex mutex_;  // guards what follows
-  mutable std::condition_variable completed_;
-  bool isComplete_ = false;  // the finish has been announced to everyone
-  std::shared_ptr<const Observers> observers_;
-  std::function<void()> completionBlock_;
-  std::vector<std::shared_ptr<Operation>> dependencies_;
-  std::unordered_set<const Operation*> unfinished_;  // of the dependencies
-  std::vector<std::weak_ptr<Operation>> dependents_;
+  mutable Mutex mutex_;
+  mutable ConditionVariable completed_;
+  // The finish has been announced to everyone.
+  bool isComplete_ PAPERLOOM_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<const Observers> observers_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::function<void()> completionBlock_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Operation>> dependencies_ PAPERLOOM_GUARDED_BY(mutex_);
+  // Of the dependencies.
+  std::unordered_set<const Operation*> unfinished_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<Operation>> dependents_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom

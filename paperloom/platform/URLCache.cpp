@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "paperloom/platform/internal/cache/URLCacheStore.h"
+#include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom {
 
@@ -17,6 +18,19 @@ URLCache::~URLCache() = default;
 
 std::optional<CachedURLResponse> URLCache::cachedResponse(const URLRequest& request) const {
   return store_->find(request);
+}
+
+std::optional<CachedURLResponse> URLCache::cachedResponseThroughRedirects(
+    URLRequest request) const {
+  for (int hops = 0; hops <= internal::maximumRedirects; ++hops) {
+    auto stored = cachedResponse(request);
+    if (!stored) return std::nullopt;
+    auto target = internal::redirectTarget(request, stored->response);
+    if (!target) return stored;
+    if (!target->request) return std::nullopt;
+    request = std::move(*target->request);
+  }
+  return std::nullopt;
 }
 
 void URLCache::storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) {

@@ -51,6 +51,10 @@ class PAPERLOOM_EXPORT URLCache {
   // methods other than GET and HEAD.
   std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) const;
 
+  // The one that the request ends at by way of stored redirects, followed as a session does.
+  // Nothing when one of them leads to what is not stored, or nowhere.
+  std::optional<CachedURLResponse> cachedResponseThroughRedirects(URLRequest request) const;
+
   // Keeps `response`, replacing the variants that fit the request. Does nothing for methods other
   // than GET and HEAD; both share their entries. No rule of HTTP is asked here: that is the
   // session's business.

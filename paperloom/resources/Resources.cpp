@@ -2,7 +2,7 @@
 #include <string>
 
 #include "cmake/EmbeddedFile.h"
-#include "paperloom/resources/internal/Resources.h"
+#include "paperloom/resources/Resources.h"
 
 namespace paperloom {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "paperloom/model/internal/CurrentAppMetadata.h"
+#include "paperloom/model/CurrentAppMetadata.h"
 #include "tests/model/Documents.h"
 
 namespace paperloom {

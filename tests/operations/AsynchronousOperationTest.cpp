@@ -23,6 +23,7 @@ class Recorder final : public OperationObserver {
   }
 
   std::vector<std::string> take() { return std::exchange(lines_, {}); }
+  std::string last() const { return lines_.empty() ? "" : lines_.back(); }
 
  private:
   void write(std::string_view phase, const Operation& operation, std::string_view key) {
@@ -54,6 +55,9 @@ TEST(AsynchronousOperation, staysReadyBetweenItsStartAndItsEnd) {
   operation->start();
   EXPECT_EQ(recorder->take(), Lines{});
   EXPECT_TRUE(operation->isFinished());
+  operation->removeObserver(recorder);
+  operation->finish();
+  EXPECT_EQ(recorder->take(), Lines{});
 }
 
 TEST(AsynchronousOperation, finishesInStartWhenItIsCancelled) {
@@ -101,12 +105,17 @@ TEST(Operation, isNotCancelledAfterItsEnd) {
 TEST(Operation, announcesExecutionAndEndOfAPlainOperation) {
   const auto operation = std::make_shared<Operation>();
   const auto recorder = std::make_shared<Recorder>();
+  Lines whenComplete;
   operation->addObserver(recorder);
+  operation->addObserver(nullptr);
+  operation->addDependency(nullptr);
+  operation->setCompletionBlock([&] { whenComplete.push_back(recorder->last()); });
   operation->start();
   operation->start();
   EXPECT_EQ(recorder->take(),
             (Lines{"will isExecuting r--", "did isExecuting re-", "will isExecuting re-",
                    "will isFinished re-", "did isExecuting r-f", "did isFinished r-f"}));
+  EXPECT_EQ(whenComplete, Lines{"did isFinished r-f"});
 }
 
 }  // namespace

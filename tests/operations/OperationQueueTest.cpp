@@ -86,7 +86,10 @@ TEST(OperationQueue, doesNotHoldAThreadForAnswersThatNeverCome) {
   std::vector<std::shared_ptr<Operation>> silent(200);
   for (auto& operation : silent) operation = std::make_shared<ManualOperation>();
   queue.addOperations(silent, false);
-  EXPECT_TRUE(queue.addOperations({work([] {})}, true, soon()));
+  const auto answered = work([] {});
+  EXPECT_TRUE(queue.addOperations({answered, nullptr}, true, soon()));
+  EXPECT_FALSE(queue.addOperations({answered, silent[0]}, true, now()));  // waits for all
+  EXPECT_FALSE(queue.addOperations({silent[0], answered}, true, now()));
   EXPECT_EQ(queue.operationCount(), 200U);
 }
 

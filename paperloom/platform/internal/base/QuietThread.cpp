@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/FatalError.h"
 
 namespace paperloom::internal {
 

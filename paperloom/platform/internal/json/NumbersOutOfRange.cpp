@@ -7,44 +7,25 @@
 namespace paperloom::internal {
 namespace {
 
-constexpr std::string_view digits = "0123456789";
+constexpr std::size_t shortestOutOfRange = 5;  // 1e309
 
-// Takes digits off the front; whether there were any.
-bool takeDigits(std::string_view& rest) {
-  const std::size_t count = std::min(rest.find_first_not_of(digits), rest.size());
-  rest.remove_prefix(count);
-  return count > 0;
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The token with its runs of digits cut down to two each: no less a number by the grammar of
+// RFC 8259 section 6, a superfluous leading zero included, and never out of range.
+std::string shapeOf(std::string_view token) {
+  std::string shape;
+  std::size_t run = 0;
+  for (const char c : token) {
+    run = isDigit(c) ? run + 1 : 0;
+    if (run <= 2) shape += c;
+  }
+  return shape;
 }
 
-// RFC 8259 section 6: number = [ minus ] int [ frac ] [ exp ]
-bool isNumber(std::string_view token) {
-  if (token.starts_with('-')) token.remove_prefix(1);
-  if (token.starts_with('0')) {
-    token.remove_prefix(1);
-  } else if (!takeDigits(token)) {
-    return false;
-  }
-  if (token.starts_with('.')) {
-    token.remove_prefix(1);
-    if (!takeDigits(token)) return false;
-  }
-  if (token.starts_with('e') || token.starts_with('E')) {
-    token.remove_prefix(1);
-    if (token.starts_with('+') || token.starts_with('-')) token.remove_prefix(1);
-    if (!takeDigits(token)) return false;
-  }
-  return token.empty();
-}
-
-// Shorter ones than any number out of range: 1e309, 9223372036854775808.
-bool mayBeOutOfRange(std::string_view token) {
-  return token.size() >= 19 || (token.size() >= 5 && token.find_first_of("eE") != token.npos);
-}
-
-// The end of the characters from `at` on of which a number may consist; `at` if there are none.
-std::size_t endOfToken(std::string_view text, std::size_t at) {
+std::size_t endOfNumber(std::string_view text, std::size_t at) {
   const auto belongs = [](char c) {
-    return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
+    return isDigit(c) || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
   };
   while (at < text.size() && belongs(text[at])) ++at;
   return at;
@@ -60,19 +41,20 @@ std::size_t endOfString(std::string_view text, std::size_t quote) {
 }  // namespace
 
 std::string nullingNumbersOutOfRange(std::string_view text, std::size_t padding) {
-  std::string copy;
   simdjson::dom::parser decoder;
-  std::size_t at = 0;
-  while (at < text.size()) {
+  const auto decodes = [&](std::string_view token) {
+    return decoder.parse(token.data(), token.size()).error() == simdjson::SUCCESS;
+  };
+  std::string copy;
+  for (std::size_t at = 0; at < text.size();) {
     if (text[at] == '"') {
       at = endOfString(text, at);
       continue;
     }
-    const std::size_t end = endOfToken(text, at);
+    const std::size_t end = endOfNumber(text, at);
     const std::string_view token = text.substr(at, end - at);
     // What is no number at all stays: the decoder is to refuse it.
-    if (mayBeOutOfRange(token) && isNumber(token) &&
-        decoder.parse(token.data(), token.size()).error() == simdjson::NUMBER_ERROR) {
+    if (token.size() >= shortestOutOfRange && !decodes(token) && decodes(shapeOf(token))) {
       if (copy.empty()) {
         copy.reserve(text.size() + padding);
         copy = text;

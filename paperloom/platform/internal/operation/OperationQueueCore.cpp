@@ -11,7 +11,7 @@ namespace paperloom::internal {
 bool OperationQueueCore::add(std::shared_ptr<Operation> operation) {
   if (!operation || operation->isFinished()) return false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (closed_ || operation->enqueued_.exchange(true)) return false;
     entries_.emplace(operation.get(), Entry{.operation = operation});
   }
@@ -34,7 +34,7 @@ void OperationQueueCore::didChangeValue(Operation& operation, std::string_view k
 }
 
 void OperationQueueCore::operationBecameReady(Operation& operation) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Entry* const entry = find(operation);
   if (entry == nullptr) return;
   if (entry->stage == Stage::asking) entry->announcedMeanwhile = true;
@@ -44,7 +44,7 @@ void OperationQueueCore::operationBecameReady(Operation& operation) {
 }
 
 void OperationQueueCore::didCancel(Operation& operation) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Entry* const entry = find(operation);
   if (entry == nullptr) return;
   if (entry->stage == Stage::asking) entry->announcedMeanwhile = true;
@@ -56,12 +56,12 @@ void OperationQueueCore::didCancel(Operation& operation) {
 void OperationQueueCore::operationFinished(Operation& operation) {
   std::unordered_map<const Operation*, Entry>::node_type left;  // released after the lock
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     left = entries_.extract(&operation);
     if (left.empty()) return;
     leaveLine(left.mapped());
     releasePlace(left.mapped());
-    if (entries_.empty()) empty_.notify_all();
+    if (entries_.empty()) empty_.notifyAll();
     wakeThreads();
   }
   operation.removeObserver(shared_from_this());
@@ -105,12 +105,12 @@ void OperationQueueCore::wakeThreads() {
     threads_.push_back(startQuietThread([core = shared_from_this()] { core->runThread(); }));
     ++idleThreads_;  // until it looks for work
   }
-  for (std::size_t i = 0; i < std::min(wanted, idleThreads_); ++i) work_.notify_one();
+  for (std::size_t i = 0; i < std::min(wanted, idleThreads_); ++i) work_.notifyOne();
   if (cancelled_.empty() || idleThreads_ > 0) return;
   if (!spareThread_.joinable()) {
     spareThread_ = startQuietThread([core = shared_from_this()] { core->runSpareThread(); });
   }
-  spareWork_.notify_one();
+  spareWork_.notifyOne();
 }
 
 OperationQueueCore::Entry* OperationQueueCore::nextEntry(bool onlyCancelled) {
@@ -146,45 +146,45 @@ bool OperationQueueCore::isToStart(Entry& entry, bool isReady) {
   return false;
 }
 
-void OperationQueueCore::startQueued(std::unique_lock<std::mutex>& lock, bool onlyCancelled) {
+void OperationQueueCore::startQueued(bool onlyCancelled) {
   while (const Entry* next = nextEntry(onlyCancelled)) {
     std::shared_ptr<Operation> operation = next->operation;
-    lock.unlock();
+    mutex_.unlock();
     const bool isReady = operation->isReady();
-    lock.lock();
+    mutex_.lock();
     Entry* const entry = find(*operation);
     const bool starts = entry != nullptr && isToStart(*entry, isReady);
-    lock.unlock();
+    mutex_.unlock();
     if (starts) operation->start();
     operation.reset();
-    lock.lock();
+    mutex_.lock();
   }
 }
 
 void OperationQueueCore::runThread() {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (true) {
     --idleThreads_;
-    startQueued(lock, false);
+    startQueued(false);
     ++idleThreads_;
     if (closed_) return;
-    work_.wait(lock);
+    work_.wait(mutex_);
   }
 }
 
 void OperationQueueCore::runSpareThread() {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (true) {
-    startQueued(lock, true);
+    startQueued(true);
     if (closed_) return;
-    spareWork_.wait(lock);
+    spareWork_.wait(mutex_);
   }
 }
 
 void OperationQueueCore::cancelAll() {
   std::vector<std::shared_ptr<Operation>> operations;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     operations.reserve(entries_.size());
     for (auto& [key, entry] : entries_) {
       operations.push_back(entry.operation);
@@ -195,7 +195,7 @@ void OperationQueueCore::cancelAll() {
     }
   }
   for (const auto& operation : operations) operation->cancel();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& operation : operations) {
     Entry* const entry = find(*operation);
     if (entry == nullptr) continue;
@@ -209,17 +209,17 @@ void OperationQueueCore::cancelAll() {
 void OperationQueueCore::close() {
   std::vector<std::thread> threads;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     closed_ = true;
     threads.swap(threads_);
     if (spareThread_.joinable()) threads.push_back(std::move(spareThread_));
-    work_.notify_all();
-    spareWork_.notify_all();
+    work_.notifyAll();
+    spareWork_.notifyAll();
   }
   cancelAll();
   {
-    std::unique_lock lock(mutex_);
-    startQueued(lock, true);
+    const MutexLock lock(mutex_);
+    startQueued(true);
   }
   const auto isCaller = [](const std::thread& thread) {
     return thread.get_id() == std::this_thread::get_id();
@@ -227,9 +227,9 @@ void OperationQueueCore::close() {
   const bool closedFromWithin = std::any_of(threads.begin(), threads.end(), isCaller);
   for (std::thread& thread : threads) closedFromWithin ? thread.detach() : thread.join();
 
-  decltype(entries_) unfinished;
+  std::unordered_map<const Operation*, Entry> unfinished;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ready_.clear();
     cancelled_.clear();
     unfinished.swap(entries_);
@@ -238,37 +238,41 @@ void OperationQueueCore::close() {
 }
 
 int OperationQueueCore::limit() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return limit_;
 }
 
 void OperationQueueCore::setLimit(int limit) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   limit_ = std::max(limit, -1);
   wakeThreads();
 }
 
 bool OperationQueueCore::isSuspended() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return suspended_;
 }
 
 void OperationQueueCore::setSuspended(bool suspended) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   suspended_ = suspended;
   wakeThreads();
 }
 
 std::size_t OperationQueueCore::operationCount() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return entries_.size();
 }
 
 bool OperationQueueCore::waitUntilEmpty(const Operation::Deadline& deadline) const {
-  std::unique_lock lock(mutex_);
-  const auto isEmpty = [this] { return entries_.empty(); };
-  if (deadline) return empty_.wait_until(lock, *deadline, isEmpty);
-  empty_.wait(lock, isEmpty);
+  const MutexLock lock(mutex_);
+  while (!entries_.empty()) {
+    if (!deadline) {
+      empty_.wait(mutex_);
+    } else if (!empty_.waitUntil(mutex_, *deadline)) {
+      return entries_.empty();
+    }
+  }
   return true;
 }
 

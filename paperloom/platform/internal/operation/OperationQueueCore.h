@@ -1,15 +1,14 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/Operation.h"
 
 namespace paperloom::internal {
@@ -58,41 +57,40 @@ class OperationQueueCore : public OperationObserver,
     Line::iterator turn = {};
   };
 
-  // These need the lock.
-  Entry* find(const Operation& operation);
-  std::size_t freePlaces() const;
-  std::size_t maximumThreads() const;
-  void enqueue(Entry& entry, bool asFirst = false);
-  void leaveLine(Entry& entry);
-  void releasePlace(Entry& entry);
-  bool mayStart(const Entry& entry) const;
-  void wakeThreads();
-  Entry* nextEntry(bool onlyCancelled);
-
-  // Starts what may be started until nothing is left, with `lock` held in between.
-  void startQueued(std::unique_lock<std::mutex>& lock, bool onlyCancelled);
+  Entry* find(const Operation& operation) PAPERLOOM_REQUIRES(mutex_);
+  std::size_t freePlaces() const PAPERLOOM_REQUIRES(mutex_);
+  std::size_t maximumThreads() const PAPERLOOM_REQUIRES(mutex_);
+  void enqueue(Entry& entry, bool asFirst = false) PAPERLOOM_REQUIRES(mutex_);
+  void leaveLine(Entry& entry) PAPERLOOM_REQUIRES(mutex_);
+  void releasePlace(Entry& entry) PAPERLOOM_REQUIRES(mutex_);
+  bool mayStart(const Entry& entry) const PAPERLOOM_REQUIRES(mutex_);
+  void wakeThreads() PAPERLOOM_REQUIRES(mutex_);
+  Entry* nextEntry(bool onlyCancelled) PAPERLOOM_REQUIRES(mutex_);
   // Whether the entry, asked with the lock released, is to be started; otherwise it waits anew.
-  bool isToStart(Entry& entry, bool isReady);
+  bool isToStart(Entry& entry, bool isReady) PAPERLOOM_REQUIRES(mutex_);
+  // Starts what may be started until nothing is left; releases the lock for each.
+  void startQueued(bool onlyCancelled) PAPERLOOM_REQUIRES(mutex_);
+
   void runThread();
   void runSpareThread();
   void operationBecameReady(Operation& operation);
   void operationFinished(Operation& operation);
 
-  mutable std::mutex mutex_;
-  std::condition_variable work_;
-  std::condition_variable spareWork_;
-  mutable std::condition_variable empty_;
-  std::unordered_map<const Operation*, Entry> entries_;
-  Line ready_;
-  Line cancelled_;
-  std::size_t placesHeld_ = 0;
-  int limit_ = -1;
-  bool suspended_ = false;
-  bool closed_ = false;
-  std::size_t idleThreads_ = 0;
-  std::vector<std::thread> threads_;
+  mutable Mutex mutex_;
+  ConditionVariable work_;
+  ConditionVariable spareWork_;
+  mutable ConditionVariable empty_;
+  std::unordered_map<const Operation*, Entry> entries_ PAPERLOOM_GUARDED_BY(mutex_);
+  Line ready_ PAPERLOOM_GUARDED_BY(mutex_);
+  Line cancelled_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::size_t placesHeld_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  int limit_ PAPERLOOM_GUARDED_BY(mutex_) = -1;
+  bool suspended_ PAPERLOOM_GUARDED_BY(mutex_) = false;
+  bool closed_ PAPERLOOM_GUARDED_BY(mutex_) = false;
+  std::size_t idleThreads_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  std::vector<std::thread> threads_ PAPERLOOM_GUARDED_BY(mutex_);
   // Finishes cancelled operations while all others are held up.
-  std::thread spareThread_;
+  std::thread spareThread_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom::internal

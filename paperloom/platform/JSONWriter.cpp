@@ -1,7 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "paperloom/platform/internal/json/JSONWriter.h"
+#include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
 

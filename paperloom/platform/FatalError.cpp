@@ -1,4 +1,4 @@
-#include "paperloom/platform/internal/base/FatalError.h"
+#include "paperloom/platform/FatalError.h"
 
 #include <cstdio>
 #include <cstdlib>

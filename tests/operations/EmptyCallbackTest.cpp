@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include "paperloom/identity/LoginKeeper.h"
+#include "paperloom/identity/RegistrationCoordinator.h"
+#include "paperloom/network/CacheWarmerDataCoordinator.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/operations/CheckEntitlementOperation.h"
+#include "paperloom/operations/LoginOperation.h"
+#include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
+#include "paperloom/operations/RegistrationOperation.h"
+#include "paperloom/platform/DispatchQueue.h"
+#include "tests/support/IdentityFixture.h"
+
+namespace paperloom::test {
+namespace {
+
+constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
+
+class EmptyCallbacks : public IdentityFixture {
+ protected:
+  // Every request, with nobody to tell.
+  void askForEverything() {
+    const URL url = *URL::parse(service->baseURL() + "/config");
+    LoginKeeper keeper(auth, LoginKeeper::Keep());
+    for (AuthDataCoordinatorProtocol* coordinator :
+         {static_cast<AuthDataCoordinatorProtocol*>(auth.get()),
+          static_cast<AuthDataCoordinatorProtocol*>(&keeper)}) {
+      for (const char* text : {"text", "no UTF-8: \xff"}) {
+        coordinator->login(text, text, email, nullptr);
+        coordinator->refreshToken(text, nullptr);
+        coordinator->checkEntitlement(text, nullptr);
+        registration->registerAccount(text, text, text, text, true, nullptr);
+        linked.deleteEmailDetails(text, text, nullptr, nullptr);
+        linked.deleteGoogleDetails(text, nullptr, nullptr);
+      }
+    }
+    manager->getRequest(url, {}, nullptr);
+    manager->postJSONData<Authorisation>(Data(), url, nullptr, nullptr);
+    content->postJSONData(url, Data(), nullptr);
+    content->getJSONData<Authorisation>(url, nullptr, nullptr);
+    front.requestAppMetadata(nullptr, nullptr);
+    front.requestStreamForSections({}, nullptr, nullptr);
+    front.requestOfflineStream(nullptr, nullptr);
+    front.requestArticle(url, nullptr, nullptr);
+    front.requestImageFromURL(url, nullptr, nullptr);
+    front.cacheWarmerDataCoordinator()->saveToCache(url, true, nullptr);
+    URLSession(configuration(folder.path() / "own")).dataTask(URLRequest(url), nullptr)->resume();
+  }
+
+  UserDefaults defaults{folder.path() / "defaults"};
+  LatestDateStore dates{defaults};
+  std::shared_ptr<ContentSessionManager> content =
+      std::make_shared<ContentSessionManager>(std::make_shared<URLCache>());
+  RegistrationCoordinator linked{content};
+  DataCoordinator front{content, dates};
+};
+
+TEST_F(EmptyCallbacks, areNobodyToTell) {
+  auth->setBaseURL(std::nullopt);
+  registration->setBaseURL(std::nullopt);
+  askForEverything();
+  auth->setBaseURL(URL::parse(service->identityURL()));
+  registration->setBaseURL(auth->baseURL());
+  linked.setBaseURL(auth->baseURL());
+  front.setBaseURL(URL::parse(service->baseURL()));
+  askForEverything();
+  EXPECT_TRUE(pumpUntil([&] { return manager->taskCount() + content->taskCount() == 0; }));
+  DispatchQueue queue;
+  queue.async(nullptr);
+  EXPECT_EQ(queue.runPending(), 0U);
+}
+
+TEST_F(EmptyCallbacks, norDoesANullParserAcceptAnything) {
+  std::promise<Result<Authorisation>> fetched;
+  content->getJSONData<Authorisation>(
+      *URL::parse(service->baseURL() + "/config"), nullptr,
+      [&](auto result, bool) { fetched.set_value(std::move(result)); });
+  EXPECT_EQ(await(fetched.get_future()).error().details(), "no parser was given");
+  std::promise<RequestResult<Authorisation>> posted;
+  auth->login("premium@lantern.example", "lighthouse-7", email, nullptr);
+  manager->postJSONData<Authorisation>(Data(R"({"refreshToken":"x"})"),
+                                       *URL::parse(service->baseURL() + "/config"), nullptr,
+                                       [&](auto result) { posted.set_value(std::move(result)); });
+  EXPECT_FALSE(std::holds_alternative<request::Success<Authorisation>>(await(posted.get_future())));
+}
+
+TEST(NullCollaborators, stopTheProgram) {
+  const auto auth = std::make_shared<AuthDataCoordinator>(std::make_shared<AuthSessionManager>());
+  EXPECT_DEATH(DataCoordinator(nullptr), "needs a session manager");
+  EXPECT_DEATH(AuthDataCoordinator(nullptr), "needs a session manager");
+  EXPECT_DEATH(RegistrationCoordinator(nullptr), "needs a session manager");
+  EXPECT_DEATH(UserRegistrationDataCoordinator(nullptr), "needs a session manager");
+  EXPECT_DEATH(ContentSessionManager(nullptr), "needs a cache");
+  EXPECT_DEATH(CacheWarmerDataCoordinator(nullptr), "needs a cache");
+  EXPECT_DEATH(LoginKeeper(nullptr, LoginKeeper::Keep()), "needs a coordinator");
+  EXPECT_DEATH(LoginKeeper(auth, std::shared_ptr<LoginStorage>()), "needs a storage");
+  EXPECT_DEATH(LoginOperation("", "", email, nullptr), "needs a coordinator");
+  EXPECT_DEATH(RegistrationOperation({}, nullptr), "needs a coordinator");
+  EXPECT_DEATH(CheckEntitlementOperation(nullptr, auth), "needs an authorisation");
+  EXPECT_DEATH(RefreshTokenThenCheckEntitlementsOperation(nullptr, auth), "needs an authorisation");
+}
+
+}  // namespace
+}  // namespace paperloom::test
