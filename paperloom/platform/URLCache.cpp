@@ -34,10 +34,14 @@ std::optional<CachedURLResponse> URLCache::cachedResponseThroughRedirects(
 }
 
 void URLCache::storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) {
-  store_->store(response, request);
+  store_->apply({{request, response}});
 }
 
-void URLCache::removeCachedResponse(const URLRequest& request) { store_->remove(request); }
+void URLCache::removeCachedResponse(const URLRequest& request) {
+  store_->apply({{request, std::nullopt}});
+}
+
+void URLCache::apply(const std::vector<Change>& changes) { store_->apply(changes); }
 
 void URLCache::removeAllCachedResponses() { store_->removeAll(); }
 

@@ -52,6 +52,38 @@ TEST_F(URLCacheTest, anAnswerComesBackWholeFromMemoryAndFromDisk) {
   }
 }
 
+TEST_F(URLCacheTest, changesThatAreAppliedTogetherHappenInTheirOrder) {
+  // The second capacity has room for one of these at once, and the last for none of them.
+  for (const std::int64_t capacity : {10 * megabyte, megabyte / 2, megabyte / 20}) {
+    SCOPED_TRACE(capacity);
+    const auto file = path_ / std::to_string(capacity);
+    URLCache cache(megabyte, capacity, file);
+    cache.storeCachedResponse(answer("old"), request("http://host/kept"));
+    std::vector<URLCache::Change> changes;
+    const auto change = [&](const char* url, std::optional<CachedURLResponse> response) {
+      changes.push_back({request(url), std::move(response)});
+    };
+    change("http://host/kept", answer("overtaken"));
+    change("http://host/gone", answer(bodyFor("gone", 1, 15'000)));
+    change("http://host/kept", answer("new"));
+    change("http://host/gone", std::nullopt);
+    for (int i = 0; i < 8; ++i) {
+      const std::string url = "http://host/" + std::to_string(i);
+      change(url.c_str(), answer(bodyFor(url, 1, 15'000)));
+    }
+    cache.apply(changes);
+    const URLCache other(0, capacity, file);
+    for (const URLCache* each : {const_cast<const URLCache*>(&cache), &other}) {
+      EXPECT_EQ(bodyOf(*each, "http://host/kept"), "new");
+      EXPECT_EQ(bodyOf(*each, "http://host/gone"), "(none)");
+    }
+    int kept = 0;
+    for (int i = 0; i < 8; ++i)
+      kept += bodyOf(other, "http://host/" + std::to_string(i)) != "(none)";
+    EXPECT_EQ(kept, capacity > megabyte / 4 ? 8 : 0);
+  }
+}
+
 TEST_F(URLCacheTest, ofTheVariantsTheOneThatFitsIsChosen) {
   const struct {
     const char* vary;

@@ -16,6 +16,22 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds lastWait{250};
 
+// The id of the row that was stored, if one was.
+SQLiteResult<std::int64_t> make(const DiskTier::Change& change, std::int64_t capacity,
+                                CacheWriter& writer) {
+  switch (change.kind) {
+    case DiskTier::Change::Kind::store:
+      return writer.store(change.key, *change.request, *change.entry, capacity);
+    case DiskTier::Change::Kind::removeMatching:
+      TRY(writer.removeMatching(change.key, *change.request));
+      break;
+    case DiskTier::Change::Kind::remove:
+      TRY(writer.remove(change.key));
+      break;
+  }
+  return 0;
+}
+
 }  // namespace
 
 std::shared_ptr<DiskTier> DiskTier::shared(const std::filesystem::path& folder) {
@@ -63,55 +79,70 @@ std::optional<CacheEntry> DiskTier::find(const CacheKey& key, VaryMatcher& reque
   return std::move(found.entry);
 }
 
-void DiskTier::store(const CacheKey& key, VaryMatcher& request, const CacheEntry& entry,
-                     std::int64_t capacity, const Asker& asker) {
-  change(&key, asker,
-         [&](CacheWriter& writer) { return writer.store(key, request, entry, capacity); });
-}
-
-void DiskTier::removeMatching(const CacheKey& key, VaryMatcher& request, const Asker& asker) {
-  change(&key, asker, [&](CacheWriter& writer) -> SQLiteResult<std::int64_t> {
-    TRY(writer.removeMatching(key, request));
-    return 0;
-  });
-}
-
-void DiskTier::remove(const CacheKey& key, const Asker& asker) {
-  change(&key, asker, [&](CacheWriter& writer) -> SQLiteResult<std::int64_t> {
-    TRY(writer.remove(key));
-    return 0;
-  });
-}
-
-void DiskTier::removeAll(const Asker& asker) {
-  change(nullptr, asker, [](CacheWriter& writer) -> SQLiteResult<std::int64_t> {
-    TRY(writer.removeAll());
-    return 0;
-  });
+void DiskTier::change(const std::vector<Change>& changes, std::int64_t capacity,
+                      const MemoryTier* own, Deadline deadline) {
+  if (changes.size() > 1 && changeTogether(changes, capacity, own, deadline)) return;
+  for (const Change& one : changes) changeOne(one, capacity, own, deadline);
 }
 
 // The memories are told while the write gate is held, so that they hear of changes in the order in
 // which the file has them.
-void DiskTier::change(const CacheKey* key, const Asker& asker, const Change& change) {
-  const TimedGate::Hold hold(connection_.writeGate(), asker.deadline);
-  std::int64_t id = 0;
-  const Room room = key != nullptr ? Room::asLogAllows : Room::always;
-  const bool done = hold && connection_.write(asker.deadline, room, key,
+bool DiskTier::changeTogether(const std::vector<Change>& changes, std::int64_t capacity,
+                              const MemoryTier* own, Deadline deadline) {
+  // What is outdated has to go before it is stored anew, which is done one by one.
+  if (std::any_of(changes.begin(), changes.end(),
+                  [this](const Change& one) { return ledger_.isOutdated(one.key.url); })) {
+    return false;
+  }
+  const TimedGate::Hold hold(connection_.writeGate(), deadline);
+  std::vector<std::int64_t> ids;
+  const bool done = hold && connection_.write(deadline, Room::asLogAllows, nullptr,
                                               [&](CacheWriter& writer) -> SQLiteStatus {
-                                                id = TRY(change(writer));
+                                                ids.clear();  // of an attempt before this one
+                                                for (const Change& one : changes) {
+                                                  ids.push_back(TRY(make(one, capacity, writer)));
+                                                }
                                                 return {};
                                               });
-  if (key == nullptr) ledger_.forgetUses();
+  if (!done) return false;
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    changes[i].then(ids[i]);
+    ledger_.tell(own, [&](MemoryTier& memory) { memory.remove(changes[i].key); });
+  }
+  return true;
+}
+
+void DiskTier::changeOne(const Change& change, std::int64_t capacity, const MemoryTier* own,
+                         Deadline deadline) {
+  const TimedGate::Hold hold(connection_.writeGate(), deadline);
+  std::int64_t id = 0;
+  const bool done = hold && connection_.write(deadline, Room::asLogAllows, &change.key,
+                                              [&](CacheWriter& writer) -> SQLiteStatus {
+                                                id = TRY(make(change, capacity, writer));
+                                                return {};
+                                              });
   if (!done) {
     id = 0;
-    if (key != nullptr) ledger_.noteOutdated(*key);
-    if (key == nullptr) ledger_.noteAllOutdated();
-    if (hold) connection_.removeOutdated(asker.deadline);
+    ledger_.noteOutdated(change.key);
+    if (hold) connection_.removeOutdated(deadline);
   }
-  asker.then(id);
-  ledger_.tell(asker.own,
-               [&](MemoryTier& memory) { key != nullptr ? memory.remove(*key) : memory.clear(); });
-  if (done && key == nullptr) connection_.scrub(asker.deadline);
+  change.then(id);
+  ledger_.tell(own, [&](MemoryTier& memory) { memory.remove(change.key); });
+}
+
+void DiskTier::removeAll(const MemoryTier* own, const Then& then, Deadline deadline) {
+  const TimedGate::Hold hold(connection_.writeGate(), deadline);
+  const bool done =
+      hold && connection_.write(deadline, Room::always, nullptr,
+                                [](CacheWriter& writer) { return writer.removeAll(); });
+  ledger_.forgetUses();
+  if (!done) {
+    ledger_.noteAllOutdated();
+    if (hold) connection_.removeOutdated(deadline);
+  }
+  then(0);
+  ledger_.tell(own, [](MemoryTier& memory) { memory.clear(); });
+  if (done) connection_.scrub(deadline);
 }
 
 void DiskTier::trim(std::int64_t capacity, Deadline deadline) {

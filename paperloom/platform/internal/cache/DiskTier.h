@@ -40,19 +40,26 @@ class DiskTier {
   // Counts a use of the row. The file learns of it when the row would be evicted, or in the end.
   void noteUse(std::int64_t id) { ledger_.noteUse(id); }
 
-  // `own` is the memory of the cache that asks. `then` brings it up to date: it is called exactly
-  // once, in the order of the writes to disk, with the id of the row, 0 when nothing was stored.
+  // Brings the memory of the cache that asks up to date: called exactly once a change, in the order
+  // of the writes to disk, with the id of the row, 0 when nothing was stored.
   using Then = std::function<void(std::int64_t id)>;
-  struct Asker {
-    const MemoryTier* own;
-    const Then& then;
-    Deadline deadline;
+  struct Change {
+    enum class Kind {
+      store,           // `entry`, in place of the variants that fit the request; evicts
+      removeMatching,  // the variants that fit the request
+      remove,          // every variant
+    };
+    Kind kind = Kind::remove;
+    CacheKey key;
+    VaryMatcher* request = nullptr;     // but with remove
+    const CacheEntry* entry = nullptr;  // with store
+    Then then;
   };
-  void store(const CacheKey& key, VaryMatcher& request, const CacheEntry& entry,
-             std::int64_t capacity, const Asker& asker);
-  void removeMatching(const CacheKey& key, VaryMatcher& request, const Asker& asker);
-  void remove(const CacheKey& key, const Asker& asker);
-  void removeAll(const Asker& asker);
+  // Makes them in one transaction, or, where that fails, one by one. `own` is the memory of the
+  // cache that asks.
+  void change(const std::vector<Change>& changes, std::int64_t capacity, const MemoryTier* own,
+              Deadline deadline);
+  void removeAll(const MemoryTier* own, const Then& then, Deadline deadline);
   // Evicts down to the capacity, and gives the room back to the file system if it is much.
   void trim(std::int64_t capacity, Deadline deadline);
 
@@ -63,9 +70,10 @@ class DiskTier {
  private:
   using Room = CacheConnection::Room;
 
-  using Change = std::function<SQLiteResult<std::int64_t>(CacheWriter&)>;
-  // Without a key it is about everything.
-  void change(const CacheKey* key, const Asker& asker, const Change& change);
+  bool changeTogether(const std::vector<Change>& changes, std::int64_t capacity,
+                      const MemoryTier* own, Deadline deadline);
+  void changeOne(const Change& change, std::int64_t capacity, const MemoryTier* own,
+                 Deadline deadline);
   void dropDamaged(const std::vector<CacheReader::Damaged>& rows);
 
   CacheLedger ledger_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <unordered_set>
 #include <utility>
 
@@ -54,50 +55,68 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
   return response;
 }
 
-void URLCacheStore::store(const CachedURLResponse& response, const URLRequest& request) {
-  if (!isKept(request.method)) return;
-  const CacheKey key = cacheKey(request.url);
-  VaryMatcher matcher(request.headers);
-  auto vary = varyKey(response.response.headers, request.headers);
-  const auto end = inAWhile();
-  const auto disk = this->disk(end);
+// What the tiers need of a change; the tiers point into it.
+struct URLCacheStore::Prepared {
+  explicit Prepared(const URLCache::Change& change)
+      : key(cacheKey(change.request.url)), matcher(change.request.headers) {}
+
+  CacheKey key;
+  VaryMatcher matcher;
+  std::optional<CacheEntry> entry;
+};
+
+DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, const URLCache::Change& change) {
+  using Kind = DiskTier::Change::Kind;
+  if (!change.response) {
+    return {Kind::remove, prepared.key, nullptr, nullptr,
+            [this, &prepared](std::int64_t) { memory_.remove(prepared.key); }};
+  }
+  auto vary = varyKey(change.response->response.headers, change.request.headers);
   // What cannot be kept still makes the copy outdated that it would have replaced.
   if (!vary) {
-    const DiskTier::Then then = [&](std::int64_t) { memory_.removeMatching(key, matcher); };
-    return disk ? disk->removeMatching(key, matcher, {&memory_, then, end}) : then(0);
+    return {Kind::removeMatching, prepared.key, &prepared.matcher, nullptr,
+            [this, &prepared](std::int64_t) {
+              memory_.removeMatching(prepared.key, prepared.matcher);
+            }};
   }
-  CacheEntry entry{std::move(*vary), response, 0, 0};
-  entry.size =
-      static_cast<std::int64_t>(encodedHeadSize(key, entry.vary, response) + response.data.size());
-  const std::int64_t size = entry.size;
-  const DiskTier::Then then = [&](std::int64_t id) {
-    CacheEntry copy = entry;
-    copy.id = id;
-    memory_.store(key, matcher, std::move(copy));
-  };
-  const std::int64_t capacity = diskCapacity_;
-  if (!disk) {
-    then(0);
-  } else if (size > capacity / 20) {
-    disk->removeMatching(key, matcher, {&memory_, then, end});
-  } else {
-    disk->store(key, matcher, entry, capacity, {&memory_, then, end});
-  }
+  CacheEntry& entry = prepared.entry.emplace(CacheEntry{std::move(*vary), *change.response, 0, 0});
+  entry.size = static_cast<std::int64_t>(encodedHeadSize(prepared.key, entry.vary, entry.response) +
+                                         entry.response.data.size());
+  const bool fitsDisk = entry.size <= diskCapacity_ / 20;
+  return {fitsDisk ? Kind::store : Kind::removeMatching, prepared.key, &prepared.matcher, &entry,
+          [this, &prepared](std::int64_t id) {
+            prepared.entry->id = id;
+            memory_.store(prepared.key, prepared.matcher, *std::move(prepared.entry));
+          }};
 }
 
-void URLCacheStore::remove(const URLRequest& request) {
-  const CacheKey key = cacheKey(request.url);
+void URLCacheStore::apply(const std::vector<URLCache::Change>& changes) {
   const auto end = inAWhile();
-  const DiskTier::Then then = [&](std::int64_t) { memory_.remove(key); };
   const auto disk = this->disk(end);
-  disk ? disk->remove(key, {&memory_, then, end}) : then(0);
+  std::deque<Prepared> prepared;
+  std::vector<DiskTier::Change> made;
+  std::int64_t size = 0;
+  for (const URLCache::Change& change : changes) {
+    if (change.response && !isKept(change.request.method)) continue;
+    made.push_back(changeFor(prepared.emplace_back(change), change));
+    if (!disk) {
+      made.back().then(0);
+      continue;
+    }
+    // No more at once than one response may have: the file's log has to hold it.
+    if (made.back().entry != nullptr) size += made.back().entry->size;
+    if (size < diskCapacity_ / 20) continue;
+    disk->change(std::exchange(made, {}), diskCapacity_, &memory_, end);
+    size = 0;
+  }
+  if (disk && !made.empty()) disk->change(made, diskCapacity_, &memory_, end);
 }
 
 void URLCacheStore::removeAll() {
   const auto end = inAWhile();
   const DiskTier::Then then = [&](std::int64_t) { memory_.clear(); };
   const auto disk = this->disk(end);
-  disk ? disk->removeAll({&memory_, then, end}) : then(0);
+  disk ? disk->removeAll(&memory_, then, end) : then(0);
 }
 
 void URLCacheStore::setDiskCapacity(std::int64_t bytes) {

@@ -25,8 +25,7 @@ class URLCacheStore {
   URLCacheStore& operator=(const URLCacheStore&) = delete;
 
   std::optional<CachedURLResponse> find(const URLRequest& request);
-  void store(const CachedURLResponse& response, const URLRequest& request);
-  void remove(const URLRequest& request);
+  void apply(const std::vector<URLCache::Change>& changes);
   void removeAll();
 
   MemoryTier& memory() { return memory_; }
@@ -38,6 +37,8 @@ class URLCacheStore {
   URLCache::Statistics statistics() const { return {lookUps_, memoryHits_, diskHits_}; }
 
  private:
+  struct Prepared;
+  DiskTier::Change changeFor(Prepared& prepared, const URLCache::Change& change);
   std::shared_ptr<DiskTier> disk(DiskTier::Deadline deadline);
   std::filesystem::path folder() const;
 

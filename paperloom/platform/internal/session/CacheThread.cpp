@@ -1,5 +1,7 @@
 #include "paperloom/platform/internal/session/CacheThread.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "paperloom/platform/internal/base/QuietThread.h"
@@ -25,18 +27,18 @@ void CacheThread::lookUp(URLRequest request, Found then) {
   asked_.notifyOne();
 }
 
-void CacheThread::write(std::vector<CacheWrite> writes, Written then) {
+void CacheThread::write(std::vector<URLCache::Change> changes, Written then) {
   {
     const MutexLock lock(mutex_);
     if (!finished_) {
-      writes_.push_back({std::move(writes), std::move(then)});
+      writes_.push_back({std::move(changes), std::move(then)});
       startIfNeeded();
       asked_.notifyOne();
       return;
     }
   }
   std::vector<Write> one;
-  one.push_back({std::move(writes), std::move(then)});
+  one.push_back({std::move(changes), std::move(then)});
   apply(std::move(one));
 }
 
@@ -85,16 +87,12 @@ StoredHops CacheThread::find(URLRequest request) {
 }
 
 void CacheThread::apply(std::vector<Write> writes) {
-  for (const Write& write : writes) {
-    for (const CacheWrite& one : write.writes) {
-      if (one.entry) {
-        cache_->storeCachedResponse(*one.entry, one.request);
-      } else {
-        cache_->removeCachedResponse(one.request);
-      }
-    }
+  std::vector<URLCache::Change> changes;
+  for (Write& write : writes) {
+    std::move(write.changes.begin(), write.changes.end(), std::back_inserter(changes));
   }
-  for (Write& write : writes) write.then();
+  if (!changes.empty()) cache_->apply(changes);
+  for (const Write& write : writes) write.then();
 }
 
 }  // namespace paperloom::internal

@@ -11,12 +11,6 @@
 
 namespace paperloom::internal {
 
-// One change of the cache: `entry` kept for `request`, or what is kept for it removed.
-struct CacheWrite {
-  URLRequest request;
-  std::optional<CachedURLResponse> entry;
-};
-
 // What the cache holds for a request and for what its stored redirects lead to, a hop each.
 struct StoredHop {
   URLRequest request;
@@ -41,7 +35,7 @@ class CacheThread {
   using Found = std::function<void(StoredHops)>;
   void lookUp(URLRequest request, Found then);
   using Written = std::function<void()>;
-  void write(std::vector<CacheWrite> writes, Written then);
+  void write(std::vector<URLCache::Change> changes, Written then);
 
   // Makes the writes that are left and ends the thread. Look-ups are dropped from then on; writes
   // happen on the thread that asks.
@@ -53,7 +47,7 @@ class CacheThread {
     Found then;
   };
   struct Write {
-    std::vector<CacheWrite> writes;
+    std::vector<URLCache::Change> changes;
     Written then;
   };
 

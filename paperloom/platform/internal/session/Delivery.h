@@ -20,9 +20,10 @@ struct Delivery {
   std::optional<HTTPURLResponse> response{};
   std::optional<URLError> error{};
   URLSessionTaskMetrics metrics{};
-  std::vector<CacheWrite> writes{};           // made whatever became of the task
-  std::optional<CacheWrite> freshAnswer{};    // made when the task's store filter has accepted it
-  std::vector<CacheWrite> withFreshAnswer{};  // made with it or not at all
+  std::vector<URLCache::Change> writes{};  // made whatever became of the task
+  std::optional<URLCache::Change>
+      freshAnswer{};  // made when the task's store filter has accepted it
+  std::vector<URLCache::Change> withFreshAnswer{};  // made with it or not at all
   std::optional<Refresh> refresh{};
 };
 

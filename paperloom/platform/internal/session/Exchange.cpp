@@ -180,16 +180,16 @@ void Exchange::noteEffects(const TransferResult& result) {
   }
 }
 
-std::optional<CacheWrite> Exchange::writeFor(const HTTPURLResponse& answer,
-                                             const TransferResult& result) {
+std::optional<URLCache::Change> Exchange::writeFor(const HTTPURLResponse& answer,
+                                                   const TransferResult& result) {
   // A coding that only this caller has asked for is of no use to another.
   const bool coded = contentCoding(answer.headers) != ContentCoding::identity;
   if (coded && request_.headers.contains("Accept-Encoding")) return std::nullopt;
   if (!hasCache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
   URLRequest key(request_.url);
   key.headers = request_.headers;
-  return CacheWrite{std::move(key),
-                    entryToStore(answer, result.body, result.requestTime, result.responseTime)};
+  return URLCache::Change{
+      std::move(key), entryToStore(answer, result.body, result.requestTime, result.responseTime)};
 }
 
 Exchange::Step Exchange::failed(TransferResult result, Date now) {

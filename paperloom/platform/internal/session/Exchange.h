@@ -59,7 +59,8 @@ class Exchange {
   void noteEffects(const TransferResult& result);
   // The stored answer brought up to date by a confirmation, here and in the cache.
   CachedURLResponse updateStored(const TransferResult& result);
-  std::optional<CacheWrite> writeFor(const HTTPURLResponse& answer, const TransferResult& result);
+  std::optional<URLCache::Change> writeFor(const HTTPURLResponse& answer,
+                                           const TransferResult& result);
   Delivery deliver(HTTPURLResponse response, Data data);
 
   URLRequest request_;
@@ -73,8 +74,8 @@ class Exchange {
   CachePlan plan_;
   bool validationFailed_ = false;
 
-  std::vector<CacheWrite> writes_;
-  std::vector<CacheWrite> heldWrites_;  // of redirects in place of documents
+  std::vector<URLCache::Change> writes_;
+  std::vector<URLCache::Change> heldWrites_;  // of redirects in place of documents
   URLSessionTaskMetrics metrics_;
   std::optional<Refresh> refresh_;
 };
