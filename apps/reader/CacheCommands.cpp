@@ -112,12 +112,14 @@ void explain(Host& host, const std::string& address) {
               {"outcome", outcomes[outcome]},
               {"stale", explanation.stale},
               {"reason", explanation.reason},
+              {"where", explanation.where.empty() ? JSON() : JSON(explanation.where)},
               {"age", seconds(explanation.age)},
               {"freshnessLifetime", seconds(explanation.freshnessLifetime)}}));
   }
-  host.output().line(fmt::format(
-      "A request for it now {}{}: {}.", host.style().bold(sentences[outcome]),
-      explanation.stale ? ", with a stale copy" : "", printableLine(explanation.reason)));
+  host.output().line(
+      fmt::format("A request for it now {}{}: {}{}.", host.style().bold(sentences[outcome]),
+                  explanation.stale ? ", with a stale copy" : "", printableLine(explanation.reason),
+                  explanation.where.empty() ? "" : " (" + explanation.where + ")"));
   if (explanation.age) {
     const auto words = [](std::chrono::seconds time) {
       return duration(static_cast<double>(time.count()));

@@ -30,6 +30,7 @@ CacheExplanation explainCaching(const URLRequest& request,
   return {.outcome = outcome(plan.action),
           .stale = plan.stale,
           .reason = std::move(plan.reason),
+          .where = std::string(plan.where),
           .age = plan.age,
           .freshnessLifetime = plan.lifetime};
 }

@@ -24,6 +24,7 @@ struct CacheExplanation {
   Outcome outcome = Outcome::sent;
   bool stale = false;  // answeredFromCache with a copy past its freshness
   std::string reason;  // one clause in the words of the rules
+  std::string where;   // the text that says so, as "RFC 9111 section 4.2"; empty for a policy
   // Of the stored copy, when there is one: how old it is, and for how long it is fresh in all.
   std::optional<std::chrono::seconds> age;
   std::optional<std::chrono::seconds> freshnessLifetime;

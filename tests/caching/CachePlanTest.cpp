@@ -151,6 +151,29 @@ TEST(Plan, obeysTheDirectivesOfBothSides) {
             Action::send);
 }
 
+TEST(Plan, namesTheTextThatItGoesBy) {
+  struct Case {
+    const char* asked;
+    const char* directed;
+    const char* where;
+  };
+  for (const Case& c : {Case{"x", "max-age=60", "RFC 9111 section 4.2"},
+                        {"x", "max-age=1", "RFC 9111 section 4.2.1"},
+                        {"x", "x", "RFC 9111 section 4.2.2"},
+                        {"no-cache", "x", "RFC 9111 section 5.2.1.4"},
+                        {"x", "no-cache", "RFC 9111 section 5.2.2.4"},
+                        {"max-age=0", "max-age=60", "RFC 9111 section 5.2.1.1"},
+                        {"min-fresh=99", "max-age=60", "RFC 9111 section 5.2.1.3"},
+                        {"max-stale", "max-age=1", "RFC 9111 section 5.2.1.2"},
+                        {"no-store", "max-age=60", "RFC 9111 section 5.2.1.5"},
+                        {"only-if-cached", "max-age=1", "RFC 9111 section 5.2.1.7"},
+                        {"x", "max-age=1, stale-while-revalidate=9", "RFC 5861 section 3"}}) {
+    const auto plan =
+        planAfter(seconds(5), {{"Cache-Control", c.directed}}, {{"Cache-Control", c.asked}});
+    EXPECT_EQ(plan.where, c.where) << plan.reason;
+  }
+}
+
 TEST(Plan, guessesNoFreshnessAndServesNothingStaleWhereAnAccountIsConcerned) {
   const HTTPHeaders account{{"Authorization", "t"}};
   const HTTPHeaders impatient{{"Authorization", "t"}, {"Cache-Control", "max-stale"}};

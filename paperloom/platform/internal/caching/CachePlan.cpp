@@ -15,6 +15,14 @@ namespace {
 using Action = CachePlan::Action;
 using std::chrono::seconds;
 
+// Why a plan is what it is; no words, no reason.
+struct Ground {
+  std::string words{};
+  std::string_view where{};
+
+  explicit operator bool() const { return !words.empty(); }
+};
+
 // What the rules look at, gathered once.
 struct Situation {
   const URLRequest& request;
@@ -39,7 +47,7 @@ struct Situation {
 
   bool isFresh() const { return age.isReliable && age.value < lifetime.value; }
   bool isForAnAccount() const { return request.headers.contains("Authorization"); }
-  seconds staleness() const { return age.value - lifetime.value; }
+  seconds pastFreshness() const { return age.value - lifetime.value; }
 };
 
 std::string inSeconds(seconds value) { return std::to_string(value.count()) + " s"; }
@@ -63,39 +71,54 @@ bool variesOnEverything(const HTTPHeaders& headers) {
   return std::find(members.begin(), members.end(), "*") != members.end();
 }
 
-// Section 4.2.4: what no permission to serve stale can override. proxy-revalidate and s-maxage are
-// for shared caches (sections 5.2.2.8 and 5.2.2.10). What an account was told once does not hold
-// when the server fails or when it would say something else today.
+// Section 4.2.4: "A cache MUST NOT generate a stale response if it is prohibited by an explicit
+// in-protocol directive", which no permission overrides. proxy-revalidate and s-maxage are for
+// shared caches (sections 5.2.2.8 and 5.2.2.10). What an account was told once does not hold when
+// the server fails or when it would say something else today.
 bool forbidsServingStale(const Situation& s) {
   return s.directed.has("must-revalidate") || s.directed.hasUnqualified("no-cache") ||
          variesOnEverything(s.stored.response.headers) || !s.age.isReliable || s.isForAnAccount();
 }
 
-// Why the stored answer must be validated however fresh it is (sections 4, 4.1, 5.2.2.4); empty
-// when nothing demands it.
-std::string demandForValidation(const Situation& s) {
+// Why the stored answer must be validated however fresh it is, in the order of section 4: the
+// fields that Vary names, the no-cache of either side.
+Ground demandForValidation(const Situation& s) {
   if (s.request.cachePolicy == URLRequestCachePolicy::reloadRevalidatingCacheData) {
-    return "the request's policy demands validation";
+    return {"the request's policy demands validation"};
   }
-  if (asksForNoCache(s.request, s.asked)) return "the request says no-cache";
-  if (s.directed.hasUnqualified("no-cache")) return "the stored answer says no-cache";
-  if (variesOnEverything(s.stored.response.headers)) return "the stored answer varies on *";
+  // "a stored response with a Vary header field value containing a member "*" always fails to
+  // match"
+  if (variesOnEverything(s.stored.response.headers)) {
+    return {"the stored answer varies on *", "RFC 9111 section 4.1"};
+  }
+  if (asksForNoCache(s.request, s.asked)) {
+    return {"the request says no-cache",
+            s.asked.has("no-cache") ? "RFC 9111 section 5.2.1.4" : "RFC 9111 section 5.4"};
+  }
+  if (s.directed.hasUnqualified("no-cache")) {
+    return {"the stored answer says no-cache", "RFC 9111 section 5.2.2.4"};
+  }
   return {};
 }
 
-// Why a fresh answer is still not what the request wants (sections 5.2.1.1 and 5.2.1.3); empty when
-// it is. A malformed number asks for the most.
-std::string demandForFresher(const Situation& s) {
+// Why a fresh answer is still not what the request wants. A malformed number asks for the most.
+Ground demandForFresher(const Situation& s) {
   // RFC 8246 section 2: a reload, which is what max-age=0 says, leaves immutable answers alone.
   const bool isImmutable = s.isFresh() && s.directed.has("immutable");
+  // Section 5.2.1.1: "the client prefers a response whose age is less than or equal to the
+  // specified number of seconds"; a copy that is just as old may be older when it arrives.
   const auto maxAge = s.asked.seconds("max-age");
   if (maxAge.given && !isImmutable && s.age.value >= maxAge.value.value_or(seconds(0))) {
-    return "the request wants nothing older than its max-age and the stored answer is " +
-           inSeconds(s.age.value) + " old";
+    return {"the request wants nothing older than its max-age and the stored answer is " +
+                inSeconds(s.age.value) + " old",
+            "RFC 9111 section 5.2.1.1"};
   }
+  // Section 5.2.1.3: "a response whose freshness lifetime is no less than its current age plus the
+  // specified time".
   const auto minFresh = s.asked.seconds("min-fresh");
   if (minFresh.invalid() || (minFresh.value && s.lifetime.value - s.age.value < *minFresh.value)) {
-    return "the stored answer does not stay fresh as long as the request's min-fresh";
+    return {"the stored answer does not stay fresh as long as the request's min-fresh",
+            "RFC 9111 section 5.2.1.3"};
   }
   return {};
 }
@@ -103,26 +126,32 @@ std::string demandForFresher(const Situation& s) {
 // Section 5.2.1.2.
 bool allowsByMaxStale(const Situation& s) {
   const auto maxStale = s.asked.seconds("max-stale");
-  return maxStale.withoutArgument || (maxStale.value && s.staleness() <= *maxStale.value);
+  return maxStale.withoutArgument || (maxStale.value && s.pastFreshness() <= *maxStale.value);
 }
 
 // RFC 5861 section 3. A request that limits the age has said that it wants nothing stale (section
 // 5.2.1.1).
 bool allowsWhileRevalidating(const Situation& s) {
   const auto window = s.directed.seconds("stale-while-revalidate");
-  return window.value && s.staleness() < *window.value && !s.asked.has("max-age");
+  return window.value && s.pastFreshness() < *window.value && !s.asked.has("max-age");
 }
 
-std::string describeStaleness(const Situation& s) {
-  if (!s.age.isReliable) return "the age of the stored answer cannot be known";
-  if (s.lifetime.value == seconds(0)) {
-    return "the stored answer is stale: " + std::string(s.lifetime.source);
+Ground staleness(const Situation& s) {
+  if (!s.age.isReliable) {
+    return {"the age of the stored answer cannot be known", "RFC 9111 section 4.2.3"};
   }
-  return "the stored answer is stale: " + inSeconds(s.age.value) + " old, fresh for " +
-         inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source);
+  const std::string_view where =
+      s.lifetime.isExplicit ? "RFC 9111 section 4.2.1" : "RFC 9111 section 4.2.2";
+  if (s.lifetime.value == seconds(0)) {
+    return {"the stored answer is stale: " + std::string(s.lifetime.source), where};
+  }
+  return {"the stored answer is stale: " + inSeconds(s.age.value) + " old, fresh for " +
+              inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source),
+          where};
 }
 
-// Section 4.3.1: both validators when there are two. Last-Modified goes out only when it is a date.
+// Section 4.3.1: a cache "MUST send the relevant entity tags" that the stored answer came with, and
+// "SHOULD send the Last-Modified value"; the latter here only when it is a date.
 HTTPHeaders conditionsFrom(const CachedURLResponse& stored) {
   HTTPHeaders conditions;
   const auto tag = stored.response.headers.first("ETag");
@@ -138,40 +167,48 @@ bool hasOwnConditions(const URLRequest& request) {
   return request.headers.contains("If-None-Match") || request.headers.contains("If-Modified-Since");
 }
 
-// Why a request can be answered by the server alone; empty when a stored answer may do.
-std::string reasonToBypass(const URLRequest& request, const CachedURLResponse* stored) {
+// Why a request can be answered by the server alone; no ground when a stored answer may do.
+Ground reasonToBypass(const URLRequest& request, const CachedURLResponse* stored) {
+  // Section 4: "the request method associated with the stored response allows it to be used for the
+  // presented request". What is stored are answers to GET, which do for HEAD.
   if (request.method != "GET" && request.method != "HEAD") {
-    return "answers to " + request.method + " do not come from the cache";
+    return {"answers to " + request.method + " do not come from the cache", "RFC 9111 section 4"};
   }
   if (request.cachePolicy == URLRequestCachePolicy::reloadIgnoringLocalCacheData) {
-    return "the request's policy ignores the cache";
+    return {"the request's policy ignores the cache"};
   }
-  if (CacheControl(request.headers).has("no-store")) return "the request says no-store";
-  // RFC 9111 section 4.3.2: these are for the origin server.
+  if (CacheControl(request.headers).has("no-store")) {
+    return {"the request says no-store", "RFC 9111 section 5.2.1.5"};
+  }
+  // Section 4.3.2: a cache "MUST NOT evaluate conditional header fields that only apply to an
+  // origin server".
   for (const char* condition : {"If-Match", "If-Unmodified-Since"}) {
     if (request.headers.contains(condition)) {
-      return std::string("only the server can judge ") + condition;
+      return {std::string("only the server can judge ") + condition, "RFC 9111 section 4.3.2"};
     }
   }
-  // A host may have put a part of an answer into the cache; it stands for no whole one.
+  // A host may have put a part of an answer into the cache; it stands for no whole one
+  // (section 3.3).
   if (stored == nullptr || stored->response.statusCode == 206) {
-    return "nothing stored fits the request";
+    return {"nothing stored fits the request", "RFC 9111 section 4"};
   }
   const auto range = request.headers.combined("Range");
   const auto coding = stored->response.headers.combined("Content-Encoding");
   if (range && request.method == "GET" && (!ByteRange::parse(*range) || coding)) {
-    return "the range cannot be cut from the stored answer";
+    return {"the range cannot be cut from the stored answer", "RFC 9110 section 14.2"};
   }
   return {};
 }
 
-CachePlan sendOrRefuse(const URLRequest& request, std::string reason) {
+CachePlan sendOrRefuse(const URLRequest& request, Ground ground) {
   CachePlan plan;
-  plan.reason = std::move(reason);
+  plan.reason = std::move(ground.words);
+  plan.where = ground.where;
   if (CacheControl(request.headers).has("only-if-cached") &&
       (request.method == "GET" || request.method == "HEAD")) {
     plan.action = Action::gatewayTimeout;
     plan.reason += ", and the request says only-if-cached";
+    plan.where = "RFC 9111 section 5.2.1.7";
   }
   return plan;
 }
@@ -179,8 +216,8 @@ CachePlan sendOrRefuse(const URLRequest& request, std::string reason) {
 // The stored answer will not do as it is: ask the server about it, if there is a way to ask. HEAD
 // goes out as it stands, since its answer describes the stored one anyway (section 4.3.5), and a
 // caller with conditions of its own wants the answer to those.
-CachePlan validateOrSend(const Situation& s, std::string reason) {
-  CachePlan plan = sendOrRefuse(s.request, std::move(reason));
+CachePlan validateOrSend(const Situation& s, Ground ground) {
+  CachePlan plan = sendOrRefuse(s.request, std::move(ground));
   if (plan.action != Action::send) return plan;
   if (s.request.cachePolicy == URLRequestCachePolicy::reloadRevalidatingCacheData &&
       s.asked.empty()) {
@@ -204,32 +241,40 @@ CachePlan validateOrSend(const Situation& s, std::string reason) {
   return plan;
 }
 
-CachePlan serve(bool stale, std::string reason) {
+CachePlan serve(bool stale, std::string reason, std::string_view where = {}) {
   CachePlan plan;
   plan.action = Action::serveStored;
   plan.stale = stale;
   plan.reason = std::move(reason);
+  plan.where = where;
   return plan;
 }
 
+// Section 4: "a cache MUST NOT reuse a stored response unless [...] the stored response is one of
+// the following: fresh [...], or allowed to be served stale [...], or successfully validated".
 CachePlan planWithStored(const Situation& s) {
-  std::string demand = demandForValidation(s);
-  if (demand.empty()) demand = demandForFresher(s);
-  if (!demand.empty()) return validateOrSend(s, std::move(demand));
+  Ground demand = demandForValidation(s);
+  if (!demand) demand = demandForFresher(s);
+  if (demand) return validateOrSend(s, std::move(demand));
   if (s.isFresh()) {
-    return serve(false, "the stored answer is fresh: " + inSeconds(s.age.value) + " of " +
-                            inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source));
+    return serve(false,
+                 "the stored answer is fresh: " + inSeconds(s.age.value) + " of " +
+                     inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source),
+                 "RFC 9111 section 4.2");
   }
   if (!forbidsServingStale(s)) {
-    if (allowsByMaxStale(s)) return serve(true, describeStaleness(s) + ", as max-stale allows");
+    if (allowsByMaxStale(s)) {
+      return serve(true, staleness(s).words + ", as max-stale allows", "RFC 9111 section 5.2.1.2");
+    }
     if (allowsWhileRevalidating(s)) {
-      CachePlan plan = serve(true, describeStaleness(s) + ", as stale-while-revalidate allows");
+      CachePlan plan = serve(true, staleness(s).words + ", as stale-while-revalidate allows",
+                             "RFC 5861 section 3");
       plan.revalidateInBackground = true;
       plan.conditions = conditionsFrom(s.stored);
       return plan;
     }
   }
-  return validateOrSend(s, describeStaleness(s));
+  return validateOrSend(s, staleness(s));
 }
 
 // The policies that take a stored answer of any age.
@@ -242,19 +287,19 @@ bool takesAnyAge(URLRequestCachePolicy policy) {
 
 CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored, Date now) {
   CachePlan plan;
-  const std::string bypass = reasonToBypass(request, stored);
-  if (stored == nullptr || !bypass.empty()) {
+  const Ground bypass = reasonToBypass(request, stored);
+  if (stored == nullptr || bypass) {
     plan = sendOrRefuse(request, bypass);
     if (request.cachePolicy == URLRequestCachePolicy::returnCacheDataDontLoad) {
       plan.action = Action::unavailable;
-      plan.reason = bypass + ", and the request's policy forbids to load";
+      plan.reason = bypass.words + ", and the request's policy forbids to load";
     }
     if (stored == nullptr) return plan;
   }
   const Situation situation(request, *stored, now);
-  if (bypass.empty() && takesAnyAge(request.cachePolicy)) {
+  if (!bypass && takesAnyAge(request.cachePolicy)) {
     plan = serve(!situation.isFresh(), "the request's policy takes a stored answer of any age");
-  } else if (bypass.empty()) {
+  } else if (!bypass) {
     plan = planWithStored(situation);
   }
   plan.age = situation.age.value;
@@ -264,16 +309,17 @@ CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored
 
 bool mayServeStaleOnError(const URLRequest& request, const CachedURLResponse& stored, Date now,
                           std::optional<int> status) {
-  // RFC 5861 section 4.
+  // RFC 5861 section 4: "An error is any situation that would result in a 500, 502, 503, or 504
+  // HTTP response status code being returned."
   if (status && *status != 500 && *status != 502 && *status != 503 && *status != 504) return false;
-  if (!reasonToBypass(request, &stored).empty()) return false;
+  if (reasonToBypass(request, &stored)) return false;
   const Situation situation(request, stored, now);
-  if (!demandForValidation(situation).empty() || !demandForFresher(situation).empty()) return false;
+  if (demandForValidation(situation) || demandForFresher(situation)) return false;
   if (forbidsServingStale(situation)) return false;
   if (situation.isFresh()) return true;
   for (const CacheControl* control : {&situation.directed, &situation.asked}) {
     const auto window = control->seconds("stale-if-error");
-    if (window.value && situation.staleness() <= *window.value) return true;
+    if (window.value && situation.pastFreshness() <= *window.value) return true;
   }
   return allowsByMaxStale(situation);
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "paperloom/platform/Date.h"
 #include "paperloom/platform/HTTPHeaders.h"
@@ -32,7 +33,8 @@ struct CachePlan {
   std::optional<std::chrono::seconds> lifetime;  // its freshness lifetime
   HTTPHeaders conditions;  // to set on the request when it is sent, now or in the background, each
                            // in place of the request's fields of that name
-  std::string reason;      // why, in the words of the rules, as one clause
+  std::string reason;      // why, in the words of the rules, as one clause of a sentence
+  std::string_view where;  // the text that says so, as "RFC 9111 section 4.2"; empty for a policy
 };
 
 // Sections 4, 4.2, 4.3.1, 5.2.1, 5.4 and the request's cache policy. `stored` is the stored answer

@@ -46,7 +46,8 @@ FreshnessLifetime lifetimeFromExpires(const HTTPURLResponse& response, Date resp
   return lifetime;
 }
 
-// Section 4.2.2.
+// Section 4.2.2, for want of "an explicit expiration time", and only for "a status code that is
+// defined as heuristically cacheable" or one with public.
 FreshnessLifetime heuristicLifetime(const HTTPURLResponse& response, const CacheControl& control,
                                     Date responseTime) {
   FreshnessLifetime lifetime{.source = "no freshness information"};
@@ -72,6 +73,8 @@ seconds ageValue(const HTTPHeaders& headers) {
 }  // namespace
 
 FreshnessLifetime freshnessLifetime(const HTTPURLResponse& response, Date responseTime) {
+  // Section 4.2.1, in its order; s-maxage is for shared caches. "Caches are encouraged to consider
+  // responses that have invalid freshness information [...] to be stale."
   const CacheControl control(response.headers);
   const CacheControl::Seconds maxAge = control.seconds("max-age");
   if (maxAge.invalid()) return {.source = "a malformed max-age", .isExplicit = true};
@@ -80,6 +83,7 @@ FreshnessLifetime freshnessLifetime(const HTTPURLResponse& response, Date respon
   return heuristicLifetime(response, control, responseTime);
 }
 
+// Section 4.2.3: current_age = max(apparent_age, age_value + response_delay) + resident_time.
 CurrentAge currentAge(const CachedURLResponse& stored, Date now) {
   const seconds apparentAge = std::max(
       seconds(0),

@@ -88,6 +88,8 @@ StoredAnswer answerFromStored(const URLRequest& request, const CachedURLResponse
                               bool validated) {
   StoredAnswer answer{stored.response, stored.data};
   HTTPHeaders& headers = answer.response.headers;
+  // Section 4: "a cache MUST generate an Age header field, replacing any present in the response
+  // with a value equal to the stored response's current_age".
   headers.set("Age", std::to_string(currentAge(stored, now).value.count()));
   if (!validated) {
     for (const std::string& name : CacheControl(headers).fieldNames("no-cache")) {

@@ -71,11 +71,16 @@ bool agrees(const HTTPHeaders& stored, const HTTPHeaders& received, std::string_
 }  // namespace
 
 bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool complete) {
-  // 206 and other partial contents are not combined here, which section 3.3 leaves open; 304 is
-  // never an answer of its own.
+  // Section 3: "A cache MUST NOT store a response to a request unless: [1] the request method is
+  // understood by the cache;"
+  if (request.method != "GET" && !isPostAnswerForGet(request, response)) return false;
+  // "[2] the response status code is final;" and section 3.3: partial contents are not combined
+  // here, which it leaves open, and cut ones not kept. A 304 is never an answer of its own.
   const int status = response.statusCode;
   if (!complete || status < 200 || status > 999 || status == 206 || status == 304) return false;
-  if (request.method != "GET" && !isPostAnswerForGet(request, response)) return false;
+  // "[3] if [...] the must-understand cache directive is present: the cache understands the
+  // response status code; [4] the no-store cache directive is not present in the response", which
+  // section 5.2.2.3 ignores beside the former; section 5.2.1.5 has the request's.
   if (CacheControl(request.headers).has("no-store")) return false;
   const CacheControl control(response.headers);
   if (control.has("must-understand")) {
@@ -83,6 +88,8 @@ bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool c
   } else if (control.has("no-store")) {
     return false;
   }
+  // [5] and [6] are for shared caches. "[7] the response contains at least one of the following": a
+  // status that allows heuristics, public, private, max-age or Expires.
   return isHeuristicallyCacheable(status) || control.has("public") || control.has("private") ||
          control.has("max-age") || response.headers.contains("Expires");
 }
@@ -139,11 +146,15 @@ CachedURLResponse entryAfterValidation(const CachedURLResponse& stored,
 }
 
 std::vector<URL> invalidatedURLs(const URLRequest& request, const HTTPURLResponse& response) {
-  // RFC 9110 section 9.2.1; methods that are not known are taken as unsafe.
+  // Section 4.4: "A cache MUST invalidate the target URI when it receives a non-error status code
+  // in response to an unsafe request method (including methods whose safety is unknown)." Safe are
+  // those of RFC 9110 section 9.2.1.
   constexpr std::array<std::string_view, 4> safe{"GET", "HEAD", "OPTIONS", "TRACE"};
   if (std::find(safe.begin(), safe.end(), request.method) != safe.end()) return {};
   if (response.statusCode < 200 || response.statusCode > 399) return {};
   std::vector<URL> urls{request.url};
+  // "a cache MUST NOT trigger an invalidation under these conditions if the origin [...] of the URI
+  // to be invalidated differs from that of the target URI."
   for (const char* name : {"Location", "Content-Location"}) {
     auto url = urlInField(request.url, response.headers, name);
     if (!url || url->origin().empty() || url->origin() != request.url.origin()) continue;
