@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include <mutex>
 #include "tests/support/Fetch.h"
 #include "tests/support/ScriptedServer.h"
 
@@ -264,13 +265,19 @@ TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
                            {"Content-Encoding: gzip\r\n", gzipped(text)},
                            {"Content-Encoding: deflate\r\n", compressed(text, 15)},
                            {"Content-Encoding: deflate\r\n", compressed(text, -15)}};
+  std::mutex mutex;
   std::string bytes;
   ScriptedServer server([&](const ScriptedServer::Request&) {
+    const std::lock_guard lock(mutex);
     return Script{send(bytes), closeConnection()};
   });
+  const auto serve = [&](std::string_view script) {
+    const std::lock_guard lock(mutex);
+    bytes = script;
+  };
   URLSession session({});
   const auto expectCut = [&](std::string_view whole, std::size_t cut) {
-    bytes = whole.substr(0, cut);
+    serve(whole.substr(0, cut));
     const Answer received = fetch(session, URLRequest(server.url()));
     EXPECT_TRUE(received.error) << whole << " cut at " << cut;
     EXPECT_FALSE(received.data) << whole << " cut at " << cut;
@@ -281,7 +288,7 @@ TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
         head(fields + chunked) + chunk(body.substr(0, 2)) + chunk(body.substr(2)) + "0\r\n\r\n";
     for (const std::string& whole : {withLength(fields, body), byChunks}) {
       for (std::size_t cut = 0; cut < whole.size(); ++cut) expectCut(whole, cut);
-      bytes = whole;
+      serve(whole);
       EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), text);
     }
     if (*fields == '\0') continue;
