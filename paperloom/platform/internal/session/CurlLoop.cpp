@@ -17,7 +17,9 @@ constexpr long maximumKeptConnections = 64;
 
 int millisecondsUntil(CurlLoop::Clock::time_point until) {
   using std::chrono::milliseconds;
-  const auto left = std::chrono::ceil<milliseconds>(until - CurlLoop::Clock::now());
+  const auto now = CurlLoop::Clock::now();
+  if (until <= now) return 0;  // it may be too far back for a difference
+  const auto left = std::chrono::ceil<milliseconds>(until - now);
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
 }
 
