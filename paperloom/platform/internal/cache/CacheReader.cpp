@@ -13,7 +13,8 @@ SQLiteResult<CacheReader> CacheReader::on(SQLiteDatabase database) {
   reader.database_ = std::move(database);
   TRY(reader.database_.execute("PRAGMA cache_size=-2048"));
   reader.find_ = TRY(reader.database_.prepare(
-      "SELECT id, sum, head, body FROM answers WHERE id BETWEEN ?1 AND ?2"));
+      "SELECT uses.id, answers.id, sum, head, body "
+      "FROM uses LEFT JOIN answers ON answers.id = uses.id WHERE uses.id BETWEEN ?1 AND ?2"));
   reader.dataVersion_ = TRY(reader.database_.prepare("PRAGMA data_version"));
   return reader;
 }
@@ -30,8 +31,13 @@ SQLiteResult<CacheReader::Found> CacheReader::find(const CacheKey& key, VaryMatc
       if (!row) return tl::unexpected(row.error());
       return found;
     }
+    // A row that is there and cannot be found: the tree that leads to it is damaged.
+    if (find_.integer(1) != find_.integer(0)) {
+      find_.reset();
+      return tl::unexpected(SQLiteError::corrupt());
+    }
     if (!readRow(key, request, url, found)) {
-      found.damaged.push_back({find_.integer(0), find_.integer(1)});
+      found.damaged.push_back({find_.integer(0), find_.integer(2)});
     }
   }
 }
@@ -39,16 +45,16 @@ SQLiteResult<CacheReader::Found> CacheReader::find(const CacheKey& key, VaryMatc
 // False for a damaged row.
 bool CacheReader::readRow(const CacheKey& key, VaryMatcher& request, const URL& url, Found& found) {
   const std::int64_t id = find_.integer(0);
-  const std::string_view bytes = find_.blob(2);
+  const std::string_view bytes = find_.blob(3);
   if (static_cast<std::int64_t>(checksum(bytes, static_cast<std::uint64_t>(id))) !=
-      find_.integer(1)) {
+      find_.integer(2)) {
     return false;
   }
   const auto head = CacheHead::parse(bytes);
   if (!head) return false;
   if (head->url != key.url || !request.matches(head->varyNames, head->varyDigest)) return true;
   if (found.entry && found.entry->response.responseTime >= head->responseTime) return true;
-  const std::string_view body = find_.blob(3);
+  const std::string_view body = find_.blob(4);
   if (!head->fitsBody(body)) return false;
   auto answer = head->answer(&url);
   if (!answer) return false;
