@@ -16,17 +16,21 @@
 #include "paperloom/platform/ApplicationDirectories.h"
 #include "paperloom/platform/internal/base/Checksum.h"
 #include "paperloom/platform/internal/base/PrivateFolders.h"
+#include "paperloom/platform/internal/base/Try.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/platform/internal/sqlite/SQLiteCall.h"
 #include "paperloom/platform/internal/sqlite/SQLiteFormat.h"
 
 namespace paperloom {
 namespace {
 
 using internal::Examined;
+using internal::SQLiteCall;
 using internal::SQLiteDatabase;
 using internal::SQLiteError;
 using internal::SQLiteResult;
-using internal::SQLiteStatement;
+using internal::SQLiteStatus;
+using internal::SQLiteText;
 using Value = std::variant<double, std::string>;
 
 // For other processes, which hold the file only as long as a write takes.
@@ -202,22 +206,23 @@ class UserDefaults::Store {
     return true;
   }
 
-  bool writeChanges() {
-    auto put = database_.prepare("INSERT OR REPLACE INTO defaults VALUES(?1, ?2, ?3)");
-    auto erase = database_.prepare("DELETE FROM defaults WHERE key = ?1");
-    if (!put || !erase) return false;
+  SQLiteStatus writeChanges() {
+    SQLiteCall<void(SQLiteText, double, std::int64_t)> putNumber(
+        database_, "INSERT OR REPLACE INTO defaults VALUES(?1, ?2, ?3)");
+    SQLiteCall<void(SQLiteText, SQLiteText, std::int64_t)> putText(
+        database_, "INSERT OR REPLACE INTO defaults VALUES(?1, ?2, ?3)");
+    SQLiteCall<void(SQLiteText)> erase(database_, "DELETE FROM defaults WHERE key = ?1");
     for (const auto& [key, value] : changes_) {
-      SQLiteStatement& statement = value ? *put : *erase;
-      statement.bindText(1, key);
-      if (value && std::holds_alternative<double>(*value)) {
-        statement.bind(2, std::get<double>(*value));
-      } else if (value) {
-        statement.bindText(2, std::get<std::string>(*value));
+      if (!value) {
+        TRY(erase(SQLiteText{key}));
+      } else if (const double* number = std::get_if<double>(&*value)) {
+        TRY(putNumber(SQLiteText{key}, *number, checksumOf(key, *value)));
+      } else {
+        const SQLiteText text{std::get<std::string>(*value)};
+        TRY(putText(SQLiteText{key}, text, checksumOf(key, *value)));
       }
-      if (value) statement.bind(3, checksumOf(key, *value));
-      if (!statement.run()) return false;
     }
-    return true;
+    return {};
   }
 
   const std::filesystem::path file_;

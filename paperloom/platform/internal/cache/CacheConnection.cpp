@@ -42,7 +42,19 @@ Clock::time_point lockDeadline(bool lockedOut, Clock::time_point deadline) {
 
 SQLiteResult<CacheReader> readerOf(SQLiteResult<SQLiteDatabase> database) {
   if (!database) return tl::unexpected(database.error());
-  return CacheReader::on(std::move(*database));
+  CacheReader reader(std::move(*database));
+  TRY(reader.prepare());
+  return reader;
+}
+
+// It must see what the writer has just written. If not, the index that they share is damaged.
+SQLiteResult<CacheReader> readerBeside(const CacheWriter& writer, const std::filesystem::path& file,
+                                       Clock::time_point deadline) {
+  auto reader = readerOf(connectCacheFile(file, deadline));
+  if (!reader) return reader;
+  const std::int64_t clock = TRY(reader->clock());
+  if (clock < writer.clock()) return tl::unexpected(SQLiteError::corrupt());
+  return reader;
 }
 
 }  // namespace
@@ -216,8 +228,8 @@ bool CacheConnection::open(Deadline deadline, CacheContents contents) {
     return false;
   }
   auto writer = CacheWriter::open(file_, deadline, contents, name_);
-  auto reader = writer ? readerOf(connectCacheFile(file_, deadline))
-                       : tl::unexpected(SQLiteError(writer.error()));
+  auto reader =
+      writer ? readerBeside(*writer, file_, deadline) : tl::unexpected(SQLiteError(writer.error()));
   if (reader) return place(std::move(*writer), std::move(*reader), deadline);
   if (reader.error().isForeign()) {
     say("the cache stays in memory: what lies at its place is no file of this user's");
@@ -227,8 +239,9 @@ bool CacheConnection::open(Deadline deadline, CacheContents contents) {
     lockedOut_ = true;
     return false;
   }
-  if (reader.error().isDamage() && contents == CacheContents::keep) {
-    return open(deadline, CacheContents::discard);
+  if (reader.error().isDamage() && contents != CacheContents::replace) {
+    const bool emptied = contents == CacheContents::discard;
+    return open(deadline, emptied ? CacheContents::replace : CacheContents::discard);
   }
   return openToRead(deadline);
 }

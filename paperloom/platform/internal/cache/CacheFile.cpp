@@ -1,5 +1,7 @@
 #include "paperloom/platform/internal/cache/CacheFile.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <thread>
 
@@ -38,11 +40,17 @@ SQLiteStatus checkEveryPage(SQLiteDatabase& database) {
   return database.execute("PRAGMA cell_size_check=ON");
 }
 
+// Processes that have them open find out that they lie there no more, and open the new ones.
+void removeFiles(const std::filesystem::path& file) {
+  for (const char* suffix : {"-shm", "-wal", ""}) ::unlink((file.string() + suffix).c_str());
+}
+
 SQLiteResult<SQLiteDatabase> tryOpen(const std::filesystem::path& file, Deadline deadline,
                                      CacheContents contents) {
+  if (contents == CacheContents::replace) removeFiles(file);
   SQLiteDatabase database = TRY(connectCacheFile(file, deadline));
   Examined examined = Examined::wrong;
-  if (contents == CacheContents::keep) examined = TRY(examine(database, format));
+  if (contents != CacheContents::discard) examined = TRY(examine(database, format));
   if (examined == Examined::wrong) {
     database = {};
     database = TRY(connectCacheFile(file, deadline));

@@ -12,6 +12,7 @@ constexpr int cachePageSize = 2048;
 enum class CacheContents {
   keep,
   discard,  // they are proven to be damaged
+  replace,  // emptying the file has not helped: what other processes share of it is damaged
 };
 
 // Opens the file for writing. A file that is missing, damaged in a way that shows, foreign or of

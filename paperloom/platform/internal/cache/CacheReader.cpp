@@ -1,114 +1,141 @@
 #include "paperloom/platform/internal/cache/CacheReader.h"
 
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "paperloom/platform/internal/base/Checksum.h"
 #include "paperloom/platform/internal/base/Try.h"
+#include "paperloom/platform/internal/sqlite/SQLiteCall.h"
 
 namespace paperloom::internal {
+namespace {
 
-SQLiteResult<CacheReader> CacheReader::on(SQLiteDatabase database) {
-  CacheReader reader;
-  reader.database_ = std::move(database);
-  TRY(reader.database_.execute("PRAGMA cache_size=-2048"));
-  reader.find_ = TRY(reader.database_.prepare(
-      "SELECT uses.id, answers.id, sum, head, body "
-      "FROM uses LEFT JOIN answers ON answers.id = uses.id WHERE uses.id BETWEEN ?1 AND ?2"));
-  reader.dataVersion_ = TRY(reader.database_.prepare("PRAGMA data_version"));
-  return reader;
+std::optional<CacheHead> soundHead(std::int64_t id, std::int64_t sum, std::string_view bytes) {
+  const auto wanted = static_cast<std::uint64_t>(sum);
+  if (checksum(bytes, static_cast<std::uint64_t>(id)) != wanted) return std::nullopt;
+  return CacheHead::parse(bytes);
+}
+
+CacheEntry entryOf(const CacheHead& head, CachedURLResponse response, std::int64_t id,
+                   std::size_t headSize) {
+  return {{std::string(head.varyNames), std::string(head.varyDigest)},
+          std::move(response),
+          id,
+          static_cast<std::int64_t>(headSize + head.bodySize)};
+}
+
+struct Row {
+  std::int64_t id;
+  std::int64_t sum;
+  std::string_view head;
+  std::string_view body;
+};
+
+// Takes the row if it is what is looked for, and a newer one than was found so far. False for a
+// damaged row.
+bool take(const Row& row, const CacheKey& key, VaryMatcher& request, const URL& url,
+          std::optional<CacheEntry>& found) {
+  const auto head = soundHead(row.id, row.sum, row.head);
+  if (!head) return false;
+  if (head->url != key.url || !request.matches(head->varyNames, head->varyDigest)) return true;
+  if (found && found->response.responseTime >= head->responseTime) return true;
+  if (!head->fitsBody(row.body)) return false;
+  auto answer = head->answer(&url);
+  if (!answer) return false;
+  answer->data = Data(std::string(row.body));
+  found = entryOf(*head, *std::move(answer), row.id, row.head.size());
+  return true;
+}
+
+}  // namespace
+
+struct CacheReader::Sql {
+  explicit Sql(SQLiteDatabase opened) : database(std::move(opened)) {}
+
+  SQLiteDatabase database;
+  SQLiteCall<std::tuple<std::int64_t, std::int64_t, std::int64_t, SQLiteBlob, SQLiteBlob>(
+      std::int64_t, std::int64_t)>
+      variants{database,
+               "SELECT uses.id, answers.id, sum, head, body "
+               "FROM uses LEFT JOIN answers ON answers.id = uses.id "
+               "WHERE uses.id BETWEEN ?1 AND ?2"};
+  SQLiteCall<std::tuple<std::int64_t>()> dataVersion{database, "PRAGMA data_version"};
+  SQLiteCall<std::tuple<std::int64_t, std::int64_t>()> stamp{
+      database, "SELECT writer, changes FROM state WHERE id = 1"};
+  SQLiteCall<std::tuple<std::int64_t>()> clock{database, "SELECT clock FROM state WHERE id = 1"};
+  SQLiteCall<std::tuple<std::int64_t>()> usage{database, "SELECT bytes FROM state WHERE id = 1"};
+  SQLiteCall<std::tuple<std::int64_t, std::int64_t, SQLiteBlob, std::int64_t>()> all{
+      database,
+      "SELECT answers.id, answers.sum, answers.head, uses.used "
+      "FROM uses JOIN answers ON answers.id = uses.id"};
+};
+
+CacheReader::CacheReader(SQLiteDatabase database)
+    : sql_(std::make_unique<Sql>(std::move(database))) {}
+
+CacheReader::~CacheReader() = default;
+CacheReader::CacheReader(CacheReader&&) noexcept = default;
+CacheReader& CacheReader::operator=(CacheReader&&) noexcept = default;
+
+SQLiteStatus CacheReader::prepare() {
+  TRY(sql_->database.execute("PRAGMA cache_size=-2048"));
+  TRY(dataVersion());
+  TRY(usage());
+  return {};
+}
+
+void CacheReader::waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
+  sql_->database.waitForLocksUntil(deadline);
 }
 
 SQLiteResult<CacheReader::Found> CacheReader::find(const CacheKey& key, VaryMatcher& request,
                                                    const URL& url) {
-  find_.bind(1, key.firstId);
-  find_.bind(2, key.lastId());
   Found found;
-  for (;;) {
-    const auto row = find_.step();
-    if (!row || !*row) {
-      find_.reset();
-      if (!row) return tl::unexpected(row.error());
-      return found;
-    }
+  bool lost = false;
+  const auto look = [&](std::int64_t use, std::int64_t id, std::int64_t sum, SQLiteBlob head,
+                        SQLiteBlob body) {
     // A row that is there and cannot be found: the tree that leads to it is damaged.
-    if (find_.integer(1) != find_.integer(0)) {
-      find_.reset();
-      return tl::unexpected(SQLiteError::corrupt());
-    }
-    if (!readRow(key, request, url, found)) {
-      found.damaged.push_back({find_.integer(0), find_.integer(2)});
-    }
-  }
-}
-
-// False for a damaged row.
-bool CacheReader::readRow(const CacheKey& key, VaryMatcher& request, const URL& url, Found& found) {
-  const std::int64_t id = find_.integer(0);
-  const std::string_view bytes = find_.blob(3);
-  if (static_cast<std::int64_t>(checksum(bytes, static_cast<std::uint64_t>(id))) !=
-      find_.integer(2)) {
-    return false;
-  }
-  const auto head = CacheHead::parse(bytes);
-  if (!head) return false;
-  if (head->url != key.url || !request.matches(head->varyNames, head->varyDigest)) return true;
-  if (found.entry && found.entry->response.responseTime >= head->responseTime) return true;
-  const std::string_view body = find_.blob(4);
-  if (!head->fitsBody(body)) return false;
-  auto answer = head->answer(&url);
-  if (!answer) return false;
-  answer->data = Data(std::string(body));
-  found.entry = CacheEntry{{std::string(head->varyNames), std::string(head->varyDigest)},
-                           std::move(*answer),
-                           id,
-                           static_cast<std::int64_t>(bytes.size() + body.size())};
-  return true;
+    lost = lost || use != id;
+    const Row row{id, sum, head.bytes, body.bytes};
+    if (!take(row, key, request, url, found.entry)) found.damaged.push_back({id, sum});
+  };
+  TRY(sql_->variants.forEach(look, key.firstId, key.lastId()));
+  if (lost) return tl::unexpected(SQLiteError::corrupt());
+  return found;
 }
 
 SQLiteResult<std::int64_t> CacheReader::dataVersion() {
-  const auto row = dataVersion_.step();
-  const std::int64_t version = row && *row ? dataVersion_.integer(0) : 0;
-  dataVersion_.reset();
-  if (!row) return tl::unexpected(row.error());
-  return version;
+  const auto row = TRY(sql_->dataVersion());
+  return row ? std::get<0>(*row) : 0;
 }
 
 SQLiteResult<CacheStamp> CacheReader::stamp() {
-  auto read = database_.prepare("SELECT writer, changes FROM state WHERE id = 1");
-  if (!read) return tl::unexpected(read.error());
-  const auto row = read->step();
-  if (!row) return tl::unexpected(row.error());
-  return *row ? CacheStamp{read->integer(0), read->integer(1)} : CacheStamp{};
+  const auto row = TRY(sql_->stamp());
+  return row ? CacheStamp{std::get<0>(*row), std::get<1>(*row)} : CacheStamp{};
+}
+
+SQLiteResult<std::int64_t> CacheReader::clock() {
+  const auto row = TRY(sql_->clock());
+  return row ? std::get<0>(*row) : 0;
 }
 
 SQLiteResult<std::int64_t> CacheReader::usage() {
-  return database_.integer("SELECT bytes FROM state WHERE id = 1");
+  const auto row = TRY(sql_->usage());
+  return row ? std::get<0>(*row) : 0;
 }
 
 SQLiteResult<std::vector<CacheReader::Listed>> CacheReader::list() {
-  auto read = database_.prepare(
-      "SELECT answers.id, answers.sum, answers.head, uses.used "
-      "FROM uses JOIN answers ON answers.id = uses.id");
-  if (!read) return tl::unexpected(read.error());
   std::vector<Listed> entries;
-  for (;;) {
-    const auto row = read->step();
-    if (!row) return tl::unexpected(row.error());
-    if (!*row) return entries;
-    const std::int64_t id = read->integer(0);
-    const std::string_view bytes = read->blob(2);
-    const auto sum = static_cast<std::int64_t>(checksum(bytes, static_cast<std::uint64_t>(id)));
-    const auto head = sum == read->integer(1) ? CacheHead::parse(bytes) : std::nullopt;
+  const auto look = [&](std::int64_t id, std::int64_t sum, SQLiteBlob bytes, std::int64_t used) {
+    const auto head = soundHead(id, sum, bytes.bytes);
     auto answer = head ? head->answer() : std::nullopt;
-    if (!answer) continue;
-    entries.push_back({std::string(head->url),
-                       {{std::string(head->varyNames), std::string(head->varyDigest)},
-                        std::move(*answer),
-                        id,
-                        static_cast<std::int64_t>(bytes.size() + head->bodySize)},
-                       read->integer(3)});
-  }
+    if (!answer) return;
+    CacheEntry entry = entryOf(*head, *std::move(answer), id, bytes.bytes.size());
+    entries.push_back({std::string(head->url), std::move(entry), used});
+  };
+  TRY(sql_->all.forEach(look));
+  return entries;
 }
 
 }  // namespace paperloom::internal

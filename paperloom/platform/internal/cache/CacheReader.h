@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,12 +22,15 @@ struct CacheStamp {
 // A connection for reading alone: it never waits for writers. Belongs to one thread at a time.
 class CacheReader {
  public:
-  // On a connection from connectCacheFile() or openCacheFileToRead().
-  static SQLiteResult<CacheReader> on(SQLiteDatabase database);
+  // A connection from connectCacheFile() or openCacheFileToRead().
+  explicit CacheReader(SQLiteDatabase database);
+  ~CacheReader();
+  CacheReader(CacheReader&&) noexcept;
+  CacheReader& operator=(CacheReader&&) noexcept;
 
-  void waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
-    database_.waitForLocksUntil(deadline);
-  }
+  // Whether the file can be read at all.
+  SQLiteStatus prepare();
+  void waitForLocksUntil(SQLiteDatabase::Deadline deadline);
 
   // An entry whose bytes are not those that were stored.
   struct Damaged {
@@ -42,6 +47,7 @@ class CacheReader {
   // Changes whenever another connection has committed something.
   SQLiteResult<std::int64_t> dataVersion();
   SQLiteResult<CacheStamp> stamp();
+  SQLiteResult<std::int64_t> clock();
   // The size of all entries in bytes.
   SQLiteResult<std::int64_t> usage();
   struct Listed {
@@ -52,11 +58,9 @@ class CacheReader {
   SQLiteResult<std::vector<Listed>> list();
 
  private:
-  bool readRow(const CacheKey& key, VaryMatcher& request, const URL& url, Found& found);
+  struct Sql;
 
-  SQLiteDatabase database_;
-  SQLiteStatement find_;
-  SQLiteStatement dataVersion_;
+  std::unique_ptr<Sql> sql_;
 };
 
 }  // namespace paperloom::internal

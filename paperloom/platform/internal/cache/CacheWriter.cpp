@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "paperloom/platform/internal/base/Checksum.h"
 #include "paperloom/platform/internal/base/Try.h"
+#include "paperloom/platform/internal/sqlite/SQLiteCall.h"
 
 namespace paperloom::internal {
 namespace {
@@ -28,54 +31,83 @@ std::int64_t logLimit(std::int64_t capacity) {
 constexpr int longLog = 4;
 constexpr int tooLongLog = 16;
 
+// The values of state.scrub.
+constexpr std::int64_t nothingToScrub = 0;
+constexpr std::int64_t wholeFile = 1;
+constexpr std::int64_t logOnly = 2;
+
+using Number = std::tuple<std::int64_t>;
+
 }  // namespace
+
+struct CacheWriter::Sql {
+  explicit Sql(SQLiteDatabase opened) : database(std::move(opened)) {}
+
+  SQLiteDatabase database;
+  SQLiteCall<void()> begin{database, "BEGIN IMMEDIATE"};
+  SQLiteCall<void()> commit{database, "COMMIT"};
+  SQLiteCall<void()> rollback{database, "ROLLBACK"};
+  SQLiteCall<std::tuple<std::int64_t, std::int64_t, std::int64_t, std::int64_t, std::int64_t>()>
+      state{database, "SELECT bytes, clock, writer, changes, scrub FROM state WHERE id = 1"};
+  SQLiteCall<void(std::int64_t, std::int64_t, std::int64_t, std::int64_t, std::int64_t)> writeState{
+      database,
+      "UPDATE state SET bytes = ?1, clock = ?2, writer = ?3, changes = ?4, scrub = ?5 "
+      "WHERE id = 1"};
+  SQLiteCall<std::tuple<std::int64_t, SQLiteBlob>(std::int64_t, std::int64_t)> variants{
+      database, "SELECT id, head FROM answers WHERE id BETWEEN ?1 AND ?2"};
+  SQLiteCall<void(std::int64_t, std::int64_t, SQLiteBlob, SQLiteBlob)> insertAnswer{
+      database, "INSERT INTO answers(id, sum, head, body) VALUES(?1, ?2, ?3, ?4)"};
+  SQLiteCall<void(std::int64_t, std::int64_t, std::int64_t)> insertUse{
+      database, "INSERT INTO uses(id, size, used) VALUES(?1, ?2, ?3)"};
+  SQLiteCall<Number(std::int64_t)> sumOf{database, "SELECT sum FROM answers WHERE id = ?1"};
+  SQLiteCall<void(std::int64_t)> deleteAnswer{database, "DELETE FROM answers WHERE id = ?1"};
+  SQLiteCall<Number(std::int64_t)> deleteUse{database,
+                                             "DELETE FROM uses WHERE id = ?1 RETURNING size"};
+  SQLiteCall<void(std::int64_t, std::int64_t)> touch{
+      database, "UPDATE uses SET used = ?2 WHERE id = ?1 AND used < ?2"};
+  SQLiteCall<std::tuple<std::int64_t, std::int64_t>()> oldest{
+      database, "SELECT id, used FROM uses ORDER BY used LIMIT 1"};
+  SQLiteCall<Number(std::int64_t, std::int64_t)> oldestOf{
+      database, "SELECT id FROM uses WHERE id BETWEEN ?1 AND ?2 ORDER BY used LIMIT 1"};
+  SQLiteCall<Number()> pages{database, "PRAGMA page_count"};
+  SQLiteCall<Number()> unusedPages{database, "PRAGMA freelist_count"};
+};
+
+CacheWriter::CacheWriter(SQLiteDatabase database, std::int64_t name)
+    : sql_(std::make_unique<Sql>(std::move(database))), writer_(name) {}
+
+CacheWriter::~CacheWriter() = default;
+CacheWriter::CacheWriter(CacheWriter&&) noexcept = default;
+CacheWriter& CacheWriter::operator=(CacheWriter&&) noexcept = default;
 
 SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
                                             SQLiteDatabase::Deadline deadline,
                                             CacheContents contents, std::int64_t name) {
-  static constexpr std::array<const char*, sqlCount> sql{
-      "BEGIN IMMEDIATE",
-      "COMMIT",
-      "ROLLBACK",
-      "SELECT bytes, clock, writer, changes, scrub FROM state WHERE id = 1",
-      "UPDATE state SET bytes = ?1, clock = ?2, writer = ?3, changes = ?4, scrub = ?5 WHERE id = 1",
-      "SELECT id, head FROM answers WHERE id BETWEEN ?1 AND ?2",
-      "INSERT INTO answers(id, sum, head, body) VALUES(?1, ?2, ?3, ?4)",
-      "INSERT INTO uses(id, size, used) VALUES(?1, ?2, ?3)",
-      "SELECT sum FROM answers WHERE id = ?1",
-      "DELETE FROM answers WHERE id = ?1",
-      "DELETE FROM uses WHERE id = ?1 RETURNING size",
-      "UPDATE uses SET used = ?2 WHERE id = ?1 AND used < ?2",
-      "SELECT id, used FROM uses ORDER BY used LIMIT 1",
-      "SELECT id FROM uses WHERE id BETWEEN ?1 AND ?2 ORDER BY used LIMIT 1",
-      "PRAGMA page_count",
-      "PRAGMA freelist_count",
-  };
-  auto database = openCacheFile(file, deadline, contents);
-  if (!database) return tl::unexpected(database.error());
-  CacheWriter writer;
-  writer.database_ = std::move(*database);
-  for (std::size_t i = 0; i < sqlCount; ++i) {
-    auto statement = writer.database_.prepare(sql[i]);
-    if (!statement) return tl::unexpected(statement.error());
-    writer.statements_[i] = std::move(*statement);
-  }
-  writer.writer_ = name;
-  SQLiteStatus counted = writer.begin(0, nullptr);
-  if (counted) counted = writer.recount();
-  if (counted) counted = writer.commit();
-  if (!counted) {
-    writer.rollback();
-    return tl::unexpected(counted.error());
-  }
-  return writer;
+  SQLiteDatabase database = TRY(openCacheFile(file, deadline, contents));
+  CacheWriter writer(std::move(database), name);
+  const auto counted = writer.countAnew();
+  if (counted) return writer;
+  writer.rollback();
+  return tl::unexpected(counted.error());
+}
+
+SQLiteStatus CacheWriter::countAnew() {
+  TRY(begin(0, nullptr));
+  TRY(recount());
+  state_.clock = std::max(state_.clock, stateBefore_.clock + 1);
+  TRY(writeState());
+  return commit();
+}
+
+void CacheWriter::waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
+  sql_->database.waitForLocksUntil(deadline);
 }
 
 SQLiteStatus CacheWriter::begin(std::int64_t clock, LastUse lastUse) {
-  TRY(statements_[beginTransaction].run());
+  TRY(sql_->begin());
   changed_ = false;
   lastUse_ = std::move(lastUse);
-  totalBefore_ = database_.totalChanges();
+  totalBefore_ = sql_->database.totalChanges();
   const auto read = readState();
   if (!read) rollback();
   state_.clock = std::max(state_.clock, clock);
@@ -83,104 +115,80 @@ SQLiteStatus CacheWriter::begin(std::int64_t clock, LastUse lastUse) {
 }
 
 SQLiteStatus CacheWriter::readState() {
-  SQLiteStatement& read = statements_[selectState];
-  const auto row = read.step();
-  if (row && *row) {
-    state_ = {read.integer(0), read.integer(1), read.integer(3), read.integer(4)};
-    before_ = {read.integer(2), read.integer(3)};
-    stateBefore_ = state_;
-  }
-  read.reset();
-  if (!row) return tl::unexpected(row.error());
-  if (!*row) return corrupt();
-  const bool sane = state_.bytes >= 0 && state_.clock > 0 && state_.clock < largestClock;
+  const auto row = TRY(sql_->state());
+  if (!row) return corrupt();
+  const auto& [bytes, clock, writer, changes, scrub] = *row;
+  state_ = {bytes, clock, changes, scrub};
+  stateBefore_ = state_;
+  before_ = {writer, changes};
+  const bool sane = bytes >= 0 && clock > 0 && clock < largestClock;
   return sane ? SQLiteStatus() : recount();
 }
 
 SQLiteStatus CacheWriter::commit() {
-  const bool same = !changed_ && database_.totalChanges() == totalBefore_ &&
+  const bool same = !changed_ && sql_->database.totalChanges() == totalBefore_ &&
                     state_.bytes == stateBefore_.bytes && state_.scrub == stateBefore_.scrub;
-  if (same) return statements_[rollbackTransaction].run();
+  if (same) return sql_->rollback();
   // Wraps around like an unsigned number whatever a damaged file says.
   if (changed_) {
     state_.changes = static_cast<std::int64_t>(static_cast<std::uint64_t>(state_.changes) + 1);
   }
-  SQLiteStatement& write = statements_[writeState];
-  write.bind(1, state_.bytes);
-  write.bind(2, state_.clock);
-  write.bind(3, changed_ ? writer_ : before_.writer);
-  write.bind(4, state_.changes);
-  write.bind(5, state_.scrub);
-  TRY(write.run());
-  TRY(statements_[commitTransaction].run());
+  TRY(writeState());
+  TRY(sql_->commit());
   // A log that cannot be brought into the file now is brought there later.
-  if (database_.logPages() > logLimit_) {
-    static_cast<void>(database_.checkpoint(SQLiteDatabase::Checkpoint::passive));
+  if (sql_->database.logPages() > logLimit_) {
+    static_cast<void>(sql_->database.checkpoint(SQLiteDatabase::Checkpoint::passive));
   }
   return {};
 }
 
-void CacheWriter::rollback() { static_cast<void>(statements_[rollbackTransaction].run()); }
+SQLiteStatus CacheWriter::writeState() {
+  return sql_->writeState(state_.bytes, state_.clock, changed_ ? writer_ : before_.writer,
+                          state_.changes, state_.scrub);
+}
+
+void CacheWriter::rollback() { static_cast<void>(sql_->rollback()); }
 
 SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& request,
                                               const CacheEntry& entry, std::int64_t capacity) {
-  if (const auto limited = limitLog(capacity); !limited) return tl::unexpected(limited.error());
-  if (const auto removed = removeMatching(key, request); !removed) {
-    return tl::unexpected(removed.error());
-  }
-  const auto id = freeId(key);
-  if (!id) return id;
+  TRY(limitLog(capacity));
+  TRY(removeMatching(key, request));
+  const std::int64_t id = TRY(freeId(key));
   const std::string head = encodeHead(key, entry.vary, entry.response);
-  const auto sum = static_cast<std::int64_t>(checksum(head, static_cast<std::uint64_t>(*id)));
-  SQLiteStatement& answer = statements_[insertAnswer];
-  answer.bind(1, *id);
-  answer.bind(2, sum);
-  answer.bindBlob(3, head);
-  answer.bindBlob(4, entry.response.data.view());
-  if (const auto stored = answer.run(); !stored) return tl::unexpected(stored.error());
-  SQLiteStatement& use = statements_[insertUse];
-  use.bind(1, *id);
-  use.bind(2, entry.size);
-  use.bind(3, ++state_.clock);
-  if (const auto stored = use.run(); !stored) return tl::unexpected(stored.error());
+  const auto sum = static_cast<std::int64_t>(checksum(head, static_cast<std::uint64_t>(id)));
+  TRY(sql_->insertAnswer(id, sum, SQLiteBlob{head}, SQLiteBlob{entry.response.data.view()}));
+  TRY(sql_->insertUse(id, entry.size, ++state_.clock));
   // Two tables in one place would overwrite each other.
-  statements_[selectSum].bind(1, *id);
-  const auto kept = value(selectSum);
-  if (!kept) return kept;
-  if (*kept != sum) return corrupt();
+  const auto kept = TRY(sql_->sumOf(id));
+  if (kept != Number(sum)) return corrupt();
   state_.bytes += entry.size;
   changed_ = true;
-  if (const auto evicted = evict(capacity); !evicted) return tl::unexpected(evicted.error());
+  TRY(evict(capacity));
   return id;
 }
 
 SQLiteStatus CacheWriter::removeMatching(const CacheKey& key, VaryMatcher& request) {
-  const auto ids = matching(key, &request);
-  if (!ids) return tl::unexpected(ids.error());
-  for (const std::int64_t id : *ids) {
-    if (const auto removed = removeRow(id); !removed) return tl::unexpected(removed.error());
-  }
-  return {};
+  const auto ids = TRY(matching(key, &request));
+  return removeEach(ids);
 }
 
 SQLiteStatus CacheWriter::remove(const CacheKey& key) {
-  const auto ids = matching(key, nullptr);
-  if (!ids) return tl::unexpected(ids.error());
-  for (const std::int64_t id : *ids) {
-    if (const auto removed = removeRow(id); !removed) return tl::unexpected(removed.error());
-  }
+  const auto ids = TRY(matching(key, nullptr));
+  return removeEach(ids);
+}
+
+SQLiteStatus CacheWriter::removeEach(const std::vector<std::int64_t>& ids) {
+  for (const std::int64_t id : ids) TRY(removeRow(id));
   return {};
 }
 
 SQLiteStatus CacheWriter::removeDamaged(const std::vector<CacheReader::Damaged>& rows) {
   // A flipped bit costs one entry. Pages that belong to two would cost one entry after the other.
-  if (const auto sound = checkStructure(); !sound) return sound;
+  TRY(checkStructure());
   for (const CacheReader::Damaged& row : rows) {
-    statements_[selectSum].bind(1, row.id);
-    const auto found = value(selectSum);
-    if (!found) return tl::unexpected(found.error());
-    if (*found != row.sum) continue;  // somebody has stored anew meanwhile
-    if (const auto removed = removeRow(row.id); !removed) return tl::unexpected(removed.error());
+    const auto found = TRY(sql_->sumOf(row.id));
+    if (found != Number(row.sum)) continue;  // somebody has stored anew meanwhile
+    TRY(removeRow(row.id));
   }
   return {};
 }
@@ -188,70 +196,58 @@ SQLiteStatus CacheWriter::removeDamaged(const std::vector<CacheReader::Damaged>&
 // Once for each opening, since it reads the whole file.
 SQLiteStatus CacheWriter::checkStructure() {
   if (structureChecked_) return {};
-  auto check = database_.prepare("PRAGMA quick_check(1)");
-  if (!check) return tl::unexpected(check.error());
-  const auto row = check->step();
-  if (!row) return tl::unexpected(row.error());
-  if (!*row || check->text(0) != "ok") return corrupt();
+  SQLiteStatement check = TRY(sql_->database.prepare("PRAGMA quick_check(1)"));
+  const bool row = TRY(check.step());
+  if (!row || check.text(0) != "ok") return corrupt();
   structureChecked_ = true;
   return {};
 }
 
 SQLiteStatus CacheWriter::touch(std::int64_t id, std::int64_t clock) {
-  SQLiteStatement& statement = statements_[touchUse];
-  statement.bind(1, id);
-  statement.bind(2, clock);
-  return statement.run();
+  return sql_->touch(id, clock);
 }
 
 SQLiteStatus CacheWriter::evict(std::int64_t capacity) {
   // More than twice the capacity is either a capacity just lowered or a damaged counter.
-  if (state_.bytes / 2 > capacity) {
-    if (const auto counted = recount(); !counted) return counted;
-  }
+  if (state_.bytes / 2 > capacity) TRY(recount());
   for (int touches = 0;;) {
-    const auto over = isOver(capacity);
-    if (!over) return tl::unexpected(over.error());
-    if (!*over) return {};
-    SQLiteStatement& oldest = statements_[selectOldest];
-    const auto row = oldest.step();
-    const std::int64_t id = row && *row ? oldest.integer(0) : 0;
-    const std::int64_t used = row && *row ? oldest.integer(1) : 0;
-    oldest.reset();
-    if (!row) return tl::unexpected(row.error());
-    if (!*row) return corrupt();  // nothing is left, and still it is too much
+    const bool over = TRY(isOver(capacity));
+    if (!over) return {};
+    const auto oldest = TRY(sql_->oldest());
+    if (!oldest) return corrupt();  // nothing is left, and still it is too much
+    const auto [id, used] = *oldest;
     const std::int64_t usedSince = lastUse_ && touches < mostTouches ? lastUse_(id) : 0;
     if (usedSince > used) {
       ++touches;
-      if (const auto touched = touch(id, usedSince); !touched) return touched;
+      TRY(sql_->touch(id, usedSince));
       continue;
     }
-    const auto removed = removeRow(id);
-    if (!removed) return tl::unexpected(removed.error());
-    if (!*removed) return corrupt();  // the index names what the tables lack
+    const bool removed = TRY(removeRow(id));
+    if (!removed) return corrupt();  // the index names what the tables lack
   }
 }
 
 SQLiteStatus CacheWriter::removeAll() {
-  const std::int64_t before = database_.totalChanges();
-  TRY(database_.execute("DELETE FROM answers; DELETE FROM uses"));
-  const std::int64_t unused = TRY(value(freePageCount));
-  changed_ = changed_ || database_.totalChanges() != before;
+  const std::int64_t before = sql_->database.totalChanges();
+  TRY(sql_->database.execute("DELETE FROM answers; DELETE FROM uses"));
+  const auto unused = TRY(sql_->unusedPages());
+  changed_ = changed_ || sql_->database.totalChanges() != before;
   state_.bytes = 0;
   // What was removed earlier may be left there as well.
-  if (unused != 0) state_.scrub = wholeFile;
+  if (unused != Number(0)) state_.scrub = wholeFile;
   if (state_.scrub == nothingToScrub) state_.scrub = logOnly;
   return {};
 }
 
-bool CacheWriter::logIsLong() const { return database_.logPages() > longLog * logLimit_; }
+bool CacheWriter::logIsLong() const { return sql_->database.logPages() > longLog * logLimit_; }
 
 bool CacheWriter::shortenLog(SQLiteDatabase::Deadline deadline) {
-  const auto left = database_.checkpoint(SQLiteDatabase::Checkpoint::passive);
+  using Checkpoint = SQLiteDatabase::Checkpoint;
+  const auto left = sql_->database.checkpoint(Checkpoint::passive);
   if (left && *left > longLog * logLimit_) return false;
-  if (database_.logPages() <= tooLongLog * logLimit_) return true;
+  if (sql_->database.logPages() <= tooLongLog * logLimit_) return true;
   for (;;) {
-    const auto restarted = database_.checkpoint(SQLiteDatabase::Checkpoint::restart);
+    const auto restarted = sql_->database.checkpoint(Checkpoint::restart);
     if (restarted) return *restarted == 0;
     // Gives up at once when another process brings the log into the file.
     if (!restarted.error().isBusy() || std::chrono::steady_clock::now() >= deadline) return false;
@@ -259,13 +255,17 @@ bool CacheWriter::shortenLog(SQLiteDatabase::Deadline deadline) {
   }
 }
 
+bool CacheWriter::needsScrub() const { return state_.scrub != nothingToScrub; }
+
+bool CacheWriter::needsVacuum() const { return state_.scrub == wholeFile; }
+
 SQLiteStatus CacheWriter::vacuum() {
-  TRY(database_.execute("VACUUM"));
+  TRY(sql_->database.execute("VACUUM"));
   return needsVacuum() ? writeScrub(logOnly) : SQLiteStatus();
 }
 
 SQLiteStatus CacheWriter::emptyLog() {
-  const int left = TRY(database_.checkpoint(SQLiteDatabase::Checkpoint::truncate));
+  const int left = TRY(sql_->database.checkpoint(SQLiteDatabase::Checkpoint::truncate));
   if (left != 0) return tl::unexpected(SQLiteError::busy());
   return needsScrub() ? writeScrub(nothingToScrub) : SQLiteStatus();
 }
@@ -279,108 +279,63 @@ SQLiteStatus CacheWriter::writeScrub(std::int64_t scrub) {
 }
 
 SQLiteResult<bool> CacheWriter::isSparse() {
-  const auto pages = value(pageCount);
-  const auto unused = value(freePageCount);
-  if (!pages) return tl::unexpected(pages.error());
-  if (!unused) return tl::unexpected(unused.error());
-  return *unused > 64 && *unused > *pages / 10;
+  const auto pages = TRY(sql_->pages());
+  const auto unused = TRY(sql_->unusedPages());
+  if (!pages || !unused) return corrupt();
+  return std::get<0>(*unused) > 64 && std::get<0>(*unused) > std::get<0>(*pages) / 10;
 }
 
 // Sizes that no entry can have are damage.
 SQLiteStatus CacheWriter::recount() {
-  auto cleaned = database_.execute(
+  SQLiteDatabase& database = sql_->database;
+  TRY(database.execute(
       "DELETE FROM answers WHERE id IN (SELECT id FROM uses WHERE size NOT BETWEEN 1 AND 1 << 40);"
-      "DELETE FROM uses WHERE size NOT BETWEEN 1 AND 1 << 40");
-  if (!cleaned) return cleaned;
-  const auto bytes = database_.integer("SELECT CAST(total(size) AS INTEGER) FROM uses");
-  auto clock = database_.integer("SELECT max(used) FROM uses");
-  if (!bytes) return tl::unexpected(bytes.error());
-  if (!clock) return tl::unexpected(clock.error());
-  if (*clock < 0 || *clock >= largestClock) {
-    if (auto reset = database_.execute("UPDATE uses SET used = 1"); !reset) return reset;
+      "DELETE FROM uses WHERE size NOT BETWEEN 1 AND 1 << 40"));
+  state_.bytes = TRY(database.integer("SELECT CAST(total(size) AS INTEGER) FROM uses"));
+  std::int64_t clock = TRY(database.integer("SELECT max(used) FROM uses"));
+  if (clock < 0 || clock >= largestClock) {
+    TRY(database.execute("UPDATE uses SET used = 1"));
     clock = 1;
   }
-  state_.bytes = *bytes;
-  state_.clock = *clock + 1;
+  state_.clock = clock + 1;
   return {};
-}
-
-SQLiteResult<std::int64_t> CacheWriter::value(Sql sql) {
-  SQLiteStatement& statement = statements_[sql];
-  const auto row = statement.step();
-  const std::int64_t number = row && *row ? statement.integer(0) : 0;
-  statement.reset();
-  if (!row) return tl::unexpected(row.error());
-  return number;
 }
 
 // A row id for one more variant; when all are taken, the least recently used one makes room.
 SQLiteResult<std::int64_t> CacheWriter::freeId(const CacheKey& key) {
-  SQLiteStatement& taken = statements_[selectVariants];
-  taken.bind(1, key.firstId);
-  taken.bind(2, key.lastId());
   std::int64_t id = key.firstId;
-  for (;;) {
-    const auto row = taken.step();
-    if (row && *row && taken.integer(0) == id) {
-      ++id;
-      continue;
-    }
-    taken.reset();
-    if (!row) return tl::unexpected(row.error());
-    break;
-  }
+  TRY(sql_->variants.forEach([&](std::int64_t taken, SQLiteBlob) { id += taken == id ? 1 : 0; },
+                             key.firstId, key.lastId()));
   if (id <= key.lastId()) return id;
-  SQLiteStatement& oldest = statements_[selectOldestOf];
-  oldest.bind(1, key.firstId);
-  oldest.bind(2, key.lastId());
-  const auto row = oldest.step();
-  id = row && *row ? oldest.integer(0) : key.firstId;
-  oldest.reset();
-  if (!row) return tl::unexpected(row.error());
-  if (const auto removed = removeRow(id); !removed) return tl::unexpected(removed.error());
-  return id;
+  const auto oldest = TRY(sql_->oldestOf(key.firstId, key.lastId()));
+  if (!oldest) return corrupt();
+  TRY(removeRow(std::get<0>(*oldest)));
+  return std::get<0>(*oldest);
 }
 
 // The rows of the URL that fit the request, or all of them without one. What cannot be read counts
 // as the URL's.
 SQLiteResult<std::vector<std::int64_t>> CacheWriter::matching(const CacheKey& key,
                                                               VaryMatcher* request) {
-  SQLiteStatement& variants = statements_[selectVariants];
-  variants.bind(1, key.firstId);
-  variants.bind(2, key.lastId());
   std::vector<std::int64_t> ids;
-  for (;;) {
-    const auto row = variants.step();
-    if (!row || !*row) {
-      variants.reset();
-      if (!row) return tl::unexpected(row.error());
-      return ids;
-    }
-    const auto head = CacheHead::parse(variants.blob(1));
+  const auto look = [&](std::int64_t id, SQLiteBlob bytes) {
+    const auto head = CacheHead::parse(bytes.bytes);
     const bool fits =
         !head || (head->url == key.url &&
                   (request == nullptr || request->matches(head->varyNames, head->varyDigest)));
-    if (fits) ids.push_back(variants.integer(0));
-  }
+    if (fits) ids.push_back(id);
+  };
+  TRY(sql_->variants.forEach(look, key.firstId, key.lastId()));
+  return ids;
 }
 
 // Whether there was something to remove. Only damage leaves one row of a pair without the other.
 SQLiteResult<bool> CacheWriter::removeRow(std::int64_t id) {
-  SQLiteStatement& answer = statements_[deleteAnswer];
-  answer.bind(1, id);
-  if (const auto removed = answer.run(); !removed) return tl::unexpected(removed.error());
-  const bool answered = database_.changes() != 0;
-  SQLiteStatement& use = statements_[deleteUse];
-  use.bind(1, id);
-  const auto row = use.step();
-  const std::int64_t size = row && *row ? use.integer(0) : 0;
-  // Only the step after the row ends the statement.
-  const auto ended = row && *row ? use.step() : row;
-  use.reset();
-  if (!ended) return tl::unexpected(ended.error());
-  if (answered != *row) return corrupt();
-  state_.bytes = std::max<std::int64_t>(0, state_.bytes - size);
+  TRY(sql_->deleteAnswer(id));
+  const bool answered = sql_->database.changes() != 0;
+  const auto size = TRY(sql_->deleteUse(id));
+  if (answered != size.has_value()) return corrupt();
+  if (size) state_.bytes = std::max<std::int64_t>(0, state_.bytes - std::get<0>(*size));
   changed_ = changed_ || answered;
   return answered;
 }
@@ -388,11 +343,10 @@ SQLiteResult<bool> CacheWriter::removeRow(std::int64_t id) {
 SQLiteResult<bool> CacheWriter::isOver(std::int64_t capacity) {
   if (state_.bytes > capacity) return true;
   if (state_.bytes < capacity / 2) return false;
-  const auto pages = value(pageCount);
-  const auto unused = value(freePageCount);
-  if (!pages) return tl::unexpected(pages.error());
-  if (!unused) return tl::unexpected(unused.error());
-  return (*pages - *unused) * cachePageSize > largestFile(capacity);
+  const auto pages = TRY(sql_->pages());
+  const auto unused = TRY(sql_->unusedPages());
+  if (!pages || !unused) return corrupt();
+  return (std::get<0>(*pages) - std::get<0>(*unused)) * cachePageSize > largestFile(capacity);
 }
 
 SQLiteStatus CacheWriter::limitLog(std::int64_t capacity) {
@@ -400,7 +354,7 @@ SQLiteStatus CacheWriter::limitLog(std::int64_t capacity) {
   const std::int64_t bytes = logLimit(capacity);
   logLimit_ = static_cast<int>(bytes / cachePageSize);
   logCapacity_ = capacity;
-  return database_.execute(("PRAGMA journal_size_limit=" + std::to_string(bytes)).c_str());
+  return sql_->database.execute(("PRAGMA journal_size_limit=" + std::to_string(bytes)).c_str());
 }
 
 }  // namespace paperloom::internal

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <array>
+#include <cstdint>
 #include <functional>
-#include <string>
-#include <utility>
+#include <memory>
 #include <vector>
 
 #include "paperloom/platform/internal/cache/CacheFile.h"
@@ -11,19 +10,29 @@
 
 namespace paperloom::internal {
 
-// The one connection that changes the cache's file, and the statements for it. Everything between
-// begin() and commit() happens wholly or not at all, a crash included. Belongs to one thread at a
-// time.
+// The one connection that changes the cache's file. Belongs to one thread at a time.
+//
+// - Everything between begin() and commit() happens wholly or not at all, a crash included. After
+//   an error in between only rollback() makes sense.
+// - Each row of answers has its row of uses; state.bytes is the sum of their sizes. One without the
+//   other, and a sum that no eviction brings down, are damage and are reported as such.
+// - state.writer and state.changes change with every transaction that changes what is kept, so that
+//   others notice; a transaction that changes nothing writes nothing.
+// - After removeAll() the file's unused pages and its log may hold what was removed, and
+// needsScrub()
+//   says so until vacuum() and emptyLog() have worked, in the next process as well.
 class CacheWriter {
  public:
-  // `name` stands for this writer in the file's stamp.
+  // Advances the clock, so that a reader can see whether it sees what this writes. `name` stands
+  // for this writer in the file's stamp.
   static SQLiteResult<CacheWriter> open(const std::filesystem::path& file,
                                         SQLiteDatabase::Deadline deadline, CacheContents contents,
                                         std::int64_t name);
+  ~CacheWriter();
+  CacheWriter(CacheWriter&&) noexcept;
+  CacheWriter& operator=(CacheWriter&&) noexcept;
 
-  void waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
-    database_.waitForLocksUntil(deadline);
-  }
+  void waitForLocksUntil(SQLiteDatabase::Deadline deadline);
 
   // The uses are counted by a clock that every store and every use advances. Tells when a row was
   // last used, where the file may not know it yet; 0 for rows it knows nothing of.
@@ -33,7 +42,6 @@ class CacheWriter {
   // is asked when entries are evicted.
   SQLiteStatus begin(std::int64_t clock, LastUse lastUse);
   std::int64_t clock() const { return state_.clock; }
-  // Writes nothing when nothing has changed.
   SQLiteStatus commit();
   void rollback();
   // As it was when the transaction began.
@@ -59,38 +67,15 @@ class CacheWriter {
   bool shortenLog(SQLiteDatabase::Deadline deadline);
   // Outside a transaction: gives the free pages back, for which others may go on reading.
   SQLiteStatus vacuum();
-  // Outside a transaction, with nobody reading: empties the log. After both, nothing of what was
-  // removed is left; until then needsScrub() says so, to the next process as well.
+  // Outside a transaction, with nobody reading: empties the log.
   SQLiteStatus emptyLog();
-  bool needsScrub() const { return state_.scrub != nothingToScrub; }
-  bool needsVacuum() const { return state_.scrub == wholeFile; }
+  bool needsScrub() const;
+  bool needsVacuum() const;
   // Whether more of the file is unused than is worth keeping.
   SQLiteResult<bool> isSparse();
 
  private:
-  enum Sql {
-    beginTransaction,
-    commitTransaction,
-    rollbackTransaction,
-    selectState,
-    writeState,
-    selectVariants,
-    insertAnswer,
-    insertUse,
-    selectSum,
-    deleteAnswer,
-    deleteUse,
-    touchUse,
-    selectOldest,
-    selectOldestOf,
-    pageCount,
-    freePageCount,
-    sqlCount,
-  };
-  // The values of state.scrub.
-  static constexpr std::int64_t nothingToScrub = 0;
-  static constexpr std::int64_t wholeFile = 1;
-  static constexpr std::int64_t logOnly = 2;
+  struct Sql;
   struct State {
     std::int64_t bytes = 0;
     std::int64_t clock = 0;
@@ -98,19 +83,21 @@ class CacheWriter {
     std::int64_t scrub = 0;
   };
 
+  CacheWriter(SQLiteDatabase database, std::int64_t name);
+  SQLiteStatus countAnew();
   SQLiteStatus readState();
+  SQLiteStatus writeState();
   SQLiteStatus recount();
-  SQLiteResult<std::int64_t> value(Sql sql);
   SQLiteResult<std::int64_t> freeId(const CacheKey& key);
   SQLiteResult<std::vector<std::int64_t>> matching(const CacheKey& key, VaryMatcher* request);
+  SQLiteStatus removeEach(const std::vector<std::int64_t>& ids);
   SQLiteResult<bool> removeRow(std::int64_t id);
   SQLiteStatus checkStructure();
   SQLiteResult<bool> isOver(std::int64_t capacity);
   SQLiteStatus writeScrub(std::int64_t scrub);
   SQLiteStatus limitLog(std::int64_t capacity);
 
-  SQLiteDatabase database_;
-  std::array<SQLiteStatement, sqlCount> statements_;
+  std::unique_ptr<Sql> sql_;
   std::int64_t writer_ = 0;
   std::int64_t logCapacity_ = -1;         // the capacity that the log's limit was set for
   int logLimit_ = 65536 / cachePageSize;  // in pages

@@ -144,22 +144,25 @@ void SQLiteStatement::Finalizer::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
 }
 
-void SQLiteStatement::bind(int index, std::int64_t value) {
-  sqlite3_bind_int64(statement_.get(), index, value);
+SQLiteStatus SQLiteStatement::bind(int index, std::int64_t value) {
+  return status(sqlite3_bind_int64(statement_.get(), index, value));
 }
 
-void SQLiteStatement::bind(int index, double value) {
-  sqlite3_bind_double(statement_.get(), index, value);
+SQLiteStatus SQLiteStatement::bind(int index, double value) {
+  return status(sqlite3_bind_double(statement_.get(), index, value));
 }
 
-void SQLiteStatement::bindText(int index, std::string_view text) {
-  const char* start = text.data() != nullptr ? text.data() : "";
-  sqlite3_bind_text64(statement_.get(), index, start, text.size(), SQLITE_STATIC, SQLITE_UTF8);
+// Without an address the value would be NULL.
+SQLiteStatus SQLiteStatement::bind(int index, SQLiteText text) {
+  const char* start = text.bytes.data() != nullptr ? text.bytes.data() : "";
+  return status(sqlite3_bind_text64(statement_.get(), index, start, text.bytes.size(),
+                                    SQLITE_STATIC, SQLITE_UTF8));
 }
 
-void SQLiteStatement::bindBlob(int index, std::string_view bytes) {
-  const char* start = bytes.data() != nullptr ? bytes.data() : "";
-  sqlite3_bind_blob64(statement_.get(), index, start, bytes.size(), SQLITE_STATIC);
+SQLiteStatus SQLiteStatement::bind(int index, SQLiteBlob blob) {
+  const char* start = blob.bytes.data() != nullptr ? blob.bytes.data() : "";
+  return status(
+      sqlite3_bind_blob64(statement_.get(), index, start, blob.bytes.size(), SQLITE_STATIC));
 }
 
 SQLiteResult<bool> SQLiteStatement::step() {

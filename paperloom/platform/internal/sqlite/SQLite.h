@@ -41,16 +41,26 @@ template <class T>
 using SQLiteResult = tl::expected<T, SQLiteError>;
 using SQLiteStatus = SQLiteResult<void>;
 
-// One prepared statement. Parameters count from 1, columns from 0. Texts and blobs are bound
-// without a copy: they must live until the statement is reset. Belongs to one thread at a time.
+// Bytes to be bound, or read from a row. They are not copied: bound ones must live until the
+// statement is reset, read ones live until its next step or reset.
+struct SQLiteText {
+  std::string_view bytes;
+};
+struct SQLiteBlob {
+  std::string_view bytes;
+};
+
+// One prepared statement. Parameters count from 1, columns from 0. Belongs to one thread at a time.
 class SQLiteStatement {
  public:
   SQLiteStatement() = default;
 
-  void bind(int index, std::int64_t value);
-  void bind(int index, double value);
-  void bindText(int index, std::string_view text);
-  void bindBlob(int index, std::string_view bytes);
+  explicit operator bool() const { return statement_ != nullptr; }
+
+  SQLiteStatus bind(int index, std::int64_t value);
+  SQLiteStatus bind(int index, double value);
+  SQLiteStatus bind(int index, SQLiteText text);
+  SQLiteStatus bind(int index, SQLiteBlob blob);
 
   // True: a row is there to be read. False: the statement has ended. The statement needs a
   // reset() before its next use either way.
