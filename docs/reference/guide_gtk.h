@@ -1,0 +1,5 @@
+#pragma once
+
+#include <glib-unix.h>
+
+#include "guide_plain.h"

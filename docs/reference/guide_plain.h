@@ -1,0 +1,19 @@
+// What the guides' pieces of code may use.
+#pragma once
+
+#include <iostream>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "paperloom/identity/LoginKeeper.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/operations/CheckEntitlementOperation.h"
+#include "paperloom/operations/LoginOperation.h"
+#include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/platform/DispatchQueue.h"
+#include "paperloom/platform/JSON.h"
+#include "paperloom/platform/OperationQueue.h"
+#include "paperloom/platform/URLSession.h"

@@ -1,0 +1,5 @@
+#pragma once
+
+#include <QSocketNotifier>
+
+#include "guide_plain.h"
