@@ -15,9 +15,9 @@ function flush_block(  file, kit_name) {
   }
   hidden = kit = ""
 }
-/^<!-- code/ {
+/^ *<!-- code/ {
   line = $0
-  sub(/^<!-- code */, "", line)
+  sub(/^ *<!-- code */, "", line)
   kit = line
   sub(/:.*/, "", kit)
   sub(/^[^:]*:/, "", line)
