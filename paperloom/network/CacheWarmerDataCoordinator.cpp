@@ -10,6 +10,9 @@ namespace paperloom {
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm)
     : cache_(std::move(cacheToWarm)), sessionManager_(cache_) {}
 
+CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(URLSessionConfiguration configuration)
+    : cache_(configuration.urlCache), sessionManager_(std::move(configuration)) {}
+
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm,
                                                        LatestDateStore& dates)
     : cache_(std::move(cacheToWarm)), dates_(&dates), sessionManager_(cache_) {}

@@ -27,6 +27,8 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
  public:
   // Records in LatestDateStore::shared(). A null cache stops the program.
   explicit CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm);
+  // Over a session of the host's own making: see CacheWarmerSessionManager.
+  explicit CacheWarmerDataCoordinator(URLSessionConfiguration configuration);
   // `dates` must outlive the coordinator.
   CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm, LatestDateStore& dates);
 

@@ -14,6 +14,10 @@ URLSessionConfiguration sessionConfiguration(std::shared_ptr<URLCache> cache) {
   URLSessionConfiguration configuration;
   configuration.timeoutIntervalForRequest = std::chrono::seconds(20);
   configuration.urlCache = std::move(cache);
+  return configuration;
+}
+
+URLSessionConfiguration withOneConnection(URLSessionConfiguration configuration) {
   configuration.httpMaximumConnectionsPerHost = 1;
   return configuration;
 }
@@ -28,9 +32,12 @@ CacheWarmerRequestResult outcome(const std::optional<Data>& data,
 }  // namespace
 
 CacheWarmerSessionManager::CacheWarmerSessionManager(std::shared_ptr<URLCache> cache)
-    : cache_(required(std::move(cache), "a cache warmer needs a cache")),
+    : CacheWarmerSessionManager(sessionConfiguration(std::move(cache))) {}
+
+CacheWarmerSessionManager::CacheWarmerSessionManager(URLSessionConfiguration configuration)
+    : cache_(required(configuration.urlCache, "a cache warmer needs a cache")),
       taskCounter_(std::make_shared<TaskCounter>()),
-      session_(sessionConfiguration(cache_)) {}
+      session_(withOneConnection(std::move(configuration))) {}
 
 CacheWarmerSessionManager::~CacheWarmerSessionManager() = default;
 

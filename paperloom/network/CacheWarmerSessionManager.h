@@ -24,6 +24,9 @@ class PAPERLOOM_EXPORT CacheWarmerSessionManager {
 
   // A null cache stops the program.
   explicit CacheWarmerSessionManager(std::shared_ptr<URLCache> cache);
+  // Over a session of the host's own making, which has a cache; its connections to a host are
+  // limited to one all the same.
+  explicit CacheWarmerSessionManager(URLSessionConfiguration configuration);
   ~CacheWarmerSessionManager();
 
   // A cached copy with a status of 200 to 399 answers at once, on the caller's thread, and no task

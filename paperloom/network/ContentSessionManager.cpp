@@ -33,6 +33,11 @@ Provenance::Source sourceOf(const URLSessionTaskMetrics& metrics) {
   return {};
 }
 
+URLSessionConfiguration withCache(URLSessionConfiguration configuration) {
+  if (!configuration.urlCache) configuration.urlCache = std::make_shared<URLCache>();
+  return configuration;
+}
+
 PaperloomError networkError(std::string details, const std::optional<URLError>& error) {
   if (error) details.append(" : ").append(error->localizedDescription);
   return PaperloomError::networkError(std::move(details));
@@ -134,9 +139,13 @@ ContentSessionManager::ContentSessionManager()
 }
 
 ContentSessionManager::ContentSessionManager(std::shared_ptr<URLCache> cache)
-    : contentSessionCache_(required(std::move(cache), "a session manager needs a cache")),
-      taskCounter_(std::make_shared<TaskCounter>()),
-      session_(sessionConfiguration(contentSessionCache_)) {}
+    : ContentSessionManager(
+          sessionConfiguration(required(std::move(cache), "a session manager needs a cache"))) {}
+
+ContentSessionManager::ContentSessionManager(URLSessionConfiguration configuration)
+    : taskCounter_(std::make_shared<TaskCounter>()), session_(withCache(std::move(configuration))) {
+  contentSessionCache_ = session_.configuration().urlCache;
+}
 
 ContentSessionManager::~ContentSessionManager() = default;
 

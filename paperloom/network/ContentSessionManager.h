@@ -28,6 +28,8 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
   ContentSessionManager();
   // The same over a cache of the host's own; null stops the program.
   explicit ContentSessionManager(std::shared_ptr<URLCache> cache);
+  // Over a session of the host's own making; without a cache in it, one in memory is taken.
+  explicit ContentSessionManager(URLSessionConfiguration configuration);
   ~ContentSessionManager() override;
 
   // The failure texts are "no network error" for a GET and "Error:" for a POST, each followed by
