@@ -9,10 +9,9 @@
 #include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManager.h"
 
-using namespace paperloom;
-using namespace paperloom::c;
+namespace paperloom::c {
 
-paperloom_client::paperloom_client(const Settings& settings)
+Client::Client(const Settings& settings)
     : identity(std::make_shared<Identity>(settings)),
       content(std::make_shared<ContentSessionManager>(settings.content)) {
   content.setBaseURL(settings.contentURL);
@@ -20,7 +19,7 @@ paperloom_client::paperloom_client(const Settings& settings)
       std::make_shared<CacheWarmerDataCoordinator>(settings.content));
 }
 
-paperloom_client::~paperloom_client() { requests->cancelAll(); }
+Client::~Client() { requests->cancelAll(); }
 
 namespace {
 
@@ -97,6 +96,10 @@ Outcome outcomeOf(CacheWarmerRequestResult result) {
 }
 
 }  // namespace
+}  // namespace paperloom::c
+
+using namespace paperloom;
+using namespace paperloom::c;
 
 paperloom_client* paperloom_client_create(const paperloom_configuration* configuration,
                                           const paperloom_answer** failure) {

@@ -36,15 +36,19 @@ struct Identity {
   RegistrationCoordinator linkedDetails;
 };
 
+// The coordinators that a host's requests go to.
+struct Client {
+  explicit Client(const Settings& settings);
+  // Content requests under way are cancelled.
+  ~Client();
+
+  const std::shared_ptr<Requests> requests = std::make_shared<Requests>();
+  const std::shared_ptr<Identity> identity;
+  DataCoordinator content;
+};
+
 }  // namespace paperloom::c
 
-struct paperloom_client {
-  explicit paperloom_client(const paperloom::c::Settings& settings);
-  ~paperloom_client();
-
-  // The requests under way; completions hold them too.
-  const std::shared_ptr<paperloom::c::Requests> requests =
-      std::make_shared<paperloom::c::Requests>();
-  const std::shared_ptr<paperloom::c::Identity> identity;
-  paperloom::DataCoordinator content;
+struct paperloom_client : paperloom::c::Client {
+  using Client::Client;
 };
