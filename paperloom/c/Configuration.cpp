@@ -83,21 +83,12 @@ paperloom_text paperloom_text_from(const char* string) {
 }
 
 uint32_t paperloom_version() {
-  uint32_t version = 0;
-  uint32_t part = 0;
-  for (const unsigned char* next = PaperloomVersionString;; ++next) {
-    if (*next >= '0' && *next <= '9') {
-      part = part * 10 + (*next - '0');
-      continue;
-    }
-    version = version * 1000 + part;
-    part = 0;
-    if (*next == 0) return version;
-  }
+  return PAPERLOOM_VERSION_MAJOR * 1'000'000 + PAPERLOOM_VERSION_MINOR * 1'000 +
+         PAPERLOOM_VERSION_PATCH;
 }
 
 paperloom_text paperloom_version_text() {
-  return paperloom_text_from(reinterpret_cast<const char*>(PaperloomVersionString));
+  return paperloom_text_from(PAPERLOOM_VERSION);
 }
 
 int paperloom_file_descriptor() { return DispatchQueue::main().fileDescriptor(); }
