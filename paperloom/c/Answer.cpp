@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "paperloom/c/internal/Enumerations.h"
 #include "paperloom/c/internal/Records.h"
 #include "paperloom/c/internal/Struct.h"
 #include "paperloom/c/internal/Text.h"
@@ -15,6 +16,11 @@ const Handle* documentOf(const paperloom_answer* answer) {
   using Item = std::shared_ptr<const Record<Handle>>;
   const auto* document = std::get_if<Item>(&answer->outcome.document);
   return document != nullptr ? handle<Handle>(document->get()) : nullptr;
+}
+
+const Provenance* provenanceOf(const paperloom_answer* answer) {
+  if (answer == nullptr || !answer->outcome.provenance) return nullptr;
+  return &*answer->outcome.provenance;
 }
 
 }  // namespace
@@ -66,7 +72,23 @@ int32_t paperloom_answer_status(const paperloom_answer* answer) {
 }
 
 enum paperloom_source paperloom_answer_source(const paperloom_answer* answer) {
-  return answer != nullptr ? answer->outcome.source : PAPERLOOM_SOURCE_UNKNOWN;
+  const auto* provenance = provenanceOf(answer);
+  return provenance != nullptr ? enumerator(provenance->source) : PAPERLOOM_SOURCE_UNKNOWN;
+}
+
+bool paperloom_answer_is_from_cache(const paperloom_answer* answer) {
+  const auto* provenance = provenanceOf(answer);
+  return provenance != nullptr && provenance->fromCache;
+}
+
+bool paperloom_answer_age(const paperloom_answer* answer, int64_t* age) {
+  const auto* provenance = provenanceOf(answer);
+  return provenance != nullptr && give(provenance->age, age);
+}
+
+bool paperloom_answer_fetched_at(const paperloom_answer* answer, int64_t* time) {
+  const auto* provenance = provenanceOf(answer);
+  return provenance != nullptr && give(provenance->fetchedAt, time);
 }
 
 enum paperloom_entitlement paperloom_answer_entitlement(const paperloom_answer* answer) {

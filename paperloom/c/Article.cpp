@@ -9,18 +9,6 @@ using namespace paperloom::c;
 
 namespace {
 
-// Writes what is there where the host wants it.
-template <class Value>
-bool give(const std::optional<Value>& value, int64_t* place) {
-  if (!value || place == nullptr) return false;
-  if constexpr (std::is_same_v<Value, Date>) {
-    *place = value->time_since_epoch().count();
-  } else {
-    *place = *value;
-  }
-  return true;
-}
-
 // What `read` finds in the block, when its kind has such a part.
 template <class Result, class Read>
 Result ofBlock(const paperloom_block* block, Read read) {

@@ -53,9 +53,10 @@ struct ContentRequest {
   // Callbacks for the coordinator; `tell` says whether they run on the main queue.
   using Tell = void (Request::*)(Outcome);
   template <class Record>
-  auto success(Tell tell, enum paperloom_source source = PAPERLOOM_SOURCE_UNKNOWN) const {
-    return [request = request, tell, source](std::shared_ptr<const Record> document) {
-      (*request.*tell)({.document = std::move(document), .source = source});
+  auto success(Tell tell) const {
+    return [request = request, tell](std::shared_ptr<const Record> document,
+                                     const Provenance& provenance) {
+      (*request.*tell)({.document = std::move(document), .provenance = provenance});
     };
   }
   auto failed(Tell tell) const {
@@ -78,10 +79,11 @@ constexpr auto noURL = "not an http or https URL";
 Outcome outcomeOf(CacheWarmerRequestResult result) {
   struct Outcomes {
     Outcome operator()(cachewarmer::Success& fetched) const {
-      return {.document = fetched.data.value_or(Data()), .source = PAPERLOOM_SOURCE_NETWORK};
+      return {.document = fetched.data.value_or(Data()), .provenance = Provenance{}};
     }
     Outcome operator()(cachewarmer::SuccessFromCache& found) const {
-      return {.document = found.data.value_or(Data()), .source = PAPERLOOM_SOURCE_CACHE};
+      return {.document = found.data.value_or(Data()),
+              .provenance = Provenance{.source = Provenance::Source::cache}};
     }
     Outcome operator()(cachewarmer::FailedStatusCode& failed) const {
       return {.code = PAPERLOOM_STATUS_FAILED,
@@ -147,9 +149,8 @@ paperloom_request paperloom_request_offline_stream(paperloom_client* client,
                                                    paperloom_callback callback, void* user_data) {
   ContentRequest request(client, callback, user_data);
   if (!request.isGood(true, nullptr)) return 0;
-  client->content.requestOfflineStream(
-      request.success<StreamProtocol>(&Request::answer, PAPERLOOM_SOURCE_LIBRARY),
-      request.failed(&Request::answer));
+  client->content.requestOfflineStream(request.success<StreamProtocol>(&Request::answer),
+                                       request.failed(&Request::answer));
   return request.started();
 }
 

@@ -87,9 +87,7 @@ uint32_t paperloom_version() {
          PAPERLOOM_VERSION_PATCH;
 }
 
-paperloom_text paperloom_version_text() {
-  return paperloom_text_from(PAPERLOOM_VERSION);
-}
+paperloom_text paperloom_version_text() { return paperloom_text_from(PAPERLOOM_VERSION); }
 
 int paperloom_file_descriptor() { return DispatchQueue::main().fileDescriptor(); }
 

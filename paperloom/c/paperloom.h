@@ -95,12 +95,15 @@ enum paperloom_code {
   PAPERLOOM_TIMEOUT = 13             /* a registration without an answer; it may have been made */
 };
 
-/* Where the document of an answer came from; unknown where the library does not say. */
+/* Where the document of an answer came from; unknown without a document, and for one that a client
+ * has kept. */
 enum paperloom_source {
   PAPERLOOM_SOURCE_UNKNOWN = 0,
-  PAPERLOOM_SOURCE_NETWORK = 1,
-  PAPERLOOM_SOURCE_CACHE = 2,
-  PAPERLOOM_SOURCE_LIBRARY = 3 /* it is shipped with the library */
+  PAPERLOOM_SOURCE_NETWORK = 1,     /* whole from the server */
+  PAPERLOOM_SOURCE_CACHE = 2,       /* a stored copy */
+  PAPERLOOM_SOURCE_REVALIDATED = 3, /* a stored copy that the server has just confirmed */
+  PAPERLOOM_SOURCE_STALE = 4,       /* a stored copy past its freshness, as the directives allow */
+  PAPERLOOM_SOURCE_LIBRARY = 5      /* shipped with the library */
 };
 
 enum paperloom_entitlement {
@@ -138,6 +141,12 @@ paperloom_text paperloom_answer_text(const paperloom_answer* answer);
 /* The HTTP status of PAPERLOOM_STATUS_FAILED. */
 int32_t paperloom_answer_status(const paperloom_answer* answer);
 enum paperloom_source paperloom_answer_source(const paperloom_answer* answer);
+/* Whether the server gave no usable answer, and the stored copy took its place. */
+bool paperloom_answer_is_from_cache(const paperloom_answer* answer);
+/* Of a stored copy: its age in seconds, and when it, or its last validation, was received, in
+ * milliseconds since 1970. False, and no change, where it is not known. */
+bool paperloom_answer_age(const paperloom_answer* answer, int64_t* age);
+bool paperloom_answer_fetched_at(const paperloom_answer* answer, int64_t* time);
 
 /* What was asked for; NULL when it was something else, or failed. */
 const paperloom_app_metadata* paperloom_answer_app_metadata(const paperloom_answer* answer);
@@ -192,8 +201,8 @@ typedef struct paperloom_client paperloom_client;
 paperloom_client* paperloom_client_create(const paperloom_configuration* configuration,
                                           const paperloom_answer** failure);
 /* Ends the client. Its content requests are answered with PAPERLOOM_CANCELLED, its identity
- * requests as usual, both still by paperloom_run_pending(). Waits until no thread of the client is
- * at work. */
+ * requests as usual, both still by paperloom_run_pending(). Waits until no thread is at work for
+ * the content. */
 void paperloom_client_release(paperloom_client* client);
 
 /* The last configuration document and the last stream that the client received; NULL at first. */

@@ -50,7 +50,7 @@ static void empty(struct slot* slots, size_t count) {
 
 void reads_the_sample_paper(const char* url) {
   paperloom_client* client = new_client(url, NULL);
-  struct slot slots[6] = {{0}};
+  struct slot slots[7] = {{0}};
   const paperloom_text sections[] = {paperloom_text_from("news"), paperloom_text_from("sport")};
   paperloom_request_stream(client, sections, 2, take, &slots[0]);
   const paperloom_stream* stream = paperloom_answer_stream(wait_for(&slots[0]));
@@ -61,6 +61,14 @@ void reads_the_sample_paper(const char* url) {
   paperloom_request_article(client, paperloom_card_url(card), take, &slots[1]);
   const paperloom_article* article = paperloom_answer_article(wait_for(&slots[1]));
   CHECK(same(paperloom_article_headline(article), paperloom_card_headline(card).data));
+  CHECK(paperloom_answer_source(slots[1].answer) == PAPERLOOM_SOURCE_NETWORK);
+  paperloom_request_article(client, paperloom_card_url(card), take, &slots[6]);
+  int64_t fetched_at = 0, age = -1;
+  CHECK(paperloom_answer_source(wait_for(&slots[6])) == PAPERLOOM_SOURCE_CACHE);
+  CHECK(!paperloom_answer_is_from_cache(slots[6].answer)); /* it is fresh: nobody was asked */
+  CHECK(paperloom_answer_age(slots[6].answer, &age) && age >= 0 && age < 60);
+  CHECK(paperloom_answer_fetched_at(slots[6].answer, &fetched_at) && fetched_at > 0);
+  CHECK(!paperloom_answer_age(NULL, &age) && !paperloom_answer_fetched_at(slots[0].answer, NULL));
   CHECK(paperloom_time_elapsed_since_last_request() < 60);
 
   const paperloom_rendition* rendition =
@@ -82,7 +90,7 @@ void reads_the_sample_paper(const char* url) {
   CHECK(paperloom_answer_source(wait_for(&slots[5])) == PAPERLOOM_SOURCE_LIBRARY);
   CHECK(paperloom_stream_section_count(paperloom_answer_stream(slots[5].answer)) > 0);
   paperloom_client_release(client);
-  empty(slots, 6);
+  empty(slots, 7);
 }
 
 /* `url` answers articles with 503 and pictures with 404. */

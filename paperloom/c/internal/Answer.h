@@ -13,6 +13,7 @@
 #include "paperloom/model/Article.h"
 #include "paperloom/model/PaperloomError.h"
 #include "paperloom/model/Stream.h"
+#include "paperloom/network/Provenance.h"
 #include "paperloom/platform/Data.h"
 #include "paperloom/platform/Image.h"
 
@@ -38,7 +39,7 @@ struct Outcome {
   std::string text{};
   Document document{};
   int status = 0;
-  enum paperloom_source source = PAPERLOOM_SOURCE_UNKNOWN;
+  std::optional<Provenance> provenance{};  // of the document
   enum paperloom_entitlement entitlement = PAPERLOOM_ENTITLEMENT_UNKNOWN;
   std::optional<Tokens> tokens{};
 };

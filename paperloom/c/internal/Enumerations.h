@@ -9,6 +9,7 @@
 #include "paperloom/model/RegistrationWall.h"
 #include "paperloom/model/SectionMetaData.h"
 #include "paperloom/model/WallType.h"
+#include "paperloom/network/Provenance.h"
 
 namespace paperloom::c {
 
@@ -81,6 +82,22 @@ inline enum paperloom_wall_type enumerator(const WallType& wall) {
   if (std::holds_alternative<WallType::RegWall>(wall.value)) return PAPERLOOM_WALL_REGISTRATION;
   return std::holds_alternative<WallType::PayWall>(wall.value) ? PAPERLOOM_WALL_PAY
                                                                : PAPERLOOM_WALL_NONE;
+}
+
+inline enum paperloom_source enumerator(Provenance::Source source) {
+  switch (source) {
+    case Provenance::Source::network:
+      return PAPERLOOM_SOURCE_NETWORK;
+    case Provenance::Source::cache:
+      return PAPERLOOM_SOURCE_CACHE;
+    case Provenance::Source::revalidated:
+      return PAPERLOOM_SOURCE_REVALIDATED;
+    case Provenance::Source::stale:
+      return PAPERLOOM_SOURCE_STALE;
+    case Provenance::Source::library:
+      return PAPERLOOM_SOURCE_LIBRARY;
+  }
+  return PAPERLOOM_SOURCE_UNKNOWN;
 }
 
 inline enum paperloom_block_kind enumerator(const ArticleContentItem& item) {

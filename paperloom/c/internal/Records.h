@@ -1,8 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <type_traits>
 
 #include "paperloom/c/internal/Text.h"
 #include "paperloom/c/paperloom.h"
@@ -10,6 +14,7 @@
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Article.h"
 #include "paperloom/model/Stream.h"
+#include "paperloom/platform/Date.h"
 #include "paperloom/platform/Image.h"
 
 namespace paperloom::c {
@@ -67,6 +72,17 @@ auto valueOf(const Handle* handle, Read read) {
 template <class Handle, class Read>
 std::size_t countOf(const Handle* handle, Read read) {
   return handle != nullptr ? std::invoke(read, record(handle)).size() : 0;
+}
+
+// Writes a number, a time or a span of time that is there to where the host wants it.
+inline std::int64_t number(std::int64_t value) { return value; }
+inline std::int64_t number(std::chrono::seconds span) { return span.count(); }
+inline std::int64_t number(Date date) { return date.time_since_epoch().count(); }
+template <class Value>
+bool give(const std::optional<Value>& value, std::int64_t* place) {
+  if (!value || place == nullptr) return false;
+  *place = number(*value);
+  return true;
 }
 
 template <class Part>
