@@ -58,9 +58,10 @@ def block_words(member):
 
 
 def is_plain(compound):
-    """Fields and getters only: a value or a record."""
-    functions = [m for m in compound.iter("memberdef") if m.get("kind") == "function" and m.get("prot") == "public"]
-    return all(explained_by_name(compound, m) or m.get("static") == "yes" for m in functions)
+    """A value or a record: what changes it, if anything, says on which thread."""
+    functions = [m for m in compound.iter("memberdef") if m.get("kind") == "function" and m.get("prot") != "private"]
+    changing = [m for m in functions if m.get("const") != "yes" and m.get("static") != "yes"]
+    return all(explained_by_name(compound, m) or THREAD.search(words(m) or block_words(m)) for m in changing)
 
 
 def says_thread(compound):
