@@ -232,6 +232,7 @@ tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes
   // RFC 8259 section 8.1 lets a reader ignore it.
   constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
+  if (bytes.data() == nullptr) bytes = "";  // the decoder copies what it is given, if only nothing
   auto storage = std::make_unique<Storage>();
   if (const auto failure = decode(storage->document, bytes, padded)) {
     return tl::make_unexpected(JSONError{simdjson::error_message(failure)});

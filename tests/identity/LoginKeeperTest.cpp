@@ -148,6 +148,7 @@ TEST(LoginKeeper, aTokenGoesOutOnceUnlessItComesBack) {
   EXPECT_EQ(coordinator->sent, (Texts{"r1", "r2", "r3", "r3", "r3", "r3"}));
   EXPECT_EQ(heard, (Texts{"r2", "r2", "r3", "r3", "network", "r3", "r4"}));
   EXPECT_EQ(kept, (Texts{"r2", "r3", "r3", "r4"}));
+  coordinator->waiting = nullptr;  // which holds the coordinator
 }
 
 class KeptLogin : public IdentityFixture {
