@@ -146,8 +146,8 @@ TEST_F(UserDefaultsTest, noChangedBitGivesAWrongValueOrKeepsLaterOnesFromBeingSt
   const std::string good(std::istreambuf_iterator<char>(in), {});
   // All of the header that says how to read and write the file, and some of everything else.
   std::vector<std::size_t> bits;
-  for (std::size_t byte : {16, 17, 18, 19, 20, 43, 44, 45, 46, 47, 59}) {
-    for (std::size_t bit = 0; bit < 8; ++bit) bits.push_back(byte * 8 + bit);
+  for (const unsigned byte : {16U, 17U, 18U, 19U, 20U, 43U, 44U, 45U, 46U, 47U, 59U}) {
+    for (unsigned bit = 0; bit < 8; ++bit) bits.push_back(byte * 8 + bit);
   }
   for (std::size_t bit = 0; bit < good.size() * 8; bit += 331) bits.push_back(bit);
   for (std::size_t byte = good.size() - 100; byte < good.size(); ++byte) bits.push_back(byte * 8);

@@ -128,7 +128,8 @@ void PixelSink::sumColumns() {
 
 void PixelSink::addRow(std::int64_t weight) {
   const auto factor = static_cast<float>(weight);
-  for (std::int64_t i = 0; i < target_.width * channels; ++i) sums_[i] += factor * columns_[i];
+  const auto count = static_cast<std::size_t>(target_.width * channels);
+  for (std::size_t i = 0; i < count; ++i) sums_[i] += factor * columns_[i];
 }
 
 void PixelSink::writeRow() {
