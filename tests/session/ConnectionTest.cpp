@@ -190,9 +190,9 @@ TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
     std::optional<Code> error;
     int status;
   };
-  Script dripping = {send("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\n")};
+  Script dripping = {send("HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\n")};
   Script drippingHeader = {send("HTTP/1.1 200 OK\r\n")};
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < 15; ++i) {
     dripping.push_back(wait(100ms));
     dripping.push_back(send("x"));
     drippingHeader.push_back(wait(100ms));
@@ -209,7 +209,7 @@ TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
       {"slow header", drippingHeader, {}, 200},
   };
   URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = 400ms;
+  configuration.timeoutIntervalForRequest = 1200ms;
   URLSession session(configuration);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -234,8 +234,8 @@ TEST(Timeouts, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlo
   }
   ScriptedServer server(trickle);
   URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = 300ms;
-  configuration.timeoutIntervalForResource = 600ms;
+  configuration.timeoutIntervalForRequest = 1500ms;
+  configuration.timeoutIntervalForResource = 3000ms;
   configuration.httpMaximumConnectionsPerHost = 1;
   URLSession session(configuration);
   Pending trickling = start(session, URLRequest(server.url()));
@@ -288,7 +288,7 @@ TEST(Timeouts, aServerThatNeverStopsMeetsALimitAndHoldsUpNobodyElse) {
   };
   ScriptedServer lively(answer("x"));
   URLSessionConfiguration configuration;
-  configuration.maximumBodySize = 300'000;
+  configuration.maximumBodySize = 50'000;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     ScriptedServer server({send(c.begin), flood(c.endless)});
