@@ -130,7 +130,7 @@ TEST_F(WaitingTests, aRequestIsLookedUpOnceAHop) {
        1,
        [&](const char* target) {
          const auto task = get(target);
-         EXPECT_TRUE(test::pumpUntil([&] { return !server.requests().empty(); }));
+         EXPECT_TRUE(test::pumpUntil([&] { return server.requests().back().target == target; }));
          task->cancel();
        }},
   };
