@@ -138,8 +138,10 @@ TEST_F(IdentityOperations, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
     EXPECT_EQ(run(operation, resultOf), row.result) << row.account.identifier << row.faults;
     EXPECT_EQ(requestsFor("refreshToken"), row.refreshes) << row.account.identifier << row.faults;
     if (row.result != "premium") continue;
-    const auto& premium =
-        std::get<CheckEntitlementOperationResult::Premium>(operation->result()->value);
+    using WithTokens = CheckEntitlementOperationResult::Premium;
+    ASSERT_TRUE(operation->result() &&
+                std::holds_alternative<WithTokens>(operation->result()->value));
+    const auto& premium = std::get<WithTokens>(operation->result()->value);
     EXPECT_EQ(premium.newAuthorisation != nullptr, row.refreshes == 1);
     if (row.refreshes == 0) continue;
     EXPECT_NE(premium.newAuthorisation->refreshToken(), tokens->refreshToken());
@@ -175,6 +177,7 @@ TEST_F(IdentityOperations, refreshThenCheckEndsAsTheServiceAnswers) {
     EXPECT_EQ(run(operation, resultOf), row.result) << row.account.identifier << row.faults;
     if (row.result != "success") continue;
     using Success = RefreshTokenThenCheckEntitlementsOperationResult::Success;
+    ASSERT_TRUE(operation->result() && std::holds_alternative<Success>(operation->result()->value));
     const auto& success = std::get<Success>(operation->result()->value);
     EXPECT_EQ(success.premium == Premium::premium, row.premium) << row.account.identifier;
     EXPECT_NE(success.contentAuthorisation->accessToken(), tokens->accessToken());

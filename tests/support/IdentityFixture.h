@@ -19,7 +19,8 @@ namespace paperloom::test {
 
 using Authorisation = std::shared_ptr<const ContentAuthorisationProtocol>;
 
-// A sample service and coordinators over a session with little patience and a cache of its own.
+// A sample service and coordinators over a session with a cache of its own, which gives up on a
+// silent service, but not on a slow machine.
 class IdentityFixture : public ::testing::Test {
  protected:
   IdentityFixture() {
@@ -40,7 +41,7 @@ class IdentityFixture : public ::testing::Test {
 
   static URLSessionConfiguration configuration(const std::filesystem::path& cache) {
     URLSessionConfiguration configuration;
-    configuration.timeoutIntervalForRequest = std::chrono::milliseconds(1500);
+    configuration.timeoutIntervalForRequest = std::chrono::seconds(5);
     configuration.urlCache = std::make_shared<URLCache>(1 << 20, 10 << 20, cache);
     return configuration;
   }
