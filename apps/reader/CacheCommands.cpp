@@ -5,16 +5,27 @@
 #include "apps/reader/Text.h"
 #include "paperloom/network/LatestDateStore.h"
 #include "paperloom/platform/CacheExplanation.h"
+#include "paperloom/platform/UserDefaults.h"
 
 namespace paperloom::reader {
 namespace {
 
+// A LatestDateStore takes its own first use for a fetch; whether there has been one shows only
+// before it is made.
+bool hasEverFetched() {
+  return UserDefaults::standard().doubleForKey("paperloom.lastRequestTime") > 0;
+}
+
 void elapsed(Host& host) {
-  const double seconds = LatestDateStore::shared().timeElapsedSinceLastRequest();
+  const bool ever = hasEverFetched();
+  const double seconds = ever ? LatestDateStore::shared().timeElapsedSinceLastRequest() : 0;
   if (host.json()) {
-    return host.output().line(dump({{"timeElapsedSinceLastRequest", seconds}}));
+    return host.output().line(
+        dump({{"timeElapsedSinceLastRequest", seconds}, {"neverFetched", !ever}}));
   }
-  host.output().line("The last fresh fetch was " + duration(seconds) + " ago.");
+  if (!ever) return host.output().line("Never: no article has come fresh from the network yet.");
+  host.output().line("The last article came fresh from the network " +
+                     ago(std::chrono::seconds(static_cast<std::int64_t>(seconds))) + ".");
 }
 
 void stats(Host& host) {
@@ -134,7 +145,7 @@ void explain(Host& host, const std::string& address) {
 }  // namespace
 
 void addCacheCommands(CLI::App& app, Action& action) {
-  app.add_subcommand("elapsed", "How long ago content was last fetched fresh")
+  app.add_subcommand("elapsed", "How long ago an article last came fresh from the network")
       ->group(cacheGroup)
       ->callback([&action] { action = elapsed; });
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdlib>
@@ -166,9 +167,29 @@ Answer<AppMetadataProtocol> Host::appMetadata() {
 }
 
 Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
-  return await<StreamProtocol>([&](auto success, auto failure) {
+  auto answer = await<StreamProtocol>([&](auto success, auto failure) {
     content().requestStreamForSections(sections, std::move(success), std::move(failure));
   });
+  const auto found = [&](const std::string& uid) {
+    const SectionList& all = answer.record->sections();
+    return std::any_of(all.begin(), all.end(), [&](const auto& each) { return each->uid() == uid; });
+  };
+  const auto missing = std::find_if_not(sections.begin(), sections.end(), found);
+  if (missing != sections.end()) throw Failure(noSection(*missing));
+  return answer;
+}
+
+std::string Host::noSection(const std::string& uid) {
+  std::vector<std::string> names;
+  try {
+    for (const auto& each : appMetadata().record->sectionMetadata()) {
+      names.push_back(printableLine(each->uid()));
+    }
+  } catch (const Failure&) {
+    // The sentence is true without them.
+  }
+  return fmt::format("there is no section {}{}{}", printableText(uid),
+                     names.empty() ? "" : "; there are ", fmt::join(names, ", "));
 }
 
 Answer<StreamProtocol> Host::offlineStream() {

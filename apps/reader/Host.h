@@ -70,6 +70,7 @@ class Host {
 
   // The coordinator's requests, waited for. All throw Failure.
   Answer<AppMetadataProtocol> appMetadata();
+  // Fails also when the service does not have one of the sections.
   Answer<StreamProtocol> stream(const std::vector<std::string>& sections);
   Answer<StreamProtocol> offlineStream();
   Answer<ArticleProtocol> article(const URL& url);
@@ -106,6 +107,7 @@ class Host {
   }
 
   sample::SampleService& service();
+  std::string noSection(const std::string& uid);
 
   GlobalOptions options_;
   Output output_;

@@ -1,6 +1,10 @@
 #include "apps/reader/Printing.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <iostream>
 
 #include "apps/reader/Files.h"
 #include "apps/reader/FrontPage.h"
@@ -19,8 +23,10 @@ void printJSON(Host& host, JSON json, const Provenance& provenance) {
 }
 
 void printProvenance(Host& host, const Provenance& provenance) {
-  host.output().line();
-  host.output().line(host.style().dim(sentence(provenance)));
+  host.output().flush();
+  std::string text = sentence(provenance);
+  text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  std::cerr << Style(Terminal::of(STDERR_FILENO)).dim(text) << "\n";
 }
 
 void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {

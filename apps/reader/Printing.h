@@ -11,7 +11,7 @@ namespace paperloom::reader {
 // The record as one JSON object, with where it came from.
 void printJSON(Host& host, JSON json, const Provenance& provenance);
 
-// Where an answer came from, below it.
+// Where an answer came from, on standard error, after what has been printed of it.
 void printProvenance(Host& host, const Provenance& provenance);
 
 // The front page, whose numbers numberedCard() then knows, in this process and in later ones.

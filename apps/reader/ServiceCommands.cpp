@@ -18,8 +18,12 @@ struct ServeOptions {
   std::vector<std::string> statuses;
   std::vector<std::string> cuts;
   std::vector<std::string> silent;
+  bool deadCard = false;
   double tokenLifetime = 3600;
 };
+
+// A story to which one card of the front page leads.
+constexpr std::string_view storyOfTheDeadCard = "/articles/tide-tables-1998";
 
 // The service's own text form checks the values and words what is wrong with them.
 sample::FaultPlan faultPlan(const ServeOptions& options) {
@@ -30,6 +34,7 @@ sample::FaultPlan faultPlan(const ServeOptions& options) {
   add("failures", options.failures);
   add("gone", options.gone);
   for (const auto& status : options.statuses) add("status", status);
+  if (options.deadCard) add("status", fmt::format("{}:404", storyOfTheDeadCard));
   for (const auto& cut : options.cuts) add("cut", cut);
   for (const auto& path : options.silent) add("silent", path);
   auto plan = sample::FaultPlan::parse(text);
@@ -102,6 +107,10 @@ void addServiceCommands(CLI::App& app, Action& action) {
       ->group(faults);
   command->add_option("--status", options->statuses, "Answer paths that start so with this status")
       ->type_name("PATH:CODE")
+      ->group(faults);
+  command
+      ->add_flag("--dead-card", options->deadCard,
+                 "Answer the story of one card of the front page, the tide tables, with 404")
       ->group(faults);
   command
       ->add_option("--failures", options->failures,

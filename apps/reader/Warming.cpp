@@ -7,6 +7,7 @@
 #include "apps/reader/FrontPage.h"
 #include "apps/reader/RecordJSON.h"
 #include "apps/reader/Renditions.h"
+#include "apps/reader/Signals.h"
 #include "apps/reader/Text.h"
 #include "paperloom/model/ArticleParser.h"
 
@@ -149,7 +150,17 @@ std::string Warming::reasonFor(const std::vector<URL>& losses) const {
 }
 
 std::string Warming::finish() {
-  host_.waitUntil([this] { return done_ == seen_.size(); });
+  try {
+    host_.waitUntil([this] { return done_ == seen_.size(); });
+  } catch (const Interrupted&) {
+    printSum();
+    host_.output().flush();
+    throw;
+  }
+  return printSum();
+}
+
+std::string Warming::printSum() {
   progress_.reset();
   const std::vector<URL> losses = lookForLosses();
   const std::string reason = losses.empty() ? "" : reasonFor(losses);
@@ -159,10 +170,12 @@ std::string Warming::finish() {
           dump({{"url", url.absoluteString()}, {"result", "notKept"}, {"reason", reason}}, true));
     }
   } else {
-    host_.output().line(fmt::format("{} fetched, {} kept{}{}; {} in the cache already; {} in all.",
-                                    count(fetched_.size(), "document"),
-                                    fetched_.size() - losses.size(), losses.empty() ? "" : ": ",
-                                    reason, alreadyCached_, byteSize(bytes_)));
+    const std::size_t missing = seen_.size() - done_;
+    host_.output().line(
+        fmt::format("{} fetched, {} kept{}{}; {} in the cache already; {} in all{}.",
+                    count(fetched_.size(), "document"), fetched_.size() - losses.size(),
+                    losses.empty() ? "" : ": ", reason, alreadyCached_, byteSize(bytes_),
+                    missing == 0 ? "" : fmt::format("; {} not fetched yet", missing)));
   }
   std::string trouble;
   if (failed_ > 0) trouble = fmt::format("{} could not be fetched", count(failed_, "document"));

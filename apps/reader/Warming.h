@@ -29,10 +29,11 @@ class Warming {
 
   // Waits for the last one, looks what the cache has kept on disk, and prints the sum. Gives what
   // went wrong, in a clause: that documents could not be fetched, or that the disk does not take
-  // them; empty when all is well.
+  // them; empty when all is well. Prints the sum so far also when the wait is interrupted.
   std::string finish();
 
  private:
+  std::string printSum();
   void start(const URL& url, bool isArticle);
   struct Fetch {
     URL url;
