@@ -29,13 +29,6 @@ class ContentFixture : public ::testing::Test {
                                       folder.path() / "url-cache");
   }
 
-  // Makes the stored copy one that is asked for anew.
-  void makeStale(const URL& url) const {
-    auto copy = *cache->cachedResponse(URLRequest(url));
-    copy.response.headers.set("Cache-Control", "max-age=0");
-    cache->storeCachedResponse(copy, URLRequest(url));
-  }
-
   TemporaryFolder folder;
   std::unique_ptr<sample::SampleService> service = std::move(*sample::SampleService::start());
   UserDefaults defaults{folder.path() / "defaults"};

@@ -147,15 +147,5 @@ TEST_F(OfflineCopy, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace) {
   }
 }
 
-TEST_F(OfflineCopy, isNoErrorThatWasWarmedWhereNothingWasKept) {
-  test::ScriptedServer server(
-      test::answer("gone", "Cache-Control: max-age=600\r\n", "404 Not Found"));
-  for (const bool force : {false, true, false}) {
-    const auto result = warm(server.url(), force);
-    EXPECT_EQ(std::get<cachewarmer::FailedStatusCode>(result).statusCode, 404);
-  }
-  EXPECT_EQ(server.requests().size(), 3U);
-}
-
 }  // namespace
 }  // namespace paperloom

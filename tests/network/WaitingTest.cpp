@@ -11,7 +11,6 @@
 #include "paperloom/platform/ImageDecoder.h"
 #include "tests/network/ContentFixture.h"
 #include "tests/support/BlockedDisk.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {
@@ -78,76 +77,6 @@ TEST_F(WaitingTests, nobodyWhoAsksOrReadsWaitsForADisk) {
   }
   accounts.clear();
   DispatchQueue::main().runPending();
-}
-
-TEST_F(WaitingTests, aRequestIsLookedUpOnceAHop) {
-  test::ScriptedServer server([](const auto& request) {
-    if (request.target == "/gone") return test::answer("", "", "500 Oops");
-    if (request.target == "/silent") return test::Script{test::awaitRelease()};
-    if (request.target == "/moved") return test::answer("", "Location: /miss\r\n", "302 Found");
-    if (!request.field("If-None-Match").empty()) return test::answer("", "", "304 Not Modified");
-    return test::answer("{}", "Cache-Control: max-age=600\r\n");
-  });
-  DataCoordinator coordinator(std::make_shared<ContentSessionManager>(cache), dates);
-  const auto warmer = coordinator.cacheWarmerDataCoordinator();
-  std::atomic<int> answers = 0;
-  const auto get = [&](const char* target) {
-    return coordinator.requestArticle(
-        server.url(target), [&](const auto&) { ++answers; },
-        [&](const PaperloomError&) { ++answers; });
-  };
-  const auto warm = [&](const char* target, bool force) {
-    warmer->saveToCache(server.url(target), force, [&](const auto&) { ++answers; });
-  };
-  const HTTPHeaders fresh{{"Cache-Control", "max-age=600"}};
-  const HTTPHeaders stale{{"Cache-Control", "max-age=0"}, {"ETag", "\"1\""}};
-  const struct {
-    const char* what;
-    std::optional<HTTPHeaders> stored;
-    const char* target;
-    int lookUps;
-    std::function<void(const char*)> ask;
-  } rows[] = {
-      {"miss", {}, "/miss", 1, get},
-      {"fresh hit", fresh, "/hit", 1, get},
-      {"304", stale, "/stale", 1, get},
-      {"fall-back", stale, "/gone", 1, get},
-      {"redirect", {}, "/moved", 2, get},
-      {"picture",
-       {},
-       "/picture",
-       1,
-       [&](const char* target) {
-         coordinator.requestImageFromURL(
-             server.url(target), [&](const auto&) { ++answers; }, [&] { ++answers; });
-       }},
-      {"warm miss", {}, "/warm", 1, [&](const char* target) { warm(target, false); }},
-      {"warm hit", fresh, "/warm-hit", 1, [&](const char* target) { warm(target, false); }},
-      {"warm again", fresh, "/warm-again", 1, [&](const char* target) { warm(target, true); }},
-      {"cancel",
-       {},
-       "/silent",
-       1,
-       [&](const char* target) {
-         const auto task = get(target);
-         EXPECT_TRUE(test::pumpUntil([&] { return server.requests().back().target == target; }));
-         task->cancel();
-       }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    cache->removeAllCachedResponses();
-    const URL url = server.url(row.target);
-    if (row.stored) {
-      cache->storeCachedResponse(
-          {{url, 200, *row.stored}, Data("{}"), currentDate(), currentDate()}, URLRequest(url));
-    }
-    const auto before = cache->statistics().lookUps;
-    const int awaited = answers + 1;
-    row.ask(row.target);
-    EXPECT_TRUE(test::pumpUntil([&] { return answers == awaited; }));
-    EXPECT_EQ(cache->statistics().lookUps - before, row.lookUps);
-  }
 }
 
 // Decodes once it is allowed to.

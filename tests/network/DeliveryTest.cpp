@@ -1,0 +1,390 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <thread>
+
+#include "paperloom/model/ArticleParser.h"
+#include "paperloom/network/AuthSessionManager.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/platform/NetworkActivityIndicator.h"
+#include "tests/support/Captured.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace paperloom::test {
+namespace {
+
+// Bodies: the articles "new" and "old", or a text that is none.
+std::string bodyOf(const std::string& name) {
+  return name == "[]" || name.empty() ? name : R"({"headline":")" + name + "\"}";
+}
+std::string nameOf(const std::optional<Data>& body) {
+  if (!body) return "nothing";
+  const std::string text(body->view());
+  const auto end = text.find("\"}");
+  return end == std::string::npos ? text : text.substr(13, end - 13);
+}
+
+// What is in the cache before a request, received an hour ago.
+struct Copy {
+  HTTPHeaders fields;
+  std::string name = "old";
+  int status = 200;
+};
+const HTTPHeaders lasting{{"Cache-Control", "max-age=100000"}};
+const HTTPHeaders expired{{"Cache-Control", "max-age=0"}};
+const HTTPHeaders tagged{{"Cache-Control", "max-age=0"}, {"ETag", "\"1\""}};
+const HTTPHeaders lenient{{"Cache-Control", "max-age=0, stale-if-error=100000"}};
+const std::optional<Copy> none;
+
+Script say(std::string_view status, const std::string& name = "new",
+           std::string_view fields = "Cache-Control: max-age=600\r\n") {
+  return answer(bodyOf(name), fields, status);
+}
+const Script closed = {closeConnection()};
+const Script cut = {send("HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n{"), closeConnection()};
+const Script confirmed = say("304 Not Modified", "");
+const Script unkept = say("200 OK", "new", "Cache-Control: no-store\r\n");
+
+// A failure's text, without what the system says of it.
+std::string textOf(const PaperloomError& error) {
+  const std::string& details = error.details();
+  const auto end = details.rfind(" : ");
+  return end == std::string::npos || end + 3 == details.size() ? details
+                                                               : details.substr(0, end + 3);
+}
+
+class Delivery : public ::testing::Test {
+ protected:
+  // Makes what a row needs anew.
+  void prepare(const std::optional<Copy>& stored, const Script& script) {
+    coordinator.reset();
+    manager.reset();
+    server = std::make_unique<ScriptedServer>(script);
+    cache = std::make_shared<URLCache>(8 << 20, 0, "");
+    manager = std::make_shared<ContentSessionManager>(cache);
+    coordinator = std::make_unique<DataCoordinator>(manager, dates);
+    dates.setLastRequestTime(1000);
+    if (!stored) return;
+    const URL url = server->url();
+    cache->storeCachedResponse(
+        {{url, stored->status, stored->fields}, Data(bodyOf(stored->name)), then, then},
+        URLRequest(url));
+  }
+
+  std::string kept() const {
+    const auto copy = cache->cachedResponse(URLRequest(server->url()));
+    return nameOf(copy ? std::optional(copy->data) : std::nullopt);
+  }
+  bool isRecorded() const { return dates.lastRequestTime() != 1000; }
+
+  const Date then = currentDate() - std::chrono::hours(1);
+  const std::thread::id caller = std::this_thread::get_id();
+  TemporaryFolder folder;
+  UserDefaults defaults{folder.path() / "defaults"};
+  LatestDateStore dates{defaults};
+  std::unique_ptr<ScriptedServer> server;
+  std::shared_ptr<URLCache> cache;
+  std::shared_ptr<ContentSessionManager> manager;
+  std::unique_ptr<DataCoordinator> coordinator;
+};
+
+TEST_F(Delivery, ofADocument) {
+  using enum Provenance::Source;
+  using Source = Provenance::Source;
+  struct Row {
+    const char* what;
+    std::optional<Copy> stored;
+    Script script;
+    std::string result;
+    Source source;
+    bool fromCache;
+    std::string kept;
+    std::size_t requests = 1;
+  };
+  const std::string noArticle = "failed to parse top level object in JSON Article";
+  std::vector<Row> rows = {
+      {"fresh copy", Copy{lasting}, closed, "old", Source::cache, false, "old", 0},
+      {"confirmed", Copy{tagged}, confirmed, "old", revalidated, false, "old"},
+      {"unasked 304", none, confirmed, "decoder", network, false, "nothing"},
+      {"not to be kept", none, unkept, "new", network, false, "nothing"},
+      {"no body", Copy{expired}, say("200 OK", ""), "decoder", network, false, "old"},
+      {"portal", Copy{expired}, say("200 OK", "[]"), noArticle, network, false, "old"},
+      {"portal", none, say("200 OK", "[]"), noArticle, network, false, "nothing"},
+      {"cut", Copy{expired}, cut, "no network error : ", network, false, "old"},
+      {"gone", none, closed, "no network error : ", Source::cache, true, "nothing"},
+      {"gone", Copy{expired}, closed, "old", Source::cache, true, "old"},
+      {"gone, lenient", Copy{lenient}, closed, "old", stale, true, "old"},
+      {"oops, lenient", Copy{lenient}, say("500 Oops"), "old", stale, true, "old"},
+      {"gone, unreadable", Copy{expired, "[]"}, closed, noArticle, Source::cache, true, "[]"},
+      {"gone, error", Copy{expired, "old", 404}, closed, "no network error : ", Source::cache, true,
+       "old"},
+  };
+  for (const char* status : {"200 OK", "226 Used", "399 Odd"}) {
+    rows.push_back({status, none, say(status), "new", network, false, "new"});
+    rows.push_back({status, Copy{tagged}, say(status), "new", network, false, "new"});
+  }
+  for (const char* status : {"400 Bad", "404 None", "410 Gone", "500 Oops", "599 Odd"}) {
+    rows.push_back({status, none, say(status), "no network error", Source::cache, true, "nothing"});
+    rows.push_back({status, Copy{expired}, say(status), "old", Source::cache, true, "old"});
+  }
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.what) + (row.stored ? " with a copy" : ""));
+    const bool hasArticle = row.result == "old" || row.result == "new";
+    using Item = std::shared_ptr<const ArticleProtocol>;
+    std::string result;
+    const auto isExpected = [&](const Result<Item>& received) {
+      result = received ? (*received)->headline() : textOf(received.error());
+      if (row.result != "decoder") return result == row.result;
+      return !received && received.error().which() == PaperloomError::Case::parsingFailed;
+    };
+
+    prepare(row.stored, row.script);
+    const auto [received, from] = captured<std::pair<Result<Item>, Provenance>>([&](auto done) {
+      manager->getDocument<Item>(server->url(), std::make_shared<ArticleParser>(),
+                                 [&, done](const Result<Item>& answer, const Provenance& source) {
+                                   EXPECT_NE(std::this_thread::get_id(), caller);
+                                   EXPECT_EQ(manager->taskCount(), 0);
+                                   done(answer, source);
+                                 });
+    });
+    EXPECT_TRUE(isExpected(received)) << result;
+    EXPECT_EQ(from.source, row.source);
+    EXPECT_EQ(from.fromCache, row.fromCache);
+    EXPECT_EQ(this->cache->statistics().lookUps, 1);
+    EXPECT_EQ(kept(), row.kept);
+    EXPECT_EQ(server->requests().size(), row.requests);
+    const bool isOld = row.source == Source::cache || row.source == stale;
+    if (row.stored && row.stored->status == 200 && isOld) {
+      EXPECT_EQ(from.fetchedAt, then);
+      EXPECT_GE(from.age, std::chrono::minutes(59));
+      EXPECT_LE(from.age, std::chrono::minutes(61));
+    }
+
+    prepare(row.stored, row.script);
+    bool answered = false;
+    coordinator->requestArticle(
+        server->url(),
+        [&](const Item& article) {
+          EXPECT_EQ(std::this_thread::get_id(), caller);
+          EXPECT_TRUE(isExpected(article)) << result;
+          answered = true;
+        },
+        [&](const PaperloomError& error) {
+          EXPECT_EQ(std::this_thread::get_id(), caller);
+          EXPECT_TRUE(isExpected(tl::unexpected(error))) << result;
+          answered = true;
+        });
+    EXPECT_FALSE(answered);
+    ASSERT_TRUE(pumpUntil([&] { return answered; }));
+    EXPECT_EQ(isRecorded(), hasArticle && !row.fromCache);
+  }
+}
+
+TEST_F(Delivery, ofWhatIsWarmed) {
+  struct Row {
+    const char* what;
+    std::optional<Copy> stored;
+    bool force;
+    Script script;
+    std::string result;
+    std::string kept;
+    bool recorded;
+  };
+  const Row rows[] = {
+      {"nothing kept", none, false, say("200 OK"), "fetched new", "new", true},
+      {"no article", none, false, say("200 OK", "[]"), "fetched []", "[]", true},
+      {"not to be kept", none, false, unkept, "fetched new", "nothing", true},
+      {"odd", none, false, say("399 Odd"), "fetched new", "new", true},
+      {"kept", Copy{expired}, false, closed, "kept old", "old", false},
+      {"kept error", Copy{lasting, "old", 404}, false, say("200 OK"), "fetched new", "new", true},
+      {"forced", Copy{lasting}, true, say("200 OK"), "fetched new", "new", true},
+      {"confirmed", Copy{tagged}, true, confirmed, "fetched old", "old", true},
+      {"missing", none, false, say("404 None"), "status 404", "nothing", false},
+      {"forced, missing", Copy{lasting}, true, say("404 None"), "status 404", "old", false},
+      {"broken", none, true, say("500 Oops"), "status 500", "nothing", false},
+      {"gone", none, false, closed, "network error", "nothing", false},
+      {"forced, gone", Copy{lasting}, true, closed, "network error", "old", false},
+      {"cut", none, false, cut, "fetched nothing", "nothing", true},
+  };
+  struct Text {
+    std::string operator()(const cachewarmer::Success& fetched) const {
+      return "fetched " + nameOf(fetched.data);
+    }
+    std::string operator()(const cachewarmer::SuccessFromCache& hit) const {
+      return "kept " + nameOf(hit.data);
+    }
+    std::string operator()(cachewarmer::FailedStatusCode failed) const {
+      return "status " + std::to_string(failed.statusCode);
+    }
+    std::string operator()(cachewarmer::NetworkError) const { return "network error"; }
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    prepare(row.stored, row.script);
+    bool atOnce = false;
+    std::shared_ptr<URLSessionTask> task;
+    const auto result = captured<CacheWarmerRequestResult>([&](auto done) {
+      task = coordinator->cacheWarmerDataCoordinator()->saveToCache(
+          server->url(), row.force, [&, done](const CacheWarmerRequestResult& received) {
+            EXPECT_EQ(isRecorded(), row.recorded) << "before anybody hears";
+            atOnce = std::this_thread::get_id() == caller;
+            done(received);
+          });
+    });
+    EXPECT_EQ(std::visit(Text(), result), row.result);
+    EXPECT_EQ(cache->statistics().lookUps, 1);
+    EXPECT_EQ(kept(), row.kept);
+    EXPECT_EQ(atOnce, row.result.starts_with("kept"));
+    EXPECT_EQ(task == nullptr, atOnce);
+    EXPECT_EQ(server->requests().empty(), atOnce);
+  }
+}
+
+TEST_F(Delivery, ofAPost) {
+  constexpr const char* mayBeKept = "Cache-Control: max-age=600\r\nContent-Location: #\r\n";
+  const std::pair<Script, std::string> rows[] = {
+      {say("200 OK", "new", mayBeKept), "200 new"},
+      {say("201 Created", "", mayBeKept), "201 "},
+      {say("409 Conflict", "new", mayBeKept), "409 new"},
+      {say("500 Oops", "new", mayBeKept), "500 new"},
+      {say("307 Elsewhere", "", "Location: http://127.0.0.1:1/\r\n"), "307 "},
+      {closed, "Error: : "},
+      {cut, "Error: : "},
+  };
+  for (const auto& [script, expected] : rows) {
+    SCOPED_TRACE(expected);
+    prepare(none, script);
+    const auto result = captured<PostRequestResult>([&, &script = script](auto done) {
+      manager->postJSONData(server->url(), Data("{}"),
+                            [&, done](const PostRequestResult& received) {
+                              EXPECT_NE(std::this_thread::get_id(), caller);
+                              done(received);
+                            });
+    });
+    const auto* success = std::get_if<PostSuccess>(&result);
+    EXPECT_EQ(success != nullptr
+                  ? std::to_string(success->responseCode) + " " + nameOf(success->responseData)
+                  : textOf(std::get<PaperloomError>(result)),
+              expected);
+    EXPECT_EQ(kept(), "nothing");
+  }
+  const auto sent = server->requests().back();
+  EXPECT_EQ(sent.method + sent.field("Content-Type") + sent.field("Accept") + sent.body,
+            "POSTapplication/jsonapplication/json{}");
+}
+
+template <class Item>
+std::string textOf(const RequestResult<Item>& result) {
+  if (const auto* failed = std::get_if<request::FailedStatusCode>(&result)) {
+    return "status " + std::to_string(failed->statusCode);
+  }
+  const auto* error = std::get_if<request::ParsingError>(&result);
+  if (error != nullptr) return error->description;
+  return std::array{"success", "", "", "network", "internal"}.at(result.index());
+}
+
+TEST_F(Delivery, ofTheIdentitySide) {
+  using Lines = std::vector<std::string>;  // what the completion heard, in order
+  struct Row {
+    const char* what;
+    Script script;
+    Lines posted, got;
+    std::string kept = "nothing";  // of the answer to a GET; that to a POST never is
+  };
+  const std::string rejected =
+      "parsing failed with error parsingFailed(details: \"failed to parse top level object in JSON "
+      "Article\")";
+  constexpr const char* mayBeKept = "Cache-Control: max-age=600\r\nContent-Location: #\r\n";
+  std::vector<Row> rows = {
+      {"200", say("200 OK", "new", mayBeKept), {"success"}, {"success"}, "new"},
+      {"201", say("201 Created", "new", mayBeKept), {"success"}, {"status 201"}, "new"},
+      {"202", say("202 Accepted", "new", mayBeKept), {"success"}, {"status 202"}, "new"},
+      {"no body", say("200 OK", "", mayBeKept), {"no data was returned"}, {"success"}, ""},
+      {"no article", say("200 OK", "[]", mayBeKept), {rejected}, {"success"}, "[]"},
+      {"gone", closed, {"network"}, {"network"}},
+      {"cut", cut, {"network", "no data was returned"}, {"network", "success"}},
+  };
+  for (const char* code : {"203", "204", "206", "304", "400", "401", "403", "409", "500", "504"}) {
+    const std::string line = std::string("status ") + code;
+    rows.push_back(
+        {code, say(std::string(code) + " -", "", "Cache-Control: no-store\r\n"), {line}, {line}});
+  }
+  rows.push_back({"elsewhere",
+                  say("307 -", "", "Location: http://127.0.0.1:1/\r\n"),
+                  {"status 307"},
+                  {"status 307"}});
+  for (const Row& row : rows) {
+    for (const bool posts : {true, false}) {
+      SCOPED_TRACE(row.what + std::string(posts ? ", POST" : ", GET"));
+      Script script = row.script;
+      script.insert(script.begin(), awaitRelease());
+      prepare(none, script);
+      Lines heard;
+      std::promise<void> answered;
+      {
+        URLSessionConfiguration configuration;
+        configuration.urlCache = cache;
+        AuthSessionManager account(configuration);
+        const auto hear = [&](const auto& result) {
+          EXPECT_NE(std::this_thread::get_id(), caller);
+          EXPECT_EQ(account.taskCount(), 0);
+          EXPECT_FALSE(NetworkActivityIndicator::shared().isVisible());
+          heard.push_back(textOf(result));
+          if (heard.size() == 1) answered.set_value();
+        };
+        using Item = std::shared_ptr<const ArticleProtocol>;
+        if (posts) {
+          account.postJSONData<Item>(Data("body"), server->url(), std::make_shared<ArticleParser>(),
+                                     hear);
+        } else {
+          account.getRequest(server->url(), {{"Accept", "a"}, {"X-More", "b"}}, hear);
+        }
+        EXPECT_EQ(account.taskCount(), 1);
+        EXPECT_TRUE(NetworkActivityIndicator::shared().isVisible());
+        server->release();
+        await(answered.get_future());
+      }
+      EXPECT_EQ(heard, posts ? row.posted : row.got);
+      EXPECT_EQ(kept(), posts ? "nothing" : row.kept);
+      const auto sent = server->requests().at(0);
+      EXPECT_EQ(sent.method + sent.field("Content-Type") + sent.field("Accept") + sent.body,
+                posts ? "POSTapplication/jsonapplication/jsonbody" : "GETa");
+    }
+  }
+}
+
+TEST(Defaults, areThoseThatReadersFeel) {
+  const TemporaryFolder folder;
+  ApplicationDirectories::setCachesDirectory(folder.path());
+  const ContentSessionManager content;
+  const AuthSessionManager account;
+  const CacheWarmerSessionManager warmer(content.contentSessionCache());
+  struct Row {
+    const URLSession& session;
+    std::string folder;
+    std::int64_t memory, disk;
+    int connections;
+  };
+  for (const Row& row : {Row{content.session(), "url-cache", 8'388'608, 104'857'600, 6},
+                         Row{warmer.session(), "url-cache", 8'388'608, 104'857'600, 1},
+                         Row{account.session(), "auth-url-cache", 10'485'760, 10'485'760, 6}}) {
+    SCOPED_TRACE(row.folder);
+    const URLSessionConfiguration& made = row.session.configuration();
+    EXPECT_EQ(made.urlCache->diskFile(), folder.path() / row.folder / "cache.sqlite");
+    EXPECT_EQ(made.urlCache->memoryCapacity(), row.memory);
+    EXPECT_EQ(made.urlCache->diskCapacity(), row.disk);
+    EXPECT_EQ(made.httpMaximumConnectionsPerHost, row.connections);
+    EXPECT_EQ(made.timeoutIntervalForRequest, std::chrono::seconds(20));
+    EXPECT_EQ(made.timeoutIntervalForResource, std::chrono::minutes(10));
+    EXPECT_EQ(made.maximumBodySize, 33'554'432);
+  }
+  EXPECT_EQ(URLCache().memoryCapacity(), 4'194'304);
+  EXPECT_EQ(URLCache().diskFile(), "");
+  ApplicationDirectories::setCachesDirectory("");
+}
+
+}  // namespace
+}  // namespace paperloom::test
