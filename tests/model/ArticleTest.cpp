@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "paperloom/model/ArticleHeader.h"
 #include "tests/model/Documents.h"
 
 namespace paperloom {
@@ -41,8 +42,8 @@ TEST(ArticleTests, failuresComeFromHeadlineSponsorAndWallInThisOrder) {
 TEST(ArticleTests, everyKindOfWhiteSpaceAroundTheHeadlineIsTrimmed) {
   const std::pair<const char*, const char*> table[] = {
       {"\t\n\v\f\r A\u00A0B \u0085\u2028\u2029", "A\u00A0B"},
-      {"\u1680\u2000\u200A\u202F\u205F\u3000A", "A"},
-      {"A\u3000\u2003 ", "A"},
+      {"\u1680\u2000\u2001\u2002\u2003\u2004\u2005\u202F\u205F\u3000A", "A"},
+      {"A\u3000\u2006\u2007\u2008\u2009\u200A ", "A"},
       {" \u00A0\n ", ""},
       {"", ""},
       {"\u200BA\u200B", "\u200BA\u200B"},  // a zero width space is none
@@ -77,6 +78,16 @@ TEST(ArticleTests, optionalValuesCountOnlyWithTheirTypeAndHaveDefaults) {
     EXPECT_EQ(article->callToAction(), CallToAction::none);
     EXPECT_EQ(article->adZone() + article->businessSegment(), "");
   }
+}
+
+TEST(ArticleTests, kindsAreWhatHostsCallThem) {
+  EXPECT_EQ(rawValue(ArticleType::standard), "standardArticle");
+  EXPECT_EQ(rawValue(ArticleType::video), "videoArticle");
+  EXPECT_EQ(rawValue(ArticleType::live), "liveArticle");
+  EXPECT_EQ(rawValue(CallToAction::purchase), "purchase");
+  EXPECT_EQ(rawValue(CardType::medium), "medium");
+  EXPECT_EQ(rawValue(CardType::bespoke), "bespoke");
+  EXPECT_EQ(rawValue(WallDismissType::hard), "hard");
 }
 
 TEST(ArticleTests, theLeadIsTheLeadAssetOrUnknown) {

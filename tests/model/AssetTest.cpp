@@ -61,6 +61,10 @@ TEST(AssetTests, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
                 sized("600", 400), sized(600, true), with(rendition, {{"url", absent}})}}}));
   EXPECT_EQ(sizes(*asset), "300x200 600x400 1200x800 ");
   EXPECT_DOUBLE_EQ(asset->aspectRatio(), 200.0 / 300.0);
+  const json twins = {with(sized(2, 2), {{"url", "a"}}), with(sized(2, 2), {{"url", "b"}}),
+                      sized(1, 1)};
+  EXPECT_EQ(parse<Asset>(with(image, {{"renditions", twins}}))->renditions[2].url,
+            *URL::parse("b"));
 }
 
 TEST(AssetTests, aspectRatioDividesAsFloatingPointDoes) {

@@ -157,6 +157,7 @@ TEST(StreamTests, theFilterTakesCardsButNeitherSectionsNorSponsoredCards) {
   EXPECT_EQ(odd->appMetadata(), parsed->appMetadata());
   EXPECT_EQ(odd->premiumColourSet(), parsed->premiumColourSet());
   EXPECT_EQ(uids(*parsed), "a3b1");
+  EXPECT_EQ(uids(*parsed->streamWithArticleHeadersFilteredUsing(nullptr)), "a3b1");
 }
 
 }  // namespace

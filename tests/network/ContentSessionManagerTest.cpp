@@ -89,8 +89,9 @@ TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
 }
 
 TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
-  test::ScriptedServer server(
-      [](const auto&) { return test::answer(R"({"good": 1})", "Cache-Control: max-age=600\r\n"); });
+  test::ScriptedServer server([](const auto&) {
+    return test::answer(R"({"good": 1})", "Expires: Tue, 31 Dec 2199 23:59:59 GMT\r\n");
+  });
   const URL url = server.url();
   ASSERT_TRUE(get(manager, url).result);
   auto portal = *cache->cachedResponse(URLRequest(url));
