@@ -127,6 +127,7 @@ TEST_F(DataCoordinatorTests, offlineStreamIsAnsweredBeforeTheCallReturns) {
     for (const auto& card : section->articleHeaders()) EXPECT_TRUE(card->cardAsset());
   }
   EXPECT_EQ(coordinator.stream(), offline);
+  EXPECT_TRUE(coordinator.sessionManagerMock());
   EXPECT_TRUE(service->requests().empty());
 }
 
