@@ -29,10 +29,17 @@ inline json with(json document, std::initializer_list<Change> changes) {
   return document;
 }
 
+// A result; to ask it for what it does not hold throws, and so fails the test.
+template <class T>
+struct Checked : Result<T> {
+  const T& operator*() const { return this->value(); }
+  const T* operator->() const { return &this->value(); }
+};
+
 template <JSONParsing Record>
-Result<Parsed<Record>> parse(const json& document) {
+Checked<Parsed<Record>> parse(const json& document) {
   const auto decoded = JSONDocument::parse(document.dump());
-  return Record::parse(*decoded->object());
+  return {Record::parse(*decoded->object())};
 }
 
 // The failure's text, or "parsed".

@@ -59,11 +59,11 @@ TEST_F(DataCoordinatorTests, asksForTheSectionsBelowTheBaseURL) {
   for (std::size_t i = 0; i < std::size(table); ++i) {
     coordinator.setBaseURL(at(table[i].first));
     stream(table[i].second);
-    EXPECT_EQ(service->requests().back().target, targets[i]);
+    EXPECT_EQ(service->requests().at(i).target, targets[i]);
   }
   coordinator.setBaseURL(at("/?token=1"));
   configuration();
-  EXPECT_EQ(service->requests().back().target, "/config?token=1");
+  EXPECT_EQ(service->requests().at(3).target, "/config?token=1");
 }
 
 TEST_F(DataCoordinatorTests, withoutABaseURLFailsAtOnce) {
@@ -85,7 +85,9 @@ TEST_F(DataCoordinatorTests, withoutABaseURLFailsAtOnce) {
 }
 
 TEST_F(DataCoordinatorTests, keepsTheLastConfigurationAndStream) {
-  EXPECT_FALSE(coordinator.appMetadata() || coordinator.stream());
+  EXPECT_FALSE(coordinator.appMetadata() || coordinator.stream() || coordinator.defaultSections());
+  coordinator.setDefaultSections("news");
+  EXPECT_EQ(coordinator.defaultSections(), "news");
   const auto metadata = configuration();
   ASSERT_TRUE(metadata);
   EXPECT_GE((*metadata)->sectionMetadata().size(), 6U);

@@ -271,7 +271,7 @@ TEST_F(Delivery, ofAPost) {
               expected);
     EXPECT_EQ(kept(), "nothing");
   }
-  const auto sent = server->requests().back();
+  const auto sent = server->requests().at(0);
   EXPECT_EQ(sent.method + sent.field("Content-Type") + sent.field("Accept") + sent.body,
             "POSTapplication/jsonapplication/json{}");
 }

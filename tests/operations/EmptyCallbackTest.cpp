@@ -87,18 +87,23 @@ TEST_F(EmptyCallbacks, norDoesANullParserAcceptAnything) {
 
 TEST(NullCollaborators, stopTheProgram) {
   const auto auth = std::make_shared<AuthDataCoordinator>(std::make_shared<AuthSessionManager>());
-  EXPECT_DEATH(DataCoordinator(nullptr), "needs a session manager");
-  EXPECT_DEATH(AuthDataCoordinator(nullptr), "needs a session manager");
-  EXPECT_DEATH(RegistrationCoordinator(nullptr), "needs a session manager");
-  EXPECT_DEATH(UserRegistrationDataCoordinator(nullptr), "needs a session manager");
-  EXPECT_DEATH(ContentSessionManager(nullptr), "needs a cache");
-  EXPECT_DEATH(CacheWarmerDataCoordinator(nullptr), "needs a cache");
-  EXPECT_DEATH(LoginKeeper(nullptr, LoginKeeper::Keep()), "needs a coordinator");
-  EXPECT_DEATH(LoginKeeper(auth, std::shared_ptr<LoginStorage>()), "needs a storage");
-  EXPECT_DEATH(LoginOperation("", "", email, nullptr), "needs a coordinator");
-  EXPECT_DEATH(RegistrationOperation({}, nullptr), "needs a coordinator");
-  EXPECT_DEATH(CheckEntitlementOperation(nullptr, auth), "needs an authorisation");
-  EXPECT_DEATH(RefreshTokenThenCheckEntitlementsOperation(nullptr, auth), "needs an authorisation");
+  EXPECT_DEATH(AuthDataCoordinator(nullptr), "an auth data coordinator needs a session manager");
+  EXPECT_DEATH(RegistrationCoordinator(nullptr),
+               "a registration coordinator needs a session manager");
+  EXPECT_DEATH(UserRegistrationDataCoordinator(nullptr),
+               "a user registration data coordinator needs a session manager");
+  EXPECT_DEATH(LoginKeeper(nullptr, LoginKeeper::Keep()), "a login keeper needs a coordinator");
+  EXPECT_DEATH(LoginKeeper(auth, std::shared_ptr<LoginStorage>()),
+               "a login keeper needs a storage");
+  EXPECT_DEATH(LoginOperation("", "", email, nullptr), "an operation needs a coordinator");
+  EXPECT_DEATH(RegistrationOperation({}, nullptr), "an operation needs a coordinator");
+  const auto tokens = std::make_shared<const ContentAuthorisation>("", "", "");
+  EXPECT_DEATH(CheckEntitlementOperation(tokens, nullptr), "an operation needs a coordinator");
+  EXPECT_DEATH(RefreshTokenThenCheckEntitlementsOperation(tokens, nullptr),
+               "an operation needs a coordinator");
+  EXPECT_DEATH(CheckEntitlementOperation(nullptr, auth), "an operation needs an authorisation");
+  EXPECT_DEATH(RefreshTokenThenCheckEntitlementsOperation(nullptr, auth),
+               "an operation needs an authorisation");
 }
 
 }  // namespace
