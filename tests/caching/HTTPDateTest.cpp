@@ -29,10 +29,22 @@ TEST(HTTPDate, isNothingElse) {
            "Sun, 6 Nov 1994 08:49:37 GMT|Sun, 06 Nov 94 08:49:37 GMT|Sun, 06 Nov 1994 8:49:37 GMT|"
            "Sun, 06 Nov 1994 08.49.37 GMT|Sun, 06 Nov 1994 08:49:37 GMT |"
            "Thu, 30 Feb 2023 08:49:37 GMT|Sun, 06 Nov 1994 24:00:00 GMT|"
-           "Sun, 06 Nov 1994 08:60:37 GMT|Sun, 06 Nov -994 08:49:37 GMT|1994-11-06T08:49:37Z|"
+           "Sun, 06 Nov 1994 08:60:37 GMT|Sun, 06 Nov 1994 08:49:61 GMT|Sun, 06 Nov -994 08:49:37 "
+           "GMT|1994-11-06T08:49:37Z|"
            "784111777")) {
     EXPECT_FALSE(parseHTTPDate(text, noon)) << text;
   }
+}
+
+TEST(HTTPDate, ofEveryDayAndSecondComesBackAndTheOtherYearsAreCutOff) {
+  for (Date date = noon; date < noon + std::chrono::hours(24 * 400);
+       date += std::chrono::hours(23) + std::chrono::seconds(59 * 61)) {
+    EXPECT_EQ(parseHTTPDate(formatHTTPDate(date), noon), date) << formatHTTPDate(date);
+  }
+  EXPECT_EQ(formatHTTPDate(noon), "Fri, 01 Mar 2024 12:00:00 GMT");
+  EXPECT_EQ(formatHTTPDate(Date::min()), "Sat, 01 Jan 0000 00:00:00 GMT");
+  EXPECT_EQ(formatHTTPDate(Date::max()), "Fri, 31 Dec 9999 23:59:59 GMT");
+  EXPECT_EQ(parseHTTPDate("Fri, 01 Mar 2024 11:59:60 GMT", noon), noon);  // a leap second
 }
 
 TEST(HTTPDate, takesAYearOfTwoDigitsForTheLastOneNotFiftyYearsAhead) {

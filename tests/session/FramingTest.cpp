@@ -120,9 +120,10 @@ TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
   const auto bad = Code::badServerResponse;
   const std::string chunked = head("Transfer-Encoding: chunked\r\n");
   const std::string rest = "\r\nhello\r\n0\r\n\r\n";
-  const std::string longLine(4'100, 'x');
-  std::string manyExtensions;
-  for (int i = 0; i < 100; ++i) manyExtensions += "1;" + std::string(1'000, 'x') + "\r\na\r\n";
+  const std::string longest(4'000, 'x');  // of the rests of a line
+  std::string extensions;
+  for (int i = 0; i < 16; ++i) extensions += "1;" + longest + "\r\na\r\n";
+  extensions += "1;" + std::string(1'536, 'x');  // 64 KB in all
   std::vector<Case> cases;
   const char* const sizes[] = {
       "5", "0005", "5 ", "5\t ", "5;x", "5;x=\"y\"", "5 ; x = y", "5;;", "0000000000000005"};
@@ -153,12 +154,15 @@ TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
            {"content longer than its size", "4\r\nhello\r\n0\r\n\r\n"},
            {"two returns", "5\r\nhello\r\r\n0\r\n\r\n"},
            {"a trailer with a bare return", "5\r\nhello\r\n0\r\nA: b\rc\r\n\r\n"},
-           {"an extension without end", "5;" + longLine + rest},
-           {"extensions without end", manyExtensions},
-           {"a trailer without end", "5\r\nhello\r\n0\r\nA: " + longLine + "\r\n\r\n"},
+           {"an extension without end", "5;" + longest + "x" + rest},
+           {"extensions without end", extensions + "x\r\na\r\n0\r\n\r\n"},
+           {"a trailer without end", "5\r\nhello\r\n0\r\nA: " + longest + "\r\n\r\n"},
        }) {
     cases.push_back({what, chunked + body, 200, bad});
   }
+  cases.push_back(good("a long extension", chunked + "5;" + longest + rest, "hello"));
+  cases.push_back(
+      good("long extensions", chunked + extensions + "\r\na\r\n0\r\n\r\n", std::string(17, 'a')));
   cases.push_back(good("line feeds alone", chunked + "5\nhello\n0\nA: b\n\n", "hello"));
   expectAll(cases);
 }
@@ -187,18 +191,18 @@ TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
   const auto bad = Code::badServerResponse;
   std::string hints;
   for (int i = 0; i < 50; ++i) hints += head(fields(1, 8000), "103 Early Hints");
+  const std::string chunked = head("Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n";
   expectAll({
-      good("60 KB in a line", withLength(fields(1, 60'000), "abc"), "abc"),
+      good("64 KB in a line", withLength(fields(1, 65'531), "abc"), "abc"),
       {"a line without end", "HTTP/1.1 200 OK\r\nX: " + std::string(900'000, 'v'), 0, bad},
-      {"70 KB in a line", withLength(fields(1, 70'000), "abc"), 0, bad},
-      good("240 KB in all", withLength(fields(4, 60'000), "abc"), "abc"),
-      {"300 KB in all", withLength(fields(5, 60'000), "abc"), 0, bad},
-      good("990 fields", withLength(fields(990, 1), "abc"), "abc"),
-      {"1001 fields", withLength(fields(1001, 1), "abc"), 0, bad},
+      {"a byte more in a line", withLength(fields(1, 65'532), "abc"), 0, bad},
+      good("256 KB in all", withLength(fields(3, 65'531) + fields(1, 65'493), "abc"), "abc"),
+      {"a byte more in all", withLength(fields(3, 65'531) + fields(1, 65'494), "abc"), 0, bad},
+      good("1000 fields", withLength(fields(999, 1), "abc"), "abc"),
+      {"1001 fields", withLength(fields(1000, 1), "abc"), 0, bad},
       {"interim answers without end", hints + withLength("", "abc"), 0, bad},
-      {"trailers without end",
-       head("Transfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n" + fields(1001, 1) + "\r\n", 200,
-       bad},
+      good("1000 trailers", chunked + fields(1000, 1) + "\r\n", "abc"),
+      {"1001 trailers", chunked + fields(1001, 1) + "\r\n", 200, bad},
   });
 }
 
@@ -306,6 +310,11 @@ TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
   const std::string limitSized(1'000'000, 'x');
   const std::string tooLarge(1'000'001, 'x');
   const std::string bomb = gzipped(std::string(64 * 1024 * 1024, '\0'));
+  const auto members = [empty = gzipped("")](int count) {  // of 20 bytes each
+    std::string all;
+    while (count-- > 0) all += empty;
+    return all;
+  };
   const auto error = Code::dataLengthExceedsMaximum;
   URLSessionConfiguration configuration;
   configuration.maximumBodySize = 1'000'000;
@@ -320,6 +329,8 @@ TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
           good("coded at the limit", withLength(gzip, gzipped(limitSized)), limitSized),
           {"coded", withLength(gzip, gzipped(tooLarge)), 200, error},
           {"coded a thousand times smaller", withLength(gzip, bomb), 200, error},
+          good("an eighth and 64 KB more on the way", withLength(gzip, members(59'526)), ""),
+          {"more on the way", withLength(gzip, members(59'527)), 200, error},
       },
       configuration);
 }
