@@ -68,28 +68,6 @@ TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
   EXPECT_EQ(test::await(answered.get_future()), R"({"copy": 1})");
 }
 
-TEST_F(ContentSessionManagerTests, storedRedirectsLeadToTheStoredDocument) {
-  auto server = std::make_unique<test::ScriptedServer>([](const auto& request) {
-    if (request.target == "/new") return test::answer("{}", "Cache-Control: max-age=0\r\n");
-    return test::answer("moved", "Cache-Control: max-age=600\r\nLocation: /new\r\n",
-                        "301 Moved Permanently");
-  });
-  const URL moved = server->url("/old");
-  const URL target = server->url("/new");
-  ASSERT_TRUE(get(manager, moved).result);
-  server.reset();
-
-  auto document = cache->cachedResponse(URLRequest(target)).value();
-  document.responseTime -= std::chrono::hours(1);
-  cache->storeCachedResponse(document, URLRequest(target));
-  const Answer offline = get(manager, moved);
-  EXPECT_TRUE(offline.provenance.fromCache);
-  EXPECT_EQ(offline.result, "{}");
-  EXPECT_EQ(offline.provenance.fetchedAt, document.responseTime) << "not that of the redirect";
-  cache->removeCachedResponse(URLRequest(target));
-  EXPECT_TRUE(get(manager, moved).text().starts_with("no network error"));
-}
-
 TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
   test::ScriptedServer server([](const auto&) {
     return test::answer(R"({"good": 1})", "Expires: Tue, 31 Dec 2199 23:59:59 GMT\r\n");

@@ -155,6 +155,10 @@ TEST_F(Delivery, ofADocument) {
     EXPECT_EQ(from.fromCache, row.fromCache);
     EXPECT_EQ(this->cache->statistics().lookUps, 1);
     EXPECT_EQ(kept(), row.kept);
+    if (row.kept == "old" && row.source != revalidated) {  // as it was
+      const auto copy = this->cache->cachedResponse(URLRequest(server->url()));
+      EXPECT_TRUE(copy && copy->response.headers == row.stored->fields);
+    }
     EXPECT_EQ(server->requests().size(), row.requests);
     const bool isOld = row.source == Source::cache || row.source == stale;
     if (row.stored && row.stored->status == 200 && isOld) {

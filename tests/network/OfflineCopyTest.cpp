@@ -4,6 +4,7 @@
 
 #include "paperloom/network/CacheWarmerSessionManager.h"
 #include "tests/network/ContentFixture.h"
+#include "tests/support/Captured.h"
 #include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
@@ -16,11 +17,8 @@ constexpr const char* none = "";
 class OfflineCopy : public test::ContentFixture {
  protected:
   CacheWarmerRequestResult warm(const URL& url, bool force) {
-    std::promise<CacheWarmerRequestResult> answered;
-    asked = warmer.saveToCache(url, force, [&](CacheWarmerRequestResult result) {
-      answered.set_value(std::move(result));
-    }) != nullptr;
-    return test::await(answered.get_future());
+    return test::captured<CacheWarmerRequestResult>(
+        [&](auto done) { asked = warmer.saveToCache(url, force, done) != nullptr; });
   }
 
   // What is read when the network is gone.
@@ -36,14 +34,18 @@ class OfflineCopy : public test::ContentFixture {
         return std::string(data.view());
       }
     };
-    std::promise<std::string> answered;
-    manager.getJSONData<std::string>(url, std::make_shared<Echo>(),
-                                     [&](Result<std::string> result, bool /*fromCache*/) {
-                                       answered.set_value(result ? std::move(*result) : "nothing");
-                                     });
-    return test::await(answered.get_future());
+    return test::captured<std::string>([&](auto done) {
+      manager.getDocument<std::string>(
+          url, std::make_shared<Echo>(),
+          [&, done](const Result<std::string>& result, const Provenance& provenance) {
+            // Not that of a redirect to it.
+            EXPECT_TRUE(!result || provenance.fetchedAt == then);
+            done(result ? *result : "nothing");
+          });
+    });
   }
 
+  const Date then = currentDate() - std::chrono::hours(1);
   bool asked = false;
   ContentSessionManager manager{cache};
   CacheWarmerSessionManager warmer{cache};
@@ -71,7 +73,8 @@ TEST_F(OfflineCopy, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedir
   };
   for (const auto& [path, answer] : stored) {
     const URL url = *URL::parse(root + path);
-    cache->storeCachedResponse({{url, answer.status, answer.fields}, Data(path), {}, {}},
+    const Date time = answer.fields.contains("Location") ? Date() : then;
+    cache->storeCachedResponse({{url, answer.status, answer.fields}, Data(path), time, time},
                                URLRequest(url));
   }
   const std::pair<std::string, std::string> copies[] = {

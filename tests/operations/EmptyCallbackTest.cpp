@@ -2,9 +2,7 @@
 
 #include "paperloom/identity/LoginKeeper.h"
 #include "paperloom/identity/RegistrationCoordinator.h"
-#include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManager.h"
-#include "paperloom/network/DataCoordinator.h"
 #include "paperloom/operations/CheckEntitlementOperation.h"
 #include "paperloom/operations/LoginOperation.h"
 #include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
@@ -37,23 +35,13 @@ class EmptyCallbacks : public IdentityFixture {
     }
     manager->getRequest(url, {}, nullptr);
     manager->postJSONData<Authorisation>(Data(), url, nullptr, nullptr);
-    content->postJSONData(url, Data(), nullptr);
     content->getJSONData<Authorisation>(url, nullptr, nullptr);
-    front.requestAppMetadata(nullptr, nullptr);
-    front.requestStreamForSections({}, nullptr, nullptr);
-    front.requestOfflineStream(nullptr, nullptr);
-    front.requestArticle(url, nullptr, nullptr);
-    front.requestImageFromURL(url, nullptr, nullptr);
-    front.cacheWarmerDataCoordinator()->saveToCache(url, true, nullptr);
     URLSession(configuration(folder.path() / "own")).dataTask(URLRequest(url), nullptr)->resume();
   }
 
-  UserDefaults defaults{folder.path() / "defaults"};
-  LatestDateStore dates{defaults};
   std::shared_ptr<ContentSessionManager> content =
       std::make_shared<ContentSessionManager>(std::make_shared<URLCache>());
   RegistrationCoordinator linked{content};
-  DataCoordinator front{content, dates};
 };
 
 TEST_F(EmptyCallbacks, areNobodyToTell) {
@@ -63,7 +51,6 @@ TEST_F(EmptyCallbacks, areNobodyToTell) {
   auth->setBaseURL(URL::parse(service->identityURL()));
   registration->setBaseURL(auth->baseURL());
   linked.setBaseURL(auth->baseURL());
-  front.setBaseURL(URL::parse(service->baseURL()));
   askForEverything();
   EXPECT_TRUE(pumpUntil([&] { return manager->taskCount() + content->taskCount() == 0; }));
   DispatchQueue queue;

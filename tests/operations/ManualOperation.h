@@ -5,16 +5,14 @@
 #include <utility>
 
 #include "paperloom/operations/AsynchronousOperation.h"
-#include "paperloom/platform/OperationQueue.h"
 
 namespace paperloom::test {
 
-// An operation whose answer comes when the test says so, or from another queue's thread by itself.
+// An operation whose answer comes when the test says so.
 class ManualOperation final : public AsynchronousOperation {
  public:
   ManualOperation() = default;
-  ManualOperation(std::function<void()> work, bool answersItself)
-      : work_(std::move(work)), answersItself_(answersItself) {}
+  explicit ManualOperation(std::function<void()> work) : work_(std::move(work)) {}
 
   void start() override {
     ++starts_;
@@ -25,7 +23,6 @@ class ManualOperation final : public AsynchronousOperation {
     if (work_) work_();
     ++mains_;
     mains_.notify_all();
-    if (answersItself_) answers().addOperation(std::make_shared<Answer>(shared_from_this()));
   }
 
   void finish() { setState(State::finished); }
@@ -35,18 +32,7 @@ class ManualOperation final : public AsynchronousOperation {
   int mains() const { return mains_; }
 
  private:
-  struct Answer final : Operation {
-    explicit Answer(std::shared_ptr<Operation> operation) : answered(std::move(operation)) {}
-    void main() override { static_cast<ManualOperation&>(*answered).finish(); }
-    std::shared_ptr<Operation> answered;
-  };
-  static OperationQueue& answers() {
-    static OperationQueue queue;
-    return queue;
-  }
-
   std::function<void()> work_;
-  bool answersItself_ = false;
   std::atomic<int> starts_{0};
   std::atomic<int> mains_{0};
 };

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "paperloom/platform/OperationQueue.h"
 #include "tests/operations/ManualOperation.h"
 
 namespace paperloom::test {

@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <random>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -55,32 +53,6 @@ TEST(OperationQueue, runsAPlainOperationThenItsDependentsAndItsCompletionBlock) 
   EXPECT_TRUE(blockRan);
 }
 
-TEST(OperationQueue, startsAnOperationOnceAndCountsItUntilItIsFinished) {
-  OperationQueue queue;
-  queue.setMaxConcurrentOperationCount(1);
-  const auto first = std::make_shared<ManualOperation>();
-  const auto second = std::make_shared<ManualOperation>();
-  const auto third = std::make_shared<ManualOperation>();
-  queue.addOperations({first, second, third}, false);
-  first->waitUntilStarted();
-  first->announceReadyAgain();  // stays ready while it is under way: no reason to start it again
-  EXPECT_FALSE(queue.waitUntilAllOperationsAreFinished(now()));
-  EXPECT_FALSE(first->waitUntilFinished(now()));
-  EXPECT_EQ(second->starts(), 0);
-
-  first->finish();
-  first->finish();  // announced anew: it must not free a second place
-  second->waitUntilStarted();
-  EXPECT_EQ(queue.operationCount(), 2U);
-  EXPECT_EQ(third->starts(), 0);
-  const std::weak_ptr<ManualOperation> released = second;
-  second->finish();
-  third->waitUntilStarted();
-  third->finish();
-  EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
-  EXPECT_EQ(first->starts() + second->starts() + third->starts(), 3);
-}
-
 TEST(OperationQueue, doesNotHoldAThreadForAnswersThatNeverCome) {
   OperationQueue queue;
   std::vector<std::shared_ptr<Operation>> silent(200);
@@ -123,7 +95,7 @@ TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlac
       std::atomic<bool> released{!holdsTheThread};
       OperationQueue queue;
       queue.setMaxConcurrentOperationCount(1);
-      const auto holder = std::make_shared<ManualOperation>([&] { released.wait(false); }, false);
+      const auto holder = std::make_shared<ManualOperation>([&] { released.wait(false); });
       const auto unready = std::make_shared<ManualOperation>();
       const auto behind = work([] { FAIL() << "cancelled"; });
       unready->addDependency(holder);
@@ -146,49 +118,6 @@ TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlac
       EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
     }
   }
-}
-
-TEST(OperationQueue, runsNothingThatItHeldBackWhenAllIsCancelledOrTheQueueGoes) {
-  struct Row {
-    bool suspended, chained, destroys;
-  };
-  for (const Row row : {Row{true, false, true}, Row{true, true, true}, Row{false, false, true},
-                        Row{false, true, true}, Row{false, true, false}}) {
-    const auto silent = std::make_shared<ManualOperation>();
-    std::atomic<int> ran{0};
-    std::vector<std::shared_ptr<Operation>> held;
-    auto queue = std::make_unique<OperationQueue>();
-    queue->setMaxConcurrentOperationCount(4);
-    queue->addOperation(silent);
-    silent->waitUntilStarted();
-    queue->setSuspended(row.suspended);
-    for (int i = 0; i < 2000; ++i) {
-      held.push_back(work([&] { ++ran; }));
-      if (row.chained && i > 0) held.back()->addDependency(held[held.size() - 2]);
-      const bool waits = row.suspended ? i % 2 == 1 : i == 0 || !row.chained;
-      if (waits) held.back()->addDependency(silent);
-    }
-    queue->addOperations(held, false);
-    row.destroys ? queue.reset() : queue->cancelAllOperations();
-    for (const auto& operation : held) ASSERT_TRUE(operation->waitUntilFinished(soon()));
-    EXPECT_EQ(ran, 0) << row.suspended << row.chained << row.destroys;
-    silent->finish();
-  }
-}
-
-TEST(OperationQueue, startsNothingWhileSuspendedOrWithoutPlaces) {
-  OperationQueue queue;
-  std::atomic<int> ran{0};
-  queue.setSuspended(true);
-  queue.addOperation(work([&] { ++ran; }));
-  queue.setMaxConcurrentOperationCount(0);
-  queue.setSuspended(false);
-  queue.addOperation(work([&] { ++ran; }));
-  EXPECT_FALSE(queue.waitUntilAllOperationsAreFinished(now()));
-  EXPECT_EQ(ran, 0);
-  queue.setMaxConcurrentOperationCount(1);
-  EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
-  EXPECT_EQ(ran, 2);
 }
 
 TEST(OperationQueue, leavesOperationsInACircleUnreadyUntilOneIsCancelled) {
@@ -262,40 +191,6 @@ TEST(OperationQueue, takesDownALongChainThatNeverRan) {
     next->addDependency(std::move(last));
     last = std::move(next);
   }
-}
-
-TEST(OperationQueue, runsTenThousandOperationsAfterTheirRandomDependencies) {
-  constexpr std::size_t count = 10'000;
-  std::mt19937 random(7);
-  std::vector<std::atomic<bool>> isDone(count);
-  std::vector<std::shared_ptr<Operation>> operations;
-  std::atomic<int> violations{0};
-  std::atomic<std::size_t> blocks{0};
-  OperationQueue queues[2];
-  queues[0].setMaxConcurrentOperationCount(3);
-  for (std::size_t i = 0; i < count; ++i) {
-    std::vector<std::size_t> before(i == 0 ? 0 : random() % 5);
-    for (auto& index : before) index = random() % i;
-    const auto run = [&, i, before] {
-      for (const std::size_t index : before) violations += isDone[index] ? 0 : 1;
-      isDone[i] = true;
-    };
-    std::shared_ptr<Operation> operation = work(run);
-    if (i % 3 == 0) operation = std::make_shared<ManualOperation>(run, /*answersItself=*/true);
-    for (const std::size_t index : before) operation->addDependency(operations[index]);
-    operation->setCompletionBlock([&] { ++blocks; });
-    operations.push_back(operation);
-    if (i % 2 == 0) queues[i % 4 / 2].addOperation(operation);
-  }
-  std::shuffle(operations.begin(), operations.end(), random);
-  for (const auto& operation : operations) queues[random() % 2].addOperation(operation);
-  for (OperationQueue& queue : queues) {
-    ASSERT_TRUE(queue.waitUntilAllOperationsAreFinished(std::chrono::steady_clock::now() +
-                                                        std::chrono::minutes(2)));
-  }
-  EXPECT_EQ(violations, 0);
-  for (const auto& done : isDone) EXPECT_TRUE(done);
-  while (blocks < count) std::this_thread::yield();
 }
 
 }  // namespace
