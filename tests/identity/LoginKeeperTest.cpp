@@ -159,13 +159,15 @@ TEST(LoginKeeper, aTokenGoesOutOnceUnlessItComesBack) {
   coordinator->waiting = nullptr;  // which holds the coordinator
 }
 
+Operation::Deadline soon() { return std::chrono::steady_clock::now() + patience; }
+
 class KeptLogin : public IdentityFixture {
  protected:
   std::string_view check(const Authorisation& with) {
     const auto operation = std::make_shared<CheckEntitlementOperation>(with, keeper);
     queue.addOperation(operation);
-    if (!operation->waitUntilFinished(std::chrono::steady_clock::now() + patience)) return "";
-    return operation->result()->caseName();
+    if (!operation->waitUntilFinished(soon())) return "never finished";
+    return operation->result().value().caseName();
   }
 
   Authorisation kept;
@@ -179,8 +181,8 @@ TEST_F(KeptLogin, outlivesACheckThatFailsAfterTheRefresh) {
   misbehave("status=/identity/entitlement:500");
   const auto operation =
       std::make_shared<RefreshTokenThenCheckEntitlementsOperation>(expired, keeper);
-  queue.addOperations({operation}, true);
-  EXPECT_EQ(operation->result()->caseName(), "otherFailure");
+  EXPECT_TRUE(queue.addOperations({operation}, true, soon()));
+  EXPECT_EQ(operation->result().value().caseName(), "otherFailure");
   misbehave("");
   ASSERT_TRUE(kept);
   EXPECT_EQ(check(kept), "premium");
@@ -196,8 +198,8 @@ TEST_F(KeptLogin, staysForEveryCheckThatIsQueuedWithAnother) {
     for (int i = 0; i < 3; ++i) {
       checks.push_back(std::make_shared<CheckEntitlementOperation>(expired, keeper));
     }
-    queue.addOperations({checks.begin(), checks.end()}, true);
-    for (const auto& check : checks) EXPECT_EQ(check->result()->caseName(), "premium");
+    EXPECT_TRUE(queue.addOperations({checks.begin(), checks.end()}, true, soon()));
+    for (const auto& check : checks) EXPECT_EQ(check->result().value().caseName(), "premium");
     std::size_t refreshes = 0;
     for (const auto& request : service->requests()) {
       refreshes += request.target.ends_with("/refreshToken") ? 1 : 0;

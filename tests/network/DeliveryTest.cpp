@@ -254,7 +254,7 @@ TEST_F(Delivery, ofAPost) {
       {say("201 Created", "", mayBeKept), "201 "},
       {say("409 Conflict", "new", mayBeKept), "409 new"},
       {say("500 Oops", "new", mayBeKept), "500 new"},
-      {say("307 Elsewhere", "", "Location: http://127.0.0.1:1/\r\n"), "307 "},
+      {say("303 Elsewhere", "", "Location: http://127.0.0.1:1/\r\n"), "303 "},
       {closed, "Error: : "},
       {cut, "Error: : "},
   };
@@ -317,9 +317,9 @@ TEST_F(Delivery, ofTheIdentitySide) {
         {code, say(std::string(code) + " -", "", "Cache-Control: no-store\r\n"), {line}, {line}});
   }
   rows.push_back({"elsewhere",
-                  say("307 -", "", "Location: http://127.0.0.1:1/\r\n"),
-                  {"status 307"},
-                  {"status 307"}});
+                  say("303 -", "", "Location: http://127.0.0.1:1/\r\n"),
+                  {"status 303"},
+                  {"status 303"}});
   for (const Row& row : rows) {
     for (const bool posts : {true, false}) {
       SCOPED_TRACE(row.what + std::string(posts ? ", POST" : ", GET"));

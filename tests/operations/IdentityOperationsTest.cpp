@@ -46,7 +46,7 @@ class IdentityOperations : public IdentityFixture {
     operation->addObserver(std::make_shared<Early>([&] { return result(*operation).has_value(); }));
     queue.addOperation(operation);
     if (!operation->waitUntilFinished(soon())) return "never finished";
-    return result(*operation)->caseName();
+    return result(*operation).value().caseName();
   }
 
   auto loginOperation(const Credentials& account, AuthenticationLoginCredentialType type = email) {
@@ -140,8 +140,8 @@ TEST_F(IdentityOperations, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
     if (row.result != "premium") continue;
     using WithTokens = CheckEntitlementOperationResult::Premium;
     ASSERT_TRUE(operation->result() &&
-                std::holds_alternative<WithTokens>(operation->result()->value));
-    const auto& premium = std::get<WithTokens>(operation->result()->value);
+                std::holds_alternative<WithTokens>(operation->result().value().value));
+    const auto& premium = std::get<WithTokens>(operation->result().value().value);
     EXPECT_EQ(premium.newAuthorisation != nullptr, row.refreshes == 1);
     if (row.refreshes == 0) continue;
     EXPECT_NE(premium.newAuthorisation->refreshToken(), tokens->refreshToken());
@@ -177,8 +177,9 @@ TEST_F(IdentityOperations, refreshThenCheckEndsAsTheServiceAnswers) {
     EXPECT_EQ(run(operation, resultOf), row.result) << row.account.identifier << row.faults;
     if (row.result != "success") continue;
     using Success = RefreshTokenThenCheckEntitlementsOperationResult::Success;
-    ASSERT_TRUE(operation->result() && std::holds_alternative<Success>(operation->result()->value));
-    const auto& success = std::get<Success>(operation->result()->value);
+    ASSERT_TRUE(operation->result() &&
+                std::holds_alternative<Success>(operation->result().value().value));
+    const auto& success = std::get<Success>(operation->result().value().value);
     EXPECT_EQ(success.premium == Premium::premium, row.premium) << row.account.identifier;
     EXPECT_NE(success.contentAuthorisation->accessToken(), tokens->accessToken());
   }
@@ -224,7 +225,7 @@ TEST_F(IdentityOperations, cancellingAfterTheStartChangesNothing) {
   operation->start();
   operation->cancel();
   EXPECT_TRUE(operation->waitUntilFinished(soon()));
-  EXPECT_EQ(operation->loginResult()->caseName(), "loggedInAndPremium");
+  EXPECT_EQ(operation->loginResult().value().caseName(), "loggedInAndPremium");
 }
 
 TEST_F(IdentityOperations, areReleasedUnfinishedExceptForARegistration) {
@@ -234,7 +235,7 @@ TEST_F(IdentityOperations, areReleasedUnfinishedExceptForARegistration) {
   std::promise<std::string> registered;
   released->setCompletionBlock([] { ADD_FAILURE() << "finished without an owner"; });
   kept->setCompletionBlock([&, operation = kept.get()] {
-    registered.set_value(std::string(operation->registrationResult()->caseName()));
+    registered.set_value(std::string(operation->registrationResult().value().caseName()));
   });
   released->start();
   kept->start();

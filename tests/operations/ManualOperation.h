@@ -1,10 +1,13 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
 #include <utility>
 
 #include "paperloom/operations/AsynchronousOperation.h"
+#include "tests/support/Wait.h"
 
 namespace paperloom::test {
 
@@ -22,12 +25,13 @@ class ManualOperation final : public AsynchronousOperation {
   void main() override {
     if (work_) work_();
     ++mains_;
-    mains_.notify_all();
   }
 
   void finish() { setState(State::finished); }
   void announceReadyAgain() { setState(State::ready); }
-  void waitUntilStarted() const { mains_.wait(0); }
+  void waitUntilStarted() const {
+    EXPECT_TRUE(pumpUntil([this] { return mains_ > 0; })) << "it never started";
+  }
   int starts() const { return starts_; }
   int mains() const { return mains_; }
 

@@ -100,7 +100,7 @@ TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlac
       const auto behind = work([] { FAIL() << "cancelled"; });
       unready->addDependency(holder);
       queue.addOperations({holder, unready, behind}, false);
-      while (holder->starts() == 0) std::this_thread::yield();
+      EXPECT_TRUE(pumpUntil([&] { return holder->starts() > 0; }));
       if (throughQueue) {
         queue.cancelAllOperations();
       } else {
@@ -175,12 +175,9 @@ TEST(OperationQueue, mayBeDestroyedByItsOwnOperation) {
     shared->queue.reset();
     shared->isGone = true;
   });
-  last->setCompletionBlock([shared] {
-    shared->blockRan = true;
-    shared->blockRan.notify_all();
-  });
+  last->setCompletionBlock([shared] { shared->blockRan = true; });
   shared->queue->addOperation(last);
-  shared->blockRan.wait(false);
+  EXPECT_TRUE(pumpUntil([&] { return shared->blockRan.load(); }));
   EXPECT_TRUE(shared->isGone);
 }
 
