@@ -7,6 +7,7 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <exception>
 
 #include "apps/reader/Files.h"
 #include "apps/reader/Signals.h"
@@ -149,6 +150,39 @@ DataCoordinator& Host::content() {
   return *coordinator_;
 }
 
+namespace {
+
+std::exception_ptr& thrownLater() {
+  static std::exception_ptr thrown;
+  return thrown;
+}
+
+}  // namespace
+
+void Host::later(std::function<void()> work) {
+  DispatchQueue::main().async([work = std::move(work)] {
+    try {
+      work();
+    } catch (...) {
+      if (!thrownLater()) thrownLater() = std::current_exception();
+    }
+  });
+}
+
+Failure Host::failureOf(std::string_view what, const PaperloomError& error,
+                        const Provenance& from) {
+  if (error.which() != PaperloomError::Case::networkError) return Failure(error);
+  const int status = from.statusCode.value_or(200);
+  if (status == 404 || status == 410) {
+    return Failure(fmt::format("the service has no such {} ({})", what, status));
+  }
+  if (status < 200 || status > 399) {
+    return Failure(fmt::format("the service gives no {}: it answers with status {}", what, status));
+  }
+  if (!from.error) return Failure(error);
+  return Failure("no answer, and no copy of an earlier one: " + from.error->localizedDescription);
+}
+
 void Host::waitUntil(const std::function<bool()>& done) {
   DispatchQueue& queue = DispatchQueue::main();
   while (!done()) {
@@ -157,17 +191,18 @@ void Host::waitUntil(const std::function<bool()>& done) {
                                      pollfd{Signals::fileDescriptor(), POLLIN, 0}};
     ::poll(waiting.data(), waiting.size(), -1);
     queue.runPending();
+    if (auto thrown = std::exchange(thrownLater(), nullptr)) std::rethrow_exception(thrown);
   }
 }
 
 Answer<AppMetadataProtocol> Host::appMetadata() {
-  return await<AppMetadataProtocol>([&](auto success, auto failure) {
+  return await<AppMetadataProtocol>("configuration", [&](auto success, auto failure) {
     content().requestAppMetadata(std::move(success), std::move(failure));
   });
 }
 
 Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
-  auto answer = await<StreamProtocol>([&](auto success, auto failure) {
+  auto answer = await<StreamProtocol>("front page", [&](auto success, auto failure) {
     content().requestStreamForSections(sections, std::move(success), std::move(failure));
   });
   const auto found = [&](const std::string& uid) {
@@ -193,25 +228,25 @@ std::string Host::noSection(const std::string& uid) {
 }
 
 Answer<StreamProtocol> Host::offlineStream() {
-  return await<StreamProtocol>([&](auto success, auto failure) {
+  return await<StreamProtocol>("front page", [&](auto success, auto failure) {
     content().requestOfflineStream(std::move(success), std::move(failure));
   });
 }
 
 Answer<ArticleProtocol> Host::article(const URL& url) {
-  return await<ArticleProtocol>([&](auto success, auto failure) {
+  return await<ArticleProtocol>("story", [&](auto success, auto failure) {
     content().requestArticle(url, std::move(success), std::move(failure));
   });
 }
 
 Answer<Image> Host::image(const URL& url) {
-  return await<Image>([&](auto success, auto) {
+  return await<Image>("picture", [&](auto success, auto) {
     content().requestImageFromURL(url, success, [success] { success(nullptr, {}); });
   });
 }
 
 Answer<Picture> Host::picture(const URL& url) {
-  return await<Picture>([&](auto success, auto) {
+  return await<Picture>("picture", [&](auto success, auto) {
     using Item = std::shared_ptr<const Picture>;
     sessionManager()->getDocument<Item>(
         url, std::make_shared<const PictureParser>(),

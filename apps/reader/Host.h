@@ -67,6 +67,9 @@ class Host {
 
   // Pumps the main queue until `done`; throws Interrupted on Ctrl-C.
   void waitUntil(const std::function<bool()>& done);
+  // Has the main queue do `work`. What it throws ends the next waitUntil(), since nothing may leave
+  // a function that the queue calls. Any thread.
+  static void later(std::function<void()> work);
 
   // The coordinator's requests, waited for. All throw Failure.
   Answer<AppMetadataProtocol> appMetadata();
@@ -86,25 +89,29 @@ class Host {
 
  private:
   template <class T>
-  using Outcome = std::variant<std::monostate, Answer<T>, PaperloomError>;
+  using Outcome = std::variant<std::monostate, Answer<T>, Failure>;
 
   // Starts a request by `start(success, failure)` and waits for its outcome, which is brought to
-  // the main queue from wherever it is answered.
+  // the main queue from wherever it is answered. `what` is asked for, as in "such story".
   template <class T, class Start>
-  Answer<T> await(Start start) {
+  Answer<T> await(std::string_view what, Start start) {
     auto outcome = std::make_shared<Outcome<T>>();
     start(
         [outcome](std::shared_ptr<const T> record, const Provenance& provenance) {
           DispatchQueue::main().async(
               [outcome, answer = Answer<T>{std::move(record), provenance}] { *outcome = answer; });
         },
-        [outcome](PaperloomError error) {
-          DispatchQueue::main().async([outcome, error] { *outcome = error; });
+        [outcome, what](const PaperloomError& error, const Provenance& from) {
+          DispatchQueue::main().async(
+              [outcome, failure = failureOf(what, error, from)] { *outcome = failure; });
         });
     waitUntil([&] { return outcome->index() != 0; });
-    if (auto* error = std::get_if<PaperloomError>(outcome.get())) throw Failure(*error);
+    if (auto* failure = std::get_if<Failure>(outcome.get())) throw *failure;
     return std::get<Answer<T>>(*outcome);
   }
+
+  static Failure failureOf(std::string_view what, const PaperloomError& error,
+                           const Provenance& from);
 
   sample::SampleService& service();
   std::string noSection(const std::string& uid);

@@ -81,7 +81,7 @@ void Warming::start(const URL& url, bool isArticle) {
   auto fetch = std::make_shared<Fetch>(Fetch{url, isArticle});
   fetch->task = host_.content().cacheWarmerDataCoordinator()->saveToCache(
       url, force_, [self = self_, fetch](CacheWarmerRequestResult result) {
-        DispatchQueue::main().async([self, fetch, result = std::move(result)] {
+        Host::later([self, fetch, result = std::move(result)] {
           if (*self != nullptr) (*self)->take(*fetch, result);
         });
       });

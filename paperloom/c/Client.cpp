@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "paperloom/c/internal/Text.h"
-#include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManager.h"
 
 namespace paperloom::c {
@@ -15,8 +14,6 @@ Client::Client(const Settings& settings)
     : identity(std::make_shared<Identity>(settings)),
       content(std::make_shared<ContentSessionManager>(settings.content)) {
   content.setBaseURL(settings.contentURL);
-  content.setCacheWarmerDataCoordinator(
-      std::make_shared<CacheWarmerDataCoordinator>(settings.content));
 }
 
 Client::~Client() { requests->cancelAll(); }
@@ -29,8 +26,8 @@ const paperloom_answer* newAnswer(Outcome outcome) {
 
 // A document that a client keeps, as an answer of its own.
 template <class Record>
-const paperloom_answer* kept(std::shared_ptr<const Record> document) {
-  return document ? newAnswer({.document = std::move(document)}) : nullptr;
+const paperloom_answer* kept(const Snapshot<Record>& document) {
+  return document ? newAnswer({.document = std::shared_ptr<const Record>(document)}) : nullptr;
 }
 
 // A content request of a client.
@@ -56,12 +53,16 @@ struct ContentRequest {
   auto success(Tell tell) const {
     return [request = request, tell](std::shared_ptr<const Record> document,
                                      const Provenance& provenance) {
-      (*request.*tell)({.document = std::move(document), .provenance = provenance});
+      (*request.*tell)({.document = std::move(document),
+                        .status = provenance.statusCode.value_or(0),
+                        .provenance = provenance});
     };
   }
   auto failed(Tell tell) const {
-    return [request = request, tell](const PaperloomError& error) {
-      (*request.*tell)(failure(error));
+    return [request = request, tell](const PaperloomError& error, const Provenance& provenance) {
+      Outcome outcome = failure(error);
+      outcome.status = provenance.statusCode.value_or(0);
+      (*request.*tell)(std::move(outcome));
     };
   }
 
@@ -170,8 +171,11 @@ paperloom_request paperloom_request_image(paperloom_client* client, paperloom_te
   const auto address = webURL(url);
   if (!request.isGood(address.has_value(), noURL)) return 0;
   return request.started(client->content.requestImageFromURL(
-      *address, request.success<Image>(&Request::answerHere), [pending = request.request] {
-        pending->answerHere({PAPERLOOM_IMAGE_FAILED, "the picture cannot be loaded"});
+      *address, request.success<Image>(&Request::answerHere),
+      [pending = request.request](const Provenance& provenance) {
+        Outcome outcome{PAPERLOOM_IMAGE_FAILED, "the picture cannot be loaded"};
+        outcome.status = provenance.statusCode.value_or(0);
+        pending->answerHere(std::move(outcome));
       }));
 }
 

@@ -39,7 +39,28 @@ URLSessionConfiguration session(const paperloom_configuration& given) {
   session.maximumBodySize = orDefault(given.maximum_body_size, 32 * megabyte);
   session.additionalCertificateAuthorities = string(given.certificates).value_or("");
   session.proxy = string(given.proxy).value_or("");
+  session.userAgentProduct = string(given.user_agent_product).value_or("");
   return session;
+}
+
+// What is wrong with the lists, if anything is.
+const char* readLists(const paperloom_configuration& given, URLSessionConfiguration& session) {
+  for (size_t i = 0; given.headers != nullptr && i < given.header_count; ++i) {
+    auto name = string(given.headers[i].name);
+    if (!name) return "a header has no name";
+    session.defaultHeaders.add(std::move(*name), string(given.headers[i].value).value_or(""));
+  }
+  for (size_t i = 0; given.header_origins != nullptr && i < given.header_origin_count; ++i) {
+    auto url = webURL(given.header_origins[i]);
+    if (!url) return "an origin of headers is not an http or https URL";
+    session.defaultHeaderOrigins.push_back(std::move(*url));
+  }
+  for (size_t i = 0; given.pins != nullptr && i < given.pin_count; ++i) {
+    const auto host = string(given.pins[i].host);
+    if (!host) return "a pinned key has no host";
+    session.pinnedPublicKeys[*host].push_back(string(given.pins[i].key).value_or(""));
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -62,7 +83,12 @@ tl::expected<Settings, const char*> readSettings(const paperloom_configuration* 
         given->maximum_body_size, given->cache_memory, given->cache_disk}) {
     if (number < 0) return refused("a number of the configuration is below 0");
   }
-  settings.content = settings.identity = session(*given);
+  URLSessionConfiguration both = session(*given);
+  for (const auto& url : {settings.contentURL, settings.identityURL}) {
+    if (url) both.defaultHeaderOrigins.push_back(*url);
+  }
+  if (const char* const fault = readLists(*given, both)) return refused(fault);
+  settings.content = settings.identity = std::move(both);
   settings.content.urlCache =
       cache(orDefault(given->cache_memory, 8 * megabyte),
             orDefault(given->cache_disk, 100 * megabyte), given->cache_folder, "url-cache");

@@ -138,7 +138,9 @@ void paperloom_answer_release(const paperloom_answer* answer);
 enum paperloom_code paperloom_answer_code(const paperloom_answer* answer);
 /* What went wrong, in words for people; empty for PAPERLOOM_OK. Holds no token and no password. */
 paperloom_text paperloom_answer_text(const paperloom_answer* answer);
-/* The HTTP status of PAPERLOOM_STATUS_FAILED. */
+/* The HTTP status that the service answered a content request with, also where a copy took the place
+ * of the answer: so 404, 410 and 500 are told apart. 0 when no answer came, such as without a
+ * network. Of an identity request that of PAPERLOOM_STATUS_FAILED alone. */
 int32_t paperloom_answer_status(const paperloom_answer* answer);
 enum paperloom_source paperloom_answer_source(const paperloom_answer* answer);
 /* Whether the server gave no usable answer, and the stored copy took its place. */
@@ -167,6 +169,16 @@ bool paperloom_answer_tokens(const paperloom_answer* answer, paperloom_tokens* t
 /* How a client is set up. A field left at 0 or without a text has its default:
  *   paperloom_configuration configuration = {.size = sizeof configuration};
  */
+typedef struct paperloom_header {
+  paperloom_text name;
+  paperloom_text value;
+} paperloom_header;
+
+typedef struct paperloom_pin {
+  paperloom_text host;
+  paperloom_text key;
+} paperloom_pin;
+
 typedef struct paperloom_configuration {
   size_t size;                 /* sizeof(paperloom_configuration), set by the host */
   paperloom_text content_url;  /* the root of the content service */
@@ -191,6 +203,20 @@ typedef struct paperloom_configuration {
    * last identity request is answered. `tokens` lives as long as the call. */
   void (*keep_tokens)(void* keep_user_data, const paperloom_tokens* tokens);
   void* keep_user_data;
+
+  paperloom_text user_agent_product; /* what User-Agent begins with, as "ExampleNews/2.1" */
+  /* Fields of every request. Those that say nothing of the user, such as Accept-Language, go to
+   * every server; all others, such as an app's key, to the origins (scheme, host and port) of
+   * content_url, of identity_url and of the URLs in `header_origins`. */
+  const paperloom_header* headers;
+  size_t header_count;
+  const paperloom_text* header_origins;
+  size_t header_origin_count;
+  /* The public keys that the server of a host may have, as "sha256//" and the base64 of the SHA-256
+   * of the key; one that fits is enough, so give one to fall back on. A host that is named is
+   * reached over https alone, and with such a key alone. */
+  const paperloom_pin* pins;
+  size_t pin_count;
 } paperloom_configuration;
 
 typedef struct paperloom_client paperloom_client;

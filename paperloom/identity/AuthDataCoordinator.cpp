@@ -7,10 +7,13 @@
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/platform/Callback.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/FirstUse.h"
 #include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
 namespace {
+
+using ManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
 
 // The service answers by its status alone.
 struct EntitlementOfOutcome {
@@ -31,8 +34,16 @@ struct EntitlementOfOutcome {
 }  // namespace
 
 AuthDataCoordinator& AuthDataCoordinator::shared() {
-  static auto& instance = *new AuthDataCoordinator(std::make_shared<AuthSessionManager>());
+  static auto& instance =
+      *new AuthDataCoordinator(ManagerOfShared::of<AuthDataCoordinator>().takeOr(
+          [] { return std::make_shared<AuthSessionManager>(); }));
   return instance;
+}
+
+bool AuthDataCoordinator::configureShared(
+    std::shared_ptr<AuthSessionManagerProtocol> authSessionManager) {
+  return ManagerOfShared::of<AuthDataCoordinator>().set(
+      required(std::move(authSessionManager), "an auth data coordinator needs a session manager"));
 }
 
 AuthDataCoordinator::AuthDataCoordinator(

@@ -47,8 +47,11 @@ class PAPERLOOM_EXPORT AuthDataCoordinatorProtocol {
 // Safe from any thread.
 class PAPERLOOM_EXPORT AuthDataCoordinator final : public AuthDataCoordinatorProtocol {
  public:
-  // The process's instance, over an AuthSessionManager of its own.
+  // The process's instance, over an AuthSessionManager of its own unless another was named.
   static AuthDataCoordinator& shared();
+  // As DataCoordinator::configureShared(): false, and no effect, once shared() has been called.
+  [[nodiscard]] static bool configureShared(
+      std::shared_ptr<AuthSessionManagerProtocol> authSessionManager);
 
   // Without a session manager the program stops.
   explicit AuthDataCoordinator(std::shared_ptr<AuthSessionManagerProtocol> authSessionManager);

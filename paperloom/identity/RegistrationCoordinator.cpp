@@ -6,9 +6,15 @@
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/platform/Callback.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/FirstUse.h"
 #include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
+namespace {
+
+using ManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
+
+}  // namespace
 
 struct RegistrationCoordinator::Removal {
   std::string call;
@@ -17,8 +23,16 @@ struct RegistrationCoordinator::Removal {
 };
 
 RegistrationCoordinator& RegistrationCoordinator::shared() {
-  static auto& instance = *new RegistrationCoordinator(std::make_shared<ContentSessionManager>());
+  static auto& instance =
+      *new RegistrationCoordinator(ManagerOfShared::of<RegistrationCoordinator>().takeOr(
+          [] { return std::make_shared<ContentSessionManager>(); }));
   return instance;
+}
+
+bool RegistrationCoordinator::configureShared(
+    std::shared_ptr<ContentSessionManagerProtocol> sessionManager) {
+  return ManagerOfShared::of<RegistrationCoordinator>().set(
+      required(std::move(sessionManager), "a registration coordinator needs a session manager"));
 }
 
 RegistrationCoordinator::RegistrationCoordinator(

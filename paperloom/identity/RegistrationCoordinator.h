@@ -45,8 +45,11 @@ class PAPERLOOM_EXPORT RegistrationCoordinator final : public RegistrationCoordi
   static constexpr std::string_view marketingPermissionGrantedJSONKey =
       "marketingPermissionGranted";
 
-  // The process's instance, over a ContentSessionManager of its own.
+  // The process's instance, over a ContentSessionManager of its own unless another was named.
   static RegistrationCoordinator& shared();
+  // As DataCoordinator::configureShared(): false, and no effect, once shared() has been called.
+  [[nodiscard]] static bool configureShared(
+      std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
 
   // Without a session manager the program stops.
   explicit RegistrationCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);

@@ -6,14 +6,27 @@
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/platform/Callback.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/FirstUse.h"
 #include "paperloom/platform/JSONWriter.h"
 
 namespace paperloom {
+namespace {
+
+using ManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
+
+}  // namespace
 
 UserRegistrationDataCoordinator& UserRegistrationDataCoordinator::shared() {
-  static auto& instance =
-      *new UserRegistrationDataCoordinator(std::make_shared<AuthSessionManager>());
+  static auto& instance = *new UserRegistrationDataCoordinator(
+      ManagerOfShared::of<UserRegistrationDataCoordinator>().takeOr(
+          [] { return std::make_shared<AuthSessionManager>(); }));
   return instance;
+}
+
+bool UserRegistrationDataCoordinator::configureShared(
+    std::shared_ptr<AuthSessionManagerProtocol> sessionManager) {
+  return ManagerOfShared::of<UserRegistrationDataCoordinator>().set(required(
+      std::move(sessionManager), "a user registration data coordinator needs a session manager"));
 }
 
 UserRegistrationDataCoordinator::UserRegistrationDataCoordinator(

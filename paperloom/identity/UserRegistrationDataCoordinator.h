@@ -35,8 +35,11 @@ class PAPERLOOM_EXPORT UserRegistrationDataCoordinatorProtocol {
 class PAPERLOOM_EXPORT UserRegistrationDataCoordinator final
     : public UserRegistrationDataCoordinatorProtocol {
  public:
-  // The process's instance, over an AuthSessionManager of its own.
+  // The process's instance, over an AuthSessionManager of its own unless another was named.
   static UserRegistrationDataCoordinator& shared();
+  // As DataCoordinator::configureShared(): false, and no effect, once shared() has been called.
+  [[nodiscard]] static bool configureShared(
+      std::shared_ptr<AuthSessionManagerProtocol> sessionManager);
 
   // Without a session manager the program stops.
   explicit UserRegistrationDataCoordinator(

@@ -12,14 +12,6 @@ namespace {
 
 constexpr std::int64_t cacheCapacity = 10'485'760;
 
-URLSessionConfiguration defaultConfiguration() {
-  URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = std::chrono::seconds(20);
-  configuration.urlCache =
-      std::make_shared<URLCache>(cacheCapacity, cacheCapacity, "auth-url-cache");
-  return configuration;
-}
-
 std::string printedDescription(const ParserError& error) {
   if (const auto* decoder = std::get_if<JSONError>(&error)) return decoder->localizedDescription;
   const auto& own = std::get<PaperloomError>(error);
@@ -39,6 +31,14 @@ RequestResult<std::any> judgePost(int statusCode, const std::optional<Data>& dat
 }
 
 }  // namespace
+
+URLSessionConfiguration AuthSessionManager::defaultConfiguration() {
+  URLSessionConfiguration configuration;
+  configuration.timeoutIntervalForRequest = std::chrono::seconds(20);
+  configuration.urlCache =
+      std::make_shared<URLCache>(cacheCapacity, cacheCapacity, "auth-url-cache");
+  return configuration;
+}
 
 AuthSessionManager::AuthSessionManager() : AuthSessionManager(defaultConfiguration()) {}
 

@@ -20,8 +20,10 @@ class ClampedTaskCounter;
 // thread.
 class PAPERLOOM_EXPORT AuthSessionManager final : public AuthSessionManagerProtocol {
  public:
-  // Over a session with a cache of 10 MB in memory and 10 MB on disk below "auth-url-cache"; idle
-  // timeout 20 seconds.
+  // What the manager without arguments has, for a host to change before it makes its own: a cache
+  // of 10 MB in memory and 10 MB on disk below "auth-url-cache"; idle timeout 20 seconds.
+  static URLSessionConfiguration defaultConfiguration();
+
   AuthSessionManager();
   // The same over a session of the host's own making.
   explicit AuthSessionManager(URLSessionConfiguration configuration);

@@ -13,6 +13,10 @@ CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache>
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(URLSessionConfiguration configuration)
     : cache_(configuration.urlCache), sessionManager_(std::move(configuration)) {}
 
+CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(URLSessionConfiguration configuration,
+                                                       LatestDateStore& dates)
+    : cache_(configuration.urlCache), dates_(&dates), sessionManager_(std::move(configuration)) {}
+
 CacheWarmerDataCoordinator::CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm,
                                                        LatestDateStore& dates)
     : cache_(std::move(cacheToWarm)), dates_(&dates), sessionManager_(cache_) {}

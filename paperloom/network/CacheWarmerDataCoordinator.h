@@ -30,6 +30,7 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinator final
   // Over a session of the host's own making: see CacheWarmerSessionManager.
   explicit CacheWarmerDataCoordinator(URLSessionConfiguration configuration);
   // `dates` must outlive the coordinator.
+  CacheWarmerDataCoordinator(URLSessionConfiguration configuration, LatestDateStore& dates);
   CacheWarmerDataCoordinator(std::shared_ptr<URLCache> cacheToWarm, LatestDateStore& dates);
 
   std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,

@@ -5,6 +5,7 @@
 
 #include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
+#include "paperloom/platform/Callback.h"
 #include "paperloom/platform/FatalError.h"
 
 namespace paperloom {
@@ -46,11 +47,11 @@ std::int64_t CacheWarmerSessionManager::taskCount() const { return taskCounter_-
 std::shared_ptr<URLSessionTask> CacheWarmerSessionManager::saveToCache(const URL& url,
                                                                        bool forceRefresh,
                                                                        Completion completion) {
-  URLRequest request(url);
+  URLRequest request = session_.withDefaultHeaders(URLRequest(url));
   if (forceRefresh) {
     request.headers.add("Cache-Control", "no-cache");
-  } else if (auto copy = offlineCopy(*cache_, url)) {
-    if (completion) completion(cachewarmer::SuccessFromCache{std::move(copy->data)});
+  } else if (auto copy = offlineCopy(*cache_, request)) {
+    call(completion, cachewarmer::SuccessFromCache{std::move(copy->data)});
     return nullptr;
   } else {
     // What there is has just been looked at, and does not count.

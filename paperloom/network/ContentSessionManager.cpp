@@ -12,13 +12,6 @@
 namespace paperloom {
 namespace {
 
-URLSessionConfiguration sessionConfiguration(std::shared_ptr<URLCache> cache) {
-  URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = std::chrono::seconds(20);
-  configuration.urlCache = std::move(cache);
-  return configuration;
-}
-
 Provenance::Source sourceOf(const URLSessionTaskMetrics& metrics) {
   switch (metrics.source) {
     case URLSessionTaskMetrics::Source::network:
@@ -33,7 +26,13 @@ Provenance::Source sourceOf(const URLSessionTaskMetrics& metrics) {
   return {};
 }
 
-URLSessionConfiguration withCache(URLSessionConfiguration configuration) {
+URLSessionConfiguration withCache(URLSessionConfiguration configuration,
+                                  std::shared_ptr<URLCache> cache) {
+  configuration.urlCache = std::move(cache);
+  return configuration;
+}
+
+URLSessionConfiguration withSomeCache(URLSessionConfiguration configuration) {
   if (!configuration.urlCache) configuration.urlCache = std::make_shared<URLCache>();
   return configuration;
 }
@@ -93,26 +92,36 @@ struct ContentSessionManager::Get {
               const std::optional<URLError>& error) {
     parse(data, response);
     auto stored = copy();
-    const URLSessionTaskMetrics metrics = std::exchange(task, nullptr)->metrics();
+    const URLSessionTaskMetrics metrics = task->metrics();
+    const URLRequest request = std::exchange(task, nullptr)->originalRequest();
     if (stored) copied = stored->response;
-    if (!response || !isOfflineCopy(*response)) return fallBack(stored, error);
-    const Provenance provenance{sourceOf(metrics), metrics.serverFailed, metrics.age,
-                                metrics.fetchedAt};
+    Provenance provenance{.error = error};
+    if (response) provenance.statusCode = response->statusCode;
+    if (!response || !isOfflineCopy(*response)) return fallBack(stored, std::move(provenance));
+    provenance.source = sourceOf(metrics);
+    provenance.fromCache = metrics.serverFailed;
+    provenance.age = metrics.age;
+    provenance.fetchedAt = metrics.fetchedAt;
+    if (metrics.serverFailed) {
+      provenance.statusCode = metrics.failedStatusCode;
+      provenance.error = metrics.failure;
+    }
     const bool wasStored = provenance.source != Provenance::Source::network;
-    if (parsedFresh && !*parsedFresh && wasStored && stored) demandValidation(*std::move(stored));
+    if (parsedFresh && !*parsedFresh && wasStored && stored)
+      demandValidation(*std::move(stored), request);
     answer(std::move(parsedFresh), error, provenance);
   }
 
-  void fallBack(const std::optional<CachedURLResponse>& stored,
-                const std::optional<URLError>& error) {
-    Provenance provenance{.source = Provenance::Source::cache, .fromCache = true};
+  void fallBack(const std::optional<CachedURLResponse>& stored, Provenance provenance) {
+    provenance.source = Provenance::Source::cache;
+    provenance.fromCache = true;
     if (stored) {
       const auto age =
           std::chrono::floor<std::chrono::seconds>(currentDate() - stored->responseTime);
       provenance.age = std::max(age, std::chrono::seconds(0));
       provenance.fetchedAt = stored->responseTime;
     }
-    answer(std::move(parsedCopy), error, provenance);
+    answer(std::move(parsedCopy), provenance.error, provenance);
   }
 
   void answer(std::optional<Parsed> parsed, const std::optional<URLError>& error,
@@ -128,22 +137,29 @@ struct ContentSessionManager::Get {
 
   // From now on the stored answer is asked after before it is used, however fresh it calls itself:
   // its document could not be read. It stays for those who can read it.
-  void demandValidation(CachedURLResponse stored) {
+  void demandValidation(CachedURLResponse stored, URLRequest key) {
     stored.response.headers.set("Cache-Control", "no-cache");
-    cache->storeCachedResponse(stored, URLRequest(stored.response.url));
+    key.url = stored.response.url;
+    cache->storeCachedResponse(stored, key);
   }
 };
 
-ContentSessionManager::ContentSessionManager()
-    : ContentSessionManager(std::make_shared<URLCache>(8 * megabyte, 100 * megabyte, "url-cache")) {
+URLSessionConfiguration ContentSessionManager::defaultConfiguration() {
+  URLSessionConfiguration configuration;
+  configuration.timeoutIntervalForRequest = std::chrono::seconds(20);
+  configuration.urlCache = std::make_shared<URLCache>(8 * megabyte, 100 * megabyte, "url-cache");
+  return configuration;
 }
 
+ContentSessionManager::ContentSessionManager() : ContentSessionManager(defaultConfiguration()) {}
+
 ContentSessionManager::ContentSessionManager(std::shared_ptr<URLCache> cache)
-    : ContentSessionManager(
-          sessionConfiguration(required(std::move(cache), "a session manager needs a cache"))) {}
+    : ContentSessionManager(withCache(
+          defaultConfiguration(), required(std::move(cache), "a session manager needs a cache"))) {}
 
 ContentSessionManager::ContentSessionManager(URLSessionConfiguration configuration)
-    : taskCounter_(std::make_shared<TaskCounter>()), session_(withCache(std::move(configuration))) {
+    : taskCounter_(std::make_shared<TaskCounter>()),
+      session_(withSomeCache(std::move(configuration))) {
   contentSessionCache_ = session_.configuration().urlCache;
 }
 
@@ -152,7 +168,8 @@ ContentSessionManager::~ContentSessionManager() = default;
 std::int64_t ContentSessionManager::taskCount() const { return taskCounter_->value(); }
 
 std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& url) const {
-  return paperloom::offlineCopy(*contentSessionCache_, url);
+  return paperloom::offlineCopy(*contentSessionCache_,
+                                session_.withDefaultHeaders(URLRequest(url)));
 }
 
 std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, ErasedParser parser,

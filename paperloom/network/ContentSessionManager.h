@@ -24,7 +24,10 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
  public:
   static constexpr std::int64_t megabyte = 1'048'576;
 
-  // 8 MB in memory and 100 MB on disk below "url-cache"; idle timeout 20 seconds.
+  // What the manager without arguments has, for a host to change before it makes its own: 8 MB in
+  // memory and 100 MB on disk below "url-cache"; idle timeout 20 seconds.
+  static URLSessionConfiguration defaultConfiguration();
+
   ContentSessionManager();
   // The same over a cache of the host's own; null stops the program.
   explicit ContentSessionManager(std::shared_ptr<URLCache> cache);

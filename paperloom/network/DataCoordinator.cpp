@@ -10,9 +10,9 @@
 #include "paperloom/network/MockSessionManager.h"
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/RecordFetch.h"
-#include "paperloom/platform/Callback.h"
 #include "paperloom/platform/DispatchQueue.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/FirstUse.h"
 
 namespace paperloom {
 namespace {
@@ -33,6 +33,20 @@ URL streamURL(const URL& baseURL, const std::vector<std::string>& sections) {
   return *url;
 }
 
+// The owners that a request's answer is for; none when somebody else waits for it too. Without a
+// callback a request is made for what the coordinator keeps.
+template <class Success, class Failure>
+std::vector<std::shared_ptr<Subscription::Token>> ownersOf(const Success& success,
+                                                           const Failure& failure) {
+  if ((success && !success.owner()) || (failure && !failure.owner())) return {};
+  std::vector<std::shared_ptr<Subscription::Token>> owners;
+  if (success) owners.push_back(success.owner());
+  if (failure) owners.push_back(failure.owner());
+  return owners;
+}
+
+using ManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
+
 }  // namespace
 
 struct DataCoordinator::Received {
@@ -45,8 +59,16 @@ DataCoordinator& DataCoordinator::shared() {
   const std::shared_ptr<CurrentAppMetadata> slot(std::shared_ptr<void>(),
                                                  &CurrentAppMetadata::shared());
   static auto* const coordinator =
-      new DataCoordinator(std::make_shared<ContentSessionManager>(), nullptr, slot);
+      new DataCoordinator(ManagerOfShared::of<DataCoordinator>().takeOr(
+                              [] { return std::make_shared<ContentSessionManager>(); }),
+                          nullptr, slot);
   return *coordinator;
+}
+
+bool DataCoordinator::configureShared(
+    std::shared_ptr<ContentSessionManagerProtocol> sessionManager) {
+  return ManagerOfShared::of<DataCoordinator>().set(
+      required(std::move(sessionManager), "a data coordinator needs a session manager"));
 }
 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
@@ -71,40 +93,42 @@ DataCoordinator::~DataCoordinator() = default;
 void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    call(failure, PaperloomError::configurationError("Request Stream - No config URL"));
+    failure(PaperloomError::configurationError("Request Stream - No config URL"));
     return;
   }
   using Item = std::shared_ptr<const AppMetadataProtocol>;
-  sessionManager_
-      ->getDocument<Item>(
-          root->appendingPathComponent("config"), std::make_shared<const ConfigParser>(),
-          [received = received_, success = std::move(success), failure = std::move(failure)](
-              Result<Item> result, const Provenance& provenance) {
-            if (!result) return call(failure, std::move(result.error()));
-            received->appMetadata->set(*result);
-            success(std::move(*result), provenance);
-          })
-      ->resume();
+  auto owners = ownersOf(success, failure);
+  const auto task = sessionManager_->getDocument<Item>(
+      root->appendingPathComponent("config"), std::make_shared<const ConfigParser>(),
+      [received = received_, success = std::move(success), failure = std::move(failure)](
+          Result<Item> result, const Provenance& provenance) {
+        if (!result) return failure(std::move(result.error()), provenance);
+        received->appMetadata->set(*result);
+        success(std::move(*result), provenance);
+      });
+  cancelWithOwners(task, std::move(owners));
+  task->resume();
 }
 
 void DataCoordinator::requestStreamForSections(const std::vector<std::string>& sections,
                                                Success<StreamProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    call(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    failure(PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
-  sessionManager_
-      ->getDocument<std::shared_ptr<const StreamProtocol>>(
-          streamURL(*root, sections), std::make_shared<const StreamParser>(),
-          streamCompletion(std::move(success), std::move(failure)))
-      ->resume();
+  auto owners = ownersOf(success, failure);
+  const auto task = sessionManager_->getDocument<std::shared_ptr<const StreamProtocol>>(
+      streamURL(*root, sections), std::make_shared<const StreamParser>(),
+      streamCompletion(std::move(success), std::move(failure)));
+  cancelWithOwners(task, std::move(owners));
+  task->resume();
 }
 
 void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
-    call(failure, PaperloomError::configurationError("Request Stream - No Base URL"));
+    failure(PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
   const auto mock = std::make_shared<MockSessionManager>(offlineResource("sectionList"));
@@ -119,7 +143,7 @@ std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenan
 DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failure) const {
   return [received = received_, success = std::move(success), failure = std::move(failure)](
              Result<std::shared_ptr<const StreamProtocol>> result, const Provenance& provenance) {
-    if (!result) return call(failure, std::move(result.error()));
+    if (!result) return failure(std::move(result.error()), provenance);
     received->stream.set(*result);
     success(std::move(*result), provenance);
   };
@@ -129,40 +153,45 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
                                                                 Success<ArticleProtocol> success,
                                                                 Failure failure) {
   using Item = std::shared_ptr<const ArticleProtocol>;
-  return sessionManager_->getDocument<Item>(
+  auto owners = ownersOf(success, failure);
+  auto task = sessionManager_->getDocument<Item>(
       url, std::make_shared<const ArticleParser>(),
       [dates = dates_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
         if (result && !provenance.fromCache) recordFetch(dates);
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
-          if (!result) return call(failure, result.error());
+          if (!result) return failure(result.error(), provenance);
           success(*result, provenance);
         });
       });
+  cancelWithOwners(task, std::move(owners));
+  return task;
 }
 
-std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
-    const URL& url, Success<Image> success, std::function<void()> failure) {
+std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
+                                                                     Success<Image> success,
+                                                                     ImageFailure failure) {
   using Item = std::shared_ptr<const Image>;
-  return sessionManager_->getDocument<Item>(
+  auto owners = ownersOf(success, failure);
+  auto task = sessionManager_->getDocument<Item>(
       url, std::make_shared<const ImageParser>(),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    const Provenance& provenance) {
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
-          if (!result) return call(failure);
+          if (!result) return failure(provenance);
           success(*result, provenance);
         });
       },
       ContentSessionManagerProtocol::Parsing::beside);
+  cancelWithOwners(task, std::move(owners));
+  return task;
 }
 
-std::shared_ptr<const AppMetadataProtocol> DataCoordinator::appMetadata() const {
+Snapshot<AppMetadataProtocol> DataCoordinator::appMetadata() const {
   return received_->appMetadata->get();
 }
 
-std::shared_ptr<const StreamProtocol> DataCoordinator::stream() const {
-  return received_->stream.get();
-}
+Snapshot<StreamProtocol> DataCoordinator::stream() const { return received_->stream.get(); }
 
 std::optional<URL> DataCoordinator::baseURL() const { return baseURL_.get(); }
 
@@ -179,10 +208,13 @@ void DataCoordinator::setDefaultSections(std::optional<std::string> sections) {
 std::shared_ptr<CacheWarmerDataCoordinatorProtocol> DataCoordinator::cacheWarmerDataCoordinator() {
   const MutexLock lock(mutex_);
   if (!cacheWarmerDataCoordinator_) {
-    auto cache = sessionManager_->contentSessionCache();
-    cacheWarmerDataCoordinator_ =
-        dates_ != nullptr ? std::make_shared<CacheWarmerDataCoordinator>(std::move(cache), *dates_)
-                          : std::make_shared<CacheWarmerDataCoordinator>(std::move(cache));
+    const auto make = [this](auto from) {
+      return dates_ != nullptr ? std::make_shared<CacheWarmerDataCoordinator>(from, *dates_)
+                               : std::make_shared<CacheWarmerDataCoordinator>(from);
+    };
+    const auto* own = dynamic_cast<const ContentSessionManager*>(sessionManager_.get());
+    cacheWarmerDataCoordinator_ = own != nullptr ? make(own->session().configuration())
+                                                 : make(sessionManager_->contentSessionCache());
   }
   return cacheWarmerDataCoordinator_;
 }

@@ -12,25 +12,37 @@
 #include "paperloom/model/Stream.h"
 #include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManagerProtocol.h"
-#include "paperloom/network/DocumentCallback.h"
 #include "paperloom/network/LatestDateStore.h"
+#include "paperloom/network/RequestCallback.h"
 #include "paperloom/platform/Export.h"
 #include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/Image.h"
 #include "paperloom/platform/Mutex.h"
+#include "paperloom/platform/Snapshot.h"
 #include "paperloom/platform/URL.h"
 
 namespace paperloom {
 
 class CurrentAppMetadata;
 
-// The requests of the content side. Any callback may be empty: what it would be told is dropped. A
-// callback for success may take the provenance of its document beside it.
+// The requests of the content side. Any callback may be empty: what it would be told is dropped. It
+// may take a Provenance as its last argument: where the document came from, or how the request
+// failed, such as with which status:
+//
+//   news.requestArticle(url, show, [](PaperloomError error, const Provenance& from) {
+//     if (from.statusCode == 404) return say("there is no such story");
+//     if (from.error && from.error->code == URLError::Code::cancelled) return;
+//     say(error.details());
+//   });
+//
+// Where a task is returned, its response() and error() say the same. Callbacks made through a
+// Subscription are dropped with their owner, and the transfer is cancelled with them.
 class PAPERLOOM_EXPORT DataCoordinatorProtocol {
  public:
   template <class T>
   using Success = DocumentCallback<T>;
-  using Failure = std::function<void(PaperloomError)>;
+  using Failure = FailureCallback;
+  using ImageFailure = RequestCallback<>;
 
   virtual ~DataCoordinatorProtocol() = default;
 
@@ -52,8 +64,9 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
                                                          Failure failure = nullptr) = 0;
 
   // GETs an image from `url`. Answers on the main queue. Returns the task, already started.
-  virtual std::shared_ptr<URLSessionTask> requestImageFromURL(
-      const URL& url, Success<Image> success, std::function<void()> failure = nullptr) = 0;
+  virtual std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url,
+                                                              Success<Image> success,
+                                                              ImageFailure failure = nullptr) = 0;
 
   // The stream that is shipped with the library. Answers before it returns, on the caller's thread.
   // Needs a base URL like the other stream request.
@@ -65,9 +78,13 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
 // but requestOfflineStream(), which answers at once.
 class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
  public:
-  // The process's instance, over a ContentSessionManager of its own. Its appMetadata() also follows
-  // every stream that is parsed in the process.
+  // The process's instance, over a ContentSessionManager of its own unless another was named. Its
+  // appMetadata() also follows every stream that is parsed in the process.
   static DataCoordinator& shared();
+  // What the process's instance is going to be over, before its first use. False, and no effect,
+  // once shared() has been called: its session manager stays. Null stops the program.
+  [[nodiscard]] static bool configureShared(
+      std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
 
   // Records fetches in LatestDateStore::shared(). Without a session manager the program stops.
   explicit DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager);
@@ -82,13 +99,15 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
                                 Failure failure = nullptr) override;
   std::shared_ptr<URLSessionTask> requestArticle(const URL& url, Success<ArticleProtocol> success,
                                                  Failure failure = nullptr) override;
-  std::shared_ptr<URLSessionTask> requestImageFromURL(
-      const URL& url, Success<Image> success, std::function<void()> failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url, Success<Image> success,
+                                                      ImageFailure failure = nullptr) override;
   void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) override;
 
-  // The last configuration and stream received; none at first. A failed answer leaves them.
-  std::shared_ptr<const AppMetadataProtocol> appMetadata() const;
-  std::shared_ptr<const StreamProtocol> stream() const;
+  // The last configuration and stream received; none at first. A failed answer leaves them. The
+  // next one puts another in their place: keep what is returned while you look into it. What does
+  // not, such as `for (auto& s : news.stream()->sections())`, does not compile: see Snapshot.
+  Snapshot<AppMetadataProtocol> appMetadata() const;
+  Snapshot<StreamProtocol> stream() const;
 
   // The root of the content endpoint; none at first.
   std::optional<URL> baseURL() const;
@@ -98,7 +117,8 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::optional<std::string> defaultSections() const;
   void setDefaultSections(std::optional<std::string> sections);
 
-  // Warms the session manager's cache; created on first use, and anew after null was set.
+  // Warms the session manager's cache; created on first use, and anew after null was set. Over a
+  // ContentSessionManager it has the same configuration.
   std::shared_ptr<CacheWarmerDataCoordinatorProtocol> cacheWarmerDataCoordinator();
   void setCacheWarmerDataCoordinator(std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer);
 

@@ -23,8 +23,8 @@ bool isOfflineCopy(const HTTPURLResponse& answer, const HTTPURLResponse* inPlace
   return !hidesIt && (isCoded(inPlaceOf->headers) || !isCoded(answer.headers));
 }
 
-std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URL& url) {
-  auto stored = cache.cachedResponseThroughRedirects(URLRequest(url));
+std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URLRequest& request) {
+  auto stored = cache.cachedResponseThroughRedirects(request);
   if (stored && !isOfflineCopy(stored->response)) return std::nullopt;
   return stored;
 }

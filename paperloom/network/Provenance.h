@@ -4,10 +4,12 @@
 #include <optional>
 
 #include "paperloom/platform/Date.h"
+#include "paperloom/platform/URLResponse.h"
 
 namespace paperloom {
 
-// Where a document came from: what is said here is said of the bytes that were parsed.
+// Where a document came from, or how a request for one failed. What is said of source, age and time
+// is said of the bytes that were parsed.
 struct Provenance {
   enum class Source {
     network,      // whole from the server
@@ -21,6 +23,12 @@ struct Provenance {
   bool fromCache = false;
   std::optional<std::chrono::seconds> age{};  // of a stored copy
   std::optional<Date> fetchedAt{};            // when the copy, or its last validation, was received
+  // What came of asking the server, also where a copy took the place of its answer: the answer's
+  // status, and why no whole answer came. So 404, 410 and 500 are told apart by the one;
+  // a cancellation, a time limit and an outage by the code of the other. Of an answer for which
+  // the server was not asked, the stored status; neither for a document of the library.
+  std::optional<int> statusCode{};
+  std::optional<URLError> error{};
 };
 
 }  // namespace paperloom

@@ -15,6 +15,12 @@
 #include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
+namespace {
+
+// What it throws ends the process here, before anything is unwound.
+void perform(const std::function<void()>& work) noexcept { work(); }
+
+}  // namespace
 
 struct DispatchQueue::State {
   Mutex mutex;
@@ -94,7 +100,7 @@ std::size_t DispatchQueue::runBatch(bool untilStopped) {
   }
   std::size_t count = 0;
   for (; !pending.empty() && !(untilStopped && state_->stopped); pending.pop_front(), ++count) {
-    pending.front()();
+    perform(pending.front());
   }
   if (!pending.empty()) {
     const MutexLock lock(state_->mutex);

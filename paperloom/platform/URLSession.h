@@ -53,7 +53,10 @@ class PAPERLOOM_EXPORT URLSession {
 
   const URLSessionConfiguration& configuration() const;
 
-  // A suspended task for the request.
+  // The request with the configuration's default fields: as it goes out, and as the cache knows it.
+  URLRequest withDefaultHeaders(URLRequest request) const;
+
+  // A suspended task for the request, which gets the default fields.
   std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion,
                                            StoreFilter storeFilter = nullptr,
                                            Preparation preparation = nullptr);

@@ -64,6 +64,10 @@ std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const { return core
 
 URLSessionTaskMetrics URLSessionTask::metrics() const { return core_->metrics(); }
 
+std::optional<HTTPURLResponse> URLSessionTask::response() const { return core_->response(); }
+
+std::optional<URLError> URLSessionTask::error() const { return core_->error(); }
+
 std::optional<CachedURLResponse> URLSessionTask::storedResponse() const { return core_->stored(); }
 
 }  // namespace paperloom

@@ -65,7 +65,9 @@ class PAPERLOOM_EXPORT URLSessionTask {
   std::int64_t countOfBytesExpectedToReceive() const;
   // Complete once the task's completion has been called.
   URLSessionTaskMetrics metrics() const;
-  // Why it failed, once its completion has been called with an error.
+  // The head of the answer and why there is no whole one, as the completion received them: known to
+  // it, and from then on. Neither before that.
+  std::optional<HTTPURLResponse> response() const;
   std::optional<URLError> error() const;
   // What the cache held for the request, after stored redirects, before it went out: the copy to
   // fall back on. Known to the store filter and to the completion; nothing for methods other than

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "paperloom/platform/Date.h"
+#include "paperloom/platform/URLResponse.h"
 
 namespace paperloom {
 
@@ -19,6 +20,9 @@ struct URLSessionTaskMetrics {
   Source source = Source::network;
   // The server failed, and the stored copy took the place of its answer.
   bool serverFailed = false;
+  // How it failed: with an answer of that status, or without a whole answer.
+  std::optional<int> failedStatusCode;
+  std::optional<URLError> failure;
   std::optional<std::chrono::seconds> age;  // of a stored copy when it was served
   std::optional<Date> fetchedAt;            // when the answer, or its last validation, was received
   std::int64_t countOfBytesReceived = 0;    // of bodies, from the network, before decoding

@@ -109,6 +109,7 @@ TEST_F(CInterfaceTests, makesAndUnlinksAccounts) {
 
 TEST_F(CInterfaceTests, readsStructsOfOtherVersions) {
   reads_structs_of_other_versions(content().c_str());
+  EXPECT_EQ(service->requests().back().header("X-App-Key"), "secret");
 }
 
 }  // namespace

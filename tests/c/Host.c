@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <stdio.h>
+#include <stddef.h>
 #include <string.h>
 
 void take(void* user_data, const paperloom_answer* answer) {
@@ -135,7 +136,9 @@ void answers_every_request_once(const char* url) {
       missing);
   for (size_t i = 0; i < n; ++i) CHECK(slots[i].calls == 0);
   for (size_t i = 0; i < n; ++i) CHECK(code_of(&slots[i]) == expected[i]);
+  CHECK(paperloom_answer_status(slots[0].answer) == 503);
   CHECK(paperloom_answer_status(slots[1].answer) == 503);
+  CHECK(paperloom_answer_status(slots[2].answer) == 404);
   CHECK(paperloom_request_article(client, bad, NULL, NULL) == 0);
   CHECK(paperloom_request_article(client, article, NULL, NULL) != 0);
   CHECK(paperloom_answer_code(NULL) == PAPERLOOM_INVALID_ARGUMENT);
@@ -286,13 +289,17 @@ void reads_structs_of_other_versions(const char* url) {
   CHECK(client != NULL);
   paperloom_client_release(client);
 
+  const paperloom_text none = {NULL, 0};
+  const paperloom_pin nowhere = {none, none};
   paperloom_configuration refused[] = {
-      {.size = sizeof refused[0] - 1},
+      {.size = offsetof(paperloom_configuration, keep_user_data)},
       {.size = 0},
       {.size = sizeof refused[0], .content_url = paperloom_text_from("file:///etc")},
       {.size = sizeof refused[0], .identity_url = paperloom_text_from("")},
       {.size = sizeof refused[0], .cache_disk = -1},
-      {.size = sizeof refused[0], .connections = -1}};
+      {.size = sizeof refused[0], .connections = -1},
+      {.size = sizeof refused[0], .header_origins = &none, .header_origin_count = 1},
+      {.size = sizeof refused[0], .pins = &nowhere, .pin_count = 1}};
   for (size_t i = 0; i < sizeof refused / sizeof *refused; ++i) {
     const paperloom_answer* failure = NULL;
     CHECK(paperloom_client_create(&refused[i], &failure) == NULL);
@@ -307,12 +314,22 @@ void reads_structs_of_other_versions(const char* url) {
                                           .content_url = paperloom_text_from(url),
                                           .maximum_body_size = 10,
                                           .cache_folder = paperloom_text_from("")};
-  client = paperloom_client_create(&narrow, NULL);
-  struct slot slot = {0};
-  paperloom_request_app_metadata(client, take, &slot);
-  CHECK(code_of(&slot) == PAPERLOOM_NETWORK_ERROR);
-  paperloom_client_release(client);
-  empty(&slot, 1);
+  const paperloom_pin pin = {paperloom_text_from("127.0.0.1"), paperloom_text_from("sha256//")};
+  const paperloom_header key = {paperloom_text_from("X-App-Key"), paperloom_text_from("secret")};
+  paperloom_configuration pinned = narrow, named = narrow;
+  named.maximum_body_size = 0;
+  pinned.pins = &pin;
+  named.headers = &key;
+  pinned.pin_count = named.header_count = 1;
+  const paperloom_configuration* const set[] = {&narrow, &pinned, &named};
+  for (size_t i = 0; i < 3; ++i) {
+    client = paperloom_client_create(set[i], NULL);
+    struct slot slot = {0};
+    paperloom_request_app_metadata(client, take, &slot);
+    CHECK(code_of(&slot) == (i < 2 ? PAPERLOOM_NETWORK_ERROR : PAPERLOOM_OK));
+    paperloom_client_release(client);
+    empty(&slot, 1);
+  }
 
   CHECK(!paperloom_set_application_name(paperloom_text_from("a/b")));
 }

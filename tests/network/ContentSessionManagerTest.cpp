@@ -68,6 +68,28 @@ TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
   EXPECT_EQ(test::await(answered.get_future()), R"({"copy": 1})");
 }
 
+TEST_F(ContentSessionManagerTests, copiesOfAnswersThatVaryAreFoundAndWarmedWithTheDefaultFields) {
+  auto server = std::make_unique<test::ScriptedServer>(
+      test::answer("{}", "Cache-Control: max-age=0\r\nVary: Accept-Language\r\n"));
+  const URL fetched = server->url("/fetched");
+  const URL warmed = server->url("/warmed");
+  URLSessionConfiguration configuration;
+  configuration.urlCache = cache;
+  configuration.defaultHeaders = {{"Accept-Language", "de"}};
+  const auto german = std::make_shared<ContentSessionManager>(configuration);
+  DataCoordinator coordinator(german, dates);
+  ASSERT_TRUE(get(*german, fetched).result);
+  test::captured<CacheWarmerRequestResult>([&](auto done) {
+    coordinator.cacheWarmerDataCoordinator()->saveToCache(warmed, false, done);
+  });
+  server.reset();
+  EXPECT_FALSE(manager.offlineCopy(warmed)) << "that of another language";
+  for (const URL& url : {fetched, warmed}) {
+    EXPECT_TRUE(german->offlineCopy(url));
+    EXPECT_TRUE(get(*german, url).provenance.fromCache);
+  }
+}
+
 TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
   test::ScriptedServer server([](const auto&) {
     return test::answer(R"({"good": 1})", "Expires: Tue, 31 Dec 2199 23:59:59 GMT\r\n");

@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "paperloom/model/ArticleParser.h"
+#include "paperloom/network/MockSessionManager.h"
+#include "paperloom/platform/Subscription.h"
 #include "tests/network/ContentFixture.h"
 #include "tests/support/Captured.h"
 #include "tests/support/ScriptedServer.h"
@@ -98,6 +100,97 @@ TEST_F(DataCoordinatorTests, keepsTheLastConfigurationAndStream) {
   EXPECT_FALSE(stream({}) || configuration());
   EXPECT_EQ(coordinator.stream(), *front);
   EXPECT_EQ(coordinator.appMetadata(), *metadata);
+}
+
+TEST_F(DataCoordinatorTests, failuresTellAStatusACancellationAndAnOutageApart) {
+  using Code = URLError::Code;
+  struct Case {
+    const char* faults;
+    std::optional<int> status;
+    std::optional<Code> code;
+  };
+  const URL url = at("/articles/none");
+  for (const Case& c : {Case{"", 404, {}},
+                        {"status=/articles:410", 410, {}},
+                        {"status=/articles:500", 500, {}},
+                        {"silent=/articles", {}, Code::cancelled},
+                        {nullptr, {}, Code::cannotConnectToHost}}) {
+    SCOPED_TRACE(c.faults != nullptr ? c.faults : "stopped");
+    c.faults != nullptr ? misbehave(c.faults) : service->stop();
+    std::optional<Provenance> failure;
+    const auto task = coordinator.requestArticle(
+        url, [](auto) {}, [&](PaperloomError, const Provenance& from) { failure = from; });
+    EXPECT_FALSE(task->response() && !failure);
+    if (c.code == Code::cancelled) task->cancel();
+    ASSERT_TRUE(test::pumpUntil([&] { return failure.has_value(); }));
+    EXPECT_EQ(failure->statusCode, c.status);
+    EXPECT_EQ(failure->error ? std::optional(failure->error->code) : std::nullopt, c.code);
+    EXPECT_EQ(task->response() ? std::optional(task->response()->statusCode) : std::nullopt,
+              c.status);
+    EXPECT_EQ(task->error().has_value(), c.code.has_value());
+  }
+}
+
+TEST_F(DataCoordinatorTests, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) {
+  misbehave("silent=/");
+  bool others = false;
+  using Start = std::function<void(const Subscription&)>;
+  const Start starts[] = {
+      [&](const Subscription& owner) {
+        coordinator.requestAppMetadata(owner([](auto) { FAIL(); }), owner([](auto) { FAIL(); }));
+      },
+      [&](const Subscription& owner) {
+        coordinator.requestStreamForSections({}, owner([](auto) { FAIL(); }),
+                                             owner([](auto, const Provenance&) { FAIL(); }));
+      },
+      [&](const Subscription& owner) {
+        coordinator.requestArticle(at("/articles/a"), nullptr, owner([](auto) { FAIL(); }));
+      },
+      [&](const Subscription& owner) {
+        coordinator.requestImageFromURL(at("/a.jpg"), owner([](auto) { FAIL(); }));
+      },
+      [&](const Subscription& owner) {  // somebody else waits
+        coordinator.requestArticle(at("/articles/b"), owner([](auto) { FAIL(); }),
+                                   [&](auto) { others = true; });
+      }};
+  std::optional<Subscription> owner(std::in_place);
+  for (const Start& start : starts) start(*owner);
+  EXPECT_EQ(manager->taskCount(), 5);
+  owner.reset();
+  EXPECT_TRUE(test::pumpUntil([&] { return manager->taskCount() == 1; }));
+  const Subscription late;
+  const Subscription gone = [] {
+    Subscription ended;
+    ended.cancel();
+    return ended;
+  }();
+  starts[1](gone);
+  EXPECT_TRUE(test::pumpUntil([&] { return manager->taskCount() == 1; }));
+  EXPECT_FALSE(others);
+  service->stop();
+  EXPECT_TRUE(test::pumpUntil([&] { return others; }));
+}
+
+template <class Holder>
+concept IsLookedIntoUnkept = requires(Holder holder) {
+  std::move(holder)->sections();
+};
+static_assert(IsLookedIntoUnkept<std::shared_ptr<const StreamProtocol>>);
+static_assert(!IsLookedIntoUnkept<Snapshot<StreamProtocol>>, "the loop would read freed memory");
+
+TEST(SharedCoordinatorDeathTests, areConfiguredBeforeTheirFirstUseOrNotAtAll) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const auto first = std::make_shared<MockSessionManager>(Data());
+        const auto second = std::make_shared<MockSessionManager>(Data());
+        const bool early =
+            DataCoordinator::configureShared(first) && DataCoordinator::configureShared(second);
+        const bool taken = DataCoordinator::shared().sessionManager() == second;
+        const bool late = DataCoordinator::configureShared(first);
+        std::exit(early && taken && !late ? 7 : 1);
+      },
+      ::testing::ExitedWithCode(7), "");
 }
 
 TEST_F(DataCoordinatorTests, imagesAnswerOnTheMainQueue) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <thread>
 
 #include "paperloom/model/ArticleParser.h"
@@ -117,7 +118,7 @@ TEST_F(Delivery, ofADocument) {
       {"gone", none, closed, "no network error : ", Source::cache, true, "nothing"},
       {"gone", Copy{expired}, closed, "old", Source::cache, true, "old"},
       {"gone, lenient", Copy{lenient}, closed, "old", stale, true, "old"},
-      {"oops, lenient", Copy{lenient}, say("500 Oops"), "old", stale, true, "old"},
+      {"500, lenient", Copy{lenient}, say("500 Oops"), "old", stale, true, "old"},
       {"gone, unreadable", Copy{expired, "[]"}, closed, noArticle, Source::cache, true, "[]"},
       {"gone, error", Copy{expired, "old", 404}, closed, "no network error : ", Source::cache, true,
        "old"},
@@ -153,6 +154,11 @@ TEST_F(Delivery, ofADocument) {
     EXPECT_TRUE(isExpected(received)) << result;
     EXPECT_EQ(from.source, row.source);
     EXPECT_EQ(from.fromCache, row.fromCache);
+    const bool hasBrokenOff = row.script.back().kind == Step::Kind::close && row.requests > 0;
+    EXPECT_EQ(from.error.has_value(), hasBrokenOff);
+    if (const int status = std::atoi(row.what); status != 0) {
+      EXPECT_EQ(from.statusCode, status);
+    }
     EXPECT_EQ(this->cache->statistics().lookUps, 1);
     EXPECT_EQ(kept(), row.kept);
     if (row.kept == "old" && row.source != revalidated) {  // as it was

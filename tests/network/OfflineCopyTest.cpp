@@ -23,7 +23,7 @@ class OfflineCopy : public test::ContentFixture {
 
   // What is read when the network is gone.
   std::string offline(const URL& url) {
-    const auto copy = offlineCopy(*cache, url);
+    const auto copy = offlineCopy(*cache, URLRequest(url));
     return copy ? std::string(copy->data.view()) : "nothing";
   }
 
@@ -98,7 +98,7 @@ TEST_F(OfflineCopy, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedir
     const URL url = *URL::parse(root + path);
     EXPECT_EQ(offline(url), body);
     EXPECT_EQ(read(url), body);
-    EXPECT_EQ(offlineCopy(*reopened, url).has_value(), body != "nothing");
+    EXPECT_EQ(offlineCopy(*reopened, URLRequest(url)).has_value(), body != "nothing");
     warm(url, false);
     EXPECT_EQ(asked, body == "nothing");
   }

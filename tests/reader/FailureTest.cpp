@@ -44,7 +44,8 @@ TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
   check({"article", "7"}, 1, "error: the front page printed last has no story 7");
   check({"image", service->baseURL() + "/config"}, 1, "error: no image can be loaded from ");
   check({"--content-url", "nonsense", "config"}, 1, "error: --content-url is not an http");
-  check({"article", service->baseURL() + "/none"}, 1, "error: networkError: no network error\n");
+  check({"article", service->baseURL() + "/none"}, 1,
+        "error: the service has no such story (404)\n");
   check({"serve", "--port", port}, 1, "error: ");
   check({}, 2, "error: say a command; ");
   check({"frobnicate"}, 2, "error: there is no such command or option: frobnicate; ");

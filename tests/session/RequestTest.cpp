@@ -213,6 +213,50 @@ TEST(Redirects, whatTellsWhoTheUserIsStaysWithinItsOrigin) {
   EXPECT_EQ(crossed.field("Accept"), "text/plain");
 }
 
+TEST(Redirects, defaultFieldsGoWithEveryHopButNoSecretToAnOriginThatIsNotNamed) {
+  ScriptedServer other(answer("done"));
+  ScriptedServer server(
+      answer("", "Location: " + other.url().absoluteString() + "\r\n", "302 Found"));
+  struct Case {
+    const char* name;
+    std::vector<URL> origins;
+    HTTPHeaders own;
+    const char* key;        // at the first server
+    const char* keyBeyond;  // at the one that it leads to
+  };
+  const Case cases[] = {
+      {"one origin", {server.url("/any")}, {}, "secret", ""},
+      {"both", {server.url(), other.url()}, {}, "secret", "secret"},
+      {"the other one", {other.url()}, {}, "", "secret"},
+      {"a field of the request's", {server.url()}, {{"x-app-key", "own"}}, "own", ""},
+      {"none", {}, {}, nullptr, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    URLSessionConfiguration configuration;
+    configuration.defaultHeaders = {{"X-App-Key", "secret"}, {"Accept-Language", "de"}};
+    configuration.defaultHeaderOrigins = c.origins;
+    configuration.userAgentProduct = "ExampleNews/2.1";
+    URLSession session(configuration);
+    URLRequest request(server.url());
+    request.headers = c.own;
+    const std::size_t before = server.requests().size();
+    const auto received = fetch(session, request);
+    if (c.key == nullptr) {
+      EXPECT_EQ(received.code(), URLError::Code::badRequest);
+      EXPECT_EQ(server.requests().size(), before);
+      continue;
+    }
+    EXPECT_EQ(received.body(), "done");
+    EXPECT_EQ(server.requests().back().field("X-App-Key"), c.key);
+    EXPECT_EQ(other.requests().back().field("X-App-Key"), c.keyBeyond);
+    for (const ScriptedServer* each : {&server, &other}) {
+      EXPECT_EQ(each->requests().back().field("Accept-Language"), "de");
+      EXPECT_EQ(each->requests().back().field("User-Agent").find("ExampleNews/2.1 paperloom/"), 0U);
+    }
+  }
+}
+
 TEST(Redirects, aBodyThatWouldGoAlongAndARequestThatStaysEndAtTheirOrigin) {
   ScriptedServer other(answer("other"));
   std::string status;

@@ -86,6 +86,47 @@ TEST(Security, aMissingOrBrokenAuthorityFileTrustsNobody) {
   }
 }
 
+TEST(Security, aHostWithPinnedKeysIsSpokenToWithOneOfThemAlone) {
+  const TemporaryFolder folder;
+  TLSServer server({.answer = whole, .subject = "DNS:localhost"});
+  const std::string named = "https://localhost:" + std::to_string(*server.url().port()) + "/";
+  server.writeAuthority(folder.path() / "authority.pem");
+  ScriptedServer leading(answer("", "Location: " + named + "\r\n", "302 Found"));
+  const std::string right = server.publicKey();
+  const std::string wrong = "sha256//" + std::string(43, 'A') + "=";
+  struct Case {
+    std::map<std::string, std::vector<std::string>> pins;
+    std::string url;
+    const char* reason;  // none: the server is spoken to
+  };
+  const char* const noKey = "is not a public key";
+  const Case cases[] = {
+      {{{"localhost", {right}}}, named, nullptr},
+      {{{"LocalHost.", {wrong, right}}}, named, nullptr},
+      {{{"other.invalid", {wrong}}}, named, nullptr},
+      {{{"localhost", {wrong}}}, named, "none of those that are pinned"},
+      {{{"localhost", {wrong, wrong}}}, leading.url().absoluteString(), "none of those"},
+      {{{"localhost", {}}}, named, noKey},
+      {{{"localhost", {right, "sha256//short="}}}, named, noKey},
+      {{{"localhost", {(folder.path() / "authority.pem").string()}}}, named, noKey},
+      {{{"localhost", {right}}}, "http" + named.substr(5), "without TLS"},
+      {{{"localhost", {right}}}, "https://local%68ost/", "percent"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.pins) + " " + c.url);
+    URLSessionConfiguration configuration;
+    configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
+    configuration.pinnedPublicKeys = c.pins;
+    URLSession session(configuration);
+    const int before = server.requests();
+    const Answer received = fetch(session, URLRequest(*URL::parse(c.url)));
+    EXPECT_EQ(server.requests() - before, c.reason != nullptr ? 0 : 1);
+    if (c.reason == nullptr) continue;
+    ASSERT_EQ(received.code(), Code::secureConnectionFailed);
+    EXPECT_THAT(received.error->localizedDescription, ::testing::HasSubstr(c.reason));
+  }
+}
+
 TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
   const TemporaryFolder folder;
   ScriptedServer plain(answer("stolen"));

@@ -91,6 +91,17 @@ void TLSServer::writeAuthority(const std::filesystem::path& file) const {
   std::fclose(out);
 }
 
+std::string TLSServer::publicKey() const {
+  unsigned char* der = nullptr;
+  const int size = i2d_PUBKEY(secrets_->key.get(), &der);
+  unsigned char digest[32];
+  EVP_Digest(der, static_cast<std::size_t>(size), digest, nullptr, EVP_sha256(), nullptr);
+  OPENSSL_free(der);
+  unsigned char text[45];
+  EVP_EncodeBlock(text, digest, sizeof digest);
+  return "sha256//" + std::string(reinterpret_cast<const char*>(text));
+}
+
 void TLSServer::serve() {
   while (true) {
     const int connection = listener_.accept();

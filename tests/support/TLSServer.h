@@ -36,6 +36,8 @@ class TLSServer {
   URL url() const { return *URL::parse("https://" + listener_.origin + "/"); }
   // Writes the certificate that vouches for the server's, in PEM.
   void writeAuthority(const std::filesystem::path& file) const;
+  // The server's public key as it is pinned.
+  std::string publicKey() const;
   // How many requests came through the handshake.
   int requests() const { return requests_; }
   int connections() const { return connections_; }

@@ -16,6 +16,6 @@ bool isOfflineCopy(const HTTPURLResponse& answer, const HTTPURLResponse* inPlace
 
 // The copy that a GET of `url` ends at, whatever its freshness, by way of stored redirects as a
 // session follows them. Nothing when a redirect leads to what is not stored.
-std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URL& url);
+std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URLRequest& request);
 
 }  // namespace paperloom

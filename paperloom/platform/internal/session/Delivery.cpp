@@ -32,7 +32,7 @@ void complete(TaskCore& task, Delivery delivery) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};
   }
-  task.setOutcome(delivery.metrics, delivery.error);
+  task.setOutcome(delivery.metrics, delivery.response, delivery.error);
   if (completion) completion(delivery.data, delivery.response, delivery.error);
 }
 

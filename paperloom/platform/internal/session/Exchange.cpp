@@ -3,6 +3,7 @@
 #include <iterator>
 #include <utility>
 
+#include "paperloom/platform/internal/http/ConfigurationRules.h"
 #include "paperloom/platform/internal/http/FieldNames.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 
@@ -20,8 +21,12 @@ bool leadsOn(const StoredHop& hop) {
 
 }  // namespace
 
-Exchange::Exchange(URLRequest request, bool hasCache, StoredHops known)
-    : request_(std::move(request)), hasCache_(hasCache), known_(std::move(known)) {}
+Exchange::Exchange(URLRequest request, const URLSessionConfiguration& configuration,
+                   StoredHops known)
+    : request_(std::move(request)),
+      configuration_(configuration),
+      hasCache_(configuration.urlCache != nullptr),
+      known_(std::move(known)) {}
 
 Exchange::Step Exchange::begin(Date now) {
   if (auto refusal = refusalOf(request_)) return fail(*std::move(refusal));
@@ -49,6 +54,7 @@ bool Exchange::needsLookUp() const {
 // A stored redirect has been looked up together with what it leads to.
 bool Exchange::takeKnownHop() {
   if (known_.empty() || known_.front().request.url != request_.url) return false;
+  if (known_.front().request.headers != request_.headers) return false;  // another variant's
   stored_ = std::move(known_.front().stored);
   known_.erase(known_.begin());
   return true;
@@ -140,6 +146,7 @@ Exchange::Step Exchange::fresh(TransferResult result, Date now) {
   metrics_.age.reset();
   metrics_.fetchedAt = result.responseTime;
   if (stored_ && mayServeStaleOnError(request_, *stored_, now, result.response->statusCode)) {
+    metrics_.failedStatusCode = result.response->statusCode;
     return serveInsteadOfFailure(now);
   }
   if (hasCache_) noteEffects(result);
@@ -194,6 +201,7 @@ std::optional<URLCache::Change> Exchange::writeFor(const HTTPURLResponse& answer
 
 Exchange::Step Exchange::failed(TransferResult result, Date now) {
   if (stored_ && mayServeStaleOnError(request_, *stored_, now, std::nullopt)) {
+    metrics_.failure = std::move(result.error);
     return serveInsteadOfFailure(now);
   }
   Delivery delivery = fail(result.error.value_or(makeError(Code::unknown, "the request failed")));
@@ -227,6 +235,7 @@ std::optional<Exchange::Step> Exchange::follow(const HTTPURLResponse& answer, Da
     return fail(makeError(Code::httpTooManyRedirects, "too many redirects"));
   }
   request_ = *std::move(target->request);
+  addDefaultFields(request_, configuration_);
   stored_.reset();
   plan_ = CachePlan();
   validationFailed_ = false;

@@ -17,8 +17,9 @@ namespace paperloom::internal {
 // does the looking up and the sending.
 class Exchange {
  public:
-  // `hasCache`: whether there is one to look into. `known`: what it holds, as far as that is known.
-  Exchange(URLRequest request, bool hasCache, StoredHops known = {});
+  // `configuration`, which outlives it, says whether there is a cache to look into and what the
+  // requests of later hops are sent with. `known`: what the cache holds, as far as that is known.
+  Exchange(URLRequest request, const URLSessionConfiguration& configuration, StoredHops known = {});
 
   // The request of the current hop, without the conditions of a validation.
   const URLRequest& request() const { return request_; }
@@ -64,6 +65,7 @@ class Exchange {
   Delivery deliver(HTTPURLResponse response, Data data);
 
   URLRequest request_;
+  const URLSessionConfiguration& configuration_;
   const bool hasCache_;
   StoredHops known_;  // of the hops to come
   std::optional<CachedURLResponse> storedBefore_;

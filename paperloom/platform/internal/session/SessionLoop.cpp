@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "paperloom/platform/internal/base/WorkPool.h"
+#include "paperloom/platform/internal/http/ConfigurationRules.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom::internal {
@@ -56,7 +57,7 @@ void SessionLoop::end(std::vector<Posted> unsent) {
 
 void SessionLoop::obey(Posted posted) {
   if (posted.command == Command::start) {
-    Exchange exchange(posted.task->request, cache_ != nullptr);
+    Exchange exchange(posted.task->request, configuration_);
     return start(std::move(posted.task), std::move(exchange), false);
   }
   const auto known = entries_.find(posted.task.get());
@@ -93,7 +94,7 @@ void SessionLoop::startRefresh(Refresh refresh, const TaskCore& origin) {
   task->priority = URLSessionTask::lowPriority;
   StoredHops known;
   known.push_back({refresh.request, std::move(refresh.stored)});
-  Exchange exchange(std::move(refresh.request), true, std::move(known));
+  Exchange exchange(std::move(refresh.request), configuration_, std::move(known));
   start(std::move(task), std::move(exchange), true);
 }
 
@@ -112,6 +113,11 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
                           });
   }
   auto request = std::get<URLRequest>(std::move(step));
+  if (auto refusal = refusalOf(request, configuration_)) {
+    TransferResult unsent;
+    unsent.error = std::move(refusal);
+    return advance(entry, entry.exchange.received(std::move(unsent), currentDate()));
+  }
   const std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) {
     entry.host = host;

@@ -30,9 +30,16 @@ class TaskCore {
     const MutexLock lock(mutex_);
     return error_;
   }
-  void setOutcome(const URLSessionTaskMetrics& metrics, const std::optional<URLError>& error) {
+  std::optional<HTTPURLResponse> response() const {
+    const MutexLock lock(mutex_);
+    return response_;
+  }
+  void setOutcome(const URLSessionTaskMetrics& metrics,
+                  const std::optional<HTTPURLResponse>& response,
+                  const std::optional<URLError>& error) {
     const MutexLock lock(mutex_);
     metrics_ = metrics;
+    response_ = response;
     error_ = error;
   }
 
@@ -61,6 +68,7 @@ class TaskCore {
  private:
   mutable Mutex mutex_;
   URLSessionTaskMetrics metrics_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::optional<HTTPURLResponse> response_ PAPERLOOM_GUARDED_BY(mutex_);
   std::optional<URLError> error_ PAPERLOOM_GUARDED_BY(mutex_);
   std::optional<CachedURLResponse> stored_ PAPERLOOM_GUARDED_BY(mutex_);
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "paperloom/platform/internal/http/ConfigurationRules.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 #include "paperloom/platform/internal/session/TransferErrors.h"
 #include "paperloom/platform/internal/session/UnaskedInput.h"
@@ -51,6 +52,9 @@ Transfer::Transfer(EasyHandle handle, CurlLoop& loop, URLRequest request, Connec
   // What cannot be sent again must not meet a connection that its server is about to close.
   const bool isFresh = connection == Connection::fresh || !isRepeatable(request_);
   handle_.set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
+  if (const auto keys = keysPinnedFor(request_.url, configuration_)) {
+    handle_.set(CURLOPT_PINNEDPUBLICKEY, keys->c_str());
+  }
   setMethod();
   setFields();
   setCallbacks();

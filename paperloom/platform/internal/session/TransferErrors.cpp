@@ -37,6 +37,7 @@ Code urlErrorCode(CURLcode code) {
     case CURLE_SSL_INVALIDCERTSTATUS:
     case CURLE_SSL_ENGINE_INITFAILED:
     case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
       return Code::secureConnectionFailed;
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer that is not HTTP
@@ -80,6 +81,9 @@ const char* certificateFault(long verification) {
 }
 
 std::string reasonForNoSecurity(CURLcode code, CURL* handle) {
+  if (code == CURLE_SSL_PINNEDPUBKEYNOTMATCH) {
+    return "the server's public key is none of those that are pinned for its host";
+  }
   const std::string_view library = curl_version_info(CURLVERSION_NOW)->ssl_version;
   if (code != CURLE_PEER_FAILED_VERIFICATION || !library.starts_with("OpenSSL")) {
     return curl_easy_strerror(code);

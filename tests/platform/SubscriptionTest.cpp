@@ -1,0 +1,91 @@
+#include "paperloom/platform/Subscription.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "paperloom/network/RequestCallback.h"
+#include "paperloom/platform/DispatchQueue.h"
+#include "tests/support/Wait.h"
+
+namespace paperloom::test {
+namespace {
+
+TEST(Subscriptions, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin) {
+  std::promise<void> begun;
+  std::promise<void> mayEnd;
+  std::atomic<bool> ended = false;
+  int calls = 0;
+  auto owner = std::make_unique<Subscription>();
+  const auto callback = (*owner)([&] {
+    ++calls;
+    begun.set_value();
+    mayEnd.get_future().wait();
+    ended = true;
+  });
+  std::thread runner([&] { callback(); });
+  await(begun.get_future());
+  std::thread ender([&] {
+    owner.reset();
+    EXPECT_TRUE(ended);
+  });
+  // The end has begun when nothing new gets in.
+  const auto token = callback.owner();
+  EXPECT_TRUE(pumpUntil([&] { return !token->isActive(); }));
+  callback();
+  mayEnd.set_value();
+  runner.join();
+  ender.join();
+  callback();
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(Subscriptions, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
+  auto owner = std::make_unique<Subscription>();
+  std::atomic<int> inside = 0;
+  const auto callback = (*owner)([&] {
+    ++inside;
+    while (inside < 2) std::this_thread::yield();
+    owner->cancel();
+  });
+  std::thread one(callback);
+  std::thread other(callback);
+  one.join();
+  other.join();
+  auto second = std::make_unique<Subscription>();
+  const auto ending = (*second)([&] { second.reset(); });
+  ending();
+  EXPECT_EQ(second, nullptr);
+}
+
+TEST(Subscriptions, ownCallbacksOfEveryShapeAndEmptyOnes) {
+  const Subscription owner;
+  int heard = 0;
+  const FailureCallback callbacks[] = {
+      owner([&](const PaperloomError&) { ++heard; }),
+      owner([&](auto, const Provenance& from) { heard += from.statusCode.value_or(0); }),
+      owner(std::function<void(PaperloomError)>()), nullptr};
+  for (const FailureCallback& callback : callbacks) {
+    callback(PaperloomError::networkError(""), {.statusCode = 10});
+  }
+  EXPECT_EQ(heard, 11);
+}
+
+TEST(CallbackDeathTests, whatLeavesAHostsFunctionEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_DEATH(
+      {
+        DispatchQueue::main().async([] { throw 1; });
+        try {
+          DispatchQueue::main().runPending();
+        } catch (int) {
+          std::exit(0);
+        }
+      },
+      "terminate");
+}
+
+}  // namespace
+}  // namespace paperloom::test
