@@ -84,54 +84,6 @@ TEST_F(URLCacheTest, changesThatAreAppliedTogetherHappenInTheirOrder) {
   }
 }
 
-TEST_F(URLCacheTest, ofTheVariantsTheOneThatFitsIsChosen) {
-  const struct {
-    const char* vary;
-    HTTPHeaders storedFor, askedWith;
-    bool fits;
-  } cases[] = {
-      {"", {{"A", "1"}}, {{"A", "2"}}, true},
-      {"A", {{"A", "1"}}, {{"A", "1"}}, true},
-      {"A", {{"A", "1"}}, {{"A", "2"}}, false},
-      {"A", {{"A", "1"}}, {}, false},
-      {"A", {{"A", ""}}, {}, false},
-      {"A", {}, {}, true},
-      {"A", {{"B", "1"}}, {{"B", "2"}}, true},
-      {"*", {}, {}, true},
-      {"A, *", {{"A", "1"}}, {{"A", "2"}}, true},
-      {"*", {{"Authorization", "mine"}}, {{"Authorization", "yours"}}, false},
-      {"a , b", {{"B", "2"}, {"A", "1"}}, {{"a", "1"}, {"b", "2"}}, true},
-      {"A", {{"A", "1,2"}}, {{"A", " 1 ,  2 "}}, true},
-      {"A", {{"A", "1, 2"}}, {{"A", "1"}, {"a", "2"}}, true},
-      {"A", {{"A", "1, 2"}}, {{"A", "2, 1"}}, false},
-      {"A", {{"A", "x"}}, {{"A", "X"}}, false},
-      {"A", {{"A", "\"1,2\""}}, {{"A", "\"1, 2\""}}, false},
-      {"A, B", {{"A", "12"}, {"B", "3"}}, {{"A", "1"}, {"B", "23"}}, false},
-      {"A, B", {{"A", "1"}}, {{"B", "1"}}, false},
-      {"Accept-Language",
-       {{"Accept-Language", "de, en;q=0.5"}},
-       {{"Accept-Language", "EN; q=0.5,DE"}},
-       true},
-      {"Accept-Language", {{"Accept-Language", "de"}}, {{"Accept-Language", "en"}}, false},
-      {"", {{"Authorization", "mine"}}, {{"authorization", "mine"}}, true},
-      {"", {{"Authorization", "mine"}}, {{"Authorization", "yours"}}, false},
-      {"", {{"Authorization", "mine"}}, {}, false},
-      {"", {}, {{"Authorization", "mine"}}, true},
-  };
-  int number = 0;
-  for (const auto& each : cases) {
-    const std::string url = "http://host/" + std::to_string(number++);
-    SCOPED_TRACE(testing::Message() << number << " " << each.vary);
-    URLCache memory;
-    URLCache disk(0, megabyte, path_);
-    for (URLCache* cache : {&memory, &disk}) {
-      cache->storeCachedResponse(answer("body", {{"Vary", each.vary}}),
-                                 request(url, each.storedFor));
-      EXPECT_EQ(bodyOf(*cache, url, each.askedWith), each.fits ? "body" : "(none)");
-    }
-  }
-}
-
 TEST_F(URLCacheTest, aStoredAnswerReplacesTheVariantsThatItsRequestFits) {
   URLCache memory;
   URLCache disk(0, 10 * megabyte, path_);
