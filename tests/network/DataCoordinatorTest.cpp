@@ -213,7 +213,10 @@ TEST_F(DataCoordinatorTests, imagesAnswerOnTheMainQueue) {
 
 TEST_F(DataCoordinatorTests, offlineStreamIsAnsweredBeforeTheCallReturns) {
   std::shared_ptr<const StreamProtocol> offline;
-  coordinator.requestOfflineStream([&](auto stream) { offline = std::move(stream); });
+  coordinator.requestOfflineStream([&](auto stream, const Provenance& provenance) {
+    offline = std::move(stream);
+    EXPECT_EQ(provenance.source, Provenance::Source::library);
+  });
   ASSERT_TRUE(offline);
   EXPECT_EQ(offline->sections().size(), 3U);
   EXPECT_FALSE(offline->sponsoredArticles().empty());
@@ -242,15 +245,15 @@ class CacheWarmerTests : public DataCoordinatorTests {
 
 TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator) {
   misbehave("silent=/config");
-  std::promise<bool> cancelled;
-  coordinator.cacheWarmerDataCoordinator()->saveToCache(
-      at("/config"), false, [&](CacheWarmerRequestResult result) {
-        cancelled.set_value(coordinator.baseURL() &&
-                            std::holds_alternative<cachewarmer::NetworkError>(result));
-      });
-  warmer.reset();
-  coordinator.setCacheWarmerDataCoordinator(nullptr);
-  EXPECT_TRUE(test::await(cancelled.get_future()));
+  const bool cancelled = test::captured<bool>([&](auto done) {
+    coordinator.cacheWarmerDataCoordinator()->saveToCache(
+        at("/config"), false, [&, done](CacheWarmerRequestResult result) {
+          done(coordinator.baseURL() && std::holds_alternative<cachewarmer::NetworkError>(result));
+        });
+    warmer.reset();
+    coordinator.setCacheWarmerDataCoordinator(nullptr);
+  });
+  EXPECT_TRUE(cancelled);
   EXPECT_TRUE(coordinator.cacheWarmerDataCoordinator());
 }
 
