@@ -218,6 +218,7 @@ TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
     EXPECT_EQ(fetch(session, URLRequest(server.url("/before"))).body(), "x");
     const Answer received = fetch(session, URLRequest(server.url()));
     EXPECT_EQ(received.code(), c.error);
+    EXPECT_EQ(received.errorText(), c.error ? "the request timed out" : "no error");
     EXPECT_EQ(received.status(), c.status);
     EXPECT_EQ(received.data.has_value(), !c.error);
     // A connection that has gone silent is given up.

@@ -60,7 +60,7 @@ void expectAll(const std::vector<Case>& cases, URLSessionConfiguration configura
     request.method = method;
     const Answer answer = fetch(session, request);
     EXPECT_EQ(c.status < 0 ? c.status : answer.status(), c.status);
-    EXPECT_EQ(answer.code(), c.error) << (answer.error ? answer.error->localizedDescription : "");
+    EXPECT_EQ(answer.code(), c.error) << answer.errorText();
     EXPECT_EQ(answer.body(), c.body);
   }
 }
@@ -251,6 +251,33 @@ TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
       good("a coding not known here", coded("br", "abc"), "abc"),
       {"two codings", coded("gzip, gzip", gzipped(gzip)), 200, broken},
   });
+}
+
+TEST(Framing, aFailureSaysWhatWasWrong) {
+  const std::string chunked = "Transfer-Encoding: chunked\r\n";
+  const std::string gzip = "Content-Encoding: gzip\r\n";
+  const std::pair<const char*, std::string> rows[] = {
+      {"the network connection was lost", ""},
+      {"the server's answer is not valid HTTP", "SSH-2.0-OpenSSH_9.2\r\n"},
+      {"the server's header is malformed", head("Bad name: x\r\n")},
+      {"the server's header is too large", head("X: " + std::string(70'000, 'v') + "\r\n")},
+      {"the server's answer has no unambiguous length", head("Content-Length: 3, 4\r\n")},
+      {"the server's answer has malformed chunks", head(chunked) + "x\r\n"},
+      {"the server's answer is too large", head("Content-Length: 99\r\n")},
+      {"the server's answer is too large", head("") + "abcd"},
+      {"the server's answer cannot be decoded", withLength(gzip, "abc")},
+      {"the server's answer cannot be decoded to its end",
+       withLength(gzip, std::string_view(gzipped("abc")).substr(0, 12))},
+      {"the server used more than one content coding",
+       withLength("Content-Encoding: a, b\r\n", "")},
+  };
+  URLSessionConfiguration configuration;
+  configuration.maximumBodySize = 3;
+  URLSession session(configuration);
+  for (const auto& [text, bytes] : rows) {
+    ScriptedServer server({send(bytes), closeConnection()});
+    EXPECT_EQ(fetch(session, URLRequest(server.url())).errorText(), text);
+  }
 }
 
 TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {

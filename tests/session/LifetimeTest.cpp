@@ -36,6 +36,7 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
   running.task->cancel();
   const Answer received = running.get();
   EXPECT_EQ(received.code(), Code::cancelled);
+  EXPECT_EQ(received.errorText(), "cancelled");
   EXPECT_FALSE(received.response || received.data);
   EXPECT_EQ(running.task->state(), URLSessionTask::State::completed);
 
@@ -227,9 +228,12 @@ TEST(Lifetime, whatCannotBeReachedFailsWithoutAnAnswer) {
     closed = server.url();
   }
   URLSession session({});
-  EXPECT_EQ(fetch(session, URLRequest(*closed)).code(), Code::cannotConnectToHost);
-  EXPECT_EQ(fetch(session, URLRequest(*URL::parse("http://name.invalid/"))).code(),
-            Code::cannotFindHost);
+  const Answer refused = fetch(session, URLRequest(*closed));
+  EXPECT_EQ(refused.code(), Code::cannotConnectToHost);
+  EXPECT_EQ(refused.errorText(), "could not connect to the server");
+  const Answer unknown = fetch(session, URLRequest(*URL::parse("http://name.invalid/")));
+  EXPECT_EQ(unknown.code(), Code::cannotFindHost);
+  EXPECT_EQ(unknown.errorText(), "the server could not be found");
 }
 
 }  // namespace

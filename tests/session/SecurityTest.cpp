@@ -136,7 +136,9 @@ TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
   URLSessionConfiguration configuration;
   configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
   URLSession session(configuration);
-  EXPECT_EQ(fetch(session, URLRequest(server.url())).code(), Code::redirectRefused);
+  const Answer refused = fetch(session, URLRequest(server.url()));
+  EXPECT_EQ(refused.code(), Code::redirectRefused);
+  EXPECT_EQ(refused.errorText(), "the server redirected from https to http");
   EXPECT_EQ(plain.connections(), 0);
 }
 

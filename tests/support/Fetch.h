@@ -22,6 +22,7 @@ struct Answer {
   std::optional<URLError::Code> code() const {
     return error ? std::optional(error->code) : std::nullopt;
   }
+  std::string errorText() const { return error ? error->localizedDescription : "no error"; }
 };
 
 // A task that has been started and its answer to come.
