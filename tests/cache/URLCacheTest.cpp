@@ -128,28 +128,38 @@ TEST_F(URLCacheTest, aVaryingSecretIsNowhereInTheFile) {
 
 TEST_F(URLCacheTest, theLeastRecentlyUsedGoFirstInMemoryAndOnDisk) {
   const auto url = [](int i) { return "http://host/" + std::to_string(i); };
+  const auto store = [&](URLCache& cache, int from, int to) {
+    for (int i = from; i < to; ++i) {
+      cache.storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
+    }
+  };
   {
     URLCache memory(megabyte, 0, "");
-    URLCache disk(0, megabyte, path_);
-    for (URLCache* cache : {&memory, &disk}) {
-      for (int i = 0; i < 40; ++i) {
-        cache->storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
-      }
-      for (int i = 0; i < 10; ++i) EXPECT_NE(bodyOf(*cache, url(i)), "(none)");
-      EXPECT_EQ(cache->entries().size(), 40U);
+    URLCache tiers(megabyte, megabyte, path_);
+    const URLCache disk(0, megabyte, path_);
+    for (URLCache* cache : {&memory, &tiers}) store(*cache, 0, 40);
+    for (int i = 0; i < 10; ++i) {
+      EXPECT_NE(bodyOf(memory, url(i)), "(none)");
+      EXPECT_NE(bodyOf(i < 5 ? tiers : disk, url(i)), "(none)");
+    }
+    EXPECT_EQ(tiers.statistics().memoryHits * 10 + disk.statistics().diskHits, 55);
+    EXPECT_EQ(tiers.entries().size(), 40U);
+    store(memory, 40, 60);
+    for (int i = 0; i < 60; ++i) {
+      EXPECT_EQ(bodyOf(memory, url(i)) != "(none)", i < 10 || i > 28) << i;
     }
   }
   // The uses outlive the process.
   URLCache both(megabyte, megabyte, path_);
-  for (int i = 40; i < 60; ++i) {
-    both.storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
-  }
+  store(both, 40, 60);
   for (int i = 0; i < 60; ++i) {
     if (i >= 28 && i < 40) continue;  // how many of these go depends on the pages
     const bool kept = i < 10 || i >= 40;
     EXPECT_EQ(bodyOf(both, url(i)), kept ? bodyFor(url(i), 0, 25'000) : "(none)") << i;
   }
   EXPECT_GT(both.currentDiskUsage(), megabyte * 9 / 10);
+  constexpr std::int64_t less = megabyte * 3 / 4;
+  EXPECT_LE(URLCache(0, less, path_).currentDiskUsage(), less);
   both.setDiskCapacity(megabyte / 2);
   both.setMemoryCapacity(megabyte / 2);
   EXPECT_LE(both.currentDiskUsage(), megabyte / 2);
@@ -159,6 +169,32 @@ TEST_F(URLCacheTest, theLeastRecentlyUsedGoFirstInMemoryAndOnDisk) {
   both.setDiskCapacity(0);
   both.setMemoryCapacity(0);
   EXPECT_TRUE(both.entries().empty());
+}
+
+TEST_F(URLCacheTest,
+       whatItHoldsIsListedMostRecentlyUsedFirstAndSmallAnswersFillNoMoreThanTheirShare) {
+  URLCache memory;
+  URLCache disk(0, megabyte / 5, path_);
+  for (URLCache* cache : {&memory, &disk}) {
+    for (const char* name : {"a", "b", "c"}) {
+      cache->storeCachedResponse(answer("body", {{"ETag", name}}),
+                                 request(std::string("http://host/") + name));
+    }
+    bodyOf(*cache, "http://host/a");
+    std::string order;
+    for (const auto& entry : cache->entries()) {
+      order += entry.response.response.headers.first("ETag").value_or("?");
+      EXPECT_EQ(entry.onDisk, cache == &disk);
+      EXPECT_TRUE(entry.response.data.empty());
+      EXPECT_GT(entry.size, 30);
+    }
+    EXPECT_EQ(order, "acb");
+  }
+  // Most of a page's bytes are SQLite's own then.
+  for (int i = 0; i < 3000; ++i) {
+    disk.storeCachedResponse(answer(""), request("http://h/" + std::to_string(i)));
+  }
+  EXPECT_LE(std::filesystem::file_size(disk.diskFile()), megabyte / 5 * 3 / 2);
 }
 
 TEST_F(URLCacheTest, anAnswerAboveATwentiethOfTheCapacityEvictsNothing) {
