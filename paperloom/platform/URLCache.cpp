@@ -35,13 +35,17 @@ std::optional<CachedURLResponse> URLCache::cachedResponseThroughRedirects(
 
 void URLCache::storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) {
   store_->apply({{request, response}});
+  store_->settle();
 }
 
 void URLCache::removeCachedResponse(const URLRequest& request) {
   store_->apply({{request, std::nullopt}});
+  store_->settle();
 }
 
-void URLCache::apply(const std::vector<Change>& changes) { store_->apply(changes); }
+void URLCache::apply(std::vector<Change> changes) { store_->apply(std::move(changes)); }
+
+void URLCache::settle() { store_->settle(); }
 
 void URLCache::removeAllCachedResponses() { store_->removeAll(); }
 

@@ -70,7 +70,12 @@ class PAPERLOOM_EXPORT URLCache {
     URLRequest request;
     std::optional<CachedURLResponse> response;
   };
-  void apply(const std::vector<Change>& changes);
+  void apply(std::vector<Change> changes);
+  // Does what apply() leaves for a quiet moment, as storeCachedResponse() and
+  // removeCachedResponse() do themselves: what was written to the file's log goes into the file once
+  // it is much. May take as long as the disk needs; looking up and storing go on beside it. Without
+  // it apply() sees to that when it can be put off no longer.
+  void settle();
   // Leaves nothing behind in memory, in the file, its log or its free pages.
   void removeAllCachedResponses();
 

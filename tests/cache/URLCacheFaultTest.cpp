@@ -154,6 +154,34 @@ TEST_F(URLCacheFaultTest, whatMustBeThereIsThereWhateverFails) {
   EXPECT_GT(met, 20);
 }
 
+// More in one transaction than SQLite's own cache holds: its pages go to the log before it ends,
+// some of them more than once.
+TEST_F(URLCacheFaultTest, aLargeTransactionIsWhollyInTheLogOrNotAtAll) {
+  const auto file = folder_.path() / "large.sqlite";
+  const auto left = folder_.path() / "left.sqlite";
+  auto writer = internal::SQLiteDatabase::open(file, {});
+  ASSERT_TRUE(writer && writer->execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
+                                        "PRAGMA cache_size=10; CREATE TABLE t(x, y)"));
+  auto other = internal::SQLiteDatabase::open(file, {});
+  const char* const fill =
+      "BEGIN; WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM n WHERE x < 500) "
+      "INSERT INTO t SELECT x, zeroblob(900) FROM n";
+  ASSERT_TRUE(writer->execute(fill) && writer->execute("UPDATE t SET y = randomblob(900); COMMIT"));
+  EXPECT_EQ(other->integer("SELECT count(*) FROM t"), 500);
+  // As a kill would leave them.
+  std::filesystem::copy_file(file, left);
+  std::filesystem::copy_file(file.string() + "-wal", left.string() + "-wal");
+  EXPECT_EQ(internal::SQLiteDatabase::open(left, {})->integer("SELECT count(*) FROM t"), 500);
+  ASSERT_TRUE(writer->execute("BEGIN; INSERT INTO t VALUES(0, randomblob(200000)); ROLLBACK"));
+  ASSERT_TRUE(other->execute("INSERT INTO t VALUES(0, zeroblob(100000))"));
+  *writer = {};
+  auto late = internal::SQLiteDatabase::open(file, {});
+  EXPECT_EQ(late->integer("SELECT count(*) FROM t"), 501);
+  auto check = late->prepare("PRAGMA integrity_check");
+  ASSERT_TRUE(check && check->step());
+  EXPECT_EQ(check->text(0), "ok");
+}
+
 TEST_F(URLCacheFaultTest, locksThatTheSystemRefusesHoldNobodyUpForLong) {
   URLCache cache(0, capacity, path_);
   store(cache, 1, 1);

@@ -74,6 +74,7 @@ bool CacheConnection::write(Deadline deadline, Room room, const CacheKey* key, c
     const SQLiteStatus done = transact(key, work);
     if (done) {
       lockedOut_ = false;
+      isUnsettled_ = writer_->logIsOverLimit();
       if (writer_->needsScrub() && Clock::now() >= nextScrub_) scrub(Clock::now());
       return true;
     }
@@ -146,6 +147,18 @@ void CacheConnection::scrub(Deadline deadline) {
 
 void CacheConnection::scrubIfSparse(Deadline deadline) {
   if (!writer_->logIsLong() && writer_->isSparse().value_or(false)) scrub(deadline);
+}
+
+// On a connection of its own, beside which the others go on.
+void CacheConnection::settle() {
+  if (!isUnsettled_ || !settling_.try_lock()) return;
+  if (Clock::now() >= nextSettling_) {
+    isUnsettled_ = false;
+    auto database = connectCacheFile(file_, Clock::now());
+    if (database) static_cast<void>(database->checkpoint(SQLiteDatabase::Checkpoint::passive));
+    nextSettling_ = Clock::now() + pause;
+  }
+  settling_.unlock();
 }
 
 bool CacheConnection::read(Deadline deadline, const Read& work) {

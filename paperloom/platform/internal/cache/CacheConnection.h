@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/base/TimedGate.h"
 #include "paperloom/platform/internal/cache/CacheLedger.h"
 #include "paperloom/platform/internal/cache/CacheReader.h"
@@ -52,6 +53,10 @@ class CacheConnection {
   void scrub(Deadline deadline);
   void scrubIfSparse(Deadline deadline);
 
+  // Brings the log into the file if it is longer than it should be. Takes as long as the disk does,
+  // but holds up nobody who reads or writes meanwhile.
+  void settle();
+
   bool read(Deadline deadline, const Read& work);
   // A connection of its own, for what takes long.
   SQLiteResult<CacheReader> anotherReader(Deadline deadline);
@@ -80,6 +85,9 @@ class CacheConnection {
   CacheLedger& ledger_;
   std::atomic<bool> lockedOut_ = false;
   std::atomic<bool> readLockedOut_ = false;
+  std::atomic<bool> isUnsettled_ = false;
+  Mutex settling_;
+  Clock::time_point nextSettling_ PAPERLOOM_GUARDED_BY(settling_){};
 
   TimedGate writeGate_;
   std::optional<CacheWriter> writer_;

@@ -26,13 +26,18 @@ constexpr std::array<SchemaObject, 4> schema{{
 }};
 constexpr SQLiteFormat format{.application = 0x504C4343, .version = 2, .schema = schema};
 
-SQLiteStatus configure(SQLiteDatabase& database) {
-  static_assert(cachePageSize == 2048);
+// A new file has nothing to lose in a power cut: made without syncs, it is damaged then, and is made
+// again.
+SQLiteStatus configure(SQLiteDatabase& database, Examined examined) {
+  const bool isNew = examined == Examined::empty;
+  if (isNew) TRY(database.execute("PRAGMA page_size=2048; PRAGMA synchronous=OFF"));
+  TRY(database.execute("PRAGMA journal_mode=WAL"));
+  if (isNew) TRY(establish(database, format, "INSERT INTO state VALUES(1, 0, 1, 0, 0, 0)"));
   // Some builds of SQLite overwrite what is removed, which costs as much as storing it. Here only
   // the clearing of everything promises to leave nothing behind, and sees to that itself.
   return database.execute(
-      "PRAGMA page_size=2048; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
-      "PRAGMA secure_delete=OFF; PRAGMA temp_store=MEMORY; PRAGMA cache_size=-2048");
+      "PRAGMA synchronous=NORMAL; PRAGMA secure_delete=OFF; PRAGMA temp_store=MEMORY;"
+      "PRAGMA cache_size=-2048");
 }
 
 // Without reading a page, so that every connection judges every page alike.
@@ -57,10 +62,7 @@ SQLiteResult<SQLiteDatabase> tryOpen(const std::filesystem::path& file, Deadline
     TRY(database.resetFile());
     examined = Examined::empty;
   }
-  TRY(configure(database));
-  if (examined == Examined::empty) {
-    TRY(establish(database, format, "INSERT INTO state VALUES(1, 0, 1, 0, 0, 0)"));
-  }
+  TRY(configure(database, examined));
   return database;
 }
 

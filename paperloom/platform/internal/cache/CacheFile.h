@@ -7,8 +7,6 @@
 // The cache's file: its tables (docs/cache-format.md) and how it is opened.
 namespace paperloom::internal {
 
-constexpr int cachePageSize = 2048;
-
 enum class CacheContents {
   keep,
   discard,  // they are proven to be damaged

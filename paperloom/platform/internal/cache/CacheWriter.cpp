@@ -23,11 +23,12 @@ std::int64_t largestFile(std::int64_t capacity) { return capacity + capacity / 1
 
 tl::unexpected<SQLiteError> corrupt() { return tl::unexpected(SQLiteError::corrupt()); }
 
+constexpr std::int64_t leastLogLimit = 65536;
 // In bytes. The log counts as well when there is little room for it.
 std::int64_t logLimit(std::int64_t capacity) {
-  return std::clamp<std::int64_t>(capacity / 20, 65536, 4194304);
+  return std::clamp<std::int64_t>(capacity / 20, leastLogLimit, 8388608);
 }
-// Multiples of it, while the log cannot be started anew.
+// Multiples of it.
 constexpr int longLog = 4;
 constexpr int tooLongLog = 16;
 
@@ -85,6 +86,9 @@ SQLiteResult<CacheWriter> CacheWriter::open(const std::filesystem::path& file,
                                             CacheContents contents, std::int64_t name) {
   SQLiteDatabase database = TRY(openCacheFile(file, deadline, contents));
   CacheWriter writer(std::move(database), name);
+  writer.pageSize_ = TRY(writer.sql_->database.integer("PRAGMA page_size"));
+  if (writer.pageSize_ < 512) return corrupt();
+  writer.logLimit_ = leastLogLimit / writer.pageSize_;
   const auto counted = writer.countAnew();
   if (counted) return writer;
   writer.rollback();
@@ -134,12 +138,7 @@ SQLiteStatus CacheWriter::commit() {
     state_.changes = static_cast<std::int64_t>(static_cast<std::uint64_t>(state_.changes) + 1);
   }
   TRY(writeState());
-  TRY(sql_->commit());
-  // A log that cannot be brought into the file now is brought there later.
-  if (sql_->database.logPages() > logLimit_) {
-    static_cast<void>(sql_->database.checkpoint(SQLiteDatabase::Checkpoint::passive));
-  }
-  return {};
+  return sql_->commit();
 }
 
 SQLiteStatus CacheWriter::writeState() {
@@ -152,8 +151,9 @@ void CacheWriter::rollback() { static_cast<void>(sql_->rollback()); }
 SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& request,
                                               const CacheEntry& entry, std::int64_t capacity) {
   TRY(limitLog(capacity));
-  TRY(removeMatching(key, request));
-  const std::int64_t id = TRY(freeId(key));
+  const Variants variants = TRY(variantsOf(key, &request));
+  TRY(removeEach(variants.fitting));
+  const std::int64_t id = TRY(freeId(key, variants));
   const std::string head = encodeHead(key, entry.vary, entry.response);
   const auto sum = static_cast<std::int64_t>(checksum(head, static_cast<std::uint64_t>(id)));
   TRY(sql_->insertAnswer(id, sum, SQLiteBlob{head}, SQLiteBlob{entry.response.data.view()}));
@@ -168,13 +168,13 @@ SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& 
 }
 
 SQLiteStatus CacheWriter::removeMatching(const CacheKey& key, VaryMatcher& request) {
-  const auto ids = TRY(matching(key, &request));
-  return removeEach(ids);
+  const Variants variants = TRY(variantsOf(key, &request));
+  return removeEach(variants.fitting);
 }
 
 SQLiteStatus CacheWriter::remove(const CacheKey& key) {
-  const auto ids = TRY(matching(key, nullptr));
-  return removeEach(ids);
+  const Variants variants = TRY(variantsOf(key, nullptr));
+  return removeEach(variants.fitting);
 }
 
 SQLiteStatus CacheWriter::removeEach(const std::vector<std::int64_t>& ids) {
@@ -239,6 +239,8 @@ SQLiteStatus CacheWriter::removeAll() {
   return {};
 }
 
+bool CacheWriter::logIsOverLimit() const { return sql_->database.logPages() > logLimit_; }
+
 bool CacheWriter::logIsLong() const { return sql_->database.logPages() > longLog * logLimit_; }
 
 bool CacheWriter::shortenLog(SQLiteDatabase::Deadline deadline) {
@@ -301,11 +303,11 @@ SQLiteStatus CacheWriter::recount() {
   return {};
 }
 
-// A row id for one more variant; when all are taken, the least recently used one makes room.
-SQLiteResult<std::int64_t> CacheWriter::freeId(const CacheKey& key) {
+// A row id for one more variant, once those that fit are gone; when all are taken, the least recently used one makes room.
+SQLiteResult<std::int64_t> CacheWriter::freeId(const CacheKey& key, const Variants& variants) {
+  if (!variants.fitting.empty()) return variants.fitting.front();
   std::int64_t id = key.firstId;
-  TRY(sql_->variants.forEach([&](std::int64_t taken, SQLiteBlob) { id += taken == id ? 1 : 0; },
-                             key.firstId, key.lastId()));
+  for (const std::int64_t taken : variants.others) id += taken == id ? 1 : 0;
   if (id <= key.lastId()) return id;
   const auto oldest = TRY(sql_->oldestOf(key.firstId, key.lastId()));
   if (!oldest) return corrupt();
@@ -313,20 +315,19 @@ SQLiteResult<std::int64_t> CacheWriter::freeId(const CacheKey& key) {
   return std::get<0>(*oldest);
 }
 
-// The rows of the URL that fit the request, or all of them without one. What cannot be read counts
-// as the URL's.
-SQLiteResult<std::vector<std::int64_t>> CacheWriter::matching(const CacheKey& key,
-                                                              VaryMatcher* request) {
-  std::vector<std::int64_t> ids;
+// Without a request all of the URL's rows fit. What cannot be read counts as the URL's and fits.
+SQLiteResult<CacheWriter::Variants> CacheWriter::variantsOf(const CacheKey& key,
+                                                            VaryMatcher* request) {
+  Variants variants;
   const auto look = [&](std::int64_t id, SQLiteBlob bytes) {
     const auto head = CacheHead::parse(bytes.bytes);
     const bool fits =
         !head || (head->url == key.url &&
                   (request == nullptr || request->matches(head->varyNames, head->varyDigest)));
-    if (fits) ids.push_back(id);
+    (fits ? variants.fitting : variants.others).push_back(id);
   };
   TRY(sql_->variants.forEach(look, key.firstId, key.lastId()));
-  return ids;
+  return variants;
 }
 
 // Whether there was something to remove. Only damage leaves one row of a pair without the other.
@@ -346,13 +347,13 @@ SQLiteResult<bool> CacheWriter::isOver(std::int64_t capacity) {
   const auto pages = TRY(sql_->pages());
   const auto unused = TRY(sql_->unusedPages());
   if (!pages || !unused) return corrupt();
-  return (std::get<0>(*pages) - std::get<0>(*unused)) * cachePageSize > largestFile(capacity);
+  return (std::get<0>(*pages) - std::get<0>(*unused)) * pageSize_ > largestFile(capacity);
 }
 
 SQLiteStatus CacheWriter::limitLog(std::int64_t capacity) {
   if (capacity == logCapacity_) return {};
   const std::int64_t bytes = logLimit(capacity);
-  logLimit_ = static_cast<int>(bytes / cachePageSize);
+  logLimit_ = bytes / pageSize_;
   logCapacity_ = capacity;
   return sql_->database.execute(("PRAGMA journal_size_limit=" + std::to_string(bytes)).c_str());
 }

@@ -59,7 +59,10 @@ class CacheWriter {
   // Removes every entry and asks for scrub().
   SQLiteStatus removeAll();
 
-  // Whether the log has grown to a small multiple of its limit.
+  // Whether the log is longer than its limit, and ought to be brought into the file in a moment in
+  // which nobody waits.
+  bool logIsOverLimit() const;
+  // Whether it has grown to a small multiple of its limit, and has to be.
   bool logIsLong() const;
   // Outside a transaction: brings what it can of the log into the file, and says whether the log
   // may grow. It may not while somebody who reads an old state of the file keeps too much of it;
@@ -83,13 +86,19 @@ class CacheWriter {
     std::int64_t scrub = 0;
   };
 
+  // The ids of a URL's rows.
+  struct Variants {
+    std::vector<std::int64_t> fitting;  // the request
+    std::vector<std::int64_t> others;
+  };
+
   CacheWriter(SQLiteDatabase database, std::int64_t name);
   SQLiteStatus countAnew();
   SQLiteStatus readState();
   SQLiteStatus writeState();
   SQLiteStatus recount();
-  SQLiteResult<std::int64_t> freeId(const CacheKey& key);
-  SQLiteResult<std::vector<std::int64_t>> matching(const CacheKey& key, VaryMatcher* request);
+  SQLiteResult<std::int64_t> freeId(const CacheKey& key, const Variants& variants);
+  SQLiteResult<Variants> variantsOf(const CacheKey& key, VaryMatcher* request);
   SQLiteStatus removeEach(const std::vector<std::int64_t>& ids);
   SQLiteResult<bool> removeRow(std::int64_t id);
   SQLiteStatus checkStructure();
@@ -99,8 +108,9 @@ class CacheWriter {
 
   std::unique_ptr<Sql> sql_;
   std::int64_t writer_ = 0;
-  std::int64_t logCapacity_ = -1;         // the capacity that the log's limit was set for
-  int logLimit_ = 65536 / cachePageSize;  // in pages
+  std::int64_t pageSize_ = 0;      // of the file
+  std::int64_t logCapacity_ = -1;  // the capacity that the log's limit was set for
+  std::int64_t logLimit_ = 0;      // in pages
   CacheStamp before_;
   State stateBefore_;
   std::int64_t totalBefore_ = 0;

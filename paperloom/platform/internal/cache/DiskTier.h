@@ -59,6 +59,9 @@ class DiskTier {
   // cache that asks.
   void change(const std::vector<Change>& changes, std::int64_t capacity, const MemoryTier* own,
               Deadline deadline);
+  // Brings the file into shape when that has been put off: takes as long as the disk does, while
+  // others read and write.
+  void settle() { connection_.settle(); }
   void removeAll(const MemoryTier* own, const Then& then, Deadline deadline);
   // Evicts down to the capacity, and gives the room back to the file system if it is much.
   void trim(std::int64_t capacity, Deadline deadline);

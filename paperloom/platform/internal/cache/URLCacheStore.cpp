@@ -65,7 +65,7 @@ struct URLCacheStore::Prepared {
   std::optional<CacheEntry> entry;
 };
 
-DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, const URLCache::Change& change) {
+DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, URLCache::Change& change) {
   using Kind = DiskTier::Change::Kind;
   if (!change.response) {
     return {Kind::remove, prepared.key, nullptr, nullptr,
@@ -79,7 +79,7 @@ DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, const URLCache::Ch
               memory_.removeMatching(prepared.key, prepared.matcher);
             }};
   }
-  CacheEntry& entry = prepared.entry.emplace(CacheEntry{std::move(*vary), *change.response, 0, 0});
+  CacheEntry& entry = prepared.entry.emplace(CacheEntry{std::move(*vary), *std::move(change.response), 0, 0});
   entry.size = static_cast<std::int64_t>(encodedHeadSize(prepared.key, entry.vary, entry.response) +
                                          entry.response.data.size());
   const bool fitsDisk = entry.size <= diskCapacity_ / 20;
@@ -90,13 +90,13 @@ DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, const URLCache::Ch
           }};
 }
 
-void URLCacheStore::apply(const std::vector<URLCache::Change>& changes) {
+void URLCacheStore::apply(std::vector<URLCache::Change> changes) {
   const auto end = inAWhile();
   const auto disk = this->disk(end);
   std::deque<Prepared> prepared;
   std::vector<DiskTier::Change> made;
   std::int64_t size = 0;
-  for (const URLCache::Change& change : changes) {
+  for (URLCache::Change& change : changes) {
     if (change.response && !isKept(change.request.method)) continue;
     made.push_back(changeFor(prepared.emplace_back(change), change));
     if (!disk) {
@@ -110,6 +110,10 @@ void URLCacheStore::apply(const std::vector<URLCache::Change>& changes) {
     size = 0;
   }
   if (disk && !made.empty()) disk->change(made, diskCapacity_, &memory_, end);
+}
+
+void URLCacheStore::settle() {
+  if (const auto disk = this->disk(inAWhile())) disk->settle();
 }
 
 void URLCacheStore::removeAll() {

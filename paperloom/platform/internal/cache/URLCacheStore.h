@@ -25,7 +25,8 @@ class URLCacheStore {
   URLCacheStore& operator=(const URLCacheStore&) = delete;
 
   std::optional<CachedURLResponse> find(const URLRequest& request);
-  void apply(const std::vector<URLCache::Change>& changes);
+  void apply(std::vector<URLCache::Change> changes);
+  void settle();
   void removeAll();
 
   MemoryTier& memory() { return memory_; }
@@ -38,7 +39,7 @@ class URLCacheStore {
 
  private:
   struct Prepared;
-  DiskTier::Change changeFor(Prepared& prepared, const URLCache::Change& change);
+  DiskTier::Change changeFor(Prepared& prepared, URLCache::Change& change);
   std::shared_ptr<DiskTier> disk(DiskTier::Deadline deadline);
   std::filesystem::path folder() const;
 

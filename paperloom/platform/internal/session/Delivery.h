@@ -3,7 +3,7 @@
 #include <optional>
 #include <vector>
 
-#include "paperloom/platform/internal/session/CacheThread.h"
+#include "paperloom/platform/internal/session/CacheThreads.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom::internal {

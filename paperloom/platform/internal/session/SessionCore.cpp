@@ -26,7 +26,7 @@ URLSessionConfiguration withinRange(URLSessionConfiguration configuration) {
 SessionCore::SessionCore(URLSessionConfiguration configuration)
     : configuration_(std::move(configuration)),
       limits_(withinRange(configuration_)),
-      cache_(limits_.urlCache ? std::make_unique<CacheThread>(limits_.urlCache) : nullptr) {}
+      cache_(limits_.urlCache ? std::make_unique<CacheThreads>(limits_.urlCache) : nullptr) {}
 
 SessionCore::~SessionCore() = default;
 
@@ -39,11 +39,11 @@ bool SessionCore::makeLoop() {
   prepareLibcurl();
   const auto callbacks = callbacks_;  // outlives a session that a completion ends
   for (;;) {
-    auto loop =
-        std::make_unique<SessionLoop>(limits_, *callbacks_, cache_.get(),
-                                      [this](std::shared_ptr<TaskCore> task, StoredHops hops) {
-                                        post({Command::found, std::move(task), std::move(hops)});
-                                      });
+    auto loop = std::make_unique<SessionLoop>(
+        limits_, *callbacks_, cache_.get(), [this](auto task, auto hops, auto thread) {
+          post({Command::found, std::move(task), std::move(hops)},
+               thread == CacheThreads::Thread::idle);
+        });
     if (loop->isUsable()) {
       const MutexLock whole(loopMutex_);
       const MutexLock lock(mutex_);
@@ -95,12 +95,11 @@ void SessionCore::startSecondWorker() {
 }
 
 bool SessionCore::post(Command command, const std::shared_ptr<TaskCore>& task) {
-  return post({command, task});
+  return post({command, task}, command == Command::start);
 }
 
-bool SessionCore::post(Posted posted) {
-  const bool isNew = posted.command == Command::start || posted.command == Command::found;
-  if (isNew && obeyDirectly(posted)) return true;
+bool SessionCore::post(Posted posted, bool mayObeyDirectly) {
+  if (mayObeyDirectly && obeyDirectly(posted)) return true;
   CurlLoop* toWake = nullptr;
   {
     const MutexLock lock(mutex_);

@@ -9,7 +9,7 @@
 
 #include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/URLSessionConfiguration.h"
-#include "paperloom/platform/internal/session/CacheThread.h"
+#include "paperloom/platform/internal/session/CacheThreads.h"
 #include "paperloom/platform/internal/session/CallbackQueue.h"
 #include "paperloom/platform/internal/session/SessionLoop.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
@@ -22,7 +22,7 @@ namespace paperloom::internal {
 // Two threads share the network, and neither has a part of its own. Both wait for it; the one that
 // is woken takes in what has come and runs the completions that follow from it at once, if the
 // other is not at that, while the other goes on waiting. And who has something for the loop, a
-// thread that starts a task or the cache thread that has looked one up, sees to it itself when
+// thread that starts a task or the cache's thread that has looked one up, sees to it itself when
 // nobody else is at the loop. So an answer reaches its completion, and the next request the wire,
 // with as few hand-overs from thread to thread as there can be: they cost more than all the rest.
 //
@@ -62,7 +62,7 @@ class SessionCore {
   bool makeLoop();
   void failPosted(std::vector<Posted> posted);
   void startSecondWorker();
-  bool post(Posted posted);
+  bool post(Posted posted, bool mayObeyDirectly);
   // Leaves `posted` alone when somebody else is at the loop.
   bool obeyDirectly(Posted& posted);
   // One wait and what follows from it; false when the session has ended.
@@ -78,7 +78,7 @@ class SessionCore {
   const URLSessionConfiguration configuration_;
   const URLSessionConfiguration limits_;  // the same with every number within its range
   const std::shared_ptr<CallbackQueue> callbacks_ = std::make_shared<CallbackQueue>();
-  const std::unique_ptr<CacheThread> cache_;  // null without a cache
+  const std::unique_ptr<CacheThreads> cache_;  // null without a cache
 
   Mutex loopMutex_;  // locked before mutex_
   std::unique_ptr<SessionLoop> loop_ PAPERLOOM_GUARDED_BY(loopMutex_);

@@ -19,7 +19,7 @@ constexpr int maximumLosses = 3;
 }  // namespace
 
 SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
-                         CacheThread* cache, WhenFound whenFound)
+                         CacheThreads* cache, WhenFound whenFound)
     : configuration_(configuration),
       callbacks_(callbacks),
       cache_(cache),
@@ -108,8 +108,8 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   if (auto* delivery = std::get_if<Delivery>(&step)) return deliver(entry, std::move(*delivery));
   if (std::holds_alternative<Exchange::LookUp>(step)) {
     return cache_->lookUp(entry.exchange.request(),
-                          [this, task = entry.task](StoredHops hops) mutable {
-                            whenFound_(std::move(task), std::move(hops));
+                          [this, task = entry.task](auto hops, auto thread) mutable {
+                            whenFound_(std::move(task), std::move(hops), thread);
                           });
   }
   auto request = std::get<URLRequest>(std::move(step));
@@ -242,9 +242,9 @@ void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
   }
   auto writes = std::exchange(delivery.writes, {});
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  cache_->write(std::move(writes), [this, task = std::move(task), shared]() mutable {
+  cache_->write(std::move(writes), [this, task = std::move(task), shared](auto place) mutable {
     addCallback(std::move(task), std::move(*shared));
-    wakeRunner();
+    if (place == CacheThreads::Place::last) wakeRunner();
   });
 }
 

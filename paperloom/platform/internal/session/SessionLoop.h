@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "paperloom/platform/internal/base/Outstanding.h"
-#include "paperloom/platform/internal/session/CacheThread.h"
+#include "paperloom/platform/internal/session/CacheThreads.h"
 #include "paperloom/platform/internal/session/CallbackQueue.h"
 #include "paperloom/platform/internal/session/ConnectionSlots.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
@@ -21,24 +21,25 @@
 namespace paperloom::internal {
 
 // The tasks of a session and their transfers: drives the exchanges, has look-ups and writes made by
-// the cache thread, and leaves the completions to the callback queue. For one thread at a time, but
+// the cache's threads, and leaves the completions to the callback queue. For one thread at a time, but
 // for the wait and the wake of network().
 //
 // A task is in `entries_` from its start to its delivery, and there in one of three ways: its hop
 // is being looked up, or it waits for a slot with the request that is `ready`, or it has a slot and
 // a transfer, which stands in `transfers_`. What a look-up finds after the task has been delivered
 // finds no entry. From the delivery on a task belongs to the jobs that prepare its answer (work
-// pool), judge it (callback queue), write (cache thread) and call its completion (callback queue),
+// pool), judge it (callback queue), write (cache's writer) and call its completion (callback queue),
 // each of which hands it to the next.
 class SessionLoop {
  public:
   using Clock = std::chrono::steady_clock;
 
   // `cache` is null where nothing is stored. `whenFound` hands over what a look-up has found, for
-  // found(); it is called on the cache thread.
-  using WhenFound = std::function<void(std::shared_ptr<TaskCore>, StoredHops)>;
+  // found(); it is called on the thread that looks up, whose state it is told.
+  using WhenFound =
+      std::function<void(std::shared_ptr<TaskCore>, StoredHops, CacheThreads::Thread)>;
   SessionLoop(const URLSessionConfiguration& configuration, CallbackQueue& callbacks,
-              CacheThread* cache, WhenFound whenFound);
+              CacheThreads* cache, WhenFound whenFound);
 
   // Whether the system had the descriptors for it.
   bool isUsable() const { return network_.isUsable(); }
@@ -104,7 +105,7 @@ class SessionLoop {
 
   const URLSessionConfiguration& configuration_;
   CallbackQueue& callbacks_;
-  CacheThread* const cache_;
+  CacheThreads* const cache_;
   const WhenFound whenFound_;
   CurlLoop network_;
   EasyHandles handles_;

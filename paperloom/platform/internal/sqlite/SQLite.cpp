@@ -10,6 +10,8 @@
 #include <fstream>
 #include <thread>
 
+#include "paperloom/platform/internal/sqlite/SQLiteFiles.h"
+
 namespace paperloom::internal {
 namespace {
 
@@ -63,30 +65,6 @@ std::string immutableURI(const std::filesystem::path& file) {
     }
   }
   return uri + "?immutable=1";
-}
-
-thread_local SQLiteDatabase::Deadline sleepEnd = SQLiteDatabase::Deadline::max();
-
-// Before it gives up, SQLite sleeps for ten seconds in all over a lock that the system refuses for
-// another reason than another holder. Without sleep it gives up at once.
-int sleepNoLongerThanDeadline(sqlite3_vfs*, int microseconds) {
-  const std::chrono::steady_clock::duration wanted = std::chrono::microseconds(microseconds);
-  const auto left = sleepEnd - std::chrono::steady_clock::now();
-  if (left > left.zero()) std::this_thread::sleep_for(std::min(wanted, left));
-  return microseconds;
-}
-
-// SQLite's own files, with the sleeping above.
-const char* boundedFiles() {
-  static sqlite3_vfs* const files = [] {
-    auto* made = new sqlite3_vfs(*sqlite3_vfs_find(nullptr));
-    made->zName = "paperloom";
-    made->pNext = nullptr;
-    made->xSleep = sleepNoLongerThanDeadline;
-    sqlite3_vfs_register(made, 0);
-    return made;
-  }();
-  return files->zName;
 }
 
 int noteLogPages(void* pages, sqlite3*, const char*, int count) {
@@ -236,7 +214,7 @@ SQLiteResult<SQLiteDatabase> SQLiteDatabase::openWith(const std::string& name, i
                                                       Deadline deadline) {
   sqlite3* handle = nullptr;
   flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
-  const int code = sqlite3_open_v2(name.c_str(), &handle, flags, boundedFiles());
+  const int code = sqlite3_open_v2(name.c_str(), &handle, flags, sqliteFiles());
   SQLiteDatabase database;
   database.database_.reset(handle);
   if (code != SQLITE_OK) return tl::unexpected(SQLiteError{code});
@@ -251,7 +229,7 @@ SQLiteResult<SQLiteDatabase> SQLiteDatabase::openWith(const std::string& name, i
 
 void SQLiteDatabase::waitForLocksUntil(Deadline deadline) {
   database_.get_deleter().kept->deadline = deadline;
-  sleepEnd = deadline;
+  sleepNoLongerThan(deadline);
 }
 
 int SQLiteDatabase::logPages() const { return database_.get_deleter().kept->logPages; }
