@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -63,12 +64,18 @@ TEST(OperationQueue, doesNotHoldAThreadForAnswersThatNeverCome) {
   EXPECT_FALSE(queue.addOperations({answered, silent[0]}, true, now()));  // waits for all
   EXPECT_FALSE(queue.addOperations({silent[0], answered}, true, now()));
   EXPECT_EQ(queue.operationCount(), 200U);
+  EXPECT_FALSE(queue.waitUntilAllOperationsAreFinished(now()));
+  EXPECT_FALSE(silent[0]->waitUntilFinished(now()));
 }
 
 TEST(OperationQueue, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
   constexpr int limit = 12;
   OperationQueue queue;
-  queue.setMaxConcurrentOperationCount(limit);
+  for (const int count : {-9, 0, limit}) {
+    queue.setMaxConcurrentOperationCount(count);
+    EXPECT_EQ(queue.maxConcurrentOperationCount(), std::max(count, -1));
+  }
+  EXPECT_FALSE(queue.isSuspended());
   std::atomic<int> running{0};
   std::atomic<int> most{0};
   std::vector<std::shared_ptr<Operation>> operations;
@@ -147,6 +154,7 @@ TEST(OperationQueue, isDestroyedSafelyWithOperationsInEveryState) {
     queue.addOperations({silent, running}, false);
     silent->waitUntilStarted();
     queue.setSuspended(true);
+    EXPECT_TRUE(queue.isSuspended());
     unready->addDependency(silent);
     const auto held = work([] { FAIL() << "suspended"; });
     for (const auto& operation : std::vector<std::shared_ptr<Operation>>{unready, held}) {
