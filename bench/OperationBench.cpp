@@ -13,13 +13,13 @@
 #include <thread>
 #include <vector>
 
-#include "apps/sample_service/SampleService.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/operations/AsynchronousOperation.h"
 #include "paperloom/platform/OperationQueue.h"
+#include "paperloom/testing/SampleService.h"
 
 namespace paperloom::bench {
 namespace {

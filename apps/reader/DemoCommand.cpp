@@ -7,7 +7,7 @@
 #include "apps/reader/Printing.h"
 #include "apps/reader/Renditions.h"
 #include "apps/reader/Warming.h"
-#include "apps/sample_service/SampleAccounts.h"
+#include "paperloom/testing/SampleAccounts.h"
 
 namespace paperloom::reader {
 namespace {

@@ -10,10 +10,10 @@
 #include "apps/reader/Failure.h"
 #include "apps/reader/Output.h"
 #include "apps/reader/Provenance.h"
-#include "apps/sample_service/SampleService.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
 #include "paperloom/platform/DispatchQueue.h"
+#include "paperloom/testing/SampleService.h"
 
 namespace paperloom::reader {
 

@@ -4,8 +4,8 @@
 
 #include "apps/reader/Commands.h"
 #include "apps/reader/Signals.h"
-#include "apps/sample_service/SampleAccounts.h"
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleAccounts.h"
+#include "paperloom/testing/SampleService.h"
 
 namespace paperloom::reader {
 namespace {

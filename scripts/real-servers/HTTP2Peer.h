@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/ScriptedServer.h"
+#include "paperloom/testing/ScriptedServer.h"
 
 namespace paperloom::servers {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/ScriptedServer.h"
+#include "paperloom/testing/ScriptedServer.h"
 
 namespace paperloom::servers {
 

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "Relay.h"
-#include "tests/support/ScriptedServer.h"
+#include "paperloom/testing/ScriptedServer.h"
 
 namespace paperloom::servers {
 namespace {

@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "apps/sample_service/SampleService.h"
 #include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/testing/SampleService.h"
+#include "paperloom/testing/ScriptedServer.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/c/Host.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TemporaryFolder.h"
 
 extern "C" void check(bool holds, const char* what, const char* file, int line) {
   if (!holds) ADD_FAILURE_AT(file, line) << what;

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "paperloom/platform/URLCache.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
 #include "tests/support/Soak.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom {
 namespace {

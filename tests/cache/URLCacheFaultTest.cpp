@@ -9,10 +9,10 @@
 
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
 #include "tests/cache/FaultyFiles.h"
 #include "tests/support/Soak.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom {
 namespace {

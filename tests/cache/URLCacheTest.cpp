@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include "paperloom/platform/internal/base/Checksum.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom {
 namespace {

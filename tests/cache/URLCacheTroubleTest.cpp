@@ -15,8 +15,8 @@
 #include "paperloom/platform/DebugLog.h"
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom {
 namespace {

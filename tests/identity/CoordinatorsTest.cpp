@@ -13,8 +13,8 @@
 #include "paperloom/network/internal/ClampedTaskCounter.h"
 #include "paperloom/platform/DebugLog.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/IdentityFixture.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {

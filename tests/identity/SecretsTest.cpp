@@ -10,8 +10,8 @@
 #include "paperloom/identity/RegistrationCoordinator.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/platform/DebugLog.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/IdentityFixture.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {

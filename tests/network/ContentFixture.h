@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "apps/sample_service/SampleService.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/LatestDateStore.h"
-#include "tests/support/TemporaryFolder.h"
-#include "tests/support/Wait.h"
+#include "paperloom/testing/SampleService.h"
+#include "paperloom/testing/TemporaryFolder.h"
+#include "paperloom/testing/Waiting.h"
 
 namespace paperloom::test {
 

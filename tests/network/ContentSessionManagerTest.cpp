@@ -7,9 +7,9 @@
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/TaskCounter.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
+#include "paperloom/testing/Captured.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
-#include "tests/support/Captured.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {

@@ -9,9 +9,9 @@
 #include "paperloom/model/ArticleParser.h"
 #include "paperloom/network/MockSessionManager.h"
 #include "paperloom/platform/Subscription.h"
+#include "paperloom/testing/Captured.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
-#include "tests/support/Captured.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {

@@ -10,9 +10,9 @@
 #include "paperloom/network/DataCoordinator.h"
 #include "paperloom/platform/ApplicationDirectories.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
-#include "tests/support/Captured.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "paperloom/testing/Captured.h"
+#include "paperloom/testing/ScriptedServer.h"
+#include "paperloom/testing/TemporaryFolder.h"
 
 namespace paperloom::test {
 namespace {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "paperloom/network/CacheWarmerSessionManager.h"
+#include "paperloom/testing/Captured.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
-#include "tests/support/Captured.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom {
 namespace {

@@ -9,6 +9,7 @@
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
 #include "paperloom/platform/ImageDecoder.h"
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
 #include "tests/support/BlockedDisk.h"
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "paperloom/operations/AsynchronousOperation.h"
-#include "tests/support/Wait.h"
+#include "paperloom/testing/Waiting.h"
 
 namespace paperloom::test {
 

@@ -8,7 +8,7 @@
 
 #include "paperloom/network/RequestCallback.h"
 #include "paperloom/platform/DispatchQueue.h"
-#include "tests/support/Wait.h"
+#include "paperloom/testing/Waiting.h"
 
 namespace paperloom::test {
 namespace {

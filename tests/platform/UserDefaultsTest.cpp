@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "paperloom/platform/ApplicationDirectories.h"
-#include "tests/support/TemporaryFolder.h"
+#include "paperloom/testing/TemporaryFolder.h"
 
 namespace paperloom {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <future>
 
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/reader/AccountFixture.h"
-#include "tests/support/ScriptedServer.h"
 
 // The account's file, which several commands share and which may be met in any state.
 

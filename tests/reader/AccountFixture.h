@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleService.h"
 #include "tests/reader/ReaderProcess.h"
 
 namespace paperloom::test {

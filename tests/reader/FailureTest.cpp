@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleService.h"
 #include "tests/reader/ReaderProcess.h"
 
 namespace paperloom {

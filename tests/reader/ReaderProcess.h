@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/TemporaryFolder.h"
+#include "paperloom/testing/TemporaryFolder.h"
 
 namespace paperloom::test {
 

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleService.h"
 #include "tests/reader/ReaderProcess.h"
 
 namespace paperloom {

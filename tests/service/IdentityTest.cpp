@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "apps/sample_service/internal/IdentityStore.h"
+#include "paperloom/testing/internal/IdentityStore.h"
 #include "tests/service/RunningService.h"
 
 namespace paperloom::sample {

@@ -6,7 +6,7 @@
 
 #include <httplib.h>
 
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleService.h"
 
 namespace paperloom::sample {
 

@@ -3,8 +3,8 @@
 #include <atomic>
 #include <thread>
 
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/Fetch.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "paperloom/platform/internal/session/EasyHandles.h"
+#include "paperloom/testing/ScriptedServer.h"
+#include "paperloom/testing/TLSServer.h"
+#include "paperloom/testing/TemporaryFolder.h"
 #include "tests/support/Fetch.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TLSServer.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace paperloom::test {
 namespace {

@@ -7,8 +7,8 @@
 #include <fstream>
 
 #include <mutex>
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/Fetch.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {

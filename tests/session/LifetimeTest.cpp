@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/Fetch.h"
-#include "tests/support/ScriptedServer.h"
 #include "tests/support/Soak.h"
 
 namespace paperloom::test {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "paperloom/testing/ScriptedServer.h"
 #include "tests/support/Fetch.h"
-#include "tests/support/ScriptedServer.h"
 
 namespace paperloom::test {
 namespace {

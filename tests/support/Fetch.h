@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "paperloom/platform/URLSession.h"
-#include "tests/support/Wait.h"
+#include "paperloom/testing/Waiting.h"
 
 namespace paperloom::test {
 

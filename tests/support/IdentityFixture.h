@@ -8,12 +8,12 @@
 #include <variant>
 #include <vector>
 
-#include "apps/sample_service/SampleService.h"
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/UserRegistrationDataCoordinator.h"
 #include "paperloom/network/AuthSessionManager.h"
-#include "tests/support/Captured.h"
-#include "tests/support/TemporaryFolder.h"
+#include "paperloom/testing/Captured.h"
+#include "paperloom/testing/SampleService.h"
+#include "paperloom/testing/TemporaryFolder.h"
 
 namespace paperloom::test {
 

@@ -3,14 +3,16 @@
 #include <chrono>
 #include <future>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "paperloom/platform/DispatchQueue.h"
 
 namespace paperloom::test {
 
 // How long a test waits for what must come; only a guard against hanging.
-inline constexpr std::chrono::seconds patience{20};
+inline constexpr std::chrono::seconds patience{10};
 
 // Pumps the main queue until `done()` or until patience runs out; says which.
 template <class Predicate>
@@ -25,11 +27,14 @@ bool pumpUntil(Predicate done) {
   return true;
 }
 
-// The value a callback promised; throws, and so fails the test, when it does not come.
+// The value that is promised. When it does not come in time, this throws std::runtime_error, which
+// says what was waited for and where.
 template <class T>
-T await(std::future<T> future) {
+T await(std::future<T> future, const std::string& what = "an answer",
+        const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   if (future.wait_for(patience) != std::future_status::ready) {
-    throw std::runtime_error("no callback came");
+    throw std::runtime_error(what + " did not come, which " + file + ":" + std::to_string(line) +
+                             " waits for");
   }
   return future.get();
 }

@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/HttpDate.h"
+#include "paperloom/testing/internal/HttpDate.h"
 
 #include <algorithm>
 #include <array>

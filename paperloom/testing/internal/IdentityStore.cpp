@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/IdentityStore.h"
+#include "paperloom/testing/internal/IdentityStore.h"
 
 namespace paperloom::sample {
 namespace {

@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/IdentityEndpoints.h"
+#include "paperloom/testing/internal/IdentityEndpoints.h"
 
 #include <charconv>
 #include <cstdint>
@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "paperloom/platform/Date.h"
+
 namespace paperloom::sample {
 namespace {
 
@@ -15,8 +17,6 @@ using nlohmann::json;
 using nlohmann::ordered_json;
 
 constexpr std::size_t shortestAuthKey = 8;
-
-IdentityStore::Time currentTime() { return std::chrono::system_clock::now(); }
 
 HttpReply withBody(int status, const ordered_json& body) {
   HttpReply reply;
@@ -124,7 +124,7 @@ HttpReply IdentityEndpoints::token(const HttpRequest& request) {
   if (credentialType != "EMAIL_PASSWORD" && credentialType != "KX_NUMBER") return badRequest();
   if (auto reply = provoked(identifier)) return *reply;
   return tokensReply(
-      store_.login(identifier, text(*body, "authKey"), credentialType, currentTime()),
+      store_.login(identifier, text(*body, "authKey"), credentialType, currentDate()),
       "no account has this identifier and key");
 }
 
@@ -133,13 +133,13 @@ HttpReply IdentityEndpoints::refreshToken(const HttpRequest& request) {
   if (!body) return badRequest();
   const std::string refreshToken = text(*body, "refreshToken");
   if (auto reply = provoked(refreshToken)) return *reply;
-  return tokensReply(store_.refresh(refreshToken, currentTime()), "this token cannot be refreshed");
+  return tokensReply(store_.refresh(refreshToken, currentDate()), "this token cannot be refreshed");
 }
 
 HttpReply IdentityEndpoints::entitlement(const HttpRequest& request) {
   const std::string accessToken = request.header("Authorization").value_or("");
   if (auto reply = provoked(accessToken)) return *reply;
-  const int status = store_.entitlement(accessToken, currentTime());
+  const int status = store_.entitlement(accessToken, currentDate());
   if (status == 200) return withBody(200, {{"entitlement", "premium"}});
   if (status == 403) return withBody(403, {{"entitlement", "notPremium"}});
   return failure(status, "the entitlement cannot be told for this token");
@@ -163,7 +163,7 @@ HttpReply IdentityEndpoints::registerAccount(const HttpRequest& request) {
       wanted.authKey.size() < shortestAuthKey) {
     return failure(400, "the e-mail is none, or the key has fewer than 8 characters");
   }
-  const auto made = store_.registerAccount(wanted, currentTime());
+  const auto made = store_.registerAccount(wanted, currentDate());
   if (!made) {
     return failure(made.error(), made.error() == 409 ? "this e-mail has an account already"
                                                      : "no more accounts are taken");
@@ -195,7 +195,7 @@ HttpReply IdentityEndpoints::removeLink(IdentityStore::Link link, const HttpRequ
   const std::string token = text(*body, "token");
   if (auto reply = provoked(token)) return *reply;
   if (auto reply = provoked(email)) return *reply;
-  const int status = store_.removeLink(link, token, email, currentTime());
+  const int status = store_.removeLink(link, token, email, currentDate());
   if (status == 200) return withBody(200, {{"removed", true}});
   return failure(status, status == 401 ? "this token is not accepted"
                                        : "the account has no such sign-in details");

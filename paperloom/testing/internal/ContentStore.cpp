@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/ContentStore.h"
+#include "paperloom/testing/internal/ContentStore.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/sample_service/internal/HttpDate.h"
 #include "cmake/EmbeddedFile.h"
+#include "paperloom/testing/internal/HttpDate.h"
 
 namespace paperloom::sample {
 
@@ -173,6 +173,12 @@ HttpReply ContentStore::answer(const HttpRequest& request) const {
   reply.status = 404;
   reply.body = R"({"error": "there is no such document"})";
   return reply;
+}
+
+std::vector<std::string> ContentStore::paths() const {
+  std::vector<std::string> all;
+  for (const auto& [path, document] : documents_) all.push_back(path);
+  return all;
 }
 
 }  // namespace paperloom::sample

@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/SocketStream.h"
+#include "paperloom/testing/internal/SocketStream.h"
 
 #include <poll.h>
 #include <sys/socket.h>

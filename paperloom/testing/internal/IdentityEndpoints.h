@@ -3,8 +3,8 @@
 #include <chrono>
 #include <string_view>
 
-#include "apps/sample_service/internal/HttpServer.h"
-#include "apps/sample_service/internal/IdentityStore.h"
+#include "paperloom/testing/internal/HttpServer.h"
+#include "paperloom/testing/internal/IdentityStore.h"
 
 namespace paperloom::sample {
 

@@ -12,8 +12,8 @@
 
 #include <tl/expected.hpp>
 
-#include "apps/sample_service/SampleAccounts.h"
-#include "apps/sample_service/internal/SealedToken.h"
+#include "paperloom/testing/SampleAccounts.h"
+#include "paperloom/testing/internal/SealedToken.h"
 
 namespace paperloom::sample {
 

@@ -1,4 +1,4 @@
-#include "apps/sample_service/SampleAccounts.h"
+#include "paperloom/testing/SampleAccounts.h"
 
 #include <array>
 

@@ -1,4 +1,4 @@
-#include "apps/sample_service/SampleService.h"
+#include "paperloom/testing/SampleService.h"
 
 #include <strings.h>
 #include <algorithm>
@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
-#include "apps/sample_service/internal/ContentStore.h"
-#include "apps/sample_service/internal/HttpServer.h"
-#include "apps/sample_service/internal/IdentityEndpoints.h"
+#include "paperloom/testing/internal/ContentStore.h"
+#include "paperloom/testing/internal/HttpServer.h"
+#include "paperloom/testing/internal/IdentityEndpoints.h"
 
 namespace paperloom::sample {
 namespace {

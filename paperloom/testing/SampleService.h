@@ -7,8 +7,8 @@
 
 #include <tl/expected.hpp>
 
-#include "apps/sample_service/FaultPlan.h"
-#include "apps/sample_service/ReceivedRequest.h"
+#include "paperloom/testing/FaultPlan.h"
+#include "paperloom/testing/ReceivedRequest.h"
 
 namespace paperloom::sample {
 

@@ -1,4 +1,4 @@
-#include "apps/sample_service/FaultPlan.h"
+#include "paperloom/testing/FaultPlan.h"
 
 #include <charconv>
 #include <cmath>

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "apps/sample_service/ReceivedRequest.h"
+#include "paperloom/testing/ReceivedRequest.h"
 
 namespace paperloom::sample {
 

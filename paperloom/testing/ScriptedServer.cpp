@@ -1,4 +1,4 @@
-#include "tests/support/ScriptedServer.h"
+#include "paperloom/testing/ScriptedServer.h"
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/sample_service/internal/HttpServer.h"
+#include "paperloom/testing/internal/HttpServer.h"
 
 namespace paperloom::sample {
 
@@ -18,6 +18,9 @@ class ContentStore {
 
   // Answers GET and HEAD for every path that is not an identity path.
   HttpReply answer(const HttpRequest& request) const;
+
+  // Every document's, but the stream's.
+  std::vector<std::string> paths() const;
 
  private:
   struct Document {

@@ -1,4 +1,4 @@
-#include "tests/support/TLSServer.h"
+#include "paperloom/testing/TLSServer.h"
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/ScriptedServer.h"
+#include "paperloom/testing/ScriptedServer.h"
 
 struct ssl_st;
 

@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/SealedToken.h"
+#include "paperloom/testing/internal/SealedToken.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>

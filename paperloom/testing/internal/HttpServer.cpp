@@ -1,4 +1,4 @@
-#include "apps/sample_service/internal/HttpServer.h"
+#include "paperloom/testing/internal/HttpServer.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -15,8 +15,9 @@
 #include <system_error>
 #include <thread>
 
-#include "apps/sample_service/internal/HttpDate.h"
-#include "apps/sample_service/internal/SocketStream.h"
+#include "paperloom/platform/Date.h"
+#include "paperloom/testing/internal/HttpDate.h"
+#include "paperloom/testing/internal/SocketStream.h"
 
 namespace paperloom::sample {
 namespace {
@@ -84,7 +85,7 @@ void answer(const HttpServer::Handler& handler, const httplib::Request& source,
   exchange.thenGoAway = reply.thenGoAway;
 
   target.status = reply.status;
-  target.set_header("Date", httpDate(std::time(nullptr)));
+  target.set_header("Date", httpDate(std::chrono::system_clock::to_time_t(currentDate())));
   for (const auto& [name, value] : reply.headers) target.set_header(name, value);
   if (!exchange.withoutBody) {
     target.body = std::move(reply.body);
