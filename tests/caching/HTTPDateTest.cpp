@@ -50,11 +50,15 @@ TEST(HTTPDate, ofEveryDayAndSecondComesBackAndTheOtherYearsAreCutOff) {
 TEST(HTTPDate, takesAYearOfTwoDigitsForTheLastOneNotFiftyYearsAhead) {
   struct Case {
     const char* text;
+    Date now;
     const char* meant;
   };
-  for (const Case& c : {Case{"Friday, 01-Mar-74 00:00:00 GMT", "Thu, 01 Mar 2074 00:00:00 GMT"},
-                        Case{"Friday, 01-Mar-75 00:00:00 GMT", "Sat, 01 Mar 1975 00:00:00 GMT"}}) {
-    const auto date = parseHTTPDate(c.text, noon);
+  for (const Case& c :
+       {Case{"Friday, 01-Mar-74 00:00:00 GMT", noon, "Thu, 01 Mar 2074 00:00:00 GMT"},
+        Case{"Friday, 01-Mar-75 00:00:00 GMT", noon, "Sat, 01 Mar 1975 00:00:00 GMT"},
+        Case{"Friday, 01-Mar-75 00:00:00 GMT", Date::max(), "Mon, 01 Mar 9875 00:00:00 GMT"},
+        Case{"Friday, 01-Mar-75 00:00:00 GMT", Date::min(), "Fri, 01 Mar 0075 00:00:00 GMT"}}) {
+    const auto date = parseHTTPDate(c.text, c.now);
     ASSERT_TRUE(date) << c.text;
     EXPECT_EQ(formatHTTPDate(*date), c.meant);
   }

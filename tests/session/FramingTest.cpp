@@ -163,6 +163,10 @@ TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
   cases.push_back(good("a long extension", chunked + "5;" + longest + rest, "hello"));
   cases.push_back(
       good("long extensions", chunked + extensions + "\r\na\r\n0\r\n\r\n", std::string(17, 'a')));
+  const std::string fifteen = "\r\n0123456789abcde\r\n";
+  cases.push_back(good("hexadecimal sizes",
+                       chunked + "f" + fifteen + "F" + fifteen + "0A\r\n0123456789\r\n0\r\n\r\n",
+                       "0123456789abcde0123456789abcde0123456789"));
   cases.push_back(good("line feeds alone", chunked + "5\nhello\n0\nA: b\n\n", "hello"));
   expectAll(cases);
 }
@@ -243,6 +247,9 @@ TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
       good("two members", coded("gzip", gzipped("ab") + gzipped("cd")), "abcd"),
       good("deflate with the zlib frame", coded("deflate", compressed(text, 15)), text),
       good("bare deflate", coded("deflate", compressed(text, -15)), text),
+      good("bare deflate that starts with a multiple of 31",
+           coded("deflate", std::string("\x01\x17\0\xe8\xff", 5) + text.substr(0, 23)),
+           text.substr(0, 23)),
       good("identity", coded("identity", "abc"), "abc"),
       good("no body at all", coded("gzip", ""), ""),
       {"wrong check sum", coded("gzip", flipped), 200, broken},
