@@ -16,10 +16,11 @@ TEST(Storing, dependsOnMethodStatusAndDirectives) {
     const char* asked = "x";
   };
   for (const Case& c :
-       {Case{"max-age=0", 302, true}, Case{"private", 201, true}, Case{"s-maxage=60", 503, false},
-        Case{"max-age=60", 599, true}, Case{"max-age=60", 206, false},
-        Case{"max-age=60", 304, false}, Case{"max-age=60", 100, false},
-        Case{"max-age=60, No-Store", 200, false}, Case{"no-store, must-understand", 200, true},
+       {Case{"max-age=0", 302, true}, Case{"private", 201, true}, Case{"public", 201, true},
+        Case{"s-maxage=60", 503, false}, Case{"max-age=60", 599, true},
+        Case{"max-age=60", 206, false}, Case{"max-age=60", 304, false},
+        Case{"max-age=60", 100, false}, Case{"max-age=60, No-Store", 200, false},
+        Case{"no-store, must-understand", 200, true},
         Case{"max-age=60, must-understand", 599, false},
         Case{"max-age=60", 200, false, "no-store"}}) {
     EXPECT_EQ(mayStore(requestWith({{"Cache-Control", c.asked}}),
@@ -27,6 +28,7 @@ TEST(Storing, dependsOnMethodStatusAndDirectives) {
               c.stored)
         << c.directives << " " << c.status;
   }
+  EXPECT_TRUE(mayStore(requestWith({}), answerWith({{"Expires", "0"}}, 302), true));
   EXPECT_FALSE(mayStore(requestWith({}), answerWith({}), false));
   EXPECT_FALSE(mayStore(requestWith({}, "HEAD"), answerWith({}), true));
   for (const auto& [location, stored] : {std::pair{"?page=2", true}, std::pair{"/other", false}}) {

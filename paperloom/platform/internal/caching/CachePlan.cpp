@@ -74,10 +74,10 @@ bool variesOnEverything(const HTTPHeaders& headers) {
 // Section 4.2.4: "A cache MUST NOT generate a stale response if it is prohibited by an explicit
 // in-protocol directive", which no permission overrides. proxy-revalidate and s-maxage are for
 // shared caches (sections 5.2.2.8 and 5.2.2.10). What an account was told once does not hold when
-// the server fails or when it would say something else today.
+// the server fails or when it would say something else today. What demandForValidation() looks at
+// has been looked at before.
 bool forbidsServingStale(const Situation& s) {
-  return s.directed.has("must-revalidate") || s.directed.hasUnqualified("no-cache") ||
-         variesOnEverything(s.stored.response.headers) || !s.age.isReliable || s.isForAnAccount();
+  return s.directed.has("must-revalidate") || !s.age.isReliable || s.isForAnAccount();
 }
 
 // Why the stored answer must be validated however fresh it is, in the order of section 4: the
