@@ -143,14 +143,17 @@ TEST_F(Delivery, ofADocument) {
     };
 
     prepare(row.stored, row.script);
-    const auto [received, from] = captured<std::pair<Result<Item>, Provenance>>([&](auto done) {
-      manager->getDocument<Item>(server->url(), std::make_shared<ArticleParser>(),
-                                 [&, done](const Result<Item>& answer, const Provenance& source) {
-                                   EXPECT_NE(std::this_thread::get_id(), caller);
-                                   EXPECT_EQ(manager->taskCount(), 0);
-                                   done(answer, source);
-                                 });
-    });
+    const auto [received, from] = captured<std::pair<Result<Item>, Provenance>>(
+        [&](auto done) {
+          manager->getDocument<Item>(
+              server->url(), std::make_shared<ArticleParser>(),
+              [&, done](const Result<Item>& answer, const Provenance& source) {
+                EXPECT_NE(std::this_thread::get_id(), caller);
+                EXPECT_EQ(manager->taskCount(), 0);
+                done(answer, source);
+              });
+        },
+        row.what);
     EXPECT_TRUE(isExpected(received)) << result;
     EXPECT_EQ(from.source, row.source);
     EXPECT_EQ(from.fromCache, row.fromCache);
@@ -236,14 +239,16 @@ TEST_F(Delivery, ofWhatIsWarmed) {
     prepare(row.stored, row.script);
     bool atOnce = false;
     std::shared_ptr<URLSessionTask> task;
-    const auto result = captured<CacheWarmerRequestResult>([&](auto done) {
-      task = coordinator->cacheWarmerDataCoordinator()->saveToCache(
-          server->url(), row.force, [&, done](const CacheWarmerRequestResult& received) {
-            EXPECT_EQ(isRecorded(), row.recorded) << "before anybody hears";
-            atOnce = std::this_thread::get_id() == caller;
-            done(received);
-          });
-    });
+    const auto result = captured<CacheWarmerRequestResult>(
+        [&](auto done) {
+          task = coordinator->cacheWarmerDataCoordinator()->saveToCache(
+              server->url(), row.force, [&, done](const CacheWarmerRequestResult& received) {
+                EXPECT_EQ(isRecorded(), row.recorded) << "before anybody hears";
+                atOnce = std::this_thread::get_id() == caller;
+                done(received);
+              });
+        },
+        row.what);
     EXPECT_EQ(std::visit(Text(), result), row.result);
     EXPECT_EQ(cache->statistics().lookUps, 1);
     EXPECT_EQ(kept(), row.kept);
@@ -267,13 +272,15 @@ TEST_F(Delivery, ofAPost) {
   for (const auto& [script, expected] : rows) {
     SCOPED_TRACE(expected);
     prepare(none, script);
-    const auto result = captured<PostRequestResult>([&, &script = script](auto done) {
-      manager->postJSONData(server->url(), Data("{}"),
-                            [&, done](const PostRequestResult& received) {
-                              EXPECT_NE(std::this_thread::get_id(), caller);
-                              done(received);
-                            });
-    });
+    const auto result = captured<PostRequestResult>(
+        [&, &script = script](auto done) {
+          manager->postJSONData(server->url(), Data("{}"),
+                                [&, done](const PostRequestResult& received) {
+                                  EXPECT_NE(std::this_thread::get_id(), caller);
+                                  done(received);
+                                });
+        },
+        expected);
     const auto* success = std::get_if<PostSuccess>(&result);
     EXPECT_EQ(success != nullptr
                   ? std::to_string(success->responseCode) + " " + nameOf(success->responseData)
@@ -355,7 +362,7 @@ TEST_F(Delivery, ofTheIdentitySide) {
         EXPECT_EQ(account.taskCount(), 1);
         EXPECT_TRUE(NetworkActivityIndicator::shared().isVisible());
         server->release();
-        await(answered.get_future());
+        await(answered.get_future(), row.what);
       }
       EXPECT_EQ(heard, posts ? row.posted : row.got);
       EXPECT_EQ(kept(), posts ? "nothing" : row.kept);
