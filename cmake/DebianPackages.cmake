@@ -20,15 +20,16 @@ find_program(GZIP gzip REQUIRED)
 execute_process(COMMAND ${GZIP} -9nc ${PROJECT_SOURCE_DIR}/cmake/debian/changelog
                 OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 
-# debian_package(COMPONENT NAME SECTION section DEPENDS list SUMMARY line TEXT paragraph)
+# debian_package(COMPONENT NAME SECTION section DEPENDS list RECOMMENDS list SUMMARY line TEXT paragraph)
 # makes the package NAME of what is installed as COMPONENT.
 macro(debian_package component name)
-  cmake_parse_arguments(arg "" "SECTION;DEPENDS;SUMMARY;TEXT" "" ${ARGN})
+  cmake_parse_arguments(arg "" "SECTION;DEPENDS;RECOMMENDS;SUMMARY;TEXT" "" ${ARGN})
   string(TOUPPER ${component} key)
   list(APPEND CPACK_COMPONENTS_ALL ${component})
   set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${name})
   set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${arg_SECTION})
   set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "${arg_DEPENDS}")
+  set(CPACK_DEBIAN_${key}_PACKAGE_RECOMMENDS "${arg_RECOMMENDS}")
   set(CPACK_COMPONENT_${key}_DESCRIPTION "${arg_SUMMARY}\n${arg_TEXT}")
   set(CPACK_DEBIAN_${key}_DESCRIPTION "${arg_SUMMARY}\n${arg_TEXT}")
   foreach(file IN ITEMS ${PROJECT_SOURCE_DIR}/cmake/debian/copyright ${PROJECT_BINARY_DIR}/changelog.gz)
@@ -53,7 +54,7 @@ if(PAPERLOOM_TESTING)
 endif()
 if(PAPERLOOM_APPS)
   debian_package(reader paperloom SECTION net
-    DEPENDS "${same_library}"
+    DEPENDS "${same_library}" RECOMMENDS "libchafa0, libsecret-1-0"
     SUMMARY "reader of the news for the terminal"
     TEXT "Shows the front page, stories and pictures of a news service, keeps them\nfor the time without a network, and knows the reader's account. Without a\nservice it reads the sample newspaper that it brings along.")
 endif()

@@ -1,6 +1,9 @@
 #include <fmt/format.h>
 
+#include <iostream>
+
 #include "apps/reader/Commands.h"
+#include "apps/reader/FailureJSON.h"
 #include "apps/reader/Identity.h"
 #include "apps/reader/IdentityJSON.h"
 #include "apps/reader/IdentityWords.h"
@@ -22,37 +25,53 @@ Account requireAccount(const AccountStore& store) {
 // Prints an outcome: its case for programs, `sentence` for people. A case that is a failure ends
 // the command as one.
 void report(Host& host, const JSON& json, const std::string& sentence, bool failed) {
-  if (host.json()) host.output().line(dump(json));
   if (failed) {
     const auto name = json["case"].get<std::string>();
-    throw Failure(name == "error" ? sentence : fmt::format("{}: {}", name, sentence));
+    Failure failure(name == "error" ? sentence : fmt::format("{}: {}", name, sentence), 1, name);
+    failure.details = json.value("details", sentence);
+    failure.isPrinted = host.json();
+    JSON whole = json;
+    whole.update(toJSON(failure));
+    if (host.json()) host.output().line(dump(whole));
+    throw failure;
   }
-  if (!host.json()) host.output().line(sentence);
+  if (host.json()) return host.output().line(dump(json));
+  host.output().sentence(sentence);
+}
+
+// A remark beside the outcome.
+void tell(const std::string& note) {
+  if (!note.empty()) std::cerr << note << "\n";
 }
 
 void login(Host& host, const std::string& identifier, const std::string& passwordFile) {
   const std::string password = readPassword(passwordFile);
-  const LoginOperationResult result =
-      Identity(host, accountStore(host)).login(identifier, password);
+  Identity identity(host, accountStore(host));
+  const LoginOperationResult result = identity.login(identifier, password);
+  tell(identity.store().note());
   report(host, toJSON(result), sentence(result), result.value.index() > 1);
 }
 
 void entitlement(Host& host) {
   Identity identity(host, accountStore(host));
   const auto result = identity.check(requireAccount(identity.store()));
+  tell(identity.store().note());
   report(host, toJSON(result), sentence(result, identity.isRefreshed()), result.value.index() > 1);
 }
 
 void refresh(Host& host) {
   Identity identity(host, accountStore(host));
   const auto result = identity.refresh(requireAccount(identity.store()));
+  tell(identity.store().note());
   report(host, toJSON(result), sentence(result, identity.isRefreshed()), result.value.index() > 0);
 }
 
 void registerAccount(Host& host, RegistrationOperation::Arguments arguments,
                      const std::string& passwordFile) {
   arguments.authKey = readPassword(passwordFile);
-  const auto result = Identity(host, accountStore(host)).registerAccount(arguments);
+  Identity identity(host, accountStore(host));
+  const auto result = identity.registerAccount(arguments);
+  tell(identity.store().note());
   report(host, toJSON(result), sentence(result), result.value.index() > 1);
 }
 
@@ -62,15 +81,14 @@ void unlink(Host& host, const std::string& kind, const std::optional<std::string
       {"email", Link::email}, {"facebook", Link::facebook}, {"google", Link::google}};
   const Link link = links.at(kind);
   if (email && link != Link::email) {
-    throw Failure(fmt::format("--email means nothing to `unlink {}`", kind), usageStatus);
+    throw usageFailure(fmt::format("--email means nothing to `unlink {}`", kind));
   }
   Identity identity(host, accountStore(host));
   const Account account = requireAccount(identity.store());
   const bool knowsAddress =
       account.credentialType == rawValue(AuthenticationLoginCredentialType::emailAndPassword);
   if (link == Link::email && !email && !knowsAddress) {
-    throw Failure("the login is none by e-mail; say the address to remove with --email",
-                  usageStatus);
+    throw usageFailure("the login is none by e-mail; say the address to remove with --email");
   }
   const auto error = identity.unlink(link, account, email.value_or(account.identifier));
   if (!error) {
@@ -82,7 +100,7 @@ void unlink(Host& host, const std::string& kind, const std::optional<std::string
 }
 
 void account(Host& host) {
-  const auto stored = accountStore(host).load();
+  const auto stored = accountStore(host).peek();
   if (host.json()) {
     JSON json = {{"loggedIn", stored.has_value()}};
     if (stored) {
@@ -90,6 +108,7 @@ void account(Host& host) {
                    {"credentialType", stored->credentialType},
                    {"premium", stored->premium ? JSON(*stored->premium) : JSON()},
                    {"checkedAt", stored->checkedAt ? toJSON(*stored->checkedAt) : JSON()},
+                   {"tokensIn", stored->keyringName.empty() ? "account.json" : "keyring"},
                    {"accessToken", dots},
                    {"refreshToken", dots},
                    {"idToken", dots}});
@@ -98,18 +117,22 @@ void account(Host& host) {
   }
   if (!stored) return host.output().line("Nobody is logged in.");
   const auto row = [&](std::string_view name, std::string_view value) {
-    host.output().line(fmt::format("{} {}", host.style().dim(fmt::format("{:<14}", name)), value));
+    host.output().row(host.style().dim(name), 15, std::string(value));
   };
   row("logged in as", printableLine(stored->identifier));
   row("premium", !stored->premium ? "not known" : *stored->premium ? "yes" : "no");
   if (stored->checkedAt) row("checked", dateAndTime(*stored->checkedAt));
+  row("tokens in", stored->keyringName.empty() ? printableText(host.file("account.json").string())
+                                               : "the desktop's keyring");
   row("access token", dots);
   row("refresh token", dots);
   row("id token", dots);
 }
 
 void logout(Host& host) {
-  const bool removed = accountStore(host).remove();
+  AccountStore store = accountStore(host);
+  const bool removed = store.remove();
+  tell(store.note());
   if (host.json()) return host.output().line(dump({{"removed", removed}}));
   host.output().line(removed ? "Logged out." : "Nobody was logged in.");
 }
@@ -166,10 +189,9 @@ void addAccountCommands(CLI::App& app, Action& action) {
 
   command = add("unlink", "Remove a way of signing in from the account",
                 [arguments](Host& host) { unlink(host, arguments->link, arguments->address); });
-  command->add_option("link", arguments->link, "email, facebook or google")
-      ->required()
-      ->check(CLI::IsMember({"email", "facebook", "google"}))
-      ->option_text(" ");
+  oneOf(command->add_option("link", arguments->link, "The way of signing in"),
+        {"email", "facebook", "google"})
+      ->required();
   command
       ->add_option("--email", arguments->address,
                    "The e-mail address to remove, when it is not the one logged in with")

@@ -33,7 +33,7 @@ class AccountLogin::Begun final : public LoginStorage::Refresh {
   Authorisation replacement() override {
     Authorisation other;
     login_->attempt([&] {
-      const auto kept = login_->store_.load();
+      const auto kept = login_->store_.load(Keyring::Ask::no);
       if (!kept || !kept->isSamePerson(login_->account_) || kept->refreshToken == refreshToken_) {
         return;
       }

@@ -21,7 +21,7 @@ class ArticleView {
         output_(host.output()),
         style_(host.style()),
         article_(article),
-        pictures_(pictures && canShowPictures(output_.terminal())),
+        pictures_(pictures && !assetsOf(article).empty() && host.pictures().areShown()),
         width_(output_.terminal().textWidth() - 4) {}
 
   void print(const Access& access) {
@@ -146,8 +146,9 @@ class ArticleView {
     if (const auto url = pictures_ ? host_.resolveIfPossible(pictureOf(asset)) : std::nullopt) {
       if (const auto image = host_.image(*url).record) {
         const int rows = std::max(output_.terminal().rows - 8, 6);
-        output_.write(drawPicture(*image, output_.terminal(), width_, rows, 2));
-        return;
+        const std::string drawn = host_.pictures().draw(*image, width_, rows, 2);
+        output_.write(drawn);
+        if (!drawn.empty()) return;
       }
     }
     std::string text = "Picture";

@@ -23,9 +23,10 @@ void elapsed(Host& host) {
     return host.output().line(
         dump({{"timeElapsedSinceLastRequest", seconds}, {"neverFetched", !ever}}));
   }
-  if (!ever) return host.output().line("Never: no article has come fresh from the network yet.");
-  host.output().line("The last article came fresh from the network " +
-                     ago(std::chrono::seconds(static_cast<std::int64_t>(seconds))) + ".");
+  if (!ever)
+    return host.output().sentence("Never: no article has come fresh from the network yet.");
+  host.output().sentence("The last article came fresh from the network " +
+                         ago(std::chrono::seconds(static_cast<std::int64_t>(seconds))) + ".");
 }
 
 void stats(Host& host) {
@@ -40,7 +41,7 @@ void stats(Host& host) {
                                     {"diskFile", cache->diskFile().string()}}));
   }
   const auto row = [&](std::string_view name, const std::string& value) {
-    host.output().line(fmt::format("{} {}", host.style().dim(fmt::format("{:<10}", name)), value));
+    host.output().row(host.style().dim(name), 11, value);
   };
   row("documents", std::to_string(entries));
   row("on disk", fmt::format("{} of {}", byteSize(cache->currentDiskUsage()),
@@ -76,6 +77,7 @@ EntryState stateOf(const URLCache::Entry& entry, Date now) {
 void list(Host& host) {
   const Date now = currentDate();
   JSON rows = JSON::array();
+  host.output().beginPage();
   for (const URLCache::Entry& entry : host.sessionManager()->contentSessionCache()->entries()) {
     const EntryState state = stateOf(entry, now);
     const auto& age = state.explanation.age;
@@ -89,10 +91,10 @@ void list(Host& host) {
                       {"onDisk", entry.onDisk}});
       continue;
     }
-    host.output().line(fmt::format("{:>10}  {:<12} {:<22} {}", byteSize(entry.size),
-                                   age ? duration(static_cast<double>(age->count())) : "",
-                                   state.freshness,
-                                   printableLine(entry.response.response.url.absoluteString())));
+    host.output().row(
+        fmt::format("{:>10}  {:<11} {}", byteSize(entry.size),
+                    age ? duration(static_cast<double>(age->count())) : "", state.freshness),
+        48, printableLine(entry.response.response.url.absoluteString()));
   }
   if (host.json()) host.output().line(dump({{"entries", std::move(rows)}}));
 }
@@ -127,7 +129,7 @@ void explain(Host& host, const std::string& address) {
               {"age", seconds(explanation.age)},
               {"freshnessLifetime", seconds(explanation.freshnessLifetime)}}));
   }
-  host.output().line(
+  host.output().sentence(
       fmt::format("A request for it now {}{}: {}{}.", host.style().bold(sentences[outcome]),
                   explanation.stale ? ", with a stale copy" : "", printableLine(explanation.reason),
                   explanation.where.empty() ? "" : " (" + explanation.where + ")"));
@@ -135,10 +137,10 @@ void explain(Host& host, const std::string& address) {
     const auto words = [](std::chrono::seconds time) {
       return duration(static_cast<double>(time.count()));
     };
-    host.output().line(fmt::format("The stored copy is {} old{}.", words(*explanation.age),
-                                   explanation.freshnessLifetime
-                                       ? " and fresh for " + words(*explanation.freshnessLifetime)
-                                       : ""));
+    host.output().sentence(fmt::format(
+        "The stored copy is {} old{}.", words(*explanation.age),
+        explanation.freshnessLifetime ? " and fresh for " + words(*explanation.freshnessLifetime)
+                                      : ""));
   }
 }
 

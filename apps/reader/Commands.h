@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "apps/reader/CommandInfo.h"
 #include "apps/reader/Host.h"
 
 namespace paperloom::reader {

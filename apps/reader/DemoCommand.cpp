@@ -41,13 +41,14 @@ class Tour {
  private:
   void chapter(const std::string& title, const std::string& command) {
     host_.output().line();
-    host_.output().line(host_.style().bold("━━ " + title) + "  " + host_.style().dim(command));
+    host_.output().sentence(host_.style().bold("━━ " + title) + "  " + host_.style().dim(command),
+                            3);
     host_.output().line();
     host_.output().flush();
   }
 
   void say(const std::string& sentence) {
-    host_.output().line(sentence);
+    host_.output().sentence(sentence);
     host_.output().flush();
   }
 
@@ -140,12 +141,11 @@ class Tour {
 
 void demo(Host& host) {
   if (!host.usesEmbeddedService()) {
-    throw Failure(
+    throw usageFailure(
         "the demo ends the service that it reads from; run it without --content-url and "
-        "--identity-url",
-        usageStatus);
+        "--identity-url");
   }
-  if (host.json()) throw Failure("the demo is for people; it has no --json", usageStatus);
+  if (host.json()) throw usageFailure("the demo is for people; it has no --json");
   Tour(host).run();
 }
 

@@ -118,9 +118,10 @@ class FrontPage {
 void printFallback(Output& output, std::string_view indent,
                    const std::shared_ptr<const FallbackCardProtocol>& cards) {
   if (!cards) return;
-  output.line(fmt::format("{}falls back on {} and {}", indent,
-                          count(cards->standard().size(), "standard card"),
-                          count(cards->premium().size(), "premium card")));
+  output.sentence(fmt::format("{}falls back on {} and {}", indent,
+                              count(cards->standard().size(), "standard card"),
+                              count(cards->premium().size(), "premium card")),
+                  static_cast<int>(indent.size()) + 2);
 }
 
 }  // namespace
@@ -144,13 +145,11 @@ void printConfiguration(Output& output, const AppMetadataProtocol& metadata) {
   output.line();
   for (const auto& section : metadata.sectionMetadata()) {
     const std::string name = fit(printableLine(section->displayName()), 30);
-    const std::string gap(static_cast<std::size_t>(32 - displayWidth(name)), ' ');
     std::string details(caseName(section->customization()));
     if (section->displayAsCarousel()) details += ", carousel";
     if (section->showSponsored()) details += ", sponsored content";
-    output.line(fmt::format("  {}{}{} {}",
-                            style.badge(name, Colour::parse(section->primaryColourHex())), gap,
-                            style.dim(fit(printableLine(section->uid()), 16)), style.dim(details)));
+    output.row("  " + style.badge(name, Colour::parse(section->primaryColourHex())), 36,
+               style.dim(fmt::format("{} {}", fit(printableLine(section->uid()), 16), details)));
     printFallback(output, "      ", section->fallbackCards());
   }
   const GlobalMetadataProtocol& global = *metadata.globalMetadata();

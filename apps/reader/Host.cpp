@@ -72,7 +72,10 @@ class PictureParser final : public ParserProtocol<std::shared_ptr<const Picture>
 
 }  // namespace
 
-Host::Host(GlobalOptions options) : options_(std::move(options)) {
+Host::Host(GlobalOptions options)
+    : options_(std::move(options)),
+      output_(options_.coloursWhen()),
+      pictures_(output_.terminal(), options_.pictures) {
   if (options_.contentURL.empty() || options_.identityURL.empty()) exemptLoopbackFromProxies();
   if (options_.dataDirectory.empty()) return;
   const auto directory = std::filesystem::absolute(options_.dataDirectory);
@@ -171,43 +174,62 @@ void Host::later(std::function<void()> work) {
 
 Failure Host::failureOf(std::string_view what, const PaperloomError& error,
                         const Provenance& from) {
-  if (error.which() != PaperloomError::Case::networkError) return Failure(error);
+  Failure failure(error);
+  failure.httpStatus = from.statusCode;
+  if (error.which() != PaperloomError::Case::networkError) return failure;
   const int status = from.statusCode.value_or(200);
   if (status == 404 || status == 410) {
-    return Failure(fmt::format("the service has no such {} ({})", what, status));
+    failure.text = fmt::format("the service has no such {} ({})", what, status);
+  } else if (status < 200 || status > 399) {
+    failure.text = fmt::format("the service gives no {}: it answers with status {}", what, status);
+  } else if (from.error) {
+    failure.text = "no answer, and no copy of an earlier one: " + from.error->localizedDescription;
+  } else {
+    return failure;
   }
-  if (status < 200 || status > 399) {
-    return Failure(fmt::format("the service gives no {}: it answers with status {}", what, status));
-  }
-  if (!from.error) return Failure(error);
-  return Failure("no answer, and no copy of an earlier one: " + from.error->localizedDescription);
+  failure.details = failure.text;
+  return failure;
 }
 
-void Host::waitUntil(const std::function<bool()>& done) {
+std::string Host::nameOf(const URL& url) const {
+  if (service_ && URL::parse(service_->baseURL())->origin() == url.origin()) {
+    return "the sample service";
+  }
+  const std::string host = printableText(url.host());
+  const auto port = url.port();
+  const bool isUsual = !port || *port == (url.scheme() == "https" ? 443 : 80);
+  return isUsual ? host : fmt::format("{}:{}", host, *port);
+}
+
+void Host::waitUntil(const std::function<bool()>& done, const std::string& whom) {
   DispatchQueue& queue = DispatchQueue::main();
+  waiting_.emplace(whom);
   while (!done()) {
     Signals::throwIfReceived();
     std::array<pollfd, 2> waiting = {pollfd{queue.fileDescriptor(), POLLIN, 0},
                                      pollfd{Signals::fileDescriptor(), POLLIN, 0}};
-    ::poll(waiting.data(), waiting.size(), -1);
+    ::poll(waiting.data(), waiting.size(), waiting_->untilTick());
+    waiting_->tick();
     queue.runPending();
     if (auto thrown = std::exchange(thrownLater(), nullptr)) std::rethrow_exception(thrown);
   }
+  waiting_.reset();
 }
 
 Answer<AppMetadataProtocol> Host::appMetadata() {
-  return await<AppMetadataProtocol>("configuration", [&](auto success, auto failure) {
+  return await<AppMetadataProtocol>("configuration", contentURL(), [&](auto success, auto failure) {
     content().requestAppMetadata(std::move(success), std::move(failure));
   });
 }
 
 Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
-  auto answer = await<StreamProtocol>("front page", [&](auto success, auto failure) {
+  auto answer = await<StreamProtocol>("front page", contentURL(), [&](auto success, auto failure) {
     content().requestStreamForSections(sections, std::move(success), std::move(failure));
   });
   const auto found = [&](const std::string& uid) {
     const SectionList& all = answer.record->sections();
-    return std::any_of(all.begin(), all.end(), [&](const auto& each) { return each->uid() == uid; });
+    return std::any_of(all.begin(), all.end(),
+                       [&](const auto& each) { return each->uid() == uid; });
   };
   const auto missing = std::find_if_not(sections.begin(), sections.end(), found);
   if (missing != sections.end()) throw Failure(noSection(*missing));
@@ -228,25 +250,25 @@ std::string Host::noSection(const std::string& uid) {
 }
 
 Answer<StreamProtocol> Host::offlineStream() {
-  return await<StreamProtocol>("front page", [&](auto success, auto failure) {
+  return await<StreamProtocol>("front page", contentURL(), [&](auto success, auto failure) {
     content().requestOfflineStream(std::move(success), std::move(failure));
   });
 }
 
 Answer<ArticleProtocol> Host::article(const URL& url) {
-  return await<ArticleProtocol>("story", [&](auto success, auto failure) {
+  return await<ArticleProtocol>("story", url, [&](auto success, auto failure) {
     content().requestArticle(url, std::move(success), std::move(failure));
   });
 }
 
 Answer<Image> Host::image(const URL& url) {
-  return await<Image>("picture", [&](auto success, auto) {
+  return await<Image>("picture", url, [&](auto success, auto) {
     content().requestImageFromURL(url, success, [success] { success(nullptr, {}); });
   });
 }
 
 Answer<Picture> Host::picture(const URL& url) {
-  return await<Picture>("picture", [&](auto success, auto) {
+  return await<Picture>("picture", url, [&](auto success, auto) {
     using Item = std::shared_ptr<const Picture>;
     sessionManager()->getDocument<Item>(
         url, std::make_shared<const PictureParser>(),

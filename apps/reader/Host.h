@@ -9,7 +9,9 @@
 
 #include "apps/reader/Failure.h"
 #include "apps/reader/Output.h"
+#include "apps/reader/Picture.h"
 #include "apps/reader/Provenance.h"
+#include "apps/reader/StatusLine.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
 #include "paperloom/platform/DispatchQueue.h"
@@ -23,6 +25,13 @@ struct GlobalOptions {
   std::string identityURL;
   std::string dataDirectory;
   bool json = false;
+  std::string colour;    // "auto", "always" or "never"
+  std::string pictures;  // as in Pictures
+
+  Terminal::When coloursWhen() const {
+    using When = Terminal::When;
+    return colour == "always" ? When::always : colour == "never" ? When::never : When::automatic;
+  }
 };
 
 template <class T>
@@ -48,6 +57,7 @@ class Host {
 
   Output& output() { return output_; }
   const Style& style() const { return output_.style(); }
+  Pictures& pictures() { return pictures_; }
   bool json() const { return options_.json; }
 
   // Where the reader keeps its own small files.
@@ -65,11 +75,18 @@ class Host {
   DataCoordinator& content();
   const std::shared_ptr<ContentSessionManager>& sessionManager();
 
-  // Pumps the main queue until `done`; throws Interrupted on Ctrl-C.
-  void waitUntil(const std::function<bool()>& done);
   // Has the main queue do `work`. What it throws ends the next waitUntil(), since nothing may leave
   // a function that the queue calls. Any thread.
   static void later(std::function<void()> work);
+  // Pumps the main queue until `done`; throws Interrupted on Ctrl-C. `whom` is who is waited for,
+  // as a person would call it; empty for a wait that is not shown.
+  void waitUntil(const std::function<bool()>& done, const std::string& whom);
+  // Something has come of what is waited for.
+  void waitsForTheNext() {
+    if (waiting_) waiting_->restart();
+  }
+  // Who answers there: a host with its port, or the embedded service.
+  std::string nameOf(const URL& url) const;
 
   // The coordinator's requests, waited for. All throw Failure.
   Answer<AppMetadataProtocol> appMetadata();
@@ -94,7 +111,7 @@ class Host {
   // Starts a request by `start(success, failure)` and waits for its outcome, which is brought to
   // the main queue from wherever it is answered. `what` is asked for, as in "such story".
   template <class T, class Start>
-  Answer<T> await(std::string_view what, Start start) {
+  Answer<T> await(std::string_view what, const URL& url, Start start) {
     auto outcome = std::make_shared<Outcome<T>>();
     start(
         [outcome](std::shared_ptr<const T> record, const Provenance& provenance) {
@@ -105,7 +122,7 @@ class Host {
           DispatchQueue::main().async(
               [outcome, failure = failureOf(what, error, from)] { *outcome = failure; });
         });
-    waitUntil([&] { return outcome->index() != 0; });
+    waitUntil([&] { return outcome->index() != 0; }, nameOf(url));
     if (auto* failure = std::get_if<Failure>(outcome.get())) throw *failure;
     return std::get<Answer<T>>(*outcome);
   }
@@ -118,6 +135,8 @@ class Host {
 
   GlobalOptions options_;
   Output output_;
+  Pictures pictures_;
+  std::optional<Waiting> waiting_;
   std::unique_ptr<sample::SampleService> service_;
   std::optional<URL> contentURL_;
   std::shared_ptr<ContentSessionManager> sessionManager_;

@@ -22,7 +22,7 @@ void Identity::run(const std::shared_ptr<Operation>& operation) {
       [finished] { DispatchQueue::main().async([finished] { *finished = true; }); });
   queue_.addOperation(operation);
   try {
-    host_.waitUntil([&] { return *finished; });
+    host_.waitUntil([&] { return *finished; }, host_.nameOf(host_.identityURL()));
   } catch (const Interrupted&) {
     if (login_) login_->settle();
     throw;
@@ -99,7 +99,7 @@ RefreshTokenThenCheckEntitlementsOperationResult Identity::refresh(const Account
 UserRegistrationResult Identity::registerAccount(
     const RegistrationOperation::Arguments& arguments) {
   using Outcome = UserRegistrationResult;
-  store_.load();  // what no account can be kept in is said before one is made
+  store_.peek();  // what no account can be kept in is said before one is made
   const auto operation = std::make_shared<RegistrationOperation>(arguments, registration_);
   run(operation);
 
@@ -147,7 +147,7 @@ std::optional<PaperloomError> Identity::unlink(Link link, const Account& account
       coordinator.deleteGoogleDetails(account.accessToken, success, failure);
       break;
   }
-  host_.waitUntil([&] { return outcome->done; });
+  host_.waitUntil([&] { return outcome->done; }, host_.nameOf(host_.identityURL()));
   return outcome->error;
 }
 

@@ -26,7 +26,7 @@ void show(Host& host, const ArticleProtocol& article) {
 
 void show(Host& host, const Image& image) {
   const Terminal& terminal = host.output().terminal();
-  host.output().write(drawPicture(image, terminal, terminal.columns, terminal.rows - 3));
+  host.output().write(host.pictures().draw(image, terminal.columns, terminal.rows - 3));
   host.output().line(fmt::format("{} x {} pixels", image.width(), image.height()));
 }
 
@@ -44,6 +44,8 @@ template <class Parser>
 void parse(Host& host, const Parser& parser, const std::string& path) {
   const auto parsed = parser.parse(Data(readInput(path)));
   if (!parsed) throw Failure(parsed.error());
+  constexpr bool isImage = std::is_same_v<std::decay_t<decltype(**parsed)>, Image>;
+  if (host.json() || !isImage) host.output().beginPage();
   if (host.json()) {
     host.output().line(dump(toJSON(**parsed)));
   } else {
@@ -80,10 +82,9 @@ void addParseCommand(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
   auto* command = app.add_subcommand("parse", "Parse a document from a file or standard input");
   command->group(toolsGroup);
-  command->add_option("kind", arguments->kind, "What the document is")
-      ->required()
-      ->check(CLI::IsMember(kinds()))
-      ->type_name("KIND");
+  std::vector<std::string> names;
+  for (const auto& [name, parser] : kinds()) names.push_back(name);
+  oneOf(command->add_option("kind", arguments->kind, "What the document is"), names)->required();
   command->add_option("file", arguments->path, "The file, or - for standard input")
       ->required()
       ->type_name("FILE");

@@ -7,14 +7,34 @@
 
 namespace paperloom::reader {
 
-// Whether pictures make sense there at all: a terminal with at least 256 colours.
-bool canShowPictures(const Terminal& terminal);
+// Pictures in a terminal: as true pixels where it takes them (by the kitty or the iTerm2 protocol,
+// or as sixels), else in coloured characters. What the terminal takes is known by its name, or else
+// it is asked, once, when a picture is about to be shown.
+class Pictures {
+ public:
+  // `wish` is "auto" or empty, "never", "symbols", "sixel", "kitty" or "iterm2"; all but the first
+  // hold whatever the terminal is.
+  Pictures(const Terminal& terminal, const std::string& wish) : terminal_(terminal), wish_(wish) {}
 
-// The picture for the terminal, at most so many columns and rows large, after `indent` columns, its
-// lines ending in a newline:
-// as true pixels where the terminal takes them (sixels, the kitty or the iTerm2 protocol), else in
-// coloured characters. Empty where pictures cannot be shown.
-std::string drawPicture(const Image& image, const Terminal& terminal, int maxColumns, int maxRows,
-                        int indent = 0);
+  // Left to itself, a terminal with at least 256 colours, or one that takes pixels.
+  bool areShown() { return way() != Way::none; }
+  // Pixels do not go through a pager.
+  bool arePixels() { return way() > Way::symbols; }
+
+  // The picture, at most so many columns and rows large, after `indent` columns, its lines ending
+  // in a newline. Empty where pictures are not shown, or the library that draws them is missing.
+  std::string draw(const Image& image, int maxColumns, int maxRows, int indent = 0);
+
+ private:
+  enum class Way { unknown, none, symbols, sixel, kitty, iterm2 };
+
+  Way way();
+  Way find();
+  Way ask(bool throughMultiplexer);
+
+  Terminal terminal_;
+  std::string wish_;
+  Way way_ = Way::unknown;
+};
 
 }  // namespace paperloom::reader

@@ -19,6 +19,7 @@ constexpr std::string_view numbersFile = "front-page";
 
 void printJSON(Host& host, JSON json, const Provenance& provenance) {
   addProvenance(json, provenance);
+  host.output().beginPage();
   host.output().line(dump(json));
 }
 
@@ -26,7 +27,11 @@ void printProvenance(Host& host, const Provenance& provenance) {
   host.output().flush();
   std::string text = sentence(provenance);
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
-  std::cerr << Style(Terminal::of(STDERR_FILENO)).dim(text) << "\n";
+  const Terminal terminal = Terminal::of(STDERR_FILENO);
+  const Style style(terminal);
+  for (const std::string& line : wrap(text, terminal.interactive ? terminal.columns : 1000)) {
+    std::cerr << style.dim(line) << "\n";
+  }
 }
 
 void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {
@@ -39,7 +44,7 @@ void printNumberedFrontPage(Host& host, const StreamProtocol& stream) {
   }
   printFrontPage(host.output(), stream);
   if (host.output().terminal().interactive) {
-    host.output().line(host.style().dim("Read a story by its number: paperloom article 1"));
+    host.output().sentence(host.style().dim("Read a story by its number: paperloom article 1"));
   }
 }
 

@@ -30,7 +30,7 @@ void Progress::step(std::string_view line) {
 
 void Progress::note(std::string_view line) {
   erase();
-  output_.line(line);
+  output_.sentence(line, 4);
   if (output_.terminal().interactive) draw();
   output_.flush();
 }

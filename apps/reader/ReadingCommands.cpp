@@ -10,6 +10,7 @@
 #include "apps/reader/Picture.h"
 #include "apps/reader/Printing.h"
 #include "apps/reader/RecordJSON.h"
+#include "apps/reader/Renditions.h"
 #include "apps/reader/Text.h"
 
 namespace paperloom::reader {
@@ -18,12 +19,14 @@ namespace {
 void config(Host& host) {
   const auto answer = host.appMetadata();
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
+  host.output().beginPage();
   printConfiguration(host.output(), *answer.record);
   printProvenance(host, answer.provenance);
 }
 
 void printStream(Host& host, const Answer<StreamProtocol>& answer) {
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
+  host.output().beginPage();
   printNumberedFrontPage(host, *answer.record);
   printProvenance(host, answer.provenance);
 }
@@ -44,11 +47,16 @@ URL articleURL(Host& host, const std::string& text) {
 void article(Host& host, const std::string& address) {
   const auto answer = host.article(articleURL(host, address));
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
+  const bool hasPixels = !assetsOf(*answer.record).empty() && host.pictures().arePixels();
+  if (!hasPixels) host.output().beginPage();
   printArticle(host, *answer.record, accessOf(accountStore(host)), true);
   printProvenance(host, answer.provenance);
 }
 
 void image(Host& host, const std::string& address, const std::string& out) {
+  if (host.json() && out == "-") {
+    throw usageFailure("--json and --out - both want standard output");
+  }
   const URL url = host.resolve(address);
   const auto answer = host.picture(url);
   if (!answer.record) {
@@ -60,7 +68,7 @@ void image(Host& host, const std::string& address, const std::string& out) {
   if (host.json()) return printJSON(host, toJSON(image), answer.provenance);
   if (out.empty()) {
     const Terminal& terminal = host.output().terminal();
-    host.output().write(drawPicture(image, terminal, terminal.columns, terminal.rows - 3));
+    host.output().write(host.pictures().draw(image, terminal.columns, terminal.rows - 3));
   }
   host.output().line(fmt::format("{} x {} pixels{}", image.width(), image.height(),
                                  out.empty() ? "" : ", saved as " + printableText(out)));

@@ -38,7 +38,7 @@ sample::FaultPlan faultPlan(const ServeOptions& options) {
   for (const auto& cut : options.cuts) add("cut", cut);
   for (const auto& path : options.silent) add("silent", path);
   auto plan = sample::FaultPlan::parse(text);
-  if (!plan) throw Failure(plan.error(), usageStatus);
+  if (!plan) throw usageFailure(plan.error());
   return std::move(*plan);
 }
 
@@ -47,14 +47,13 @@ void listAccounts(Host& host) {
   output.line();
   output.line(host.style().bold("Accounts for `paperloom login`"));
   for (const sample::SampleAccount& account : sample::sampleAccounts()) {
-    output.line(fmt::format("  {:<30} {:<14} {}", account.identifier, account.authKey,
-                            host.style().dim(account.behaviour)));
+    output.row(fmt::format("  {:<30} {}", account.identifier, account.authKey), 48,
+               host.style().dim(account.behaviour));
   }
   output.line();
-  output.line(host.style().bold("Names that provoke an answer, as e-mail or token"));
+  output.sentence(host.style().bold("Names that provoke an answer, as e-mail or token"));
   for (const sample::SampleProvocation& provocation : sample::sampleProvocations()) {
-    output.line(
-        fmt::format("  {:<30} {}", provocation.name, host.style().dim(provocation.behaviour)));
+    output.row(fmt::format("  {}", provocation.name), 33, host.style().dim(provocation.behaviour));
   }
   output.line();
 }
@@ -75,14 +74,14 @@ void serve(Host& host, const ServeOptions& options) {
     json["identityURL"] = (*service)->identityURL();
     output.line(json.dump());
   } else {
-    output.line(fmt::format("The sample service answers at {}", (*service)->baseURL()));
-    output.line(fmt::format("Its identity endpoints are at {}", (*service)->identityURL()));
+    output.sentence(fmt::format("The sample service answers at {}", (*service)->baseURL()));
+    output.sentence(fmt::format("Its identity endpoints are at {}", (*service)->identityURL()));
     listAccounts(host);
     output.line("Ctrl-C ends it.");
   }
   output.flush();
   try {
-    host.waitUntil([] { return false; });
+    host.waitUntil([] { return false; }, "");
   } catch (const Interrupted&) {
     (*service)->stop();  // this is how it is meant to end
   }

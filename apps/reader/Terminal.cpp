@@ -16,11 +16,19 @@ std::string_view variable(const char* name) {
   return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
+bool isOn(std::string_view value) { return !value.empty() && value != "0" && value != "false"; }
+
+Terminal::When wishOfEnvironment() {
+  using When = Terminal::When;
+  if (!variable("NO_COLOR").empty()) return When::never;
+  if (isOn(variable("CLICOLOR_FORCE")) || isOn(variable("FORCE_COLOR"))) return When::always;
+  const bool isOff = variable("CLICOLOR") == "0" || !variable("FORCE_COLOR").empty();
+  return isOff ? When::never : When::automatic;
+}
+
 Terminal::Colours coloursOfTerminal() {
   const std::string_view term = variable("TERM");
-  if (!variable("NO_COLOR").empty() || term.empty() || term == "dumb") {
-    return Terminal::Colours::none;
-  }
+  if (term.empty() || term == "dumb") return Terminal::Colours::none;
   const std::string_view colorterm = variable("COLORTERM");
   if (colorterm == "truecolor" || colorterm == "24bit" || term.ends_with("-direct")) {
     return Terminal::Colours::direct;
@@ -29,23 +37,41 @@ Terminal::Colours coloursOfTerminal() {
   return Terminal::Colours::sixteen;
 }
 
+Terminal::Colours coloursWanted(bool interactive, Terminal::When wish) {
+  using Colours = Terminal::Colours;
+  if (wish == Terminal::When::automatic) wish = wishOfEnvironment();
+  if (wish == Terminal::When::never) return Colours::none;
+  if (wish == Terminal::When::automatic) return interactive ? coloursOfTerminal() : Colours::none;
+  const std::string_view level = variable("FORCE_COLOR");
+  if (level == "3") return Colours::direct;
+  return std::max(coloursOfTerminal(), level == "2" ? Colours::indexed : Colours::sixteen);
+}
+
+void measure(int fileDescriptor, Terminal& terminal) {
+  winsize size{};
+  if (::ioctl(fileDescriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+    return;
+  }
+  terminal.columns = size.ws_col;
+  terminal.isMeasured = true;
+  terminal.rows = std::max<int>(size.ws_row, 5);
+  terminal.cellWidth = size.ws_xpixel / size.ws_col;
+  terminal.cellHeight = size.ws_ypixel / size.ws_row;
+}
+
 }  // namespace
 
-Terminal Terminal::of(int fileDescriptor) {
+Terminal Terminal::of(int fileDescriptor, When colours) {
+  constexpr int least = 20;
+  constexpr int most = 1000;
   Terminal terminal;
   terminal.interactive = ::isatty(fileDescriptor) == 1;
-  if (!terminal.interactive) return terminal;
-  terminal.colours = coloursOfTerminal();
-  winsize size{};
-  if (::ioctl(fileDescriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0) {
-    terminal.columns = std::max<int>(size.ws_col, 20);
-    terminal.rows = std::max<int>(size.ws_row, 5);
-    if (size.ws_xpixel > 0 && size.ws_ypixel > 0) {
-      const double cellWidth = static_cast<double>(size.ws_xpixel) / size.ws_col;
-      const double cellHeight = static_cast<double>(size.ws_ypixel) / size.ws_row;
-      terminal.cellAspect = std::clamp(cellWidth / cellHeight, 0.2, 2.0);
-    }
-  }
+  terminal.colours = coloursWanted(terminal.interactive, colours);
+  if (terminal.interactive) measure(fileDescriptor, terminal);
+  const std::string_view wish = variable("COLUMNS");
+  const auto read = std::from_chars(wish.data(), wish.data() + wish.size(), terminal.columns);
+  terminal.isMeasured = terminal.isMeasured || read.ec == std::errc();
+  terminal.columns = std::clamp(terminal.columns, least, most);
   return terminal;
 }
 

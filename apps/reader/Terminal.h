@@ -8,17 +8,25 @@
 namespace paperloom::reader {
 
 // What the place that output goes to can show. A pipe or a file shows plain text; so does a
-// terminal when NO_COLOR is not empty or TERM is "dumb".
+// terminal when NO_COLOR is not empty, CLICOLOR is 0 or TERM is "dumb". CLICOLOR_FORCE and
+// FORCE_COLOR, neither empty nor 0, bring colours everywhere. A wish that is spoken out goes before
+// all of these. COLUMNS goes before the terminal's own width.
 struct Terminal {
   enum class Colours { none, sixteen, indexed, direct };
+  enum class When { automatic, always, never };
 
   bool interactive = false;
   Colours colours = Colours::none;
   int columns = 80;
   int rows = 24;
-  double cellAspect = 0.5;  // width of a character cell divided by its height
+  // Of a character cell, in pixels; 0 when the terminal does not say.
+  int cellWidth = 0;
+  int cellHeight = 0;
 
-  static Terminal of(int fileDescriptor);
+  static Terminal of(int fileDescriptor, When colours = When::automatic);
+
+  // Whether `columns` is more than a guess, so that lines are to be broken there.
+  bool isMeasured = false;
 
   // Columns for running text: no wider than is good to read.
   int textWidth() const;

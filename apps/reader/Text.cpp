@@ -232,7 +232,9 @@ std::string day(Date date) {
   return text;
 }
 
-std::string timeOfDay(Date date) { return localTime(date, "%H:%M"); }
+std::string timeOfDay(Date date, bool withSeconds) {
+  return localTime(date, withSeconds ? "%H:%M:%S" : "%H:%M");
+}
 
 std::string dateAndTime(Date date) { return day(date) + ", " + timeOfDay(date); }
 

@@ -36,9 +36,9 @@ std::string ago(std::chrono::seconds age);
 std::string duration(double seconds);
 // "1.4 MB", "20.5 KB", "312 bytes"
 std::string byteSize(std::int64_t bytes);
-// "1 March 2018", "14:05", "1 March 2018, 14:05", in the local time zone.
+// "1 March 2018", "14:05" or "14:05:09", "1 March 2018, 14:05", in the local time zone.
 std::string day(Date date);
-std::string timeOfDay(Date date);
+std::string timeOfDay(Date date, bool withSeconds = false);
 std::string dateAndTime(Date date);
 // "1 card", "12 cards"
 std::string count(std::size_t number, std::string_view noun);

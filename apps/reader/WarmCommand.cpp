@@ -13,7 +13,7 @@ struct WarmOptions {
 
 void warm(Host& host, const WarmOptions& options) {
   if (options.stream == !options.urls.empty()) {
-    throw Failure("name the URLs to warm, or say --stream", usageStatus);
+    throw usageFailure("name the URLs to warm, or say --stream");
   }
   Warming warming(host, options.force);
   if (options.stream) {

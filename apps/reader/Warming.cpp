@@ -91,6 +91,7 @@ void Warming::take(const Fetch& fetch, const CacheWarmerRequestResult& result) {
   const Report report =
       std::visit(Reporter{fetch.task ? fetch.task->error() : std::nullopt}, result);
   const URL& url = fetch.url;
+  host_.waitsForTheNext();
   ++done_;
   if (report.failed) ++failed_;
   if (report.alternative == "successFromCache") ++alreadyCached_;
@@ -151,7 +152,7 @@ std::string Warming::reasonFor(const std::vector<URL>& losses) const {
 
 std::string Warming::finish() {
   try {
-    host_.waitUntil([this] { return done_ == seen_.size(); });
+    host_.waitUntil([this] { return done_ == seen_.size(); }, host_.nameOf(host_.contentURL()));
   } catch (const Interrupted&) {
     printSum();
     host_.output().flush();
@@ -171,7 +172,7 @@ std::string Warming::printSum() {
     }
   } else {
     const std::size_t missing = seen_.size() - done_;
-    host_.output().line(
+    host_.output().sentence(
         fmt::format("{} fetched, {} kept{}{}; {} in the cache already; {} in all{}.",
                     count(fetched_.size(), "document"), fetched_.size() - losses.size(),
                     losses.empty() ? "" : ": ", reason, alreadyCached_, byteSize(bytes_),

@@ -67,6 +67,7 @@ int openTerminal(int& host) {
   ::clearenv();
   ::setenv("TZ", "UTC", 1);
   ::setenv("HOME", "/nonexistent", 1);
+  ::setenv("PAGER", "cat", 1);
   for (const auto& [name, value] : run.environment) ::setenv(name.c_str(), value.c_str(), 1);
   for (const int fd : run.closed) ::close(fd);
   if (run.largestFile != RLIM_INFINITY) {
@@ -202,7 +203,7 @@ ReaderOutcome runReader(const ReaderRun& run) {
             run.terminal ? terminal
             : file >= 0  ? file
                          : out.ends[1],
-            error.ends[1]);
+            run.errorToTerminal ? terminal : error.ends[1]);
   }
   for (const int fd : {terminal, file}) {
     if (fd >= 0) ::close(fd);

@@ -21,6 +21,7 @@ struct ReaderRun {
   std::vector<std::pair<std::string, std::string>> environment;
   // Standard input and output are a terminal of 100 columns, in which `input` is typed.
   bool terminal = false;
+  bool errorToTerminal = false;  // standard error, too
   // The input is given once the terminal shows this.
   std::string typeAfter;
   // Standard output is this file.

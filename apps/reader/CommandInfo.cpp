@@ -1,0 +1,144 @@
+#include "apps/reader/CommandInfo.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+
+#include "apps/reader/Text.h"
+
+namespace paperloom::reader {
+namespace {
+
+constexpr char separator = '|';
+
+std::vector<std::string> split(std::string_view text) {
+  std::vector<std::string> words;
+  while (!text.empty()) {
+    const std::string_view word = text.substr(0, text.find(separator));
+    words.emplace_back(word);
+    text.remove_prefix(std::min(text.size(), word.size() + 1));
+  }
+  return words;
+}
+
+std::string upperCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
+OptionInfo describe(const CLI::Option& option) {
+  OptionInfo info;
+  for (const auto& name : option.get_snames()) info.names.push_back("-" + name);
+  for (const auto& name : option.get_lnames()) info.names.push_back("--" + name);
+  info.text = option.get_description();
+  info.group = option.get_group();
+  info.required = option.get_required();
+  info.repeated = option.get_expected_max() > 1;
+  if (option.get_items_expected_max() == 0) return info;  // a flag
+  const std::string type = option.get_type_name();
+  if (type.find(separator) != std::string::npos) info.choices = split(type);
+  info.value = option.get_option_text();
+  if (info.value.empty()) {
+    info.value = info.names.empty() ? upperCase(option.get_name(true)) : type;
+  }
+  return info;
+}
+
+// How many characters must be typed, left out, changed or exchanged with their neighbour.
+std::size_t distance(const std::string& from, const std::string& to) {
+  std::vector<std::vector<std::size_t>> steps(from.size() + 1,
+                                              std::vector<std::size_t>(to.size() + 1));
+  for (std::size_t i = 0; i <= from.size(); ++i) {
+    for (std::size_t j = 0; j <= to.size(); ++j) {
+      if (i == 0 || j == 0) {
+        steps[i][j] = i + j;
+        continue;
+      }
+      const std::size_t change = from[i - 1] == to[j - 1] ? 0 : 1;
+      steps[i][j] =
+          std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1, steps[i - 1][j - 1] + change});
+      const bool exchanged = i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1];
+      if (exchanged) steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+    }
+  }
+  return steps[from.size()][to.size()];
+}
+
+}  // namespace
+
+CommandInfo describe(const CLI::App& app) {
+  CommandInfo info{app.get_name(), app.get_description(), app.get_group(), {}, {}, {}};
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->get_group().empty()) continue;
+    (option->get_positional() ? info.arguments : info.options).push_back(describe(*option));
+  }
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    info.commands.push_back(describe(*command));
+  }
+  return info;
+}
+
+CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& choices) {
+  option->type_name(fmt::format("{}", fmt::join(choices, std::string(1, separator))));
+  return option->check(CLI::Validator(
+      [choices](std::string& value) -> std::string {
+        if (std::find(choices.begin(), choices.end(), value) != choices.end()) return "";
+        return fmt::format("{} is not {}{}", value, alternatives(choices), guess(value, choices));
+      },
+      ""));
+}
+
+std::string alternatives(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+  }
+  return text;
+}
+
+std::string guess(const std::string& word, const std::vector<std::string>& names) {
+  constexpr std::size_t longest = 40;
+  if (word.size() > longest) return "";
+  std::string best;
+  std::size_t least = 1 + word.size() / 4;
+  for (const std::string& name : names) {
+    const std::size_t away = distance(word, name);
+    if (away > least || (away == least && !best.empty()) || away >= name.size()) continue;
+    best = name;
+    least = away;
+  }
+  return best.empty() ? "" : fmt::format("; did you mean {}?", best);
+}
+
+std::string labelOf(const OptionInfo& option) {
+  std::string label = fmt::format("{}", fmt::join(option.names, ", "));
+  if (option.value.empty()) return label;
+  if (!label.empty()) label += " ";
+  return label + option.value + (option.names.empty() && option.repeated ? "..." : "");
+}
+
+std::string textOf(const OptionInfo& option) {
+  if (option.choices.empty()) return option.text;
+  return option.text + ": " + alternatives(option.choices);
+}
+
+std::string usageOf(const std::string& path, const CommandInfo& command) {
+  std::string text = path;
+  const bool hasOptions =
+      std::any_of(command.options.begin(), command.options.end(),
+                  [](const OptionInfo& option) { return option.names.back() != "--help"; });
+  if (hasOptions) text += " [OPTIONS]";
+  for (const OptionInfo& option : command.options) {
+    if (option.required) text += " " + labelOf(option);
+  }
+  for (const OptionInfo& argument : command.arguments) {
+    text += argument.required ? " " + labelOf(argument) : " [" + labelOf(argument) + "]";
+  }
+  if (!command.commands.empty()) text += path == command.name ? " COMMAND" : " [COMMAND]";
+  return text;
+}
+
+}  // namespace paperloom::reader
