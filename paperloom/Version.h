@@ -14,7 +14,7 @@
 // "major.minor.patch".
 #define PAPERLOOM_VERSION \
   PAPERLOOM_VERSION_TEXT(PAPERLOOM_VERSION_MAJOR, PAPERLOOM_VERSION_MINOR, PAPERLOOM_VERSION_PATCH)
-// For #if: whether the headers are of that version or a later one.
+// For `#if`: whether the headers are of that version or a later one.
 #define PAPERLOOM_VERSION_AT_LEAST(major, minor) \
   (PAPERLOOM_VERSION_MAJOR > (major) ||          \
    (PAPERLOOM_VERSION_MAJOR == (major) && PAPERLOOM_VERSION_MINOR >= (minor)))

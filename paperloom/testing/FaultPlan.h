@@ -49,7 +49,7 @@ struct FaultPlan {
   std::optional<std::uint64_t> goneAfter;
 
   // Reads the text form: settings separated by commas or white space, each of them one of
-  //   latency=MILLISECONDS   status=PATH:CODE   failures=RATE or RATE@SEED
+  //   latency=MILLISECONDS   status=PATH:CODE   failures=RATE or `RATE@SEED`
   //   cut=PATH:BYTES         silent=PATH        gone=REQUESTS
   // `status`, `cut` and `silent` may be given several times. An empty text is a plan without
   // faults. The error is a sentence for the person who wrote the text.

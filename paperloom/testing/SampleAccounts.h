@@ -21,6 +21,7 @@ struct SampleAccount {
   int entitlementStatus = 0;
 };
 
+// All of them; constant.
 std::span<const SampleAccount> sampleAccounts();
 
 // A name that makes the identity service misbehave wherever it stands: as identifier or e-mail
@@ -30,6 +31,7 @@ struct SampleProvocation {
   std::string_view behaviour;  // for people
 };
 
+// All of them; constant.
 std::span<const SampleProvocation> sampleProvocations();
 
 }  // namespace paperloom::sample

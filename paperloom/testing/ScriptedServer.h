@@ -26,6 +26,8 @@ struct Step {
 };
 using Script = std::vector<Step>;
 
+// The steps, made on any thread. These send bytes as they are, wait, and end the connection in order
+// or by a reset.
 Step send(std::string bytes);
 Step wait(std::chrono::milliseconds pause);
 Step closeConnection();
@@ -34,17 +36,20 @@ Step resetConnection();
 Step hang();
 // Goes on when somebody calls ScriptedServer::release().
 Step awaitRelease();
+// Calls the function on the connection's thread.
 Step call(std::function<void()> function);
 // Sends these over and over, as fast as the client takes them, until it leaves.
 Step flood(std::string bytes);
 
-// A whole answer of that status with a Content-Length; `fields` are lines that end in "\r\n".
+// A whole answer of that status with a Content-Length; `fields` are lines that end in "\r\n". Any
+// thread.
 Script answer(std::string_view body, std::string_view fields = "",
               std::string_view status = "200 OK");
 
+// The script with one step more. Any thread.
 Script then(Script script, Step step);
 
-// A socket that listens on a loopback port of the kernel's choice.
+// A socket that listens on a loopback port of the kernel's choice. Any thread.
 struct Listener {
   Listener();
   ~Listener();
@@ -57,7 +62,8 @@ struct Listener {
 };
 
 // A server on a loopback port that says exactly the bytes it is told to, however wrong they are.
-// Connections are kept until a script ends them. The handler runs on a thread for each connection.
+// Connections are kept until a script ends them. The handler runs on a thread for each connection;
+// the functions may be called on any.
 class ScriptedServer {
  public:
   struct Request {
@@ -80,11 +86,13 @@ class ScriptedServer {
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 
+  // "http", its address and `target`.
   URL url(std::string_view target = "/") const;
   std::vector<Request> requests() const;
   int connections() const;
   // The most connections that were open at a time.
   int mostConnections() const;
+  // Lets every awaitRelease() go on, also those to come.
   void release();
 
  private:

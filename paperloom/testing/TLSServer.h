@@ -13,7 +13,7 @@ struct ssl_st;
 namespace paperloom::test {
 
 // An https server on a loopback port that gives every request the same bytes, behind a certificate
-// made for the occasion. One connection at a time.
+// made for the occasion. One connection at a time. Any thread.
 class TLSServer {
  public:
   // What follows an answer: the end of the connection, or something that nobody has asked for.

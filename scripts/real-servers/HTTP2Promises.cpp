@@ -4,7 +4,7 @@
 
 #include "HTTP2Peer.h"
 #include "Places.h"
-#include "tests/support/Fetch.h"
+#include "paperloom/testing/Fetch.h"
 
 namespace paperloom::servers {
 namespace {

@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/Fetch.h"
+#include "paperloom/testing/Fetch.h"
 
 namespace paperloom::servers {
 namespace {

@@ -15,10 +15,8 @@
 #include "tests/cache/CacheTools.h"
 #include "tests/support/Soak.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 using Files = std::map<std::string, std::string>;
 
@@ -66,7 +64,7 @@ class URLCacheEnduranceTest : public testing::Test {
     }
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   const std::filesystem::path path_ = folder_.path() / "url-cache";
 };
 
@@ -344,4 +342,4 @@ TEST_F(URLCacheEnduranceTest, afterARaceEveryCacheHasTheSameAnswer) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

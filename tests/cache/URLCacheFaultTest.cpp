@@ -11,13 +11,12 @@
 #include "paperloom/platform/internal/sqlite/SQLite.h"
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
-#include "tests/cache/FaultyFiles.h"
+#include "tests/support/FaultyFiles.h"
 #include "tests/support/Soak.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using namespace test;
 using Fault = FaultyFiles::Fault;
 
 constexpr std::int64_t capacity = 2 * megabyte;
@@ -55,7 +54,7 @@ class URLCacheFaultTest : public testing::Test {
   }
 
   FaultyFiles& faults_ = FaultyFiles::shared();
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   const std::filesystem::path path_ = folder_.path() / "url-cache";
 };
 
@@ -201,4 +200,4 @@ TEST_F(URLCacheFaultTest, locksThatTheSystemRefusesHoldNobodyUpForLong) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -7,16 +7,14 @@
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 class URLCacheTest : public testing::Test {
  protected:
-  std::string rawFiles() const { return test::bytesBelow(folder_.path()); }
+  std::string rawFiles() const { return bytesBelow(folder_.path()); }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   const std::filesystem::path path_ = folder_.path() / "caches" / "url-cache";
 };
 
@@ -288,4 +286,4 @@ TEST(ChecksumTest, isXXH3) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,14 +14,14 @@
 #include "paperloom/platform/DebugLog.h"
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/testing/FullDisk.h"
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 using internal::SQLiteDatabase;
-using namespace test;
 using namespace std::chrono_literals;
 
 class URLCacheTroubleTest : public testing::Test {
@@ -46,7 +45,7 @@ class URLCacheTroubleTest : public testing::Test {
     return false;
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   const std::filesystem::path path_ = folder_.path() / "caches" / "url-cache";
 };
 
@@ -84,29 +83,25 @@ TEST_F(URLCacheTroubleTest, whatAReaderKeepsFromBeingClearedIsClearedLater) {
   ASSERT_TRUE(other && other->execute("BEGIN; SELECT * FROM answers"));
   cache.removeAllCachedResponses();
   EXPECT_TRUE(cache.entries().empty());
-  EXPECT_NE(test::bytesBelow(path_).find(needle), std::string::npos);
+  EXPECT_NE(bytesBelow(path_).find(needle), std::string::npos);
   ASSERT_TRUE(other->execute("COMMIT"));
   std::this_thread::sleep_for(120ms);
   store(cache, "http://host/", "new");
-  EXPECT_EQ(test::bytesBelow(path_).find(needle), std::string::npos);
+  EXPECT_EQ(bytesBelow(path_).find(needle), std::string::npos);
   EXPECT_EQ(bodyOf(cache, "http://host/"), "new");
 }
 
 TEST_F(URLCacheTroubleTest, aFullDiskLeavesTheMemoryAndComesBackWithoutReopening) {
-  std::signal(SIGXFSZ, SIG_IGN);
   URLCache cache(megabyte, 10 * megabyte, path_);
   store(cache, "http://host/old", "old");
-  rlimit before{};
-  ::getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit full{100'000, before.rlim_max};
-  ::setrlimit(RLIMIT_FSIZE, &full);
+  auto full = std::make_unique<FullDisk>(100'000);
   for (int i = 0; i < 20; ++i) {
     store(cache, "http://host/" + std::to_string(i), std::string(20'000, 'x'));
     EXPECT_EQ(bodyOf(cache, "http://host/" + std::to_string(i)).size(), 20'000U);
   }
   EXPECT_EQ(onDisk("http://host/19"), "(none)");
   EXPECT_EQ(onDisk("http://host/old"), "old");
-  ::setrlimit(RLIMIT_FSIZE, &before);
+  full.reset();
   store(cache, "http://host/19", std::string(20'000, 'y'));
   EXPECT_EQ(onDisk("http://host/19"), std::string(20'000, 'y'));
 }
@@ -208,7 +203,7 @@ TEST_F(URLCacheTroubleTest, whatIsNoFileOfThisUsersIsLeftAlone) {
     ASSERT_TRUE(database &&
                 database->execute("CREATE TABLE theirs(x); INSERT INTO theirs VALUES(1)"));
   }
-  const std::string theirs = test::bytesBelow(folder_.path());
+  const std::string theirs = bytesBelow(folder_.path());
   const auto keepOne = [&] {
     URLCache cache(0, megabyte, path_);
     store(cache, "http://host/", "x");
@@ -289,4 +284,4 @@ TEST_F(URLCacheTroubleTest, aFileThatCannotBeWrittenIsRead) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

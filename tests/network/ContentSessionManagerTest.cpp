@@ -11,7 +11,7 @@
 #include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 // Accepts JSON objects and hands back the bytes: enough of a parser to see which body was taken.
@@ -34,10 +34,10 @@ struct Answer {
   std::string text() const { return result ? *result : result.error().details(); }
 };
 
-class ContentSessionManagerTests : public test::ContentFixture {
+class ContentSessionManagerTest : public ContentFixture {
  protected:
   Answer get(ContentSessionManagerProtocol& from, const URL& url) {
-    return test::captured<Answer>([&](auto done) {
+    return captured<Answer>([&](auto done) {
       from.getDocument<std::string>(url, std::make_shared<BodyParser>(), done);
     });
   }
@@ -45,8 +45,8 @@ class ContentSessionManagerTests : public test::ContentFixture {
   ContentSessionManager manager{cache};
 };
 
-TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
-  test::ScriptedServer server([](const auto&) {
+TEST_F(ContentSessionManagerTest, fallBackIsTheCopyStoredBeforeTheRequest) {
+  ScriptedServer server([](const auto&) {
     auto script = test::answer("{}", "", "500 Internal Server Error");
     script.insert(script.begin(), test::awaitRelease());
     return script;
@@ -61,15 +61,15 @@ TEST_F(ContentSessionManagerTests, fallBackIsTheCopyStoredBeforeTheRequest) {
   manager.getJSONData<std::string>(
       request.url, std::make_shared<BodyParser>(),
       [&](Result<std::string> result, bool) { answered.set_value(std::move(result)); });
-  ASSERT_TRUE(test::pumpUntil([&] { return !server.requests().empty(); }));
+  ASSERT_TRUE(pumpUntil([&] { return !server.requests().empty(); }));
   copy.data = Data(R"({"copy": 2})");
   cache->storeCachedResponse(copy, request);
   server.release();
-  EXPECT_EQ(test::await(answered.get_future()), R"({"copy": 1})");
+  EXPECT_EQ(await(answered.get_future()), R"({"copy": 1})");
 }
 
-TEST_F(ContentSessionManagerTests, copiesOfAnswersThatVaryAreFoundAndWarmedWithTheDefaultFields) {
-  auto server = std::make_unique<test::ScriptedServer>(
+TEST_F(ContentSessionManagerTest, copiesOfAnswersThatVaryAreFoundAndWarmedWithTheDefaultFields) {
+  auto server = std::make_unique<ScriptedServer>(
       test::answer("{}", "Cache-Control: max-age=0\r\nVary: Accept-Language\r\n"));
   const URL fetched = server->url("/fetched");
   const URL warmed = server->url("/warmed");
@@ -79,7 +79,7 @@ TEST_F(ContentSessionManagerTests, copiesOfAnswersThatVaryAreFoundAndWarmedWithT
   const auto german = std::make_shared<ContentSessionManager>(configuration);
   DataCoordinator coordinator(german, dates);
   ASSERT_TRUE(get(*german, fetched).result);
-  test::captured<CacheWarmerRequestResult>([&](auto done) {
+  captured<CacheWarmerRequestResult>([&](auto done) {
     coordinator.cacheWarmerDataCoordinator()->saveToCache(warmed, false, done);
   });
   server.reset();
@@ -90,8 +90,8 @@ TEST_F(ContentSessionManagerTests, copiesOfAnswersThatVaryAreFoundAndWarmedWithT
   }
 }
 
-TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
-  test::ScriptedServer server([](const auto&) {
+TEST_F(ContentSessionManagerTest, storedPageThatNoParserTakesIsAskedAfterBeforeItIsUsedAgain) {
+  ScriptedServer server([](const auto&) {
     return test::answer(R"({"good": 1})", "Expires: Tue, 31 Dec 2199 23:59:59 GMT\r\n");
   });
   const URL url = server.url();
@@ -103,8 +103,8 @@ TEST_F(ContentSessionManagerTests, storedPageThatNoParserTakesIsAskedAfterBefore
   EXPECT_EQ(get(manager, url).text(), R"({"good": 1})");
 }
 
-TEST_F(ContentSessionManagerTests, staleAnswerIsRefreshedBehindWithoutAnotherParse) {
-  test::ScriptedServer server([](const auto&) {
+TEST_F(ContentSessionManagerTest, staleAnswerIsRefreshedBehindWithoutAnotherParse) {
+  ScriptedServer server([](const auto&) {
     return test::answer(R"({"new": 1})", "Cache-Control: max-age=600\r\nETag: \"2\"\r\n");
   });
   const URLRequest request(server.url());
@@ -129,8 +129,8 @@ TEST_F(ContentSessionManagerTests, staleAnswerIsRefreshedBehindWithoutAnotherPar
   manager.getJSONData<std::string>(request.url, parser, [&](Result<std::string> result, bool) {
     answered.set_value(result.value());
   });
-  EXPECT_EQ(test::await(answered.get_future()), "{}");
-  EXPECT_TRUE(test::pumpUntil(
+  EXPECT_EQ(await(answered.get_future()), "{}");
+  EXPECT_TRUE(pumpUntil(
       [&] { return cache->cachedResponse(request)->data == Data(R"({"new": 1})"); }));
   EXPECT_EQ(count, 1);
 
@@ -138,11 +138,11 @@ TEST_F(ContentSessionManagerTests, staleAnswerIsRefreshedBehindWithoutAnotherPar
   std::promise<void> parsed;
   manager.getJSONData<std::string>(other, parser,
                                    [&](Result<std::string>, bool) { parsed.set_value(); });
-  test::await(parsed.get_future());
+  await(parsed.get_future());
   EXPECT_EQ(count, 2);
 }
 
-TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnType) {
+TEST_F(ContentSessionManagerTest, parserErrorsReachTheCallerInTheLibrarysOwnType) {
   MockSessionManager array(Data("[]"));
   EXPECT_EQ(get(array, at("/")).text(), "no object");
   MockSessionManager truncated(Data("{\"a\": "));
@@ -152,7 +152,7 @@ TEST_F(ContentSessionManagerTests, parserErrorsReachTheCallerInTheLibrarysOwnTyp
   EXPECT_EQ(decoder.text(), JSONDocument::parse("{\"a\": ").error().localizedDescription);
 }
 
-TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
+TEST_F(ContentSessionManagerTest, indicatorFollowsTheCountOnTheMainQueue) {
   auto& indicator = NetworkActivityIndicator::shared();
   DispatchQueue::main().runPending();
   misbehave("silent=/config");
@@ -179,12 +179,12 @@ TEST_F(ContentSessionManagerTests, indicatorFollowsTheCountOnTheMainQueue) {
     DispatchQueue::main().runPending();
     EXPECT_TRUE(indicator.isVisible());
     task->cancel();
-    EXPECT_TRUE(test::pumpUntil([&] { return !indicator.isVisible(); }));
+    EXPECT_TRUE(pumpUntil([&] { return !indicator.isVisible(); }));
     EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 0);
   }
 }
 
-TEST(ProgrammingErrorsDeathTests, stopTheProgramWithAMessage) {
+TEST(ProgrammingErrorsDeathTest, stopTheProgramWithAMessage) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(MockSessionManager(Data()).postJSONData(*URL::parse("http://a"), Data(), {}),
                "postJSONData not yet implemented");
@@ -197,4 +197,4 @@ TEST(ProgrammingErrorsDeathTests, stopTheProgramWithAMessage) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

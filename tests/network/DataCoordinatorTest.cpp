@@ -13,10 +13,10 @@
 #include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-class DataCoordinatorTests : public test::ContentFixture {
+class DataCoordinatorTest : public ContentFixture {
  protected:
   void SetUp() override { coordinator.setBaseURL(at("")); }
 
@@ -25,7 +25,7 @@ class DataCoordinatorTests : public test::ContentFixture {
 
   // Answers come on the session's queue, and are kept before anybody hears of them.
   Result<Metadata> configuration() {
-    return test::captured<Result<Metadata>>([&](auto done) {
+    return captured<Result<Metadata>>([&](auto done) {
       coordinator.requestAppMetadata(
           [&, done](const Metadata& metadata) {
             EXPECT_NE(std::this_thread::get_id(), caller);
@@ -36,7 +36,7 @@ class DataCoordinatorTests : public test::ContentFixture {
     });
   }
   Result<Front> stream(const std::vector<std::string>& sections) {
-    return test::captured<Result<Front>>([&](auto done) {
+    return captured<Result<Front>>([&](auto done) {
       coordinator.requestStreamForSections(
           sections,
           [&, done](const Front& stream) {
@@ -53,7 +53,7 @@ class DataCoordinatorTests : public test::ContentFixture {
   DataCoordinator coordinator{manager, dates};
 };
 
-TEST_F(DataCoordinatorTests, asksForTheSectionsBelowTheBaseURL) {
+TEST_F(DataCoordinatorTest, asksForTheSectionsBelowTheBaseURL) {
   const std::pair<std::string, std::vector<std::string>> table[] = {
       {"/", {"news", "sport"}}, {"?token=1", {"a b", "c&d"}}, {"/api/?x=y", {}}};
   const std::string targets[] = {"/stream?uids=news,sport", "/stream?uids=a%20b,c%26d",
@@ -68,7 +68,7 @@ TEST_F(DataCoordinatorTests, asksForTheSectionsBelowTheBaseURL) {
   EXPECT_EQ(service->requests().at(3).target, "/config?token=1");
 }
 
-TEST_F(DataCoordinatorTests, withoutABaseURLFailsAtOnce) {
+TEST_F(DataCoordinatorTest, withoutABaseURLFailsAtOnce) {
   coordinator.setBaseURL(std::nullopt);
   std::vector<std::string> failures;
   const auto note = [&](PaperloomError error) {
@@ -86,7 +86,7 @@ TEST_F(DataCoordinatorTests, withoutABaseURLFailsAtOnce) {
   EXPECT_TRUE(service->requests().empty());
 }
 
-TEST_F(DataCoordinatorTests, keepsTheLastConfigurationAndStream) {
+TEST_F(DataCoordinatorTest, keepsTheLastConfigurationAndStream) {
   EXPECT_FALSE(coordinator.appMetadata() || coordinator.stream() || coordinator.defaultSections());
   coordinator.setDefaultSections("news");
   EXPECT_EQ(coordinator.defaultSections(), "news");
@@ -102,7 +102,7 @@ TEST_F(DataCoordinatorTests, keepsTheLastConfigurationAndStream) {
   EXPECT_EQ(coordinator.appMetadata(), *metadata);
 }
 
-TEST_F(DataCoordinatorTests, failuresTellAStatusACancellationAndAnOutageApart) {
+TEST_F(DataCoordinatorTest, failuresTellAStatusACancellationAndAnOutageApart) {
   using Code = URLError::Code;
   struct Case {
     const char* faults;
@@ -122,7 +122,7 @@ TEST_F(DataCoordinatorTests, failuresTellAStatusACancellationAndAnOutageApart) {
         url, [](auto) {}, [&](PaperloomError, const Provenance& from) { failure = from; });
     EXPECT_FALSE(task->response() && !failure);
     if (c.code == Code::cancelled) task->cancel();
-    ASSERT_TRUE(test::pumpUntil([&] { return failure.has_value(); }));
+    ASSERT_TRUE(pumpUntil([&] { return failure.has_value(); }));
     EXPECT_EQ(failure->statusCode, c.status);
     EXPECT_EQ(failure->error ? std::optional(failure->error->code) : std::nullopt, c.code);
     EXPECT_EQ(task->response() ? std::optional(task->response()->statusCode) : std::nullopt,
@@ -131,7 +131,7 @@ TEST_F(DataCoordinatorTests, failuresTellAStatusACancellationAndAnOutageApart) {
   }
 }
 
-TEST_F(DataCoordinatorTests, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) {
+TEST_F(DataCoordinatorTest, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) {
   misbehave("silent=/");
   bool others = false;
   using Start = std::function<void(const Subscription&)>;
@@ -157,7 +157,7 @@ TEST_F(DataCoordinatorTests, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) 
   for (const Start& start : starts) start(*owner);
   EXPECT_EQ(manager->taskCount(), 5);
   owner.reset();
-  EXPECT_TRUE(test::pumpUntil([&] { return manager->taskCount() == 1; }));
+  EXPECT_TRUE(pumpUntil([&] { return manager->taskCount() == 1; }));
   const Subscription late;
   const Subscription gone = [] {
     Subscription ended;
@@ -165,10 +165,10 @@ TEST_F(DataCoordinatorTests, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) 
     return ended;
   }();
   starts[1](gone);
-  EXPECT_TRUE(test::pumpUntil([&] { return manager->taskCount() == 1; }));
+  EXPECT_TRUE(pumpUntil([&] { return manager->taskCount() == 1; }));
   EXPECT_FALSE(others);
   service->stop();
-  EXPECT_TRUE(test::pumpUntil([&] { return others; }));
+  EXPECT_TRUE(pumpUntil([&] { return others; }));
 }
 
 template <class Holder>
@@ -178,7 +178,7 @@ concept IsLookedIntoUnkept = requires(Holder holder) {
 static_assert(IsLookedIntoUnkept<std::shared_ptr<const StreamProtocol>>);
 static_assert(!IsLookedIntoUnkept<Snapshot<StreamProtocol>>, "the loop would read freed memory");
 
-TEST(SharedCoordinatorDeathTests, areConfiguredBeforeTheirFirstUseOrNotAtAll) {
+TEST(SharedCoordinatorDeathTest, areConfiguredBeforeTheirFirstUseOrNotAtAll) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
       {
@@ -193,7 +193,7 @@ TEST(SharedCoordinatorDeathTests, areConfiguredBeforeTheirFirstUseOrNotAtAll) {
       ::testing::ExitedWithCode(7), "");
 }
 
-TEST_F(DataCoordinatorTests, imagesAnswerOnTheMainQueue) {
+TEST_F(DataCoordinatorTest, imagesAnswerOnTheMainQueue) {
   for (const auto& [path, width] : {std::pair("/images/harbour-640.jpg", 640), {"/config", 0}}) {
     std::optional<int> received;
     coordinator.requestImageFromURL(
@@ -206,12 +206,12 @@ TEST_F(DataCoordinatorTests, imagesAnswerOnTheMainQueue) {
           EXPECT_EQ(std::this_thread::get_id(), caller);
           received = 0;
         });
-    EXPECT_TRUE(test::pumpUntil([&] { return received.has_value(); })) << path;
+    EXPECT_TRUE(pumpUntil([&] { return received.has_value(); })) << path;
     EXPECT_EQ(received, width) << path;
   }
 }
 
-TEST_F(DataCoordinatorTests, offlineStreamIsAnsweredBeforeTheCallReturns) {
+TEST_F(DataCoordinatorTest, offlineStreamIsAnsweredBeforeTheCallReturns) {
   std::shared_ptr<const StreamProtocol> offline;
   coordinator.requestOfflineStream([&](auto stream, const Provenance& provenance) {
     offline = std::move(stream);
@@ -229,7 +229,7 @@ TEST_F(DataCoordinatorTests, offlineStreamIsAnsweredBeforeTheCallReturns) {
   EXPECT_TRUE(service->requests().empty());
 }
 
-TEST_F(DataCoordinatorTests, sharedCoordinatorFollowsEveryStreamThatIsParsed) {
+TEST_F(DataCoordinatorTest, sharedCoordinatorFollowsEveryStreamThatIsParsed) {
   const auto front = stream({"news"});
   ASSERT_TRUE(front);
   const auto current = DataCoordinator::shared().appMetadata();
@@ -237,15 +237,15 @@ TEST_F(DataCoordinatorTests, sharedCoordinatorFollowsEveryStreamThatIsParsed) {
   EXPECT_GT(current->sectionMetadata().size(), (*front)->appMetadata()->sectionMetadata().size());
 }
 
-class CacheWarmerTests : public DataCoordinatorTests {
+class CacheWarmerTest : public DataCoordinatorTest {
  protected:
   std::shared_ptr<CacheWarmerDataCoordinatorProtocol> warmer =
       coordinator.cacheWarmerDataCoordinator();
 };
 
-TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator) {
+TEST_F(CacheWarmerTest, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator) {
   misbehave("silent=/config");
-  const bool cancelled = test::captured<bool>([&](auto done) {
+  const bool cancelled = captured<bool>([&](auto done) {
     coordinator.cacheWarmerDataCoordinator()->saveToCache(
         at("/config"), false, [&, done](CacheWarmerRequestResult result) {
           done(coordinator.baseURL() && std::holds_alternative<cachewarmer::NetworkError>(result));
@@ -257,8 +257,8 @@ TEST_F(CacheWarmerTests, replacedWhileItWorksItLetsItsCallbacksUseTheCoordinator
   EXPECT_TRUE(coordinator.cacheWarmerDataCoordinator());
 }
 
-TEST_F(CacheWarmerTests, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority) {
-  test::ScriptedServer server([](const auto&) {
+TEST_F(CacheWarmerTest, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority) {
+  ScriptedServer server([](const auto&) {
     auto script = test::answer("page");
     script.insert(script.begin(), test::wait(std::chrono::milliseconds(5)));
     return script;
@@ -272,11 +272,11 @@ TEST_F(CacheWarmerTests, pagesOfOneHostAreFetchedOverOneConnectionAtLowPriority)
                                           });
     EXPECT_EQ(task->priority(), URLSessionTask::lowPriority);
   }
-  EXPECT_TRUE(test::pumpUntil([&] { return left == 0; }));
+  EXPECT_TRUE(pumpUntil([&] { return left == 0; }));
   EXPECT_EQ(server.mostConnections(), 1);
 }
 
-TEST_F(CacheWarmerTests, callbacksMayBeLeftOut) {
+TEST_F(CacheWarmerTest, callbacksMayBeLeftOut) {
   const URL config = at("/config");
   warmer->saveToCache(config, false, nullptr);
   manager->getJSONData<std::shared_ptr<const ArticleProtocol>>(
@@ -287,15 +287,15 @@ TEST_F(CacheWarmerTests, callbacksMayBeLeftOut) {
   coordinator.requestOfflineStream(nullptr);
   coordinator.requestArticle(config, nullptr);
   coordinator.requestImageFromURL(config, nullptr);
-  EXPECT_TRUE(test::pumpUntil([&] {
+  EXPECT_TRUE(pumpUntil([&] {
     return manager->taskCount() == 0 && coordinator.appMetadata() &&
            cache->cachedResponse(URLRequest(config));
   }));
   EXPECT_EQ(warmer->saveToCache(config, false, nullptr), nullptr);
 }
 
-TEST(LatestDateStoreTests, timesInTheFutureAndUnusableValuesCountAsNone) {
-  const test::TemporaryFolder folder;
+TEST(LatestDateStoreTest, timesInTheFutureAndUnusableValuesCountAsNone) {
+  const TemporaryFolder folder;
   UserDefaults defaults(folder.path() / "defaults");
   const LatestDateStore first(defaults);
   EXPECT_GT(first.lastRequestTime(), 1e9);
@@ -312,14 +312,14 @@ TEST(LatestDateStoreTests, timesInTheFutureAndUnusableValuesCountAsNone) {
   EXPECT_GT(LatestDateStore(defaults).lastRequestTime(), 1e9);
 }
 
-TEST(LatestDateStoreTests, recordsByWayOfWhatASubclassReadsAndWrites) {
+TEST(LatestDateStoreTest, recordsByWayOfWhatASubclassReadsAndWrites) {
   struct Elsewhere final : LatestDateStore {
     using LatestDateStore::LatestDateStore;
     double lastRequestTime() const override { return time; }
     void setLastRequestTime(double to) override { time = to; }
     double time = 0;
   };
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   UserDefaults defaults(folder.path() / "defaults");
   defaults.setDouble(5, "paperloom.lastRequestTime");
   Elsewhere store(defaults);
@@ -329,4 +329,4 @@ TEST(LatestDateStoreTests, recordsByWayOfWhatASubclassReadsAndWrites) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -57,7 +57,7 @@ std::string textOf(const PaperloomError& error) {
                                                                : details.substr(0, end + 3);
 }
 
-class Delivery : public ::testing::Test {
+class DeliveryTest : public ::testing::Test {
  protected:
   // Makes what a row needs anew.
   void prepare(const std::optional<Copy>& stored, const Script& script) {
@@ -92,7 +92,7 @@ class Delivery : public ::testing::Test {
   std::unique_ptr<DataCoordinator> coordinator;
 };
 
-TEST_F(Delivery, ofADocument) {
+TEST_F(DeliveryTest, ofADocument) {
   using enum Provenance::Source;
   using Source = Provenance::Source;
   struct Row {
@@ -196,7 +196,7 @@ TEST_F(Delivery, ofADocument) {
   }
 }
 
-TEST_F(Delivery, ofWhatIsWarmed) {
+TEST_F(DeliveryTest, ofWhatIsWarmed) {
   struct Row {
     const char* what;
     std::optional<Copy> stored;
@@ -258,7 +258,7 @@ TEST_F(Delivery, ofWhatIsWarmed) {
   }
 }
 
-TEST_F(Delivery, ofAPost) {
+TEST_F(DeliveryTest, ofAPost) {
   constexpr const char* mayBeKept = "Cache-Control: max-age=600\r\nContent-Location: #\r\n";
   const std::pair<Script, std::string> rows[] = {
       {say("200 OK", "new", mayBeKept), "200 new"},
@@ -303,7 +303,7 @@ std::string textOf(const RequestResult<Item>& result) {
   return std::array{"success", "", "", "network", "internal"}.at(result.index());
 }
 
-TEST_F(Delivery, ofTheIdentitySide) {
+TEST_F(DeliveryTest, ofTheIdentitySide) {
   using Lines = std::vector<std::string>;  // what the completion heard, in order
   struct Row {
     const char* what;
@@ -373,7 +373,7 @@ TEST_F(Delivery, ofTheIdentitySide) {
   }
 }
 
-TEST(Defaults, areThoseThatReadersFeel) {
+TEST(DefaultsTest, areThoseThatReadersFeel) {
   const TemporaryFolder folder;
   ApplicationDirectories::setCachesDirectory(folder.path());
   const ContentSessionManager content;

@@ -7,17 +7,17 @@
 #include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 constexpr const char* page = "text/html; charset=utf-8";
 constexpr const char* json = "application/json";
 constexpr const char* none = "";
 
-class OfflineCopy : public test::ContentFixture {
+class OfflineCopyTest : public ContentFixture {
  protected:
   CacheWarmerRequestResult warm(const URL& url, bool force) {
-    return test::captured<CacheWarmerRequestResult>(
+    return captured<CacheWarmerRequestResult>(
         [&](auto done) { asked = warmer.saveToCache(url, force, done) != nullptr; });
   }
 
@@ -34,7 +34,7 @@ class OfflineCopy : public test::ContentFixture {
         return std::string(data.view());
       }
     };
-    return test::captured<std::string>([&](auto done) {
+    return captured<std::string>([&](auto done) {
       manager.getDocument<std::string>(
           url, std::make_shared<Echo>(),
           [&, done](const Result<std::string>& result, const Provenance& provenance) {
@@ -51,7 +51,7 @@ class OfflineCopy : public test::ContentFixture {
   CacheWarmerSessionManager warmer{cache};
 };
 
-TEST_F(OfflineCopy, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedirects) {
+TEST_F(OfflineCopyTest, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedirects) {
   const std::string root = "http://127.0.0.1:1";  // nobody answers there
   struct Stored {
     int status;
@@ -104,7 +104,7 @@ TEST_F(OfflineCopy, isAnAnswerOfGoodStatusWhateverItsFreshnessByWayOfStoredRedir
   }
 }
 
-TEST_F(OfflineCopy, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace) {
+TEST_F(OfflineCopyTest, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace) {
   struct Case {
     const char* type;
     const char* status;
@@ -135,7 +135,7 @@ TEST_F(OfflineCopy, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace) {
       if (*type != '\0') more += std::string("Content-Type: ") + type + "\r\n";
       return more + "Cache-Control: max-age=600\r\n";
     };
-    test::ScriptedServer server([&, count = 0](const auto& request) mutable {
+    ScriptedServer server([&, count = 0](const auto& request) mutable {
       if (request.target == "/portal") return test::answer("new", fields(page, ""));
       if (request.target == "/gone") return test::answer("new", fields(json, ""), "404 Not Found");
       if (request.target == "/there") return test::answer("new", fields(json, ""));
@@ -151,4 +151,4 @@ TEST_F(OfflineCopy, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

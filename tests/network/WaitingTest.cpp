@@ -11,19 +11,20 @@
 #include "paperloom/platform/ImageDecoder.h"
 #include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
-#include "tests/support/BlockedDisk.h"
+#include "tests/support/FaultyFiles.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-[[maybe_unused]] const bool installed = test::BlockedDisk::install();
+// Before the first test opens a file.
+FaultyFiles& files = FaultyFiles::shared();
 
-class WaitingTests : public test::ContentFixture {
+class WaitingTest : public ContentFixture {
  protected:
   std::vector<std::shared_ptr<AuthSessionManager>> accounts;
 };
 
-TEST_F(WaitingTests, nobodyWhoAsksOrReadsWaitsForADisk) {
+TEST_F(WaitingTest, nobodyWhoAsksOrReadsWaitsForADisk) {
   using Act = std::function<void(DataCoordinator&, const URL&)>;
   const std::pair<const char*, Act> acts[] = {
       {"setting up", [](DataCoordinator&, const URL&) {}},
@@ -56,7 +57,7 @@ TEST_F(WaitingTests, nobodyWhoAsksOrReadsWaitsForADisk) {
     const auto path = folder.path() / std::to_string(number++);
     std::shared_ptr<ContentSessionManager> manager;
     std::unique_ptr<DataCoordinator> coordinator;
-    test::BlockedDisk disk;
+    files.block(true);
     auto asked = std::async(std::launch::async, [&, &act = act] {
       manager = std::make_shared<ContentSessionManager>(
           std::make_shared<URLCache>(1 << 20, 1 << 20, path));
@@ -65,12 +66,12 @@ TEST_F(WaitingTests, nobodyWhoAsksOrReadsWaitsForADisk) {
       act(*coordinator, at("/config"));
       DispatchQueue::main().runPending();
     });
-    const bool inTime = asked.wait_for(test::patience) == std::future_status::ready;
+    const bool inTime = asked.wait_for(patience) == std::future_status::ready;
     if (what == std::string_view("article")) {
-      EXPECT_TRUE(test::pumpUntil([] { return test::BlockedDisk::held() > 0; }))
+      EXPECT_TRUE(pumpUntil([] { return files.held() > 0; }))
           << "nobody else waits in their place";
     }
-    disk.open();
+    files.block(false);
     asked.wait();
     coordinator.reset();
     manager.reset();
@@ -94,7 +95,7 @@ class PatientDecoder final : public ImageDecoder {
   std::shared_future<void> released = release.get_future().share();
 };
 
-TEST_F(WaitingTests, picturesAreDecodedSeveralAtATimeAndHoldUpNoOtherAnswer) {
+TEST_F(WaitingTest, picturesAreDecodedSeveralAtATimeAndHoldUpNoOtherAnswer) {
   const auto decoder = std::make_shared<PatientDecoder>();
   ImageDecoder::setCurrent(decoder);
   const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
@@ -104,16 +105,16 @@ TEST_F(WaitingTests, picturesAreDecodedSeveralAtATimeAndHoldUpNoOtherAnswer) {
   for (unsigned i = 0; i < cores + 1; ++i) {
     coordinator.requestImageFromURL(at("/images/harbour-640.jpg"), [&](const auto&) { ++images; });
   }
-  EXPECT_TRUE(test::pumpUntil([&] { return decoder->begun == cores; }));
+  EXPECT_TRUE(pumpUntil([&] { return decoder->begun == cores; }));
   std::promise<void> configured;
   coordinator.requestAppMetadata([&](const auto&) { configured.set_value(); });
-  EXPECT_EQ(configured.get_future().wait_for(test::patience), std::future_status::ready);
+  EXPECT_EQ(configured.get_future().wait_for(patience), std::future_status::ready);
   EXPECT_EQ(images, 0U);
   EXPECT_EQ(decoder->begun, cores);
   decoder->release.set_value();
-  EXPECT_TRUE(test::pumpUntil([&] { return images == cores + 1; }));
+  EXPECT_TRUE(pumpUntil([&] { return images == cores + 1; }));
   ImageDecoder::setCurrent(nullptr);
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

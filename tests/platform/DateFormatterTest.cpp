@@ -4,10 +4,10 @@
 
 #include "tests/support/Split.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-TEST(DateFormatterTests, instantsAreReadByTheirOffset) {
+TEST(DateFormatterTest, instantsAreReadByTheirOffset) {
   const std::pair<const char*, const char*> table[] = {
       {"2018-03-01T14:05:09Z", "2018-03-01T14:05:09Z"},
       {"2018-03-01T14:05:09+00:00", "2018-03-01T14:05:09Z"},
@@ -27,7 +27,7 @@ TEST(DateFormatterTests, instantsAreReadByTheirOffset) {
   EXPECT_EQ(secondsSince1970(*DateFormatter::shared().date("2018-03-01T14:05:09Z")), 1519913109.0);
 }
 
-TEST(DateFormatterTests, otherFormsAndTimesThatDoNotExistAreRefused) {
+TEST(DateFormatterTest, otherFormsAndTimesThatDoNotExistAreRefused) {
   for (const std::string& text : test::split(
            "|2018-03-01|01/03/2018|2018-03-01 14:05|2018-03-01T14:05:09|2018-03-01T14:05:09z|"
            "2018-03-01t14:05:09Z|2018-03-01 14:05:09Z|2018-03-01T14:05:09.5Z|2018-03-01T14:05Z|"
@@ -41,10 +41,10 @@ TEST(DateFormatterTests, otherFormsAndTimesThatDoNotExistAreRefused) {
   }
 }
 
-TEST(DateFormatterTests, instantsOutsideFourDigitYearsAreWrittenAsTheNearestInside) {
+TEST(DateFormatterTest, instantsOutsideFourDigitYearsAreWrittenAsTheNearestInside) {
   EXPECT_EQ(DateFormatter::shared().string(Date::min()), "0000-01-01T00:00:00Z");
   EXPECT_EQ(DateFormatter::shared().string(Date::max()), "9999-12-31T23:59:59Z");
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 bool isReadable(const DispatchQueue& queue) {
@@ -14,7 +14,7 @@ bool isReadable(const DispatchQueue& queue) {
   return ::poll(&descriptor, 1, 0) == 1;
 }
 
-TEST(DispatchQueueTests, stopLeavesWhatIsQueuedInItsOrder) {
+TEST(DispatchQueueTest, stopLeavesWhatIsQueuedInItsOrder) {
   DispatchQueue queue;
   std::string order;
   queue.async([&] {
@@ -33,7 +33,7 @@ TEST(DispatchQueueTests, stopLeavesWhatIsQueuedInItsOrder) {
   EXPECT_FALSE(isReadable(queue));
 }
 
-TEST(DispatchQueueTests, runWaitsForWorkOfOtherThreads) {
+TEST(DispatchQueueTest, runWaitsForWorkOfOtherThreads) {
   DispatchQueue queue;
   std::thread other([&] {
     for (int i = 0; i < 1000; ++i) queue.async([] {});
@@ -43,7 +43,7 @@ TEST(DispatchQueueTests, runWaitsForWorkOfOtherThreads) {
   other.join();
 }
 
-TEST(DispatchQueueTests, aHostIsWokenWheneverTheQueueStopsBeingEmpty) {
+TEST(DispatchQueueTest, aHostIsWokenWheneverTheQueueStopsBeingEmpty) {
   DispatchQueue queue;
   int woken = 0;
   queue.setWakeUp([&] { ++woken; });
@@ -58,4 +58,4 @@ TEST(DispatchQueueTests, aHostIsWokenWheneverTheQueueStopsBeingEmpty) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

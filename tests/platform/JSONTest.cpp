@@ -6,7 +6,7 @@
 
 #include "tests/support/Split.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 const char* const values = R"({
@@ -18,7 +18,7 @@ const char* const values = R"({
   "shadowed": null, "shadowed": "text"
 })";
 
-TEST(JSONTests, aValueCountsOnlyWithExactlyTheAskedType) {
+TEST(JSONTest, aValueCountsOnlyWithExactlyTheAskedType) {
   const auto document = JSONDocument::parse(values);
   const JSONObject json = *document->object();
   for (const char* key : {"text", "empty", "yes", "no", "null", "one", "half", "object", "objects",
@@ -38,7 +38,7 @@ TEST(JSONTests, aValueCountsOnlyWithExactlyTheAskedType) {
   EXPECT_EQ(json.string("shadowed"), std::nullopt);
 }
 
-TEST(JSONTests, integersAreNumbersOfIntegralValueWithinTheirRange) {
+TEST(JSONTest, integersAreNumbersOfIntegralValueWithinTheirRange) {
   const auto document = JSONDocument::parse(values);
   const std::pair<const char*, std::optional<std::int64_t>> table[] = {
       {"one", 1},
@@ -57,7 +57,7 @@ TEST(JSONTests, integersAreNumbersOfIntegralValueWithinTheirRange) {
   }
 }
 
-TEST(JSONTests, listsOfObjectsAreWalkedInOrder) {
+TEST(JSONTest, listsOfObjectsAreWalkedInOrder) {
   const auto document = JSONDocument::parse(values);
   const auto list = document->object()->objects("objects");
   std::string all;
@@ -67,7 +67,7 @@ TEST(JSONTests, listsOfObjectsAreWalkedInOrder) {
   EXPECT_EQ(JSONObjectList().begin(), JSONObjectList().end());
 }
 
-TEST(JSONTests, descriptionsAreCompactTextAndNilForAnAbsentKey) {
+TEST(JSONTest, descriptionsAreCompactTextAndNilForAnAbsentKey) {
   const auto document = JSONDocument::parse(values);
   const JSONObject json = *document->object();
   EXPECT_EQ(json.debugDescription("objects"), R"([{"n":1},{},{"n":3}])");
@@ -76,7 +76,7 @@ TEST(JSONTests, descriptionsAreCompactTextAndNilForAnAbsentKey) {
   EXPECT_EQ(json.debugDescription("missing"), "nil");
 }
 
-TEST(JSONTests, aNumberOutOfRangeCountsAsNullAndDecidesOverNothingElse) {
+TEST(JSONTest, aNumberOutOfRangeCountsAsNullAndDecidesOverNothingElse) {
   auto numbers = test::split(
       "18446744073709551616|-9223372036854775809|123456789012345678901|1e400|-1E+400|1.5e309|"
       "0.9e99999999999999999999");
@@ -105,7 +105,7 @@ std::string nested(std::size_t levels) {
   return std::string(levels, '[') + std::string(levels, ']');
 }
 
-TEST(JSONTests, whatIsNoJSONTextIsAnErrorWithTheDecodersWords) {
+TEST(JSONTest, whatIsNoJSONTextIsAnErrorWithTheDecodersWords) {
   auto invalid = test::split(
       "|\xEF\xBB\xBF|\xEF\xBB\xBF\xEF\xBB\xBF{}| \n|{|{\"a\":1,}|{} {}|nul|'a'|{\"a\":\"\xff\"}|"
       "\"\xED\xA0\x80\"|\"\\ud800\"|\"\\x\"|\"a\nb\"|01|1.|NaN");
@@ -125,7 +125,7 @@ TEST(JSONTests, whatIsNoJSONTextIsAnErrorWithTheDecodersWords) {
 }
 
 // Documents share their thread's working memory in turn; those alive at once must not.
-TEST(JSONTests, documentsLiveOnBesideLaterOnesOfAnySizeAndOnOtherThreads) {
+TEST(JSONTest, documentsLiveOnBesideLaterOnesOfAnySizeAndOnOtherThreads) {
   const auto text = [](int number, std::size_t size) {
     return "{\"n\":" + std::to_string(number) + ",\"pad\":\"" + std::string(size, 'x') + "\"" +
            (number % 3 == 0 ? ",\"big\":1e400}" : "}");
@@ -152,4 +152,4 @@ TEST(JSONTests, documentsLiveOnBesideLaterOnesOfAnySizeAndOnOtherThreads) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

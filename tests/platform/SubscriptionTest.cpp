@@ -13,7 +13,7 @@
 namespace paperloom::test {
 namespace {
 
-TEST(Subscriptions, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin) {
+TEST(SubscriptionsTest, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin) {
   std::promise<void> begun;
   std::promise<void> mayEnd;
   std::atomic<bool> ended = false;
@@ -42,7 +42,7 @@ TEST(Subscriptions, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin
   EXPECT_EQ(calls, 1);
 }
 
-TEST(Subscriptions, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
+TEST(SubscriptionsTest, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
   auto owner = std::make_unique<Subscription>();
   std::atomic<int> inside = 0;
   const auto callback = (*owner)([&] {
@@ -60,7 +60,7 @@ TEST(Subscriptions, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
   EXPECT_EQ(second, nullptr);
 }
 
-TEST(Subscriptions, ownCallbacksOfEveryShapeAndEmptyOnes) {
+TEST(SubscriptionsTest, ownCallbacksOfEveryShapeAndEmptyOnes) {
   const Subscription owner;
   int heard = 0;
   const FailureCallback callbacks[] = {
@@ -73,7 +73,7 @@ TEST(Subscriptions, ownCallbacksOfEveryShapeAndEmptyOnes) {
   EXPECT_EQ(heard, 11);
 }
 
-TEST(CallbackDeathTests, whatLeavesAHostsFunctionEndsTheProcess) {
+TEST(CallbackDeathTest, whatLeavesAHostsFunctionEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(
       {

@@ -1,7 +1,6 @@
 #include "paperloom/platform/UserDefaults.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,14 +12,15 @@
 #include <vector>
 
 #include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/testing/FullDisk.h"
 #include "paperloom/testing/TemporaryFolder.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 class UserDefaultsTest : public testing::Test {
  protected:
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   const std::filesystem::path file_ = folder_.path() / "settings" / "defaults.sqlite";
 };
 
@@ -197,17 +197,13 @@ TEST_F(UserDefaultsTest, whatTheDiskRefusesStaysInMemoryAndIsWrittenLater) {
   std::filesystem::remove_all(folder_.path() / "settings");
   defaults.setDouble(6, "key");
   EXPECT_TRUE(defaults.synchronize());
-  // The disk is full.
-  std::signal(SIGXFSZ, SIG_IGN);
-  rlimit before{};
-  ::getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit full{16384, before.rlim_max};
-  ::setrlimit(RLIMIT_FSIZE, &full);
-  defaults.setString(std::string(100000, 'x'), "long");
-  EXPECT_FALSE(defaults.synchronize());
-  EXPECT_EQ(defaults.doubleForKey("key"), 6);
-  EXPECT_TRUE(defaults.stringForKey("long").has_value());
-  ::setrlimit(RLIMIT_FSIZE, &before);
+  {
+    const FullDisk full(16384);
+    defaults.setString(std::string(100000, 'x'), "long");
+    EXPECT_FALSE(defaults.synchronize());
+    EXPECT_EQ(defaults.doubleForKey("key"), 6);
+    EXPECT_TRUE(defaults.stringForKey("long").has_value());
+  }
   EXPECT_TRUE(defaults.synchronize());
   const UserDefaults next(file_);
   EXPECT_EQ(next.doubleForKey("key"), 6);
@@ -215,7 +211,7 @@ TEST_F(UserDefaultsTest, whatTheDiskRefusesStaysInMemoryAndIsWrittenLater) {
 }
 
 TEST(ApplicationDirectoriesTest, liesBelowTheXdgFoldersUnlessTheHostSaysOtherwise) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   const std::string root = folder.path();
   const struct {
     const char *xdg, *name, *chosen;
@@ -244,4 +240,4 @@ TEST(ApplicationDirectoriesTest, liesBelowTheXdgFoldersUnlessTheHostSaysOtherwis
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
 
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
-#include "tests/support/Fetch.h"
 
 namespace paperloom::test {
 namespace {
@@ -279,10 +278,7 @@ TEST_F(CachingTest, staleWhileRevalidateServesNowAndRefreshesBehind) {
       start(session_, URLRequest(server.url()), URLSessionTask::defaultPriority, filter).get();
   EXPECT_EQ(received.body(), "old");
   EXPECT_EQ(received.metrics.source, Source::stale);
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (kept(server.url()) == "old" && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::yield();
-  }
+  EXPECT_TRUE(pumpUntil([&] { return kept(server.url()) != "old"; }));
   EXPECT_EQ(kept(server.url()), "new of \"1\"");
   EXPECT_EQ(asked, 1);
 }

@@ -2,14 +2,13 @@
 
 #include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "paperloom/platform/internal/session/EasyHandles.h"
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
 #include "paperloom/testing/TLSServer.h"
 #include "paperloom/testing/TemporaryFolder.h"
-#include "tests/support/Fetch.h"
 
 namespace paperloom::test {
 namespace {
@@ -18,7 +17,7 @@ using namespace std::chrono_literals;
 using Code = URLError::Code;
 using Request = ScriptedServer::Request;
 
-TEST(Connections, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotRepeatedNothing) {
+TEST(ConnectionsTest, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotRepeatedNothing) {
   struct Case {
     const char* method;
     Step death;
@@ -51,7 +50,7 @@ TEST(Connections, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotRepea
   }
 }
 
-TEST(Connections, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain) {
+TEST(ConnectionsTest, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain) {
   for (const char* begun : {"", "HTTP/1.1 200 OK\r\n"}) {
     ScriptedServer server([&](const Request& request) -> Script {
       if (request.target == "/warm") return answer("warm");
@@ -66,7 +65,7 @@ TEST(Connections, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain)
 }
 
 // Each of these would be the answer to the next request, and be stored under its URL.
-TEST(Connections, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
+TEST(ConnectionsTest, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
   const std::string wrong = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nwrong";
   const std::string late = "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\n\r\n";
   const std::string firsts[] = {
@@ -96,7 +95,7 @@ TEST(Connections, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
         URLSession session({});
         EXPECT_FALSE(fetch(session, URLRequest(server.url("/first"))).error);
         server.release();
-        while (!sent) std::this_thread::yield();
+        ASSERT_TRUE(pumpUntil([&] { return sent.load(); }));
         EXPECT_EQ(fetch(session, URLRequest(server.url("/second"))).body(), "right");
         EXPECT_EQ(server.connections(), 2);
         EXPECT_EQ(server.requests().back().connection, 2);
@@ -105,7 +104,7 @@ TEST(Connections, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
   }
 }
 
-TEST(Connections, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot) {
+TEST(ConnectionsTest, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot) {
   using Afterwards = TLSServer::Afterwards;
   const TemporaryFolder folder;
   for (const Afterwards afterwards : {Afterwards::sendTicket, Afterwards::sendAnswer}) {
@@ -117,7 +116,7 @@ TEST(Connections, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot)
     URLSession session(configuration);
     for (int i = 0; i < 100; ++i) {
       EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), "body");
-      while (server.answered() < server.requests()) std::this_thread::yield();
+      ASSERT_TRUE(pumpUntil([&] { return server.answered() >= server.requests(); }));
     }
     if (afterwards == Afterwards::sendTicket) {
       // A newer libcurl itself leaves a connection on which anything came after the answer.
@@ -129,7 +128,7 @@ TEST(Connections, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot)
   }
 }
 
-TEST(Connections, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
+TEST(ConnectionsTest, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
   for (const int allowed : {1, 3}) {
     ScriptedServer server([](const Request& request) -> Script {
       const bool isLast = std::atoi(request.target.c_str() + 1) % 20 == 19;
@@ -148,7 +147,7 @@ TEST(Connections, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
   }
 }
 
-TEST(Connections, tasksWaitInOrderOfPriorityAndThenOfArrival) {
+TEST(ConnectionsTest, tasksWaitInOrderOfPriorityAndThenOfArrival) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target != "/first") return answer("x");
     Script script = answer("x");
@@ -183,7 +182,7 @@ TEST(Connections, tasksWaitInOrderOfPriorityAndThenOfArrival) {
                                              "/low"}));
 }
 
-TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
+TEST(TimeoutsTest, silenceEndsARequestAndBytesKeepItAlive) {
   struct Case {
     const char* what;
     Script script;
@@ -227,7 +226,7 @@ TEST(Timeouts, silenceEndsARequestAndBytesKeepItAlive) {
   }
 }
 
-TEST(Timeouts, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlone) {
+TEST(TimeoutsTest, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlone) {
   Script trickle = {send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n")};
   for (int i = 0; i < 200; ++i) {
     trickle.push_back(send("x"));
@@ -248,7 +247,7 @@ TEST(Timeouts, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForThatAlo
   EXPECT_EQ(waiting.get().code(), Code::timedOut);
 }
 
-TEST(Timeouts, aSilentServerHoldsUpNobodyElse) {
+TEST(TimeoutsTest, aSilentServerHoldsUpNobodyElse) {
   ScriptedServer silent({hang()});
   ScriptedServer lively(hangingOnRequest);
   URLSession session({});
@@ -260,7 +259,7 @@ TEST(Timeouts, aSilentServerHoldsUpNobodyElse) {
   for (Pending& task : stuck) EXPECT_EQ(task.get().code(), Code::cancelled);
 }
 
-TEST(Timeouts, aServerThatNeverStopsMeetsALimitAndHoldsUpNobodyElse) {
+TEST(TimeoutsTest, aServerThatNeverStopsMeetsALimitAndHoldsUpNobodyElse) {
   const std::string ok = "HTTP/1.1 200 OK\r\n";
   const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
   const std::string gzip = ok + "Content-Encoding: gzip\r\n\r\n";

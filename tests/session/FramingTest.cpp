@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
-#include <zlib.h>
-
 #include <malloc.h>
+#include <zlib.h>
 
 #include <cstdio>
 #include <fstream>
-
+#include <list>
 #include <mutex>
+
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
-#include "tests/support/Fetch.h"
+#include "tests/support/Split.h"
 
 namespace paperloom::test {
 namespace {
@@ -65,58 +66,32 @@ void expectAll(const std::vector<Case>& cases, URLSessionConfiguration configura
   }
 }
 
-TEST(Framing, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
-  const auto bad = Code::badServerResponse;
-  const auto lost = Code::networkConnectionLost;
-  expectAll({
-      good("length", withLength("", "abc"), "abc"),
-      good("chunks",
-           head("Transfer-Encoding: chunked\r\n") + "3;x=y\r\nabc\r\n2\r\nde\r\n0\r\n\r\n",
-           "abcde"),
-      good("end of connection", head("") + "abc", "abc"),
-      good("one length twice", head("Content-Length: 3\r\nContent-Length: 3, 3\r\n") + "abc",
-           "abc"),
-      {"two lengths", head("Content-Length: 3\r\nContent-Length: 4\r\n") + "abcd", 200, bad},
-      {"two lengths in a list", head("Content-Length: 3, 4\r\n") + "abcd", 200, bad},
-      {"no number", head("Content-Length: 3xyz\r\n") + "abc", 200, bad},
-      {"signed", head("Content-Length: +3\r\n") + "abc", -1, bad},
-      {"negative", head("Content-Length: -1\r\n") + "abc", 0, bad},
-      {"empty", head("Content-Length:\r\n") + "abc", 0, bad},
-      {"beyond 64 bits", head("Content-Length: 99999999999999999999\r\n") + "abc", 200, bad},
-      good("length and chunks",
-           head("Content-Length: 1\r\nTransfer-Encoding: chunked\r\n") + "3\r\nabc\r\n0\r\n\r\n",
-           "abc"),
-      {"transfer coding gzip", head("Transfer-Encoding: gzip, chunked\r\n") + "0\r\n\r\n", 200,
-       bad},
-      {"cut chunk", head("Transfer-Encoding: chunked\r\n") + "5\r\nabc", 200, lost},
-      {"cut length", head("Content-Length: 5\r\n") + "abc", 200, lost},
-      {"no body by status", head("Content-Length: 5\r\n", "204 No Content"), 204, {}, ""},
-      {"not modified", head("Content-Length: 5\r\n", "304 Not Modified"), 304, {}, ""},
-      good("interim answers",
-           head("", "100 Continue") + head("Link: </a>\r\n", "103 Early Hints") +
-               withLength("", "abc"),
-           "abc"),
-      {"unasked protocol", head("Upgrade: x\r\n", "101 Switching Protocols") + "abc", 0, bad},
-      {"nothing", "", 0, lost},
-      {"half a header", "HTTP/1.1 200 OK\r\nContent-Le", 0, lost},
-      {"not HTTP", "SSH-2.0-OpenSSH_9.2\r\n", 0, bad},
-      {"folded length", head("Content-Length:\r\n 3\r\n") + "abc", 0, bad},
-      {"length and a fold", head("Content-Length: 3\r\n\t\r\n") + "abc", 0, bad},
-      {"folded coding", head("Transfer-Encoding:\r\n chunked\r\n") + "0\r\n\r\n", 0, bad},
-      {"coding in two lines", head("transfer-encoding: chunked,\r\n\tchunked\r\n") + "0\r\n\r\n", 0,
-       bad},
-      good("another version, length", "HTTP/2 200\r\nContent-Length: 3\r\n\r\nabcd", "abc"),
-      good("another version, chunks",
-           "HTTP/2 200\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n0\r\n\r\n", "a"),
-      {"another version, cut", "HTTP/2 200\r\nContent-Length: 5\r\n\r\nabc", 200, lost},
-      {"bare carriage return", head("X: a\rContent-Length: 9\r\n") + "abc", 0, bad},
-      {"no colon", head("Nonsense\r\n") + "abc", 0, bad},
-      {"space before the colon", head("Content-Length : 3\r\n") + "abc", 0, bad},
-  });
+std::string unescaped(std::string text) {
+  for (const auto& [escape, byte] : {std::pair("\\r", "\r"), {"\\n", "\n"}, {"\\t", "\t"}}) {
+    for (std::size_t at = 0; (at = text.find(escape)) != text.npos;) text.replace(at, 2, byte);
+  }
+  return text;
+}
+
+TEST(FramingTest, bodiesEndWhereTheHeaderSaysAndAmbiguousLengthsAreErrors) {
+  std::ifstream file(PAPERLOOM_FRAMING);  // what, status, error, body and bytes of a case a line
+  std::list<std::string> names;
+  std::vector<Case> cases;
+  for (std::string line; std::getline(file, line);) {
+    auto part = split(line);
+    part.resize(5);
+    std::optional<Code> error;
+    if (part[2] == "bad") error = Code::badServerResponse;
+    if (part[2] == "lost") error = Code::networkConnectionLost;
+    cases.push_back({names.emplace_back(part[0]).c_str(), unescaped(part[4]), std::stoi(part[1]),
+                     error, part[3]});
+  }
+  EXPECT_EQ(cases.size(), 32U);
+  expectAll(cases);
   expectAll({good("HEAD", head("Content-Length: 5\r\n"), "")}, {}, "HEAD");
 }
 
-TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
+TEST(FramingTest, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
   const auto bad = Code::badServerResponse;
   const std::string chunked = head("Transfer-Encoding: chunked\r\n");
   const std::string rest = "\r\nhello\r\n0\r\n\r\n";
@@ -125,30 +100,17 @@ TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
   for (int i = 0; i < 16; ++i) extensions += "1;" + longest + "\r\na\r\n";
   extensions += "1;" + std::string(1'536, 'x');  // 64 KB in all
   std::vector<Case> cases;
-  const char* const sizes[] = {
-      "5", "0005", "5 ", "5\t ", "5;x", "5;x=\"y\"", "5 ; x = y", "5;;", "0000000000000005"};
-  for (const char* size : sizes) cases.push_back(good(size, chunked + size + rest, "hello"));
-  const char* const badSizes[] = {"5g",
-                                  "5x;a",
-                                  "g",
-                                  "",
-                                  " 5",
-                                  "+5",
-                                  "-5",
-                                  "0x5",
-                                  "5 5",
-                                  "5,5",
-                                  "5.",
-                                  "5;\x01",
-                                  "5\r",
-                                  "5\r;",
-                                  ";5",
-                                  "5\x7f",
-                                  "5\v",
-                                  "00000000000000005",
-                                  "8000000000000000",
-                                  "ffffffffffffffff"};
-  for (const char* size : badSizes) cases.push_back({size, chunked + size + rest, 200, bad});
+  const auto sizes = split(R"(5|0005|5 |5;x|5;x="y"|5 ; x = y|5;;|0000000000000005)"
+                           "|5\t ");
+  const auto badSizes = split(
+      "5g|5x;a|g|| 5|+5|-5|0x5|5 5|5,5|5.|5;\x01|5\r|5\r;|;5|5\x7f|5\v|00000000000000005|"
+      "8000000000000000|ffffffffffffffff");
+  for (const std::string& size : sizes) {
+    cases.push_back(good(size.c_str(), chunked + size + rest, "hello"));
+  }
+  for (const std::string& size : badSizes) {
+    cases.push_back({size.c_str(), chunked + size + rest, 200, bad});
+  }
   for (const auto& [what, body] : std::initializer_list<std::pair<const char*, std::string>>{
            {"no line end behind the content", "5\r\nhello0\r\n\r\n"},
            {"content longer than its size", "4\r\nhello\r\n0\r\n\r\n"},
@@ -172,7 +134,7 @@ TEST(Framing, chunksAreReadByTheirGrammarAndNothingElsePassesForThem) {
 }
 
 // libcurl before 8.3 would append the line to a field of the handle's former response.
-TEST(Framing, aHeaderThatBeginsWithAFoldedLineIsMalformedAndTouchesNoOtherResponse) {
+TEST(FramingTest, aHeaderThatBeginsWithAFoldedLineIsMalformedAndTouchesNoOtherResponse) {
   ScriptedServer server([](const ScriptedServer::Request& request) -> Script {
     if (request.target == "/good") return answer("abc", "A: 1\r\nLast: 2\r\n");
     return {send(head(request.target.substr(1) == "tab" ? "\tA: 1\r\n" : "  A: 1\r\n"))};
@@ -186,7 +148,7 @@ TEST(Framing, aHeaderThatBeginsWithAFoldedLineIsMalformedAndTouchesNoOtherRespon
   }
 }
 
-TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
+TEST(FramingTest, headersBeyondTheLimitsEndTheRequest) {
   const auto fields = [](int count, std::size_t size) {
     std::string text;
     for (int i = 0; i < count; ++i) text += "X: " + std::string(size, 'v') + "\r\n";
@@ -210,7 +172,7 @@ TEST(Framing, headersBeyondTheLimitsEndTheRequest) {
   });
 }
 
-TEST(Framing, fieldsAreHandedOverInOrderWithoutTrailersAndWithoutTheCoding) {
+TEST(FramingTest, fieldsAreHandedOverInOrderWithoutTrailersAndWithoutTheCoding) {
   const std::string body = gzipped("hello");
   ScriptedServer server({send(head("A: 1\r\nB:  two\r\n  lines \r\nA: 2\r\nTransfer-Encoding: "
                                    "chunked\r\nContent-Encoding: gzip\r\n") +
@@ -232,7 +194,7 @@ TEST(Framing, fieldsAreHandedOverInOrderWithoutTrailersAndWithoutTheCoding) {
   EXPECT_EQ(decoded.metrics.countOfBytesReceived, static_cast<std::int64_t>(body.size()));
 }
 
-TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
+TEST(CodingTest, gzipAndDeflateAreDecodedAndNothingElse) {
   const auto coded = [](const char* name, std::string_view body) {
     return withLength("Content-Encoding: " + std::string(name) + "\r\n", body);
   };
@@ -260,7 +222,7 @@ TEST(Coding, gzipAndDeflateAreDecodedAndNothingElse) {
   });
 }
 
-TEST(Framing, aFailureSaysWhatWasWrong) {
+TEST(FramingTest, aFailureSaysWhatWasWrong) {
   const std::string chunked = "Transfer-Encoding: chunked\r\n";
   const std::string gzip = "Content-Encoding: gzip\r\n";
   const std::pair<const char*, std::string> rows[] = {
@@ -287,7 +249,7 @@ TEST(Framing, aFailureSaysWhatWasWrong) {
   }
 }
 
-TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
+TEST(CodingTest, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
   const std::string_view text = "The quick brown fox jumps over the lazy dog";
   const std::string chunked = "Transfer-Encoding: chunked\r\n";
   const auto chunk = [](std::string_view part) {
@@ -340,7 +302,7 @@ TEST(Coding, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
   }
 }
 
-TEST(Coding, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
+TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
   const std::string limitSized(1'000'000, 'x');
   const std::string tooLarge(1'000'001, 'x');
   const std::string bomb = gzipped(std::string(64 * 1024 * 1024, '\0'));
@@ -379,7 +341,7 @@ long statusValue(std::string_view name) {
   return 0;
 }
 
-TEST(Coding, aBodyCostsNoMoreMemoryThanTheLimitAndAFewMegabytes) {
+TEST(CodingTest, aBodyCostsNoMoreMemoryThanTheLimitAndAFewMegabytes) {
   constexpr std::size_t megabyte = 1024 * 1024;
   URLSessionConfiguration configuration;
   configuration.maximumBodySize = 24 * megabyte;
@@ -399,7 +361,7 @@ TEST(Coding, aBodyCostsNoMoreMemoryThanTheLimitAndAFewMegabytes) {
 }
 #endif
 
-TEST(Coding, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
+TEST(CodingTest, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
   URLSession session({});
   ScriptedServer server([](const ScriptedServer::Request& request) {
     if (request.target == "/gzip") return answer(gzipped("abc"), "Content-Encoding: gzip\r\n");

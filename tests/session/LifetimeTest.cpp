@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
-#include "tests/support/Fetch.h"
 #include "tests/support/Soak.h"
 
 namespace paperloom::test {
@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 using Code = URLError::Code;
 using Request = ScriptedServer::Request;
 
-TEST(Lifetime, cancelReachesATaskInEveryState) {
+TEST(LifetimeTest, cancelReachesATaskInEveryState) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target == "/ok") return answer("x");
     return {send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), hang()};
@@ -30,7 +30,7 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
   EXPECT_EQ(suspended.get().code(), Code::cancelled);
 
   Pending running = start(session, URLRequest(server.url("/hang")));
-  while (running.task->countOfBytesReceived() < 3) std::this_thread::yield();
+  ASSERT_TRUE(pumpUntil([&] { return running.task->countOfBytesReceived() >= 3; }));
   EXPECT_EQ(running.task->countOfBytesExpectedToReceive(), 9);
   running.task->cancel();
   running.task->cancel();
@@ -46,7 +46,7 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
       .dataTask(URLRequest(server.url("/ok")),
                 [&](const auto&, const auto&, const auto&) {
                   late.task->resume();
-                  while (late.task->countOfBytesReceived() < 1) std::this_thread::yield();
+                  EXPECT_TRUE(pumpUntil([&] { return late.task->countOfBytesReceived() > 0; }));
                   late.task->cancel();
                 })
       ->resume();
@@ -54,7 +54,7 @@ TEST(Lifetime, cancelReachesATaskInEveryState) {
   URLSessionTask::unattached(URLRequest(server.url()))->cancel();
 }
 
-TEST(Lifetime, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwards) {
+TEST(LifetimeTest, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwards) {
   ScriptedServer server({hang()});
   std::atomic<int> cancelled = 0;
   std::shared_ptr<URLSessionTask> survivor;
@@ -77,7 +77,7 @@ TEST(Lifetime, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwar
   EXPECT_EQ(survivor->state(), URLSessionTask::State::completed);
 }
 
-TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
+TEST(LifetimeTest, aCallbackMayStartRequestsAndReleaseTheSession) {
   ScriptedServer server(hangingOnRequest);
   auto session = std::make_shared<URLSession>(URLSessionConfiguration{});
   std::vector<std::string> order;
@@ -109,7 +109,7 @@ TEST(Lifetime, aCallbackMayStartRequestsAndReleaseTheSession) {
   EXPECT_EQ(order, (std::vector<std::string>{"second", "cancelled", "released"}));
 }
 
-TEST(Lifetime, whatTakesLongIsPreparedBesideTheCallbackQueueAndASessionWaitsForIt) {
+TEST(LifetimeTest, whatTakesLongIsPreparedBesideTheCallbackQueueAndASessionWaitsForIt) {
   ScriptedServer server(answer("x", "Cache-Control: max-age=9\r\n"));
   URLSessionConfiguration configuration;
   configuration.urlCache = std::make_shared<URLCache>();
@@ -155,7 +155,7 @@ TEST(Lifetime, whatTakesLongIsPreparedBesideTheCallbackQueueAndASessionWaitsForI
   EXPECT_EQ(prepared, 1);
 }
 
-TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {
+TEST(SessionEnduranceTest, sessionsComeAndGoWithTasksInEveryState) {
   ScriptedServer server(hangingOnRequest);
   std::atomic<int> completions = 0;
   const int cycles = soakTimes(100);
@@ -173,7 +173,7 @@ TEST(SessionEndurance, sessionsComeAndGoWithTasksInEveryState) {
   EXPECT_EQ(completions, 2 * cycles);
 }
 
-TEST(SessionEndurance, manyThreadsShareASessionAndEveryTaskIsAnsweredOnceWithItsOwn) {
+TEST(SessionEnduranceTest, manyThreadsShareASessionAndEveryTaskIsAnsweredOnceWithItsOwn) {
   const auto echo = [](const Request& request) -> Script {
     const auto number = std::atoi(request.target.c_str() + 1);
     if (number % 7 == 0) return {closeConnection()};
@@ -212,16 +212,13 @@ TEST(SessionEndurance, manyThreadsShareASessionAndEveryTaskIsAnsweredOnceWithIts
       });
     }
     for (std::thread& thread : threads) thread.join();
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (completions < 3 * each && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(1ms);
-    }
+    pumpUntil([&] { return completions >= 3 * each; });
   }
   EXPECT_EQ(completions, 4 * each);
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(Lifetime, whatCannotBeReachedFailsWithoutAnAnswer) {
+TEST(LifetimeTest, whatCannotBeReachedFailsWithoutAnAnswer) {
   std::optional<URL> closed;
   {
     ScriptedServer server(answer("x"));

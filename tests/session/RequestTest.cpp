@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
-#include "tests/support/Fetch.h"
 
 namespace paperloom::test {
 namespace {
 
 using Code = URLError::Code;
 
-TEST(Requests, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
+TEST(RequestsTest, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
   ScriptedServer server(answer("never"));
   URLSession session({});
   const auto with = [&](auto change) {
@@ -63,7 +63,7 @@ TEST(Requests, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
   EXPECT_EQ(server.connections(), 0);
 }
 
-TEST(Requests, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn) {
+TEST(RequestsTest, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn) {
   ScriptedServer server(answer("ok"));
   URLSession session({});
   URLRequest request(server.url("/a/../b?x=%20#fragment"));
@@ -101,7 +101,7 @@ TEST(Requests, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn) {
   EXPECT_EQ(sent[3].connection, 1);
 }
 
-TEST(Requests, largeBodiesArriveWholeInBothDirections) {
+TEST(RequestsTest, largeBodiesArriveWholeInBothDirections) {
   ScriptedServer server([](const ScriptedServer::Request& request) {
     return request.method == "GET" ? answer(std::string(20'000'000, 'b')) : answer(request.body);
   });
@@ -122,7 +122,7 @@ struct RedirectCase {
   bool keepsBody;
 };
 
-TEST(Redirects, theStatusSaysWhichMethodAndBodyGoOn) {
+TEST(RedirectsTest, theStatusSaysWhichMethodAndBodyGoOn) {
   const RedirectCase cases[] = {
       {"301 Moved", "POST", "GET", false},     {"302 Found", "POST", "GET", false},
       {"303 See Other", "POST", "GET", false}, {"307 Temporary", "POST", "POST", true},
@@ -156,7 +156,7 @@ TEST(Redirects, theStatusSaysWhichMethodAndBodyGoOn) {
   }
 }
 
-TEST(Redirects, referencesAreResolvedAndRefusedByTheRules) {
+TEST(RedirectsTest, referencesAreResolvedAndRefusedByTheRules) {
   std::string location;
   ScriptedServer server([&](const ScriptedServer::Request& request) {
     if (request.target != "/dir/old") return answer("arrived");
@@ -199,7 +199,7 @@ TEST(Redirects, referencesAreResolvedAndRefusedByTheRules) {
   }
 }
 
-TEST(Redirects, whatTellsWhoTheUserIsStaysWithinItsOrigin) {
+TEST(RedirectsTest, whatTellsWhoTheUserIsStaysWithinItsOrigin) {
   ScriptedServer other([](const ScriptedServer::Request& request) {
     return request.target == "/back" ? answer("done") : answer("");
   });
@@ -225,7 +225,7 @@ TEST(Redirects, whatTellsWhoTheUserIsStaysWithinItsOrigin) {
   EXPECT_EQ(crossed.field("Accept"), "text/plain");
 }
 
-TEST(Redirects, defaultFieldsGoWithEveryHopButNoSecretToAnOriginThatIsNotNamed) {
+TEST(RedirectsTest, defaultFieldsGoWithEveryHopButNoSecretToAnOriginThatIsNotNamed) {
   ScriptedServer other(answer("done"));
   ScriptedServer server(
       answer("", "Location: " + other.url().absoluteString() + "\r\n", "302 Found"));
@@ -269,7 +269,7 @@ TEST(Redirects, defaultFieldsGoWithEveryHopButNoSecretToAnOriginThatIsNotNamed) 
   }
 }
 
-TEST(Redirects, aBodyThatWouldGoAlongAndARequestThatStaysEndAtTheirOrigin) {
+TEST(RedirectsTest, aBodyThatWouldGoAlongAndARequestThatStaysEndAtTheirOrigin) {
   ScriptedServer other(answer("other"));
   std::string status;
   ScriptedServer server([&](const ScriptedServer::Request& request) {

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "paperloom/testing/Fetch.h"
 #include "paperloom/testing/ScriptedServer.h"
 #include "paperloom/testing/TLSServer.h"
 #include "paperloom/testing/TemporaryFolder.h"
-#include "tests/support/Fetch.h"
 
 namespace paperloom::test {
 namespace {
@@ -33,7 +33,7 @@ class Environment {
   const std::vector<std::pair<const char*, std::string>> variables_;
 };
 
-TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenToAndTheReasonIsSaid) {
+TEST(SecurityTest, onlyAServerThatATrustedAuthorityVouchesForIsSpokenToAndTheReasonIsSaid) {
   const TemporaryFolder folder;
   struct Case {
     const char* reason;  // none: it is trusted
@@ -74,7 +74,7 @@ TEST(Security, onlyAServerThatATrustedAuthorityVouchesForIsSpokenToAndTheReasonI
   }
 }
 
-TEST(Security, aMissingOrBrokenAuthorityFileTrustsNobody) {
+TEST(SecurityTest, aMissingOrBrokenAuthorityFileTrustsNobody) {
   const TemporaryFolder folder;
   TLSServer server({.answer = whole});
   std::ofstream(folder.path() / "broken.pem") << "-----BEGIN CERTIFICATE-----\nnonsense\n";
@@ -86,7 +86,7 @@ TEST(Security, aMissingOrBrokenAuthorityFileTrustsNobody) {
   }
 }
 
-TEST(Security, aHostWithPinnedKeysIsSpokenToWithOneOfThemAlone) {
+TEST(SecurityTest, aHostWithPinnedKeysIsSpokenToWithOneOfThemAlone) {
   const TemporaryFolder folder;
   TLSServer server({.answer = whole, .subject = "DNS:localhost"});
   const std::string named = "https://localhost:" + std::to_string(*server.url().port()) + "/";
@@ -127,7 +127,7 @@ TEST(Security, aHostWithPinnedKeysIsSpokenToWithOneOfThemAlone) {
   }
 }
 
-TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
+TEST(SecurityTest, aRedirectNeverLeadsFromHTTPSToHTTP) {
   const TemporaryFolder folder;
   ScriptedServer plain(answer("stolen"));
   TLSServer server({.answer = "HTTP/1.1 302 Found\r\nLocation: " + plain.url().absoluteString() +
@@ -143,7 +143,7 @@ TEST(Security, aRedirectNeverLeadsFromHTTPSToHTTP) {
 }
 
 // Decides only where no session has been made before, as in a run of one test alone.
-TEST(Security, theKeysOfConnectionsAreWrittenNowhere) {
+TEST(SecurityTest, theKeysOfConnectionsAreWrittenNowhere) {
   const TemporaryFolder folder;
   const Environment tempting({{"SSLKEYLOGFILE", (folder.path() / "keys").string()}});
   TLSServer server({.answer = whole});
@@ -156,7 +156,7 @@ TEST(Security, theKeysOfConnectionsAreWrittenNowhere) {
   EXPECT_STREQ(std::getenv("SSLKEYLOGFILE"), (folder.path() / "keys").c_str());
 }
 
-TEST(Security, passwordsOfTheUsersNetrcAreNeverSent) {
+TEST(SecurityTest, passwordsOfTheUsersNetrcAreNeverSent) {
   const TemporaryFolder folder;
   std::ofstream(folder.path() / ".netrc") << "machine 127.0.0.1 login user password secret\n";
   const Environment home({{"HOME", folder.path().string()}});
@@ -166,7 +166,7 @@ TEST(Security, passwordsOfTheUsersNetrcAreNeverSent) {
   EXPECT_EQ(server.requests().at(0).field("Authorization"), "");
 }
 
-TEST(Security, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
+TEST(SecurityTest, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
   ScriptedServer proxy(answer("by proxy"));
   const std::string address = proxy.url().origin();
   const URL target = *URL::parse("http://name.invalid/page");
@@ -185,7 +185,7 @@ TEST(Security, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
             Code::cannotFindHost);
 }
 
-TEST(Security, aProxyThatRefusesATunnelIsQuotedWithItsStatus) {
+TEST(SecurityTest, aProxyThatRefusesATunnelIsQuotedWithItsStatus) {
   for (const char* status : {"403 Forbidden", "407 Proxy Authentication Required", "502 Gone"}) {
     ScriptedServer proxy(answer("its own page", "", status));
     URLSessionConfiguration configuration;

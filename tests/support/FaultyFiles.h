@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -31,11 +32,17 @@ class FaultyFiles {
   // holder.
   void refuseLocks(bool refuse);
 
+  // Makes whoever opens a file, or reads, writes or locks a part of one, wait until told otherwise.
+  void block(bool blocks);
+  // How many have had to wait so far.
+  int held() const;
+
   // Forgets what was written so far, and counts from zero.
   void watch();
   std::int64_t bytesWritten() const;
 
   // For SQLite's calls.
+  void pass();
   int operate(bool needsRoom);
   void noteWrite(const std::string& path, std::int64_t offset, std::string bytes);
   void noteTruncation(const std::string& path, std::int64_t size);
@@ -60,6 +67,9 @@ class FaultyFiles {
   int left_ = 0;
   bool met_ = false;
   bool refuseLocks_ = false;
+  bool blocks_ = false;
+  int held_ = 0;
+  std::condition_variable unblocked_;
   std::int64_t bytes_ = 0;
   std::map<std::string, Kept> files_;
 };

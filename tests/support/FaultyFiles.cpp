@@ -1,4 +1,4 @@
-#include "tests/cache/FaultyFiles.h"
+#include "tests/support/FaultyFiles.h"
 
 #include <sqlite3.h>
 
@@ -32,6 +32,12 @@ auto passOn(sqlite3_file* file, Arguments... arguments) {
   return (real(file)->pMethods->*Method)(real(file), arguments...);
 }
 
+template <auto Method, class... Arguments>
+auto passOnUnblocked(sqlite3_file* file, Arguments... arguments) {
+  faults().pass();
+  return passOn<Method>(file, arguments...);
+}
+
 int close(sqlite3_file* file) {
   const int code = passOn<&sqlite3_io_methods::xClose>(file);
   delete reinterpret_cast<File*>(file)->path;
@@ -39,6 +45,7 @@ int close(sqlite3_file* file) {
 }
 
 int write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {
+  faults().pass();
   if (const int code = faults().operate(true); code != SQLITE_OK) return code;
   faults().noteWrite(pathOf(file), offset, {static_cast<const char*>(bytes), std::size_t(size)});
   return passOn<&sqlite3_io_methods::xWrite>(file, bytes, size, offset);
@@ -57,6 +64,7 @@ int sync(sqlite3_file* file, int) {
 }
 
 int shmLock(sqlite3_file* file, int offset, int count, int flags) {
+  faults().pass();
   if ((flags & SQLITE_SHM_LOCK) != 0 && faults().refusesLocks()) return SQLITE_BUSY;
   return passOn<&sqlite3_io_methods::xShmLock>(file, offset, count, flags);
 }
@@ -66,12 +74,12 @@ void shmBarrier(sqlite3_file* file) { real(file)->pMethods->xShmBarrier(real(fil
 constexpr sqlite3_io_methods methods{
     2,
     close,
-    passOn<&sqlite3_io_methods::xRead, void*, int, sqlite3_int64>,
+    passOnUnblocked<&sqlite3_io_methods::xRead, void*, int, sqlite3_int64>,
     write,
     truncate,
     sync,
     passOn<&sqlite3_io_methods::xFileSize, sqlite3_int64*>,
-    passOn<&sqlite3_io_methods::xLock, int>,
+    passOnUnblocked<&sqlite3_io_methods::xLock, int>,
     passOn<&sqlite3_io_methods::xUnlock, int>,
     passOn<&sqlite3_io_methods::xCheckReservedLock, int*>,
     passOn<&sqlite3_io_methods::xFileControl, int, void*>,
@@ -87,6 +95,7 @@ constexpr sqlite3_io_methods methods{
 
 int open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
   file->pMethods = nullptr;
+  faults().pass();
   const int code = below()->xOpen(below(), name, real(file), flags, outFlags);
   if (code != SQLITE_OK) return code;
   file->pMethods = &methods;
@@ -160,6 +169,23 @@ void FaultyFiles::restart(std::mt19937& random) {
 void FaultyFiles::refuseLocks(bool refuse) {
   const std::lock_guard lock(mutex_);
   refuseLocks_ = refuse;
+}
+
+void FaultyFiles::block(bool blocks) {
+  const std::lock_guard lock(mutex_);
+  blocks_ = blocks;
+  unblocked_.notify_all();
+}
+
+int FaultyFiles::held() const {
+  const std::lock_guard lock(mutex_);
+  return held_;
+}
+
+void FaultyFiles::pass() {
+  std::unique_lock lock(mutex_);
+  held_ += blocks_ ? 1 : 0;
+  unblocked_.wait(lock, [this] { return !blocks_; });
 }
 
 void FaultyFiles::watch() {

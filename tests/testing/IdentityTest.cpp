@@ -4,14 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "paperloom/testing/internal/IdentityStore.h"
-#include "tests/service/RunningService.h"
+#include "tests/testing/RunningService.h"
 
-namespace paperloom::sample {
+namespace paperloom::test {
 namespace {
+
+using sample::IdentityStore;
 
 constexpr const char* premium = "premium@lantern.example";
 
-TEST(SampleIdentity, tokensRotateAndRunOut) {
+TEST(SampleIdentityTest, tokensRotateAndRunOut) {
   IdentityStore store(std::chrono::seconds(60));
   const IdentityStore::Time start;
   const auto first = store.login(premium, "lighthouse-7", "EMAIL_PASSWORD", start);
@@ -30,7 +32,7 @@ TEST(SampleIdentity, tokensRotateAndRunOut) {
   EXPECT_EQ(store.entitlement(second->refreshToken, later), 401);
 }
 
-TEST(SampleIdentity, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
+TEST(SampleIdentityTest, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
   const IdentityStore::Time now;
   IdentityStore first(std::chrono::seconds(60));
   IdentityStore next(std::chrono::seconds(60));
@@ -48,24 +50,23 @@ TEST(SampleIdentity, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
 }
 
 // The members that the library sends are those that the service takes, and no others.
-TEST(SampleIdentity, badBodiesAreRefused) {
-  const RunningService running;
+TEST(SampleIdentityTest, badBodiesAreRefused) {
+  RunningService running;
   const std::pair<std::string, std::string> cases[] = {
-      {"token", ""},
-      {"token", R"({"identifier": "a", "authKey": "b"})"},
-      {"token", R"({"identifier": "a", "authKey": 7, "credentialType": "KX_NUMBER"})"},
-      {"token", R"({"identifier": "a", "authKey": "b", "credentialType": "kx_number"})"},
-      {"refreshToken", R"({"refreshToken": "a", "more": "b"})"},
-      {"delete/email", R"({"token": "a"})"},
-      {"delete/google", R"({"token": "a", "email": "b"})"},
-      {"token", std::string(60'000, '[')},
+      {"/token", ""},
+      {"/token", R"({"identifier": "a", "authKey": "b"})"},
+      {"/token", R"({"identifier": "a", "authKey": 7, "credentialType": "KX_NUMBER"})"},
+      {"/token", R"({"identifier": "a", "authKey": "b", "credentialType": "kx_number"})"},
+      {"/refreshToken", R"({"refreshToken": "a", "more": "b"})"},
+      {"/delete/email", R"({"token": "a"})"},
+      {"/delete/google", R"({"token": "a", "email": "b"})"},
+      {"/token", std::string(60'000, '[')},
   };
   for (const auto& [call, body] : cases) {
-    const auto result = running.client->Post("/identity/" + call, body, "application/json");
-    EXPECT_EQ(result->status, 400) << call << " " << body;
+    EXPECT_EQ(running.post(call, body, "application/json").status(), 400) << call << " " << body;
   }
-  EXPECT_EQ(running.client->Post("/identity/token", "{}", "text/plain")->status, 415);
+  EXPECT_EQ(running.post("/token", "{}", "text/plain").status(), 415);
 }
 
 }  // namespace
-}  // namespace paperloom::sample
+}  // namespace paperloom::test

@@ -3,6 +3,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "paperloom/platform/URLSession.h"
@@ -10,7 +11,7 @@
 
 namespace paperloom::test {
 
-// What a completion received.
+// What the completion of a session's task received.
 struct Answer {
   std::optional<Data> data;
   std::optional<HTTPURLResponse> response;
@@ -25,19 +26,21 @@ struct Answer {
   std::string errorText() const { return error ? error->localizedDescription : "no error"; }
 };
 
-// A task that has been started and its answer to come.
+// A task and its answer to come.
 struct Pending {
   std::shared_ptr<URLSessionTask> task;
   std::future<Answer> answer;
 
-  Answer get() {
-    Answer received = await(std::move(answer));
+  // Waits for the answer, as await() does. Once, on any thread but a callback's.
+  Answer get(const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    const std::string what = "the answer of " + task->originalRequest().url.absoluteString();
+    Answer received = await(std::move(answer), what, file, line);
     received.metrics = task->metrics();
     return received;
   }
 };
 
-// A task whose answer is waited for, not yet resumed.
+// A task whose answer is waited for, not yet resumed. Any thread.
 inline Pending prepare(URLSession& session, URLRequest request,
                        URLSession::StoreFilter filter = nullptr) {
   auto promise = std::make_shared<std::promise<Answer>>();
@@ -51,6 +54,7 @@ inline Pending prepare(URLSession& session, URLRequest request,
   return {std::move(task), std::move(future)};
 }
 
+// The same, resumed. Any thread.
 inline Pending start(URLSession& session, URLRequest request,
                      float priority = URLSessionTask::defaultPriority,
                      URLSession::StoreFilter filter = nullptr) {
@@ -60,8 +64,10 @@ inline Pending start(URLSession& session, URLRequest request,
   return pending;
 }
 
-inline Answer fetch(URLSession& session, URLRequest request) {
-  return start(session, std::move(request)).get();
+// The answer to a request. Waits for it, so on any thread but a callback's.
+inline Answer fetch(URLSession& session, URLRequest request, const char* file = __builtin_FILE(),
+                    int line = __builtin_LINE()) {
+  return start(session, std::move(request)).get(file, line);
 }
 
 }  // namespace paperloom::test
