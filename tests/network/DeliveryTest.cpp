@@ -273,7 +273,7 @@ TEST_F(DeliveryTest, ofAPost) {
     SCOPED_TRACE(expected);
     prepare(none, script);
     const auto result = captured<PostRequestResult>(
-        [&, &script = script](auto done) {
+        [&](auto done) {
           manager->postJSONData(server->url(), Data("{}"),
                                 [&, done](const PostRequestResult& received) {
                                   EXPECT_NE(std::this_thread::get_id(), caller);
