@@ -47,7 +47,7 @@ struct Parts {
 };
 
 // Each line: the request with its policy, the stored answer with the seconds since, the plan.
-TEST(Plan, saysWhyAndByWhichTextOfTheRules) {
+TEST(CachePlanTest, saysWhyAndByWhichTextOfTheRules) {
   using Policy = URLRequestCachePolicy;
   const std::map<std::string, Policy> policies = {
       {"", Policy::useProtocolCachePolicy},
@@ -73,13 +73,13 @@ TEST(Plan, saysWhyAndByWhichTextOfTheRules) {
   EXPECT_GT(count, 100);
 }
 
-TEST(Plan, countsTheTimeThatARequestTook) {
+TEST(CachePlanTest, countsTheTimeThatARequestTook) {
   CachedURLResponse slow = storedWith({{"Cache-Control", "max-age=60"}, {"Age", "20"}});
   slow.requestTime = noon - seconds(30);
   EXPECT_EQ(planRequest(requestWith({}), &slow, noon + seconds(5)).age, seconds(55));
 }
 
-TEST(StaleAnswer, standsInForAFailureOnlyWhereTheDirectivesAllowIt) {
+TEST(StaleAnswerTest, standsInForAFailureOnlyWhereTheDirectivesAllowIt) {
   struct Case {
     const char* asked;
     const char* directed;

@@ -11,7 +11,7 @@ namespace {
 using internal::formatHTTPDate;
 using internal::parseHTTPDate;
 
-TEST(HTTPDate, isReadInItsThreeFormsWhateverTheCase) {
+TEST(HTTPDateTest, isReadInItsThreeFormsWhateverTheCase) {
   for (const char* text :
        {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT",
         "Sun Nov  6 08:49:37 1994", "sUN, 06 nOV 1994 08:49:37 gmt", "Sun Nov 06 08:49:37 1994"}) {
@@ -21,7 +21,7 @@ TEST(HTTPDate, isReadInItsThreeFormsWhateverTheCase) {
   }
 }
 
-TEST(HTTPDate, isNothingElse) {
+TEST(HTTPDateTest, isNothingElse) {
   for (const std::string& text : split(
            "|0|-1|Sun|Sun, 06 Nov 1994 08:49:37|Sun, 06 Nov 1994 08:49:37 UTC|"
            "Sun, 06 Nov 1994 08:49:37 +0000|Sun 06 Nov 1994 08:49:37 GMT|"
@@ -36,7 +36,7 @@ TEST(HTTPDate, isNothingElse) {
   }
 }
 
-TEST(HTTPDate, ofEveryDayAndSecondComesBackAndTheOtherYearsAreCutOff) {
+TEST(HTTPDateTest, ofEveryDayAndSecondComesBackAndTheOtherYearsAreCutOff) {
   for (Date date = noon; date < noon + std::chrono::hours(24 * 400);
        date += std::chrono::hours(23) + std::chrono::seconds(59 * 61)) {
     EXPECT_EQ(parseHTTPDate(formatHTTPDate(date), noon), date) << formatHTTPDate(date);
@@ -47,7 +47,7 @@ TEST(HTTPDate, ofEveryDayAndSecondComesBackAndTheOtherYearsAreCutOff) {
   EXPECT_EQ(parseHTTPDate("Fri, 01 Mar 2024 11:59:60 GMT", noon), noon);  // a leap second
 }
 
-TEST(HTTPDate, takesAYearOfTwoDigitsForTheLastOneNotFiftyYearsAhead) {
+TEST(HTTPDateTest, takesAYearOfTwoDigitsForTheLastOneNotFiftyYearsAhead) {
   struct Case {
     const char* text;
     Date now;

@@ -8,7 +8,7 @@ namespace {
 using namespace internal;
 using std::chrono::seconds;
 
-TEST(Storing, dependsOnMethodStatusAndDirectives) {
+TEST(StoringTest, dependsOnMethodStatusAndDirectives) {
   struct Case {
     const char* directives;
     int status;
@@ -37,7 +37,7 @@ TEST(Storing, dependsOnMethodStatusAndDirectives) {
   }
 }
 
-TEST(Storing, knowsTheStatusesThatMayBeGuessedAboutAndThoseThatItUnderstands) {
+TEST(StoringTest, knowsTheStatusesThatMayBeGuessedAboutAndThoseThatItUnderstands) {
   std::string guessed;
   std::string understood;
   const HTTPHeaders mustUnderstand{{"Cache-Control", "max-age=9, must-understand"}};
@@ -53,7 +53,7 @@ TEST(Storing, knowsTheStatusesThatMayBeGuessedAboutAndThoseThatItUnderstands) {
             "504 505 ");
 }
 
-TEST(Storing, leavesOutWhatBelongsToTheConnection) {
+TEST(StoringTest, leavesOutWhatBelongsToTheConnection) {
   const auto entry = entryToStore(answerWith({{"Connection", "a, B"},
                                               {"A", "1"},
                                               {"b", "2"},
@@ -68,7 +68,7 @@ TEST(Storing, leavesOutWhatBelongsToTheConnection) {
                                                  {"Date", "Fri, 01 Mar 2024 12:00:00 GMT"}}));
 }
 
-TEST(Validation, updatesEveryFieldButThoseOfTheStoredBytes) {
+TEST(ValidationTest, updatesEveryFieldButThoseOfTheStoredBytes) {
   const CachedURLResponse stored = storedWith({{"Age", "9"},
                                                {"Cache-Control", "max-age=1"},
                                                {"Content-Length", "10"},
@@ -98,7 +98,7 @@ TEST(Validation, updatesEveryFieldButThoseOfTheStoredBytes) {
   EXPECT_EQ(planRequest(requestWith({}), &entry, noon + seconds(150)).age, seconds(51));
 }
 
-TEST(Validation, confirmsNoOtherAnswerThanTheOneThatItNames) {
+TEST(ValidationTest, confirmsNoOtherAnswerThanTheOneThatItNames) {
   const HTTPHeaders both{{"ETag", "\"a\""}, {"Last-Modified", "x"}};
   const HTTPHeaders weak{{"ETag", "W/\"a\""}};
   const HTTPHeaders dated{{"Last-Modified", "x"}};
@@ -128,7 +128,7 @@ TEST(Validation, confirmsNoOtherAnswerThanTheOneThatItNames) {
   }
 }
 
-TEST(Head, updatesTheStoredAnswerItDescribesAndRemovesAnother) {
+TEST(HeadTest, updatesTheStoredAnswerItDescribesAndRemovesAnother) {
   const CachedURLResponse stored = storedWith({{"ETag", "\"a\""}, {"Content-Length", "10"}});
   struct Case {
     HTTPHeaders fields;
@@ -147,7 +147,7 @@ TEST(Head, updatesTheStoredAnswerItDescribesAndRemovesAnother) {
   }
 }
 
-TEST(UnsafeRequest, invalidatesItsURLAndThoseOfTheSameOriginItNames) {
+TEST(UnsafeRequestTest, invalidatesItsURLAndThoseOfTheSameOriginItNames) {
   struct Case {
     const char* method;
     int status;
@@ -172,7 +172,7 @@ TEST(UnsafeRequest, invalidatesItsURLAndThoseOfTheSameOriginItNames) {
   }
 }
 
-TEST(StoredAnswer, carriesItsAgeAndHidesFieldsThatNeedValidation) {
+TEST(StoredAnswerTest, carriesItsAgeAndHidesFieldsThatNeedValidation) {
   const auto stored = storedWith(
       {{"Age", "5"}, {"Cache-Control", "max-age=60, no-cache=\"set-cookie, b\""}, {"B", "1"}});
   const auto answer = answerFromStored(requestWith({}), stored, noon + seconds(30));
@@ -182,7 +182,7 @@ TEST(StoredAnswer, carriesItsAgeAndHidesFieldsThatNeedValidation) {
   EXPECT_TRUE(answerFromStored(requestWith({}, "HEAD"), stored, noon).data.empty());
 }
 
-TEST(StoredAnswer, fitsTheCallersConditionsAndRange) {
+TEST(StoredAnswerTest, fitsTheCallersConditionsAndRange) {
   const std::string modified = "Fri, 01 Mar 2024 11:00:00 GMT";
   const std::string earlier = "Fri, 01 Mar 2024 10:59:59 GMT";
   const std::string laterAsAsctime = "Fri Mar  1 11:00:01 2024";

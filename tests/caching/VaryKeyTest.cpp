@@ -8,7 +8,7 @@ namespace {
 using internal::varyKey;
 using internal::VaryMatcher;
 
-TEST(VaryKey, fitsTheRequestsThatSayTheSameInTheFieldsThatVaryNames) {
+TEST(VaryKeyTest, fitsTheRequestsThatSayTheSameInTheFieldsThatVaryNames) {
   const struct {
     const char* vary;
     HTTPHeaders storedFor, askedWith;

@@ -8,15 +8,10 @@
 
 // The account's file, which several commands share and which may be met in any state.
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using test::contentOf;
-using test::JSON;
-using test::ReaderOutcome;
-using test::ReaderRun;
-
-class AccountFile : public test::AccountFixture {
+class AccountFileTest : public AccountFixture {
  protected:
   void write(const std::string& content) const {
     std::ofstream(file(), std::ios::trunc | std::ios::binary) << content;
@@ -43,7 +38,7 @@ class AccountFile : public test::AccountFixture {
   }
 
   // Runs a command over another identity service.
-  ReaderOutcome runAt(const test::ScriptedServer& service, ReaderRun run) const {
+  ReaderOutcome runAt(const ScriptedServer& service, ReaderRun run) const {
     run.arguments.insert(run.arguments.begin(),
                          {"--data-dir", reader_.folder().string(), "--content-url",
                           service_->baseURL(), "--identity-url", service.url("").absoluteString()});
@@ -51,10 +46,10 @@ class AccountFile : public test::AccountFixture {
   }
 
   // Runs a command and does the deed while its first request waits for this answer.
-  ReaderOutcome runMeanwhile(const std::string& command, const test::Script& answer,
+  ReaderOutcome runMeanwhile(const std::string& command, const Script& answer,
                              const std::function<void()>& deed) const {
-    test::ScriptedServer service([&](const auto& request) {
-      test::Script script = {test::awaitRelease()};
+    ScriptedServer service([&](const auto& request) {
+      Script script = {test::awaitRelease()};
       const auto& then =
           request.indexOnConnection == 1 && request.connection == 1 ? answer : test::answer("{}");
       script.insert(script.end(), then.begin(), then.end());
@@ -70,10 +65,10 @@ class AccountFile : public test::AccountFixture {
   }
 };
 
-const test::Script newTokens =
+const Script newTokens =
     test::answer(R"({"accessToken": "a2", "refreshToken": "r2", "idToken": "i2"})");
 
-TEST_F(AccountFile, keepsTheLoginThroughRefreshesOfSeveralProcesses) {
+TEST_F(AccountFileTest, keepsTheLoginThroughRefreshesOfSeveralProcesses) {
   loginAsPremium();
   for (int round = 0; round < 6; ++round) {
     std::vector<std::future<ReaderOutcome>> running;
@@ -86,7 +81,7 @@ TEST_F(AccountFile, keepsTheLoginThroughRefreshesOfSeveralProcesses) {
   EXPECT_EQ(outcome({"refresh"}), "success");
 }
 
-TEST_F(AccountFile, anAnswerDoesNotUndoWhatAnotherCommandHasDoneMeanwhile) {
+TEST_F(AccountFileTest, anAnswerDoesNotUndoWhatAnotherCommandHasDoneMeanwhile) {
   const std::string other = loginAsReader();
   for (const char* command : {"entitlement", "refresh"}) {
     const std::string before = loginAsPremium();
@@ -99,7 +94,7 @@ TEST_F(AccountFile, anAnswerDoesNotUndoWhatAnotherCommandHasDoneMeanwhile) {
   }
 }
 
-TEST_F(AccountFile, aRefusedTokenThatAnotherLoginHasReplacedIsNotTheEnd) {
+TEST_F(AccountFileTest, aRefusedTokenThatAnotherLoginHasReplacedIsNotTheEnd) {
   const std::string good = loginAsPremium();
   JSON old = JSON::parse(good);
   old["refreshToken"] = "old";
@@ -109,12 +104,10 @@ TEST_F(AccountFile, aRefusedTokenThatAnotherLoginHasReplacedIsNotTheEnd) {
   EXPECT_EQ(stored()["refreshToken"], JSON::parse(good)["refreshToken"]);
 }
 
-TEST_F(AccountFile, aRefreshIsNotBegunWithoutRoomForItsTokens) {
+TEST_F(AccountFileTest, aRefreshIsNotBegunWithoutRoomForItsTokens) {
   const std::string before = loginAsPremium();
   service_->clearRequests();
-  ReaderRun run;
-  run.arguments = {"refresh"};
-  run.largestFile = before.size() + 100;
+  ReaderRun run{.arguments = {"refresh"}, .largestFile = before.size() + 100};
   const ReaderOutcome outcome = reader_.run(run);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.error, "error: cannot write " + file().string() + ": File too large\n");
@@ -128,22 +121,21 @@ TEST_F(AccountFile, aRefreshIsNotBegunWithoutRoomForItsTokens) {
   EXPECT_EQ(this->outcome({"refresh"}), "success") << "the old account is whole";
 }
 
-TEST_F(AccountFile, aRefreshUnderWayIsKeptInSpiteOfControlC) {
+TEST_F(AccountFileTest, aRefreshUnderWayIsKeptInSpiteOfControlC) {
   loginAsPremium();
-  test::ScriptedServer service([](const auto& request) -> test::Script {
+  ScriptedServer service([](const auto& request) -> Script {
     if (request.method == "GET") return {test::hang()};
-    test::Script script = {test::wait(std::chrono::milliseconds(300))};
+    Script script = {test::wait(std::chrono::milliseconds(300))};
     script.insert(script.end(), newTokens.begin(), newTokens.end());
     return script;
   });
-  ReaderRun run;
-  run.arguments = {"refresh"};
-  run.interruptWhen = [&] { return !service.requests().empty(); };
+  const ReaderRun run{.arguments = {"refresh"},
+                      .interruptWhen = [&] { return !service.requests().empty(); }};
   EXPECT_EQ(runAt(service, run).status, 130);
   EXPECT_EQ(stored()["refreshToken"], "r2");
 }
 
-TEST_F(AccountFile, noEndByForceLeavesASecondFileOrHalfAnAccount) {
+TEST_F(AccountFileTest, noEndByForceLeavesASecondFileOrHalfAnAccount) {
   const std::string password = (reader_.folder() / "password").string();
   std::ofstream(password) << "lighthouse-7";
   const std::string before = loginAsReader();
@@ -172,7 +164,7 @@ TEST_F(AccountFile, noEndByForceLeavesASecondFileOrHalfAnAccount) {
   }
 }
 
-TEST_F(AccountFile, holdsTheLastTextThatIsWhole) {
+TEST_F(AccountFileTest, holdsTheLastTextThatIsWhole) {
   const std::string premium = loginAsPremium();
   const std::string reader = loginAsReader();
   const std::string gap(3, '\n');
@@ -204,7 +196,7 @@ TEST_F(AccountFile, holdsTheLastTextThatIsWhole) {
   }
 }
 
-TEST_F(AccountFile, whatAnEndByForceOnceLeftIsRemoved) {
+TEST_F(AccountFileTest, whatAnEndByForceOnceLeftIsRemoved) {
   const auto leave = [&] {
     for (const char* name : {".paperloom-Ab3xYz", ".paperloom-000000", "demo-account.json"}) {
       std::ofstream(reader_.folder() / name) << R"({"refreshToken": "r"})";
@@ -220,7 +212,7 @@ TEST_F(AccountFile, whatAnEndByForceOnceLeftIsRemoved) {
   EXPECT_TRUE(std::filesystem::exists(reader_.folder() / ".paperloom-notes"));
 }
 
-TEST_F(AccountFile, isForItsOwnerAloneWhateverItWasBefore) {
+TEST_F(AccountFileTest, isForItsOwnerAloneWhateverItWasBefore) {
   write("{}");
   ::chmod(file().c_str(), 0644);
   loginAsPremium();
@@ -232,11 +224,11 @@ TEST_F(AccountFile, isForItsOwnerAloneWhateverItWasBefore) {
   EXPECT_EQ(error, "error: cannot write " + file().string() + ": it is not this user's alone\n");
 }
 
-TEST_F(AccountFile, isARegularFileAsIsEveryOtherOfTheReader) {
-  const test::Reader embedded;  // which remembers a port
+TEST_F(AccountFileTest, isARegularFileAsIsEveryOtherOfTheReader) {
+  const Reader embedded;  // which remembers a port
   const struct {
     std::string file;
-    const test::Reader& reader;
+    const Reader& reader;
     std::vector<std::vector<std::string>> commands;
   } rows[] = {
       {"account.json",
@@ -278,7 +270,7 @@ TEST_F(AccountFile, isARegularFileAsIsEveryOtherOfTheReader) {
   EXPECT_EQ(reader_.run({"article", "articles/harbour-barrier-vote"}).status, 0);
 }
 
-TEST_F(AccountFile, aLockThatIsNotLetGoEndsTheWaitWithASentence) {
+TEST_F(AccountFileTest, aLockThatIsNotLetGoEndsTheWaitWithASentence) {
   loginAsPremium();
   const std::string lock = (reader_.folder() / "account.lock").string();
   const int held = ::open(lock.c_str(), O_RDWR | O_CLOEXEC);
@@ -292,4 +284,4 @@ TEST_F(AccountFile, aLockThatIsNotLetGoEndsTheWaitWithASentence) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

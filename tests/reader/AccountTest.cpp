@@ -2,18 +2,12 @@
 
 #include "tests/reader/AccountFixture.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using test::contentOf;
-using test::JSON;
-using test::Reader;
-using test::ReaderOutcome;
-using test::ReaderRun;
+using AccountTest = AccountFixture;
 
-using AccountCommands = test::AccountFixture;
-
-TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
+TEST_F(AccountTest, outcomesAreTheOperationsOwn) {
   struct Case {
     std::vector<std::string> arguments;
     std::string input;
@@ -50,7 +44,7 @@ TEST_F(AccountCommands, outcomesAreTheOperationsOwn) {
   }
 }
 
-TEST_F(AccountCommands, theWallOpensForThoseEntitledAndAfterLogoutNoMore) {
+TEST_F(AccountTest, theWallOpensForThoseEntitledAndAfterLogoutNoMore) {
   const std::string story = "articles/the-ledger-of-cald-point";
   const auto walled = [&] {
     const ReaderOutcome article = reader_.run({"article", story});
@@ -73,7 +67,7 @@ TEST_F(AccountCommands, theWallOpensForThoseEntitledAndAfterLogoutNoMore) {
   EXPECT_TRUE(walled());
 }
 
-TEST_F(AccountCommands, secretsAreNowhereButInTheAccountFile) {
+TEST_F(AccountTest, secretsAreNowhereButInTheAccountFile) {
   const std::string password = "lighthouse-7";
   std::ofstream(reader_.folder() / "secret") << password << "\n";
   ASSERT_EQ(outcome({"login", "premium@lantern.example", "--password-file",
@@ -107,19 +101,18 @@ TEST_F(AccountCommands, secretsAreNowhereButInTheAccountFile) {
   }
 }
 
-TEST_F(AccountCommands, thePromptShowsNothingThatIsTyped) {
-  ReaderRun run;
-  run.arguments = {"login", "premium@lantern.example"};
-  run.terminal = true;
-  run.typeAfter = "Password: ";
-  run.input = "lighthouse-7\n";
+TEST_F(AccountTest, thePromptShowsNothingThatIsTyped) {
+  const ReaderRun run{.arguments = {"login", "premium@lantern.example"},
+                      .input = "lighthouse-7\n",
+                      .terminal = true,
+                      .typeAfter = "Password: "};
   const ReaderOutcome typed = reader_.run(run);
   EXPECT_EQ(typed.status, 0) << typed.error;
   EXPECT_EQ(typed.out.find("lighthouse"), std::string::npos);
   EXPECT_NE(typed.out.find("Logged in"), std::string::npos) << typed.out;
 }
 
-TEST_F(AccountCommands, aPasswordIsTheFirstLineOfWhatIsGiven) {
+TEST_F(AccountTest, aPasswordIsTheFirstLineOfWhatIsGiven) {
   for (const char* input :
        {"lighthouse-7", "lighthouse-7\nmore", "lighthouse-7\r\n\n", "\xEF\xBB\xBFlighthouse-7\n"}) {
     ReaderRun run;
@@ -130,7 +123,7 @@ TEST_F(AccountCommands, aPasswordIsTheFirstLineOfWhatIsGiven) {
   }
 }
 
-TEST_F(AccountCommands, failuresSayWhatIsTrueAndWhatToDo) {
+TEST_F(AccountTest, failuresSayWhatIsTrueAndWhatToDo) {
   const struct {
     std::vector<std::string> arguments;
     std::string faults;
@@ -163,4 +156,4 @@ TEST_F(AccountCommands, failuresSayWhatIsTrueAndWhatToDo) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -6,14 +6,10 @@
 #include "paperloom/testing/SampleService.h"
 #include "tests/reader/ReaderProcess.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using test::Reader;
-using test::ReaderOutcome;
-using test::ReaderRun;
-
-TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
+TEST(FailureTest, isOneLineThatSaysWhatAndAnExitStatus) {
   const auto service = std::move(*sample::SampleService::start());
   const std::string port = std::to_string(service->port());
   // `error` is how the one line begins.
@@ -71,21 +67,17 @@ TEST(Failure, isOneLineThatSaysWhatAndAnExitStatus) {
   check({"--json", "image", "--out", "-", "images/gallery-320.png"}, 2, "error: --json and --out");
 }
 
-TEST(Failure, outputThatCannotBeWrittenIsOne) {
-  ReaderRun run;
-  run.arguments = {"offline"};
-  run.outputFile = "/dev/full";
+TEST(FailureTest, outputThatCannotBeWrittenIsOne) {
+  const ReaderRun run{.arguments = {"offline"}, .outputFile = "/dev/full"};
   const ReaderOutcome outcome = Reader().run(run);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.error, "error: the output cannot be written: No space left on device\n");
 }
 
-TEST(Failure, ofAStandardStreamThatIsClosedHarmsNoFile) {
+TEST(FailureTest, ofAStandardStreamThatIsClosedHarmsNoFile) {
   const Reader reader;
   for (const auto& closed : std::vector<std::vector<int>>{{0}, {1}, {2}, {0, 1, 2}}) {
-    ReaderRun run;
-    run.arguments = {"stream"};
-    run.closed = closed;
+    const ReaderRun run{.arguments = {"stream"}, .closed = closed};
     EXPECT_EQ(reader.run(run).status, 0);
     EXPECT_NE(reader.run({"cache", "list"}).out.find("/stream"), std::string::npos)
         << ::testing::PrintToString(closed);
@@ -115,7 +107,7 @@ const TerminalCase terminals[] = {
     {"colours", true, {term}, true},
 };
 
-TEST(Terminal, showsColoursAndPicturesOnlyWhereItCan) {
+TEST(TerminalTest, showsColoursAndPicturesOnlyWhereItCan) {
   for (const TerminalCase& each : terminals) {
     SCOPED_TRACE(each.name);
     for (const auto& arguments : {std::vector<std::string>{"offline"},
@@ -138,7 +130,7 @@ TEST(Terminal, showsColoursAndPicturesOnlyWhereItCan) {
   }
 }
 
-TEST(Terminal, isShownPicturesAsItSaysThatItTakesThem) {
+TEST(TerminalTest, isShownPicturesAsItSaysThatItTakesThem) {
   const std::string kitty = "\x1b_Ga=T";
   const std::string sixel = "\x1bP0;1;0q";
   const std::string iterm2 = "\x1b]1337;File=";
@@ -163,12 +155,11 @@ TEST(Terminal, isShownPicturesAsItSaysThatItTakesThem) {
       {{{"TERM", "dumb"}}, "", "kitty", kitty},
   };
   for (const auto& row : rows) {
-    ReaderRun run;
-    run.arguments = {"--pictures", row.wish, "image", "images/gallery-320.png"};
-    run.terminal = true;
-    run.environment = row.environment;
-    run.typeAfter = "\x1b[c";
-    run.input = row.answer;
+    const ReaderRun run{.arguments = {"--pictures", row.wish, "image", "images/gallery-320.png"},
+                        .input = row.answer,
+                        .environment = row.environment,
+                        .terminal = true,
+                        .typeAfter = "\x1b[c"};
     const std::string out = Reader().run(run).out;
     for (const std::string& begin : {kitty, sixel, iterm2, blocks}) {
       EXPECT_EQ(out.find(begin) != std::string::npos, begin == row.begin)
@@ -190,7 +181,7 @@ std::size_t columnsOf(const std::string& line) {
   return columns;
 }
 
-TEST(Terminal, ofFortyColumnsIsWideEnough) {
+TEST(TerminalTest, ofFortyColumnsIsWideEnough) {
   const Reader reader;
   for (const auto& arguments : std::vector<std::vector<std::string>>{{"--help"},
                                                                      {"help", "serve"},
@@ -206,12 +197,11 @@ TEST(Terminal, ofFortyColumnsIsWideEnough) {
                                                                      {"elapsed"},
                                                                      {"account"},
                                                                      {"offline"}}) {
-    ReaderRun run;
-    run.arguments = arguments;
-    run.terminal = true;
-    run.environment = {term, {"COLUMNS", "40"}};
-    run.typeAfter = "\x1b[c";
-    run.input = "\x1b[?62c";
+    const ReaderRun run{.arguments = arguments,
+                        .input = "\x1b[?62c",
+                        .environment = {term, {"COLUMNS", "40"}},
+                        .terminal = true,
+                        .typeAfter = "\x1b[c"};
     std::istringstream lines(reader.run(run).out);
     for (std::string line; std::getline(lines, line);) {
       if (line.find("\x1b_G") != std::string::npos) continue;  // with the question
@@ -220,7 +210,7 @@ TEST(Terminal, ofFortyColumnsIsWideEnough) {
   }
 }
 
-TEST(Terminal, hasLongOutputShownByThePagerAndShortOutputNot) {
+TEST(TerminalTest, hasLongOutputShownByThePagerAndShortOutputNot) {
   const struct {
     const char* pager;
     std::vector<std::string> arguments;
@@ -235,17 +225,16 @@ TEST(Terminal, hasLongOutputShownByThePagerAndShortOutputNot) {
       {" ", {"stream"}, "Weekend", true},
   };
   for (const auto& row : rows) {
-    ReaderRun run;
-    run.arguments = row.arguments;
-    run.terminal = true;
-    run.environment = {term, {"PAGER", row.pager}, {"PATH", "/usr/bin:/bin"}};
+    const ReaderRun run{.arguments = row.arguments,
+                        .environment = {term, {"PAGER", row.pager}, {"PATH", "/usr/bin:/bin"}},
+                        .terminal = true};
     const ReaderOutcome outcome = Reader().run(run);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out.find(row.text) != std::string::npos, row.found) << row.pager;
   }
 }
 
-TEST(Terminal, isNotSpokenToByDocuments) {
+TEST(TerminalTest, isNotSpokenToByDocuments) {
   const std::string article =
       "{\"headline\": \"\\u001b]0;owned\\u0007 \\u009b2J \\u202eabc\", \"body\": [{\"type\": "
       "\"text\", \"text\": \"one\\u001b[31m\\rtwo\\u0008\"}], \"authors\": [{\"name\": "
@@ -268,4 +257,4 @@ TEST(Terminal, isNotSpokenToByDocuments) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

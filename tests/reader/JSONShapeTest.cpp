@@ -3,16 +3,13 @@
 
 #include "tests/reader/AccountFixture.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using test::JSON;
-using test::ReaderRun;
-
 // The shapes of docs/reader-json.md, by the titles of their blocks.
-class JSONShapes : public test::AccountFixture {
+class JSONShapeTest : public AccountFixture {
  protected:
-  JSONShapes() {
+  JSONShapeTest() {
     std::istringstream page(test::contentOf(PAPERLOOM_READER_JSON));
     std::string title;
     std::string block;
@@ -76,7 +73,7 @@ class JSONShapes : public test::AccountFixture {
   std::map<std::string, JSON> shapes_;
 };
 
-TEST_F(JSONShapes, areThoseThatAreWrittenDown) {
+TEST_F(JSONShapeTest, areThoseThatAreWrittenDown) {
   const std::string cache = "cache, cache stats";
   const std::string login = "login, entitlement, unlink";
   check({"elapsed"}, "elapsed");
@@ -113,4 +110,4 @@ TEST_F(JSONShapes, areThoseThatAreWrittenDown) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -6,15 +6,12 @@
 #include "paperloom/testing/SampleService.h"
 #include "tests/reader/ReaderProcess.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 using JSON = nlohmann::ordered_json;
-using test::Reader;
-using test::ReaderOutcome;
-using test::ReaderRun;
 
-class ReadingCommands : public ::testing::Test {
+class ReadingTest : public ::testing::Test {
  protected:
   JSON json(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "--json");
@@ -27,7 +24,7 @@ class ReadingCommands : public ::testing::Test {
   Reader reader_{{"--content-url", service_->baseURL()}};
 };
 
-TEST_F(ReadingCommands, recordsArePrintedWholeAndSayWhereTheyCameFrom) {
+TEST_F(ReadingTest, recordsArePrintedWholeAndSayWhereTheyCameFrom) {
   const std::string article = service_->baseURL() + "/articles/storm-edda-live";
   struct Case {
     std::vector<std::string> arguments;
@@ -61,7 +58,7 @@ TEST_F(ReadingCommands, recordsArePrintedWholeAndSayWhereTheyCameFrom) {
   }
 }
 
-TEST_F(ReadingCommands, variantsEnumerationsDatesAndMissingValuesHaveTheirForms) {
+TEST_F(ReadingTest, variantsEnumerationsDatesAndMissingValuesHaveTheirForms) {
   std::ofstream(reader_.folder() / "article.json") << R"({
     "headline": " Title ", "type": "liveArticle", "datePublished": "2018-03-01T15:05:09+01:00",
     "body": [{"type": "heading", "level": 2, "text": "h"}, {"type": "quiz"},
@@ -88,7 +85,7 @@ TEST_F(ReadingCommands, variantsEnumerationsDatesAndMissingValuesHaveTheirForms)
   EXPECT_TRUE(blocks[4]["asset"]["aspectRatio"].is_null());  // infinite
 }
 
-TEST_F(ReadingCommands, aDateIsPrintedExactlyOrNotAtAll) {
+TEST_F(ReadingTest, aDateIsPrintedExactlyOrNotAtAll) {
   const std::pair<const char*, JSON> rows[] = {
       {"0000-01-01T00:00:00Z", "0000-01-01T00:00:00Z"},
       {"0000-01-01T00:00:00+00:01", nullptr},
@@ -102,7 +99,7 @@ TEST_F(ReadingCommands, aDateIsPrintedExactlyOrNotAtAll) {
   }
 }
 
-TEST_F(ReadingCommands, whatWasReadIsStillReadWhenTheServiceIsGone) {
+TEST_F(ReadingTest, whatWasReadIsStillReadWhenTheServiceIsGone) {
   const std::string picture = (reader_.folder() / "picture.jpg").string();
   for (const bool gone : {false, true}) {
     if (gone) service_->stop();
@@ -123,7 +120,7 @@ TEST_F(ReadingCommands, whatWasReadIsStillReadWhenTheServiceIsGone) {
       << unread.error;
 }
 
-TEST_F(ReadingCommands, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
+TEST_F(ReadingTest, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
   service_->setFaults(*sample::FaultPlan::parse("status=/articles/storm-edda-live:500"));
   const ReaderOutcome first = reader_.run({"--json", "warm", "--stream", "--sections", "news"});
   EXPECT_EQ(first.status, 1);
@@ -157,7 +154,7 @@ TEST_F(ReadingCommands, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
   }
 }
 
-TEST_F(ReadingCommands, warmSaysWhatIsKeptAndWhyADocumentIsNot) {
+TEST_F(ReadingTest, warmSaysWhatIsKeptAndWhyADocumentIsNot) {
   ReaderRun run;
   run.arguments = {"warm", "config", "images/harbour-640.jpg", "articles/tide-mill-turns"};
   run.largestFile = 32'768;  // room for the tables of the cache and little more
@@ -176,7 +173,7 @@ TEST_F(ReadingCommands, warmSaysWhatIsKeptAndWhyADocumentIsNot) {
   EXPECT_NE(gone.out.find("could not connect"), std::string::npos) << gone.out;
 }
 
-TEST_F(ReadingCommands, theCacheIsListedExplainedAndCleared) {
+TEST_F(ReadingTest, theCacheIsListedExplainedAndCleared) {
   EXPECT_EQ(json({"cache", "explain", "config"})["outcome"], "sent");
   ASSERT_EQ(reader_.run({"config"}).status, 0);
   EXPECT_EQ(json({"cache", "explain", "config"})["outcome"], "answeredFromCache");
@@ -188,16 +185,15 @@ TEST_F(ReadingCommands, theCacheIsListedExplainedAndCleared) {
   EXPECT_EQ(json({"cache", "stats"})["entries"], 0);
 }
 
-TEST_F(ReadingCommands, controlCCancelsAndLeavesTheCacheSound) {
+TEST_F(ReadingTest, controlCCancelsAndLeavesTheCacheSound) {
   for (const auto& arguments : {std::vector<std::string>{"stream"},
                                 {"article", "articles/tide-mill-turns"},
                                 {"warm", "--stream"}}) {
     service_->setFaults(*sample::FaultPlan::parse(arguments[0] == "stream" ? "silent=/stream"
                                                                            : "silent=/articles"));
     service_->clearRequests();
-    ReaderRun run;
-    run.arguments = arguments;
-    run.interruptWhen = [&] { return !service_->requests().empty(); };
+    const ReaderRun run{.arguments = arguments,
+                        .interruptWhen = [&] { return !service_->requests().empty(); }};
     const ReaderOutcome outcome = reader_.run(run);
     EXPECT_EQ(outcome.status, 130);
     EXPECT_EQ(outcome.error, "");
@@ -207,35 +203,34 @@ TEST_F(ReadingCommands, controlCCancelsAndLeavesTheCacheSound) {
   }
 }
 
-TEST_F(ReadingCommands, aLongWaitSaysForWhomOnATerminalOnly) {
+TEST_F(ReadingTest, aLongWaitSaysForWhomOnATerminalOnly) {
   service_->setFaults(*sample::FaultPlan::parse("latency=900"));
   const std::string line = "\rWaiting for " + service_->baseURL().substr(7) + " since ";
   for (const bool terminal : {true, false}) {
     reader_.run({"cache", "clear"});
-    ReaderRun run;
-    run.arguments = {"config"};
-    run.terminal = true;
-    run.errorToTerminal = terminal;
-    run.environment = {{"TERM", "xterm"}};
+    const ReaderRun run{.arguments = {"config"},
+                        .environment = {{"TERM", "xterm"}},
+                        .terminal = true,
+                        .errorToTerminal = terminal};
     const ReaderOutcome outcome = reader_.run(run);
     EXPECT_EQ(outcome.out.find(line) != std::string::npos, terminal) << outcome.out;
     EXPECT_EQ(outcome.error, terminal ? "" : "From the network\n");
   }
 }
 
-TEST(EmbeddedService, isFoundAgainByTheNextReaderAndAskedThroughNoProxy) {
+TEST(EmbeddedServiceTest, isFoundAgainByTheNextReaderAndAskedThroughNoProxy) {
   const Reader reader;
   for (const char* source : {"network", "cache"}) {
-    ReaderRun run;
-    run.arguments = {"--json", "config"};
-    run.environment = {{"http_proxy", "http://127.0.0.1:1"}, {"NO_PROXY", "elsewhere.example"}};
+    const ReaderRun run{
+        .arguments = {"--json", "config"},
+        .environment = {{"http_proxy", "http://127.0.0.1:1"}, {"NO_PROXY", "elsewhere.example"}}};
     const ReaderOutcome outcome = reader.run(run);
     ASSERT_EQ(outcome.status, 0) << outcome.error;
     EXPECT_EQ(JSON::parse(outcome.out)["source"], source);
   }
 }
 
-TEST(Demo, goesThroughToTheOfflineStory) {
+TEST(DemoTest, goesThroughToTheOfflineStory) {
   const ReaderOutcome outcome = Reader().run({"demo"});
   EXPECT_EQ(outcome.status, 0) << outcome.error;
   for (const char* part :
@@ -246,4 +241,4 @@ TEST(Demo, goesThroughToTheOfflineStory) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test
