@@ -166,9 +166,7 @@ void addCacheCommands(CLI::App& app, Action& action) {
   auto* command = cache->add_subcommand(
       "explain", "Whether a request now would be answered from the cache, and why");
   auto address = std::make_shared<std::string>();
-  command->add_option("url", *address, "URL, or path on the content service")
-      ->required()
-      ->type_name("URL");
+  command->add_option("url", *address, "URL, or path on the content service")->required();
   command->callback(
       [&action, address] { action = [address](Host& host) { explain(host, *address); }; });
 }

@@ -85,9 +85,7 @@ void addParseCommand(CLI::App& app, Action& action) {
   std::vector<std::string> names;
   for (const auto& [name, parser] : kinds()) names.push_back(name);
   oneOf(command->add_option("kind", arguments->kind, "What the document is"), names)->required();
-  command->add_option("file", arguments->path, "The file, or - for standard input")
-      ->required()
-      ->type_name("FILE");
+  command->add_option("file", arguments->path, "The file, or - for standard input")->required();
   command->callback([&action, arguments] {
     action = [arguments](Host& host) { kinds().at(arguments->kind)(host, arguments->path); };
   });

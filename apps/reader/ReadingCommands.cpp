@@ -103,16 +103,13 @@ void addReadingCommands(CLI::App& app, Action& action) {
 
   command = add("article", "One story: its URL, or its number on the front page printed last");
   command->add_option("url", arguments->address, "URL, path on the content service, or number")
-      ->required()
-      ->type_name("URL");
+      ->required();
   command->callback([&action, arguments] {
     action = [arguments](Host& host) { article(host, arguments->address); };
   });
 
   command = add("image", "One picture, shown in the terminal or saved");
-  command->add_option("url", arguments->address, "URL, or path on the content service")
-      ->required()
-      ->type_name("URL");
+  command->add_option("url", arguments->address, "URL, or path on the content service")->required();
   command->add_option("--out", arguments->out, "Save the file as it came; - is standard output")
       ->type_name("FILE");
   command->callback([&action, arguments] {

@@ -62,9 +62,11 @@ void Waiting::tick() {
   const auto now = Clock::now();
   if (whom_.empty() || now < next_) return;
   const auto seconds = std::chrono::floor<std::chrono::seconds>(now - begin_).count();
-  const bool wide = Terminal::of(STDERR_FILENO).columns >= 60;
-  StatusLine::show(wide ? fmt::format("Waiting for {} since {} ({} s) ...", whom_, since_, seconds)
-                        : fmt::format("Waiting {} s for {}", seconds, whom_));
+  const int columns = Terminal::of(STDERR_FILENO).columns;
+  const std::string sofar = seconds == 0 ? "" : fmt::format(" ({} s)", seconds);
+  const std::string narrow = fmt::format("Waiting for {}{}", fit(whom_, columns - 21), sofar);
+  StatusLine::show(
+      columns < 60 ? narrow : fmt::format("Waiting for {} since {}{} ...", whom_, since_, sofar));
   next_ += betweenTicks;
   if (next_ <= now) next_ = now + betweenTicks;
 }

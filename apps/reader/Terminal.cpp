@@ -69,8 +69,12 @@ Terminal Terminal::of(int fileDescriptor, When colours) {
   terminal.colours = coloursWanted(terminal.interactive, colours);
   if (terminal.interactive) measure(fileDescriptor, terminal);
   const std::string_view wish = variable("COLUMNS");
-  const auto read = std::from_chars(wish.data(), wish.data() + wish.size(), terminal.columns);
-  terminal.isMeasured = terminal.isMeasured || read.ec == std::errc();
+  int wished = 0;
+  std::from_chars(wish.data(), wish.data() + wish.size(), wished);
+  if (wished > 0) {
+    terminal.columns = wished;
+    terminal.isMeasured = true;
+  }
   terminal.columns = std::clamp(terminal.columns, least, most);
   return terminal;
 }

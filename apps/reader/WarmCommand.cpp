@@ -31,7 +31,7 @@ void addWarmCommand(CLI::App& app, Action& action) {
   auto* command = app.add_subcommand(
       "warm", "Fill the cache ahead of time: the URLs given, or a whole front page");
   command->group(cacheGroup);
-  command->add_option("url", options->urls, "Documents and images to fetch")->type_name("URL");
+  command->add_option("url", options->urls, "Documents and images to fetch");
   command->add_flag("--stream", options->stream,
                     "Every article of the front page and the pictures that go with it");
   command->add_option("--sections", options->sections, "Only these sections of the front page")
