@@ -13,8 +13,6 @@
 namespace paperloom::test {
 namespace {
 
-using namespace std::chrono_literals;
-
 // A queue, driven by random steps beside what they must bring about. Nothing waits for the queue's
 // threads between most steps, so that they meet.
 class QueueAndModel {
@@ -117,7 +115,7 @@ class QueueAndModel {
   }
   template <class Condition>
   static void await(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + 60s;
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
     EXPECT_TRUE(condition());
   }

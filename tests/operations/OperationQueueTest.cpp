@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-Operation::Deadline soon() { return std::chrono::steady_clock::now() + 60s; }
+Operation::Deadline soon() { return std::chrono::steady_clock::now() + patience; }
 Operation::Deadline now() { return std::chrono::steady_clock::now(); }
 
 class WorkOperation final : public Operation {
@@ -85,8 +85,8 @@ TEST(OperationQueue, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
       for (int seen = most; seen < atOnce && !most.compare_exchange_weak(seen, atOnce);) {
       }
       // The first ones stay until all places are taken.
-      const auto patience = std::chrono::steady_clock::now() + 30s;
-      while (i < limit && most < limit && std::chrono::steady_clock::now() < patience) {
+      const auto end = *soon();
+      while (i < limit && most < limit && std::chrono::steady_clock::now() < end) {
         std::this_thread::yield();
       }
       --running;
