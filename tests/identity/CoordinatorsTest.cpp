@@ -76,7 +76,7 @@ constexpr std::string_view missingTokens =
     "parsing failed with error parsingFailed(details: \"Content Authorisation missing one or more "
     "tokens\")";
 
-class Coordinators : public IdentityFixture {
+class CoordinatorsTest : public IdentityFixture {
  protected:
   using Call = std::function<void(AuthDataCoordinator&, Answers&)>;
 
@@ -109,7 +109,7 @@ class Coordinators : public IdentityFixture {
   }
 };
 
-TEST_F(Coordinators, loginAndRefreshReportWhatTheServiceAnswers) {
+TEST_F(CoordinatorsTest, loginAndRefreshReportWhatTheServiceAnswers) {
   const std::pair<std::string, Lines> rows[] = {
       {"answer-202", {std::string(missingTokens)}},
       {"cut", {"network", "no data was returned"}},
@@ -134,7 +134,7 @@ struct OneAnswer final : AuthSessionManagerProtocol {
   RequestResult<Nothing> answer;
 };
 
-TEST(Entitlement, isDecidedByTheStatusAlone) {
+TEST(EntitlementTest, isDecidedByTheStatusAlone) {
   const auto check = [](RequestResult<Nothing> given) {
     AuthDataCoordinator coordinator(std::make_shared<OneAnswer>(std::move(given)));
     coordinator.setBaseURL(URL::parse("http://127.0.0.1:1"));
@@ -152,14 +152,14 @@ TEST(Entitlement, isDecidedByTheStatusAlone) {
   EXPECT_DEATH(check(request::ParsingError{}), "should not parse");
 }
 
-TEST_F(Coordinators, aTokenThatIsNoFieldValueIsNotSent) {
+TEST_F(CoordinatorsTest, aTokenThatIsNoFieldValueIsNotSent) {
   for (const char* token : {"a\r\nX-More: 1", "a\nb", "a\x7f"}) {
     EXPECT_EQ(outcomes(checkWith(token)), Lines{"network"});
   }
   EXPECT_TRUE(service->requests().empty());  // refused before anything was sent
 }
 
-TEST_F(Coordinators, aMissingBaseURLIsAnInternalErrorOrSilence) {
+TEST_F(CoordinatorsTest, aMissingBaseURLIsAnInternalErrorOrSilence) {
   auth->setBaseURL(std::nullopt);
   Answers answers;
   auth->login("premium@lantern.example", "lighthouse-7", email, std::ref(answers));
@@ -171,7 +171,7 @@ TEST_F(Coordinators, aMissingBaseURLIsAnInternalErrorOrSilence) {
   EXPECT_EQ(manager->taskCount(), 0);
 }
 
-TEST_F(Coordinators, eachRequestIsTheseBytes) {
+TEST_F(CoordinatorsTest, eachRequestIsTheseBytes) {
   ScriptedServer server(answer("{}"));
   auth->setBaseURL(server.url("/root"));
   registration->setBaseURL(server.url("/root/"));
@@ -234,7 +234,7 @@ TEST_F(Coordinators, eachRequestIsTheseBytes) {
   }
 }
 
-TEST_F(Coordinators, aRejectedBodyIsNotedInTheDebugLogWithoutItsContent) {
+TEST_F(CoordinatorsTest, aRejectedBodyIsNotedInTheDebugLogWithoutItsContent) {
   Answers log;
   DebugLog::setListener([&](std::string_view line) { log.add(std::string(line)); });
   const auto garbled = outcomes(loginAs("garbled"));
@@ -246,7 +246,7 @@ TEST_F(Coordinators, aRejectedBodyIsNotedInTheDebugLogWithoutItsContent) {
   EXPECT_EQ(garbled[0].find("repaired"), std::string::npos) << garbled[0];
 }
 
-TEST_F(Coordinators, theIndicatorIsWrittenAtOnceAndTheCountNeverFallsBelowZero) {
+TEST_F(CoordinatorsTest, theIndicatorIsWrittenAtOnceAndTheCountNeverFallsBelowZero) {
   const auto& indicator = NetworkActivityIndicator::shared();
   Answers answers;
   auth->checkEntitlement("silence", std::ref(answers));
@@ -266,7 +266,7 @@ TEST_F(Coordinators, theIndicatorIsWrittenAtOnceAndTheCountNeverFallsBelowZero) 
   counter.decrement();
 }
 
-TEST_F(Coordinators, aRemovalSucceedsOnlyWithStatus200) {
+TEST_F(CoordinatorsTest, aRemovalSucceedsOnlyWithStatus200) {
   RegistrationCoordinator coordinator(std::make_shared<ContentSessionManager>(
       std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "url-cache")));
   const auto remove = [&](std::string_view what, const std::string& token,

@@ -38,7 +38,7 @@ std::string registration(const std::string& optIns) {
   return document + "}";
 }
 
-TEST(IdentityRecords, holdEachValueInItsPlace) {
+TEST(IdentityRecordsTest, holdEachValueInItsPlace) {
   const auto tokens = makeAuthenticationParser()->parse(Data(authorisation));
   ASSERT_TRUE(tokens);
   EXPECT_EQ(reader::toJSON(**tokens).dump(), authorisation);
@@ -55,7 +55,7 @@ TEST(IdentityRecords, holdEachValueInItsPlace) {
   }
 }
 
-TEST(IdentityRecords, authorisationNeedsItsThreeTokens) {
+TEST(IdentityRecordsTest, authorisationNeedsItsThreeTokens) {
   const std::string_view missing = "Content Authorisation missing one or more tokens";
   const std::string_view notAnObject = "failed to parse content authorisation JSON";
   const std::pair<std::string_view, std::string_view> rows[] = {
@@ -72,7 +72,7 @@ TEST(IdentityRecords, authorisationNeedsItsThreeTokens) {
   }
 }
 
-TEST(IdentityRecords, registrationNeedsAllItsMembers) {
+TEST(IdentityRecordsTest, registrationNeedsAllItsMembers) {
   const std::string_view failed = "failed parsing the registration response";
   const json good = json::parse(registration("1000"));
   EXPECT_EQ(outcome(makeRegistrationParser(), good.dump()), "record");
@@ -97,7 +97,7 @@ TEST(IdentityRecords, registrationNeedsAllItsMembers) {
             "failed to parse registration response JSON");
 }
 
-TEST(IdentityRecords, tokenEndsItsSecondsAfterNow) {
+TEST(IdentityRecordsTest, tokenEndsItsSecondsAfterNow) {
   const Date now(std::chrono::seconds(1'000'000'000));
   const std::pair<std::string, std::optional<Date>> rows[] = {
       {"3600", now + std::chrono::hours(1)},

@@ -69,7 +69,7 @@ struct FakeStorage final : LoginStorage {
   Texts events;
 };
 
-TEST(LoginKeeper, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
+TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
   const struct {
     std::string_view name;
     bool canBegin;
@@ -121,7 +121,7 @@ TEST(LoginKeeper, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
   }
 }
 
-TEST(LoginKeeper, aTokenGoesOutOnceUnlessItComesBack) {
+TEST(LoginKeeperTest, aTokenGoesOutOnceUnlessItComesBack) {
   const auto coordinator = std::make_shared<FakeCoordinator>();
   Texts kept;
   LoginKeeper keeper(coordinator, [&](const Authorisation& refreshed) {
@@ -161,7 +161,7 @@ TEST(LoginKeeper, aTokenGoesOutOnceUnlessItComesBack) {
 
 Operation::Deadline soon() { return std::chrono::steady_clock::now() + patience; }
 
-class KeptLogin : public IdentityFixture {
+class KeptLoginTest : public IdentityFixture {
  protected:
   std::string_view check(const Authorisation& with) {
     const auto operation = std::make_shared<CheckEntitlementOperation>(with, keeper);
@@ -176,7 +176,7 @@ class KeptLogin : public IdentityFixture {
   OperationQueue queue;
 };
 
-TEST_F(KeptLogin, outlivesACheckThatFailsAfterTheRefresh) {
+TEST_F(KeptLoginTest, outlivesACheckThatFailsAfterTheRefresh) {
   const auto expired = login("expired@lantern.example", "lowtide-5");
   misbehave("status=/identity/entitlement:500");
   const auto operation =
@@ -188,7 +188,7 @@ TEST_F(KeptLogin, outlivesACheckThatFailsAfterTheRefresh) {
   EXPECT_EQ(check(kept), "premium");
 }
 
-TEST_F(KeptLogin, staysForEveryCheckThatIsQueuedWithAnother) {
+TEST_F(KeptLoginTest, staysForEveryCheckThatIsQueuedWithAnother) {
   for (const int limit : {1, OperationQueue::defaultMaxConcurrentOperationCount}) {
     const auto expired = login("expired@lantern.example", "lowtide-5");
     misbehave("latency=20");

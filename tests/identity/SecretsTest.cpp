@@ -21,15 +21,15 @@ constexpr std::string_view storable =
     "Cache-Control: public, max-age=3600\r\nETag: \"1\"\r\nVary: Authorization\r\n"
     "Content-Location: #\r\n";
 
-class Secrets : public IdentityFixture {
+class SecretsTest : public IdentityFixture {
  protected:
-  Secrets() {
+  SecretsTest() {
     auth->setBaseURL(server.url(""));
     registration->setBaseURL(server.url(""));
     removal.setBaseURL(server.url(""));
     DebugLog::setListener([this](std::string_view line) { say(line); });
   }
-  ~Secrets() override { DebugLog::setListener(nullptr); }
+  ~SecretsTest() override { DebugLog::setListener(nullptr); }
 
   // Makes every call of the identity side with secrets in each place; notes every text that comes
   // out of a failure.
@@ -93,7 +93,7 @@ class Secrets : public IdentityFixture {
       std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "url-cache"))};
 };
 
-TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
+TEST_F(SecretsTest, appearInNoFileNoTextAndNoOutput) {
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   const std::string token =
@@ -135,7 +135,7 @@ TEST_F(Secrets, appearInNoFileNoTextAndNoOutput) {
   EXPECT_TRUE(keptTheEntitlement) << "it may be kept: without a cache this proves nothing";
 }
 
-TEST_F(Secrets, andTheAnswersToThemStayAtTheOriginOfTheService) {
+TEST_F(SecretsTest, andTheAnswersToThemStayAtTheOriginOfTheService) {
   ScriptedServer elsewhere(answer(R"({"accessToken":"a","refreshToken":"r","idToken":"i"})"));
   const std::string location = "Location: " + elsewhere.url().absoluteString() + "\r\n";
   for (const char* status : {"301", "302", "303", "307", "308"}) {

@@ -38,7 +38,7 @@ class Recorder final : public OperationObserver {
 
 using Lines = std::vector<std::string>;
 
-TEST(AsynchronousOperation, staysReadyBetweenItsStartAndItsEnd) {
+TEST(AsynchronousOperationTest, staysReadyBetweenItsStartAndItsEnd) {
   const auto operation = std::make_shared<ManualOperation>();
   const auto recorder = std::make_shared<Recorder>();
   operation->addObserver(recorder);
@@ -60,7 +60,7 @@ TEST(AsynchronousOperation, staysReadyBetweenItsStartAndItsEnd) {
   EXPECT_EQ(recorder->take(), Lines{});
 }
 
-TEST(AsynchronousOperation, finishesInStartWhenItIsCancelled) {
+TEST(AsynchronousOperationTest, finishesInStartWhenItIsCancelled) {
   const auto operation = std::make_shared<ManualOperation>();
   const auto recorder = std::make_shared<Recorder>();
   operation->addObserver(recorder);
@@ -71,7 +71,7 @@ TEST(AsynchronousOperation, finishesInStartWhenItIsCancelled) {
   EXPECT_EQ(operation->mains(), 0);
 }
 
-TEST(AsynchronousOperation, isReadyOnceItsDependenciesAre) {
+TEST(AsynchronousOperationTest, isReadyOnceItsDependenciesAre) {
   const auto dependency = std::make_shared<ManualOperation>();
   const auto operation = std::make_shared<ManualOperation>();
   const auto cancelled = std::make_shared<ManualOperation>();
@@ -86,7 +86,7 @@ TEST(AsynchronousOperation, isReadyOnceItsDependenciesAre) {
   EXPECT_EQ(recorder->take()[1], "did isReady r--");
 }
 
-TEST(Operation, isNotCancelledAfterItsEnd) {
+TEST(OperationTest, isNotCancelledAfterItsEnd) {
   const auto plain = std::make_shared<Operation>();
   const auto manual = std::make_shared<ManualOperation>();
   for (const std::shared_ptr<Operation>& operation : {plain, std::shared_ptr<Operation>(manual)}) {
@@ -102,7 +102,7 @@ TEST(Operation, isNotCancelledAfterItsEnd) {
   }
 }
 
-TEST(Operation, announcesExecutionAndEndOfAPlainOperation) {
+TEST(OperationTest, announcesExecutionAndEndOfAPlainOperation) {
   const auto operation = std::make_shared<Operation>();
   const auto recorder = std::make_shared<Recorder>();
   Lines whenComplete;

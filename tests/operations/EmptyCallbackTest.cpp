@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
 
-class EmptyCallbacks : public IdentityFixture {
+class EmptyCallbackTest : public IdentityFixture {
  protected:
   // Every request, with nobody to tell.
   void askForEverything() {
@@ -44,7 +44,7 @@ class EmptyCallbacks : public IdentityFixture {
   RegistrationCoordinator linked{content};
 };
 
-TEST_F(EmptyCallbacks, areNobodyToTell) {
+TEST_F(EmptyCallbackTest, areNobodyToTell) {
   auth->setBaseURL(std::nullopt);
   registration->setBaseURL(std::nullopt);
   askForEverything();
@@ -58,21 +58,21 @@ TEST_F(EmptyCallbacks, areNobodyToTell) {
   EXPECT_EQ(queue.runPending(), 0U);
 }
 
-TEST_F(EmptyCallbacks, norDoesANullParserAcceptAnything) {
-  std::promise<Result<Authorisation>> fetched;
-  content->getJSONData<Authorisation>(
-      *URL::parse(service->baseURL() + "/config"), nullptr,
-      [&](auto result, bool) { fetched.set_value(std::move(result)); });
-  EXPECT_EQ(await(fetched.get_future()).error().details(), "no parser was given");
-  std::promise<RequestResult<Authorisation>> posted;
-  auth->login("premium@lantern.example", "lighthouse-7", email, nullptr);
-  manager->postJSONData<Authorisation>(Data(R"({"refreshToken":"x"})"),
-                                       *URL::parse(service->baseURL() + "/config"), nullptr,
-                                       [&](auto result) { posted.set_value(std::move(result)); });
-  EXPECT_FALSE(std::holds_alternative<request::Success<Authorisation>>(await(posted.get_future())));
+TEST_F(EmptyCallbackTest, norDoesANullParserAcceptAnything) {
+  const URL config = *URL::parse(service->baseURL() + "/config");
+  const auto fetched = captured<Result<Authorisation>>([&](auto done) {
+    content->getJSONData<Authorisation>(config, nullptr,
+                                        [done](auto result, bool) { done(std::move(result)); });
+  });
+  ASSERT_FALSE(fetched);
+  EXPECT_EQ(fetched.error().details(), "no parser was given");
+  const auto posted = captured<RequestResult<Authorisation>>([&](auto done) {
+    manager->postJSONData<Authorisation>(Data(R"({"refreshToken":"x"})"), config, nullptr, done);
+  });
+  EXPECT_FALSE(std::holds_alternative<request::Success<Authorisation>>(posted));
 }
 
-TEST(NullCollaborators, stopTheProgram) {
+TEST(NullCollaboratorsTest, stopTheProgram) {
   const auto auth = std::make_shared<AuthDataCoordinator>(std::make_shared<AuthSessionManager>());
   EXPECT_DEATH(AuthDataCoordinator(nullptr), "an auth data coordinator needs a session manager");
   EXPECT_DEATH(RegistrationCoordinator(nullptr),

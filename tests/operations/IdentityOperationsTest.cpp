@@ -29,7 +29,7 @@ struct Credentials {
 const Credentials premiumReader = {"premium@lantern.example", "lighthouse-7"};
 const Credentials expiredReader = {"expired@lantern.example", "lowtide-5"};
 
-class IdentityOperations : public IdentityFixture {
+class IdentityOperationsTest : public IdentityFixture {
  protected:
   // Runs the operation to its end on a queue and checks that its result is there before anyone
   // hears of the end.
@@ -79,7 +79,7 @@ constexpr auto registrationResultOf = [](const auto& operation) {
   return operation.registrationResult();
 };
 
-TEST_F(IdentityOperations, loginEndsAsTheServiceAnswers) {
+TEST_F(IdentityOperationsTest, loginEndsAsTheServiceAnswers) {
   const struct {
     Credentials account;
     std::string_view result;
@@ -109,7 +109,7 @@ TEST_F(IdentityOperations, loginEndsAsTheServiceAnswers) {
   }
 }
 
-TEST_F(IdentityOperations, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
+TEST_F(IdentityOperationsTest, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
   const struct {
     Credentials account;
     std::string_view result;
@@ -150,7 +150,7 @@ TEST_F(IdentityOperations, checkRefreshesOnceWhenTheAccessTokenIsRefused) {
   }
 }
 
-TEST_F(IdentityOperations, refreshThenCheckEndsAsTheServiceAnswers) {
+TEST_F(IdentityOperationsTest, refreshThenCheckEndsAsTheServiceAnswers) {
   const struct {
     Credentials account;
     std::string_view result;
@@ -185,7 +185,7 @@ TEST_F(IdentityOperations, refreshThenCheckEndsAsTheServiceAnswers) {
   }
 }
 
-TEST_F(IdentityOperations, registrationEndsAsTheServiceAnswers) {
+TEST_F(IdentityOperationsTest, registrationEndsAsTheServiceAnswers) {
   const struct {
     std::string email;
     std::string_view result;
@@ -210,7 +210,7 @@ TEST_F(IdentityOperations, registrationEndsAsTheServiceAnswers) {
   }
 }
 
-TEST_F(IdentityOperations, anOperationCancelledBeforeItsStartSendsNothing) {
+TEST_F(IdentityOperationsTest, anOperationCancelledBeforeItsStartSendsNothing) {
   const auto operation = loginOperation(premiumReader);
   operation->cancel();
   queue.addOperation(operation);
@@ -219,7 +219,7 @@ TEST_F(IdentityOperations, anOperationCancelledBeforeItsStartSendsNothing) {
   EXPECT_TRUE(service->requests().empty());
 }
 
-TEST_F(IdentityOperations, cancellingAfterTheStartChangesNothing) {
+TEST_F(IdentityOperationsTest, cancellingAfterTheStartChangesNothing) {
   misbehave("latency=50");
   const auto operation = loginOperation(premiumReader);
   operation->start();
@@ -228,7 +228,7 @@ TEST_F(IdentityOperations, cancellingAfterTheStartChangesNothing) {
   EXPECT_EQ(operation->loginResult().value().caseName(), "loggedInAndPremium");
 }
 
-TEST_F(IdentityOperations, areReleasedUnfinishedExceptForARegistration) {
+TEST_F(IdentityOperationsTest, areReleasedUnfinishedExceptForARegistration) {
   misbehave("latency=100");
   auto released = loginOperation(premiumReader);
   auto kept = registrationOperation("new@reader.example");
@@ -246,7 +246,7 @@ TEST_F(IdentityOperations, areReleasedUnfinishedExceptForARegistration) {
   EXPECT_EQ(await(registered.get_future()), "registeredWithRefreshToken");
 }
 
-TEST_F(IdentityOperations, aCheckWithoutABaseURLStaysUnfinished) {
+TEST_F(IdentityOperationsTest, aCheckWithoutABaseURLStaysUnfinished) {
   auth->setBaseURL(std::nullopt);
   const auto tokens = std::make_shared<const ContentAuthorisation>("access", "refresh", "id");
   const auto check = std::make_shared<CheckEntitlementOperation>(tokens, auth);

@@ -183,7 +183,7 @@ class QueueAndModel {
   bool suspended_ = false;
 };
 
-TEST(OperationQueue, startsAndEndsWhatAModelOfItDoes) {
+TEST(OperationQueueModelTest, startsAndEndsWhatAModelOfItDoes) {
   for (unsigned seed = 1; seed <= 60 && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     QueueAndModel both(seed);

@@ -32,7 +32,7 @@ class WorkOperation final : public Operation {
 
 auto work(std::function<void()> block) { return std::make_shared<WorkOperation>(std::move(block)); }
 
-TEST(OperationQueue, runsAPlainOperationThenItsDependentsAndItsCompletionBlock) {
+TEST(OperationQueueTest, runsAPlainOperationThenItsDependentsAndItsCompletionBlock) {
   std::atomic<int> step{0};
   std::atomic<bool> blockRan{false};
   const auto first = work([&] { EXPECT_EQ(++step, 1); });
@@ -54,7 +54,7 @@ TEST(OperationQueue, runsAPlainOperationThenItsDependentsAndItsCompletionBlock) 
   EXPECT_TRUE(blockRan);
 }
 
-TEST(OperationQueue, doesNotHoldAThreadForAnswersThatNeverCome) {
+TEST(OperationQueueTest, doesNotHoldAThreadForAnswersThatNeverCome) {
   OperationQueue queue;
   std::vector<std::shared_ptr<Operation>> silent(200);
   for (auto& operation : silent) operation = std::make_shared<ManualOperation>();
@@ -68,7 +68,7 @@ TEST(OperationQueue, doesNotHoldAThreadForAnswersThatNeverCome) {
   EXPECT_FALSE(silent[0]->waitUntilFinished(now()));
 }
 
-TEST(OperationQueue, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
+TEST(OperationQueueTest, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
   constexpr int limit = 12;
   OperationQueue queue;
   for (const int count : {-9, 0, limit}) {
@@ -96,7 +96,7 @@ TEST(OperationQueue, runsAsManyAtOnceAsTheLimitSaysAndNoMore) {
   EXPECT_EQ(most, limit);
 }
 
-TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlaceIsTaken) {
+TEST(OperationQueueTest, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlaceIsTaken) {
   for (const bool throughQueue : {false, true}) {
     for (const bool holdsTheThread : {false, true}) {
       std::atomic<bool> released{!holdsTheThread};
@@ -127,7 +127,7 @@ TEST(OperationQueue, finishesACancelledOperationWithoutRunningItWhileTheOnlyPlac
   }
 }
 
-TEST(OperationQueue, leavesOperationsInACircleUnreadyUntilOneIsCancelled) {
+TEST(OperationQueueTest, leavesOperationsInACircleUnreadyUntilOneIsCancelled) {
   OperationQueue queue;
   const auto first = work([] { FAIL() << "cancelled"; });
   const auto second = work([] {});
@@ -144,7 +144,7 @@ TEST(OperationQueue, leavesOperationsInACircleUnreadyUntilOneIsCancelled) {
   EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
 }
 
-TEST(OperationQueue, isDestroyedSafelyWithOperationsInEveryState) {
+TEST(OperationQueueTest, isDestroyedSafelyWithOperationsInEveryState) {
   const auto silent = std::make_shared<ManualOperation>();
   const auto unready = std::make_shared<ManualOperation>();
   const auto running = work([] { std::this_thread::sleep_for(20ms); });
@@ -171,7 +171,7 @@ TEST(OperationQueue, isDestroyedSafelyWithOperationsInEveryState) {
   silent->finish();
 }
 
-TEST(OperationQueue, mayBeDestroyedByItsOwnOperation) {
+TEST(OperationQueueTest, mayBeDestroyedByItsOwnOperation) {
   // Nobody waits for the queue's threads then: they share what they touch.
   struct Shared {
     std::unique_ptr<OperationQueue> queue = std::make_unique<OperationQueue>();
@@ -189,7 +189,7 @@ TEST(OperationQueue, mayBeDestroyedByItsOwnOperation) {
   EXPECT_TRUE(shared->isGone);
 }
 
-TEST(OperationQueue, takesDownALongChainThatNeverRan) {
+TEST(OperationQueueTest, takesDownALongChainThatNeverRan) {
   std::shared_ptr<Operation> last = work([] {});
   for (int i = 0; i < 100'000; ++i) {
     auto next = std::make_shared<Operation>();
