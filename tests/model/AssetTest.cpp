@@ -70,7 +70,8 @@ TEST(AssetTests, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
 
 TEST(AssetTests, aspectRatioDividesAsFloatingPointDoes) {
   const auto ratio = [](int width, int height) {
-    return parse<Asset>(with(image, {{"renditions", {sized(width, height)}}}))->aspectRatio();
+    return parse<Asset>(with(image, {{"renditions", json::array({sized(width, height)})}}))
+        ->aspectRatio();
   };
   EXPECT_EQ(ratio(0, 5), std::numeric_limits<double>::infinity());
   EXPECT_TRUE(std::isnan(ratio(0, 0)));

@@ -42,7 +42,7 @@ void expectFrame(const Parser& parser, const json& good, const std::string& topL
 
 TEST(ParserTests, everyDocumentParserDecodesDemandsAnObjectAndPassesFailuresThrough) {
   json stream = config({"a"});
-  stream["sections"] = {section("a", {with(card, {{"cardAsset", image}})})};
+  stream["sections"] = json::array({section("a", {with(card, {{"cardAsset", image}})})});
   stream["sponsoredContent"] = json::array();
   expectFrame(*makeConfigParser(), config({"a", "b"}),
               "failed to parse top level object in JSON config",

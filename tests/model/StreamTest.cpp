@@ -96,7 +96,7 @@ TEST(StreamTests, failuresComeInTheOrderOfTheSteps) {
       {stream({"a", "x"}, {"a"}), join},
       {with(good, {{"sponsoredContent", badCards}}),
        "parsingFailed: invalid url [ % ] for article with identifier one"},
-      {with(good, {{"sponsoredContent", {json::object()}}}), cardFailure},
+      {with(good, {{"sponsoredContent", json::array({json::object()})}}), cardFailure},
   };
   for (const auto& [document, expected] : table) {
     EXPECT_EQ(failure<Stream>(document), expected) << document;
@@ -133,7 +133,8 @@ TEST(StreamTests, allMetadataBecomesCurrentEvenWhenTheStreamThenFails) {
   EXPECT_EQ(uids(current.get()), "ba");
   ASSERT_FALSE(parse<Stream>(stream({"x"}, {"c", "d"})));
   EXPECT_EQ(uids(current.get()), "cd");
-  ASSERT_FALSE(parse<Stream>(with(stream({"e"}, {"e"}), {{"sponsoredContent", {json::object()}}})));
+  ASSERT_FALSE(parse<Stream>(
+      with(stream({"e"}, {"e"}), {{"sponsoredContent", json::array({json::object()})}})));
   EXPECT_EQ(uids(current.get()), "e");
   ASSERT_FALSE(parse<Stream>(with(stream({"f"}, {"f"}), {{"globalMetaData", absent}})));
   EXPECT_EQ(uids(current.get()), "e");

@@ -331,7 +331,7 @@ TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
       configuration);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef PAPERLOOM_SANITIZED
 // In KB, from the process's own status.
 long statusValue(std::string_view name) {
   std::ifstream status("/proc/self/status");
