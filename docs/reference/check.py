@@ -13,6 +13,7 @@ from pathlib import Path
 
 folder = Path(sys.argv[1])
 THREAD = re.compile(r"thread|queue|immutable|callback|at once|before it returns|pure|constant", re.I)
+COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 complaints = []
 
 
@@ -53,8 +54,8 @@ def block_words(member):
     lines = Path(where.get("file")).read_text().splitlines()[: int(where.get("line"))]
     block = []
     while lines and lines[-1].strip():
-        block.append(lines.pop().partition("//")[2])
-    return " ".join(block).strip()
+        block.append(lines.pop())
+    return " ".join(COMMENT.findall("\n".join(reversed(block)))).strip()
 
 
 def is_plain(compound):

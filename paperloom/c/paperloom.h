@@ -447,6 +447,7 @@ paperloom_text paperloom_stream_premium_colour(const paperloom_stream* stream, i
 paperloom_text paperloom_stream_premium_label_colour(const paperloom_stream* stream,
                                                      int32_t background);
 
+/* A section of the stream, and its cards in the order of the front page. */
 paperloom_text paperloom_section_uid(const paperloom_section* section);
 paperloom_text paperloom_section_page_id(const paperloom_section* section);
 size_t paperloom_section_card_count(const paperloom_section* section);
@@ -465,6 +466,7 @@ const paperloom_asset* paperloom_card_asset(const paperloom_card* card);
 size_t paperloom_card_author_count(const paperloom_card* card);
 const paperloom_author* paperloom_card_author_at(const paperloom_card* card, size_t index);
 
+/* Who wrote it; the title may be absent. */
 paperloom_text paperloom_author_name(const paperloom_author* author);
 paperloom_text paperloom_author_job_title(const paperloom_author* author);
 
@@ -483,6 +485,7 @@ paperloom_text paperloom_rendition_url(const paperloom_rendition* rendition);
 int64_t paperloom_rendition_width(const paperloom_rendition* rendition);
 int64_t paperloom_rendition_height(const paperloom_rendition* rendition);
 
+/* What an article says of itself. */
 paperloom_text paperloom_article_headline(const paperloom_article* article);
 enum paperloom_article_type paperloom_article_type(const paperloom_article* article);
 paperloom_text paperloom_article_page_id(const paperloom_article* article);
@@ -507,6 +510,7 @@ const paperloom_sponsor* paperloom_article_sponsor(const paperloom_article* arti
 const paperloom_registration_wall* paperloom_article_registration_wall(
     const paperloom_article* article);
 
+/* What a block of a body is: which of the functions below answer for it. */
 enum paperloom_block_kind paperloom_block_kind(const paperloom_block* block);
 /* Of a heading, body or quote; the content of an embed; the identifier of a video or message of
  * another service. */
@@ -527,6 +531,7 @@ paperloom_text paperloom_sponsor_image_url(const paperloom_sponsor* sponsor);
 paperloom_text paperloom_sponsor_url(const paperloom_sponsor* sponsor);
 paperloom_text paperloom_sponsor_campaign_id(const paperloom_sponsor* sponsor);
 
+/* The wall in front of an article, as a host draws it. */
 paperloom_text paperloom_registration_wall_headline(
     const paperloom_registration_wall* registration_wall);
 enum paperloom_dismiss_type paperloom_registration_wall_dismiss_type(

@@ -28,7 +28,8 @@ class PAPERLOOM_EXPORT ContentAuthorisation final : public ContentAuthorisationP
         idToken_(std::move(idToken)) {}
 
   // Fails with "Content Authorisation missing one or more tokens".
-  static Result<std::shared_ptr<const ContentAuthorisationProtocol>> parse(const JSONObject& json);
+  [[nodiscard]] static Result<std::shared_ptr<const ContentAuthorisationProtocol>> parse(
+      const JSONObject& json);
 
   const std::string& accessToken() const override { return accessToken_; }
   const std::string& refreshToken() const override { return refreshToken_; }

@@ -17,6 +17,7 @@ using AuthenticationParser =
 using RegistrationParser =
     JSONDocumentParser<RegistrationResponseModel, "failed to parse registration response JSON">;
 
+// Each the parser of one kind of document, as the managers take it; usable on any thread.
 inline std::shared_ptr<const ParserProtocol<AuthenticationParser::Item>>
 makeAuthenticationParser() {
   return std::make_shared<const AuthenticationParser>();

@@ -56,7 +56,7 @@ class PAPERLOOM_EXPORT RegistrationResponseModel final : public RegistrationResp
 
   explicit RegistrationResponseModel(Fields fields) : fields_(std::move(fields)) {}
   // Fails with "failed parsing the registration response", or as Token::parse does.
-  static Result<std::shared_ptr<const RegistrationResponseModelProtocol>> parse(
+  [[nodiscard]] static Result<std::shared_ptr<const RegistrationResponseModelProtocol>> parse(
       const JSONObject& json);
 
   const std::string& id() const override { return fields_.id; }

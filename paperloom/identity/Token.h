@@ -51,8 +51,8 @@ class PAPERLOOM_EXPORT Token final : public TokenProtocol {
   explicit Token(Fields fields) : fields_(std::move(fields)) {}
   // The document gives the token's life in seconds, counted from `now`; a life beyond what a Date
   // can say ends at the last instant (or began at the first). Fails with "failed to parse token".
-  static Result<std::shared_ptr<const TokenProtocol>> parse(const JSONObject& json,
-                                                            Date now = currentDate());
+  [[nodiscard]] static Result<std::shared_ptr<const TokenProtocol>> parse(const JSONObject& json,
+                                                                          Date now = currentDate());
 
   const std::string& accessToken() const override { return fields_.accessToken; }
   Date expiresIn() const override { return fields_.expiresIn; }

@@ -29,14 +29,16 @@ class PAPERLOOM_EXPORT AppMetadata final : public AppMetadataProtocol {
   AppMetadata(SectionMetadataList sections, std::shared_ptr<const GlobalMetadataProtocol> global)
       : sectionMetadata_(std::move(sections)), globalMetadata_(std::move(global)) {}
 
-  // The first bad section entry fails the whole.
-  static Result<std::shared_ptr<const AppMetadataProtocol>> parse(const JSONObject& json);
+  // The first bad section entry fails the whole. On any thread.
+  [[nodiscard]] static Result<std::shared_ptr<const AppMetadataProtocol>> parse(
+      const JSONObject& json);
 
   const SectionMetadataList& sectionMetadata() const override { return sectionMetadata_; }
   const std::shared_ptr<const GlobalMetadataProtocol>& globalMetadata() const override {
     return globalMetadata_;
   }
 
+  // For the owner, on one thread, before the record is handed on.
   void setSectionMetadata(SectionMetadataList sections) { sectionMetadata_ = std::move(sections); }
   void setGlobalMetadata(std::shared_ptr<const GlobalMetadataProtocol> global) {
     globalMetadata_ = std::move(global);

@@ -77,9 +77,10 @@ class PAPERLOOM_EXPORT Article final : public ArticleProtocol {
   explicit Article(Fields&& fields) : fields_(std::move(fields)) {}
 
   // Only the headline is required; an article that calls itself sponsored needs a good sponsor,
-  // and a registration wall that is there has to be good.
-  static Result<Article> parse(const JSONObject& json);
+  // and a registration wall that is there has to be good. On any thread.
+  [[nodiscard]] static Result<Article> parse(const JSONObject& json);
 
+  // For the owner, on one thread, before the article is handed on.
   void setRegistrationWallModel(std::shared_ptr<const RegistrationWallProtocol> wall) {
     fields_.registrationWallModel = std::move(wall);
   }

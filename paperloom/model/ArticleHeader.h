@@ -69,7 +69,8 @@ class PAPERLOOM_EXPORT ArticleHeader final : public ArticleHeaderProtocol {
   explicit ArticleHeader(Fields&& fields) : fields_(std::move(fields)) {}
 
   // Headline, URL and identifier are required; a bad asset only leaves the card without one.
-  static Result<std::shared_ptr<const ArticleHeaderProtocol>> parse(const JSONObject& json);
+  [[nodiscard]] static Result<std::shared_ptr<const ArticleHeaderProtocol>> parse(
+      const JSONObject& json);
 
   const std::string& identifier() const override { return fields_.identifier; }
   const paperloom::URL& URL() const override { return fields_.URL; }

@@ -40,7 +40,7 @@ struct PAPERLOOM_EXPORT Asset {
   std::vector<Rendition> renditions;
 
   // Malformed renditions are dropped; an asset without a usable one is an error.
-  static Result<Asset> parse(const JSONObject& json);
+  [[nodiscard]] static Result<Asset> parse(const JSONObject& json);
 
   // Height over width of the first rendition: infinite for a width of 0, 0 without renditions.
   double aspectRatio() const;

@@ -25,6 +25,7 @@ class PAPERLOOM_EXPORT ImageParser final : public ParserProtocol<std::shared_ptr
   tl::expected<Item, ParserError> parse(const Data& data) const override;
 };
 
+// Each the parser of one kind of document, as the managers take it; usable on any thread.
 inline std::shared_ptr<const ParserProtocol<ConfigParser::Item>> makeConfigParser() {
   return std::make_shared<const ConfigParser>();
 }

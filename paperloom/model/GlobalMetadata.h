@@ -37,8 +37,11 @@ class PAPERLOOM_EXPORT GlobalMetadata final : public GlobalMetadataProtocol {
   };
 
   explicit GlobalMetadata(Fields&& fields) : fields_(std::move(fields)) {}
-  static Result<std::shared_ptr<const GlobalMetadataProtocol>> parse(const JSONObject& json);
+  // The five colours are required. On any thread.
+  [[nodiscard]] static Result<std::shared_ptr<const GlobalMetadataProtocol>> parse(
+      const JSONObject& json);
 
+  // For the owner, on one thread, before the record is handed on.
   Fields& fields() { return fields_; }
 
   const std::string& premiumPrimaryColour() const override { return fields_.premiumPrimaryColour; }

@@ -17,6 +17,7 @@ class PaperloomError {
     configurationError,  // the host has not set what the request needs
   };
 
+  // An error of the case that the name says; `details` is for people.
   static PaperloomError parsingFailed(std::string details) {
     return {Case::parsingFailed, std::move(details)};
   }
@@ -50,6 +51,7 @@ constexpr std::string_view caseName(PaperloomError::Case which) {
   return "";
 }
 
+// The same for `return parsingFailed(...)` out of a function with a Result.
 inline tl::unexpected<PaperloomError> parsingFailed(std::string details) {
   return tl::make_unexpected(PaperloomError::parsingFailed(std::move(details)));
 }

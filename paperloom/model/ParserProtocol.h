@@ -28,13 +28,14 @@ class ParserProtocol {
   using Item = T;
 
   virtual ~ParserProtocol() = default;
-  virtual tl::expected<T, ParserError> parse(const Data& data) const = 0;
+  // `data` is one whole document. Never throws.
+  [[nodiscard]] virtual tl::expected<T, ParserError> parse(const Data& data) const = 0;
 };
 
 // As parser->parse(data); without a parser nothing is accepted.
 template <class T>
-tl::expected<T, ParserError> parseWith(const std::shared_ptr<const ParserProtocol<T>>& parser,
-                                       const Data& data) {
+[[nodiscard]] tl::expected<T, ParserError> parseWith(
+    const std::shared_ptr<const ParserProtocol<T>>& parser, const Data& data) {
   if (parser) return parser->parse(data);
   return tl::make_unexpected(ParserError(PaperloomError::parsingFailed("no parser was given")));
 }

@@ -15,6 +15,7 @@ inline constexpr std::array<std::pair<Enumeration, std::string_view>, 0> rawValu
 template <class Enumeration>
 using RawValue = typename decltype(rawValues<Enumeration>)::value_type::second_type;
 
+// What a document says for the case; an empty value for one that is none.
 template <class Enumeration>
 requires(!rawValues<Enumeration>.empty()) constexpr RawValue<Enumeration> rawValue(
     Enumeration value) {

@@ -49,7 +49,8 @@ class PAPERLOOM_EXPORT RegistrationWall final : public RegistrationWallProtocol 
 
   explicit RegistrationWall(Fields&& fields) : fields_(std::move(fields)) {}
   // Every key is required.
-  static Result<std::shared_ptr<const RegistrationWallProtocol>> parse(const JSONObject& json);
+  [[nodiscard]] static Result<std::shared_ptr<const RegistrationWallProtocol>> parse(
+      const JSONObject& json);
 
   const std::string& headline() const override { return fields_.headline; }
   WallDismissType dismissType() const override { return fields_.dismissType; }

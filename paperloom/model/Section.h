@@ -32,7 +32,7 @@ class PAPERLOOM_EXPORT Section final : public SectionProtocol {
         pageID_(std::move(pageID)) {}
 
   // Bad cards are dropped.
-  static Result<std::shared_ptr<const SectionProtocol>> parse(const JSONObject& json);
+  [[nodiscard]] static Result<std::shared_ptr<const SectionProtocol>> parse(const JSONObject& json);
 
   const std::string& uid() const override { return uid_; }
   const ArticleHeaderList& articleHeaders() const override { return articleHeaders_; }

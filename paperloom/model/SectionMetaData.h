@@ -50,7 +50,10 @@ class PAPERLOOM_EXPORT SectionMetaData final : public SectionMetadataProtocol {
   };
 
   explicit SectionMetaData(Fields&& fields) : fields_(std::move(fields)) {}
-  static Result<std::shared_ptr<const SectionMetadataProtocol>> parse(const JSONObject& json);
+  // Every text of Fields and showSponsored are required; only a carousel has fallback cards. On any
+  // thread.
+  [[nodiscard]] static Result<std::shared_ptr<const SectionMetadataProtocol>> parse(
+      const JSONObject& json);
 
   const std::string& uid() const override { return fields_.uid; }
   const std::string& displayName() const override { return fields_.displayName; }

@@ -36,7 +36,9 @@ class PAPERLOOM_EXPORT Sponsor final : public SponsorProtocol {
   };
 
   explicit Sponsor(Fields&& fields) : fields_(std::move(fields)) {}
-  static Result<std::shared_ptr<const SponsorProtocol>> parse(const JSONObject& json);
+  // Image and campaign are required; a bad link of its own only leaves the sponsor without one. On
+  // any thread.
+  [[nodiscard]] static Result<std::shared_ptr<const SponsorProtocol>> parse(const JSONObject& json);
 
   const std::optional<std::string>& name() const override { return fields_.name; }
   const std::optional<std::string>& byline() const override { return fields_.byline; }

@@ -43,7 +43,7 @@ class PAPERLOOM_EXPORT Stream final : public StreamProtocol {
   // Bad sections are dropped; a bad sponsored card, or a section without metadata, fails the
   // stream. The document's metadata becomes the current app metadata of the shared data
   // coordinator as soon as it is read, even when the rest of the document then fails.
-  static Result<std::shared_ptr<const StreamProtocol>> parse(const JSONObject& json);
+  [[nodiscard]] static Result<std::shared_ptr<const StreamProtocol>> parse(const JSONObject& json);
 
   // A copy with only those section cards for which the predicate is true; an empty one keeps all.
   // Sections left without a card stay, and sponsored cards are not filtered.

@@ -56,6 +56,8 @@ class PAPERLOOM_EXPORT AuthSessionManagerProtocol {
   using ErasedParser = std::function<tl::expected<std::any, ParserError>(const Data&)>;
   using ErasedCompletion = std::function<void(RequestResult<std::any>)>;
 
+  // As postJSONData() and its completion, with the item in a std::any: what an implementation
+  // provides.
   virtual void postData(Data body, const URL& url, ErasedParser parser,
                         ErasedCompletion completion) = 0;
 };

@@ -15,7 +15,8 @@ class PAPERLOOM_EXPORT CacheWarmerDataCoordinatorProtocol {
 
   virtual ~CacheWarmerDataCoordinatorProtocol() = default;
 
-  // Makes sure that a response for `url` is in the cache: see CacheWarmerSessionManager.
+  // Makes sure that a response for `url` is in the cache: see
+  // CacheWarmerSessionManager, also for the thread of the completion.
   virtual std::shared_ptr<URLSessionTask> saveToCache(const URL& url, bool forceRefresh,
                                                       Completion completion) = 0;
 };

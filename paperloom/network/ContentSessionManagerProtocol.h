@@ -17,7 +17,7 @@ namespace paperloom {
 
 // The HTTP layer of the content side, as its coordinators see it. A completion may be empty: its
 // answer is dropped then; a null parser accepts nothing. What an implementation returns is not
-// null.
+// null. Completions run on the session's callback queue; functions may be called on any thread.
 class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
  public:
   virtual ~ContentSessionManagerProtocol() = default;
@@ -77,6 +77,8 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
   using ErasedCompletion =
       std::function<void(Result<std::any> result, const Provenance& provenance)>;
 
+  // As getDocument() and its completion, with the item in a std::any: what an implementation
+  // provides.
   virtual std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
                                                   ErasedCompletion completion, Parsing parsing) = 0;
 };

@@ -16,6 +16,7 @@
 
 namespace paperloom {
 
+// How a login ended, the check of the entitlement included.
 struct PAPERLOOM_EXPORT LoginOperationResult {
   struct LoggedInAndPremium {
     static constexpr std::string_view name = "loggedInAndPremium";

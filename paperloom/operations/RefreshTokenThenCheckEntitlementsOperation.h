@@ -15,6 +15,7 @@
 
 namespace paperloom {
 
+// How the refresh and the check after it ended.
 struct PAPERLOOM_EXPORT RefreshTokenThenCheckEntitlementsOperationResult {
   struct Success {
     static constexpr std::string_view name = "success";

@@ -15,6 +15,7 @@
 
 namespace paperloom {
 
+// How a registration ended.
 struct PAPERLOOM_EXPORT UserRegistrationResult {
   struct RegisteredWithRefreshToken {
     static constexpr std::string_view name = "registeredWithRefreshToken";

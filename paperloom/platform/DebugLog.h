@@ -17,6 +17,8 @@ class PAPERLOOM_EXPORT DebugLog {
   // takes it away.
   static void setListener(Listener listener);
 
+  // Hands the line to the listener at once, on the calling thread; nothing without one. Never give
+  // it a token or a password.
   static void write(std::string_view line);
 };
 

@@ -102,8 +102,8 @@ class PAPERLOOM_EXPORT JSONObjectList {
 // A text with numbers out of range is copied and decoded twice.
 class PAPERLOOM_EXPORT JSONDocument {
  public:
-  static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);
-  static tl::expected<JSONDocument, JSONError> parse(const Data& data);
+  [[nodiscard]] static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);
+  [[nodiscard]] static tl::expected<JSONDocument, JSONError> parse(const Data& data);
 
   JSONDocument(JSONDocument&&) noexcept;
   JSONDocument& operator=(JSONDocument&&) noexcept;

@@ -14,6 +14,6 @@ using JSONMember = std::pair<std::string_view, std::variant<std::string_view, bo
 
 // A JSON object of these members in this order, pretty-printed. Nothing when a text is not valid
 // UTF-8: JSON cannot hold it (RFC 8259 section 8.1).
-std::optional<Data> writeJSONObject(const std::vector<JSONMember>& members);
+[[nodiscard]] std::optional<Data> writeJSONObject(const std::vector<JSONMember>& members);
 
 }  // namespace paperloom

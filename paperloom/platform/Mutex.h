@@ -22,7 +22,7 @@
 
 namespace paperloom {
 
-// std::mutex for the compiler to check.
+// std::mutex for the compiler to check. Every function on any thread.
 class PAPERLOOM_THREAD_SAFETY(capability("mutex")) Mutex {
  public:
   void lock() PAPERLOOM_ACQUIRE() { mutex_.lock(); }
@@ -35,7 +35,7 @@ class PAPERLOOM_THREAD_SAFETY(capability("mutex")) Mutex {
 };
 
 // Holds a mutex while it lives, but for the time between unlock() and lock().
-class PAPERLOOM_THREAD_SAFETY(scoped_lockable) MutexLock {
+class [[nodiscard]] PAPERLOOM_THREAD_SAFETY(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) PAPERLOOM_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
   ~MutexLock() PAPERLOOM_RELEASE() {
@@ -44,6 +44,7 @@ class PAPERLOOM_THREAD_SAFETY(scoped_lockable) MutexLock {
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
+  // Give the mutex up for a while, and take it again; on the thread that holds it.
   void unlock() PAPERLOOM_RELEASE() {
     mutex_.unlock();
     held_ = false;
@@ -59,7 +60,8 @@ class PAPERLOOM_THREAD_SAFETY(scoped_lockable) MutexLock {
 };
 
 // std::condition_variable over a Mutex that the caller holds. Waits may end without a cause: ask
-// for the condition in a loop, in the function that holds the lock, where the compiler sees it.
+// for the condition in a loop, in the function that holds the lock, where the compiler sees it. Any
+// number of threads may wait, and any thread may notify.
 class ConditionVariable {
  public:
   void wait(Mutex& mutex) PAPERLOOM_REQUIRES(mutex) {

@@ -93,6 +93,7 @@ class PAPERLOOM_EXPORT Operation : public std::enable_shared_from_this<Operation
   void removeObserver(const std::shared_ptr<OperationObserver>& observer);
 
  protected:
+  // Tell the observers, on the calling thread, that `key` is about to change, and that it has.
   void willChangeValue(std::string_view key);
   void didChangeValue(std::string_view key);
 

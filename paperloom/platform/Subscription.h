@@ -44,6 +44,7 @@ class PAPERLOOM_EXPORT Subscription {
     }
 
     bool isActive() const;
+    // As Subscription::cancel().
     void cancel();
 
    private:

@@ -15,7 +15,7 @@ namespace paperloom {
 class PAPERLOOM_EXPORT URL {
  public:
   // Nothing when `text` is empty or not a URI reference (RFC 3986 section 4.1).
-  static std::optional<URL> parse(std::string_view text);
+  [[nodiscard]] static std::optional<URL> parse(std::string_view text);
 
   const std::string& absoluteString() const { return text_; }
 

@@ -37,6 +37,7 @@ class PAPERLOOM_EXPORT UserDefaults {
   // Nothing when nothing or no text is stored there.
   std::optional<std::string> stringForKey(std::string_view key) const;
 
+  // Each holds at once, on every thread; synchronize() brings it to the file.
   void setDouble(double value, std::string_view key);
   void setString(std::string_view value, std::string_view key);
   void removeObject(std::string_view key);
