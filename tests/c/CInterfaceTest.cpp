@@ -60,9 +60,9 @@ const std::string article = R"({"headline":"headline","type":"commentArticle","s
     {"type":"particle","text":"text","embedSrc":"embedSrc"},
     {"type":"livepost","time":"1970-01-02T00:00:00Z"},{"type":"poll"}]})";
 
-class CInterfaceTests : public ::testing::Test {
+class CInterfaceTest : public ::testing::Test {
  protected:
-  CInterfaceTests() {
+  CInterfaceTest() {
     ApplicationDirectories::setCachesDirectory(folder.path());
     ApplicationDirectories::setSettingsDirectory(folder.path());
   }
@@ -82,32 +82,32 @@ class CInterfaceTests : public ::testing::Test {
   }};
 };
 
-TEST_F(CInterfaceTests, readsEveryPartOfADocument) {
+TEST_F(CInterfaceTest, readsEveryPartOfADocument) {
   const std::string url = documents.url("").absoluteString();
   walks_the_front_page(url.c_str());
   walks_an_article(url.c_str());
 }
 
-TEST_F(CInterfaceTests, readsTheSamplePaper) { reads_the_sample_paper(content().c_str()); }
+TEST_F(CInterfaceTest, readsTheSamplePaper) { reads_the_sample_paper(content().c_str()); }
 
-TEST_F(CInterfaceTests, answersEveryRequestOnceWhateverItsArguments) {
+TEST_F(CInterfaceTest, answersEveryRequestOnceWhateverItsArguments) {
   answers_every_request_once(content("status=/articles:503 status=/images:404").c_str());
 }
 
-TEST_F(CInterfaceTests, endsWhatAReleasedClientLeaves) {
+TEST_F(CInterfaceTest, endsWhatAReleasedClientLeaves) {
   ends_what_a_released_client_leaves(content("silent=/articles latency=50").c_str(),
                                      service->identityURL().c_str());
 }
 
-TEST_F(CInterfaceTests, keepsALoginThroughItsRefreshes) {
+TEST_F(CInterfaceTest, keepsALoginThroughItsRefreshes) {
   keeps_a_login(service->identityURL().c_str());
 }
 
-TEST_F(CInterfaceTests, makesAndUnlinksAccounts) {
+TEST_F(CInterfaceTest, makesAndUnlinksAccounts) {
   makes_and_unlinks_accounts(service->identityURL().c_str());
 }
 
-TEST_F(CInterfaceTests, readsStructsOfOtherVersions) {
+TEST_F(CInterfaceTest, readsStructsOfOtherVersions) {
   reads_structs_of_other_versions(content().c_str());
   EXPECT_EQ(service->requests().back().header("X-App-Key"), "secret");
 }

@@ -5,10 +5,8 @@
 #include "paperloom/platform/DateFormatter.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 std::vector<ArticleContentItem> parseBody(const json& body) {
   const auto document = JSONDocument::parse(json{{"body", body}}.dump());
@@ -37,7 +35,7 @@ std::string description(const ArticleContentItem& item) {
   return std::string(item.caseName()) + ":" + held;
 }
 
-TEST(ArticleContentItemTests, everyTypeBuildsItsBlockOrUnknown) {
+TEST(ArticleContentItemTest, everyTypeBuildsItsBlockOrUnknown) {
   const json video = with(image, {{"type", "video"}});
   const std::pair<json, const char*> table[] = {
       {{{"type", "text"}, {"text", "a"}}, "body:a"},
@@ -79,7 +77,7 @@ TEST(ArticleContentItemTests, everyTypeBuildsItsBlockOrUnknown) {
   }
 }
 
-TEST(ArticleContentItemTests, elementsWithoutATypeVanishAndTheOthersKeepTheirPlace) {
+TEST(ArticleContentItemTest, elementsWithoutATypeVanishAndTheOthersKeepTheirPlace) {
   const auto items = parseBody({{{"type", "text"}, {"text", "a"}},
                                 {{"text", "b"}},
                                 {{"type", 1}},
@@ -91,7 +89,7 @@ TEST(ArticleContentItemTests, elementsWithoutATypeVanishAndTheOthersKeepTheirPla
   EXPECT_TRUE(parseBody(json::array()).empty());
 }
 
-TEST(ArticleContentItemTests, isTypeComparesTheAlternativesOnly) {
+TEST(ArticleContentItemTest, isTypeComparesTheAlternativesOnly) {
   using Item = ArticleContentItem;
   const Item one{Item::Heading{HeadingStyle::one, "x"}};
   EXPECT_TRUE(one.isType({Item::Heading{HeadingStyle::six, "y"}}));
@@ -101,4 +99,4 @@ TEST(ArticleContentItemTests, isTypeComparesTheAlternativesOnly) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

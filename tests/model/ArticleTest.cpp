@@ -5,15 +5,13 @@
 #include "paperloom/model/ArticleHeader.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 const json headlineOnly = {{"headline", "Title"}};
 const json sponsor = {{"image", "https://s.example/logo.png"}, {"campaignId", "c"}};
 
-TEST(ArticleTests, failuresComeFromHeadlineSponsorAndWallInThisOrder) {
+TEST(ArticleTest, failuresComeFromHeadlineSponsorAndWallInThisOrder) {
   const std::string own = "parsingFailed: failed to parse JSON into article";
   const std::string noSponsor = "parsingFailed: Sponsored article without sponsor info";
   const std::string badSponsor = "parsingFailed: failed to parse JSON into sponsor";
@@ -39,7 +37,7 @@ TEST(ArticleTests, failuresComeFromHeadlineSponsorAndWallInThisOrder) {
   EXPECT_EQ(parse<Article>(with(headlineOnly, {{"sponsor", sponsor}}))->sponsor(), nullptr);
 }
 
-TEST(ArticleTests, everyKindOfWhiteSpaceAroundTheHeadlineIsTrimmed) {
+TEST(ArticleTest, everyKindOfWhiteSpaceAroundTheHeadlineIsTrimmed) {
   const std::pair<const char*, const char*> table[] = {
       {"\t\n\v\f\r A\u00A0B \u0085\u2028\u2029", "A\u00A0B"},
       {"\u1680\u2000\u2001\u2002\u2003\u2004\u2005\u202F\u205F\u3000A", "A"},
@@ -55,7 +53,7 @@ TEST(ArticleTests, everyKindOfWhiteSpaceAroundTheHeadlineIsTrimmed) {
   }
 }
 
-TEST(ArticleTests, optionalValuesCountOnlyWithTheirTypeAndHaveDefaults) {
+TEST(ArticleTest, optionalValuesCountOnlyWithTheirTypeAndHaveDefaults) {
   const json bad = {{"headline", "h"},
                     {"type", "opinionArticle"},
                     {"authors", "A"},
@@ -80,7 +78,7 @@ TEST(ArticleTests, optionalValuesCountOnlyWithTheirTypeAndHaveDefaults) {
   }
 }
 
-TEST(ArticleTests, kindsAreWhatHostsCallThem) {
+TEST(ArticleTest, kindsAreWhatHostsCallThem) {
   EXPECT_EQ(rawValue(ArticleType::standard), "standardArticle");
   EXPECT_EQ(rawValue(ArticleType::video), "videoArticle");
   EXPECT_EQ(rawValue(ArticleType::live), "liveArticle");
@@ -90,7 +88,7 @@ TEST(ArticleTests, kindsAreWhatHostsCallThem) {
   EXPECT_EQ(rawValue(WallDismissType::hard), "hard");
 }
 
-TEST(ArticleTests, theLeadIsTheLeadAssetOrUnknown) {
+TEST(ArticleTest, theLeadIsTheLeadAssetOrUnknown) {
   const json video = with(image, {{"type", "video"}});
   const std::pair<json, const char*> table[] = {
       {image, "image"},    {with(video, {{"videoEmbedId", "v"}}), "video"},
@@ -103,7 +101,7 @@ TEST(ArticleTests, theLeadIsTheLeadAssetOrUnknown) {
   }
 }
 
-TEST(ArticleTests, wallAndOutbrainFollowCallToActionWallPremiumAndSponsor) {
+TEST(ArticleTest, wallAndOutbrainFollowCallToActionWallPremiumAndSponsor) {
   struct Row {
     json callToAction, wall, premium, sponsored;
     const char* wallType;
@@ -129,7 +127,7 @@ TEST(ArticleTests, wallAndOutbrainFollowCallToActionWallPremiumAndSponsor) {
   }
 }
 
-TEST(ArticleTests, theWallCanBeReplacedAndTheWallTypeFollows) {
+TEST(ArticleTest, theWallCanBeReplacedAndTheWallTypeFollows) {
   auto article = *parse<Article>(with(headlineOnly, {{"registerWall", wall}}));
   const WallType before = article.wallType();
   EXPECT_EQ(before, (WallType{WallType::RegWall{*parse<RegistrationWall>(wall)}}));
@@ -141,14 +139,14 @@ TEST(ArticleTests, theWallCanBeReplacedAndTheWallTypeFollows) {
   EXPECT_TRUE(article.canInjectOutbrain());
 }
 
-TEST(RegistrationWallTests, everyValueIsRequired) {
+TEST(RegistrationWallTest, everyValueIsRequired) {
   const std::string text = "parsingFailed: failed to parse JSON into reg wall";
   expectRequired<RegistrationWall>(wall, text);
   EXPECT_EQ(failure<RegistrationWall>(with(wall, {{"dismissType", "hard"}})), "parsed");
   EXPECT_EQ(failure<RegistrationWall>(with(wall, {{"dismissType", "Soft"}})), text);
 }
 
-TEST(RegistrationWallTests, wallsAreEqualWhenEveryFieldIs) {
+TEST(RegistrationWallTest, wallsAreEqualWhenEveryFieldIs) {
   const auto one = *parse<RegistrationWall>(wall);
   EXPECT_TRUE(one->isEqual(**parse<RegistrationWall>(wall)));
   for (const auto& [key, value] : wall.items()) {
@@ -158,4 +156,4 @@ TEST(RegistrationWallTests, wallsAreEqualWhenEveryFieldIs) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -10,10 +10,8 @@
 #include "paperloom/model/Sponsor.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 json sized(const json& width, const json& height) {
   return with(rendition, {{"width", width}, {"height", height}});
@@ -27,7 +25,7 @@ std::string sizes(const Asset& asset) {
   return text;
 }
 
-TEST(AssetTests, theFirstFailingCheckGivesItsText) {
+TEST(AssetTest, theFirstFailingCheckGivesItsText) {
   const std::string shape = "parsingFailed: failed to parse JSON into Asset";
   const std::string type = "parsingFailed: invalid asset type found";
   const std::string embed = "parsingFailed: No video embed Id";
@@ -54,7 +52,7 @@ TEST(AssetTests, theFirstFailingCheckGivesItsText) {
   }
 }
 
-TEST(AssetTests, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
+TEST(AssetTest, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
   const auto asset = parse<Asset>(with(
       image, {{"renditions",
                {sized(1200, 800), with(rendition, {{"url", ""}}), sized(640.5, 1), sized(1e30, 1),
@@ -68,7 +66,7 @@ TEST(AssetTests, malformedRenditionsAreDroppedAndTheRestSortedSmallestFirst) {
             *URL::parse("b"));
 }
 
-TEST(AssetTests, aspectRatioDividesAsFloatingPointDoes) {
+TEST(AssetTest, aspectRatioDividesAsFloatingPointDoes) {
   const auto ratio = [](int width, int height) {
     return parse<Asset>(with(image, {{"renditions", json::array({sized(width, height)})}}))
         ->aspectRatio();
@@ -81,7 +79,7 @@ TEST(AssetTests, aspectRatioDividesAsFloatingPointDoes) {
   EXPECT_EQ(bare.aspectRatio(), 0);
 }
 
-TEST(AssetTests, aHundredThousandRenditionsOfMixedSizesAreOrderedWhereTheyCompare) {
+TEST(AssetTest, aHundredThousandRenditionsOfMixedSizesAreOrderedWhereTheyCompare) {
   std::mt19937 random(7);
   json list = json::array();
   for (int i = 0; i < 100'000; ++i) {
@@ -97,7 +95,7 @@ TEST(AssetTests, aHundredThousandRenditionsOfMixedSizesAreOrderedWhereTheyCompar
   }
 }
 
-TEST(AuthorTests, entriesWithoutANameAreDropped) {
+TEST(AuthorTest, entriesWithoutANameAreDropped) {
   const auto document = JSONDocument::parse(
       R"({"authors":[{"name":"A"},{"jobTitle":"Editor"},{"name":1},{"name":"B","jobTitle":"Editor"}]})");
   const auto authors = Author::parseList(*document->object()->objects("authors"));
@@ -108,7 +106,7 @@ TEST(AuthorTests, entriesWithoutANameAreDropped) {
   EXPECT_EQ(authors[1].jobTitle, "Editor");
 }
 
-TEST(SponsorTests, failuresNameTheOffendingValues) {
+TEST(SponsorTest, failuresNameTheOffendingValues) {
   const json good = {{"image", "https://s.example/logo.png"}, {"campaignId", "c"}};
   expectRequired<Sponsor>(good, "parsingFailed: failed to parse JSON into sponsor");
   const std::string invalid = "parsingFailed: invalid url [ ";
@@ -121,7 +119,7 @@ TEST(SponsorTests, failuresNameTheOffendingValues) {
   for (const auto& [document, expected] : table) EXPECT_EQ(failure<Sponsor>(document), expected);
 }
 
-TEST(SponsorTests, anUnusableLinkOrNameIsAbsent) {
+TEST(SponsorTest, anUnusableLinkOrNameIsAbsent) {
   const json good = {
       {"image", "https://s.example/logo.png"}, {"campaignId", "c"}, {"byline", "by"}};
   const std::pair<json, bool> table[] = {{"https://s.example/", true},
@@ -139,4 +137,4 @@ TEST(SponsorTests, anUnusableLinkOrNameIsAbsent) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -8,7 +8,7 @@
 #include "paperloom/model/DocumentParsers.h"
 #include "tests/support/UnreadKey.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
 using JSON = reader::JSON;
@@ -30,7 +30,7 @@ void expectSame(const JSON& record, const JSON& expected) {
   EXPECT_EQ(record.dump(), expected.dump()) << JSON::diff(expected, record).dump(1);
 }
 
-TEST(GoldenRecordTests, everyValueLandsInTheFieldOfItsKey) {
+TEST(GoldenRecordTest, everyValueLandsInTheFieldOfItsKey) {
   const JSON stream = JSON::parse(file("stream.record"));
   expectSame(record(StreamParser(), file("stream.document")), stream);
   expectSame(record(ConfigParser(), file("stream.document")), stream["appMetadata"]);
@@ -38,7 +38,7 @@ TEST(GoldenRecordTests, everyValueLandsInTheFieldOfItsKey) {
              JSON::parse(file("article.record")));
 }
 
-TEST(GoldenRecordTests, aKeyThatNobodyReadsChangesNoRecordWhateverItsValue) {
+TEST(GoldenRecordTest, aKeyThatNobodyReadsChangesNoRecordWhateverItsValue) {
   const auto expectUnchanged = [](const auto& parser, const std::string& document) {
     const JSON expected = record(parser, document);
     ASSERT_TRUE(expected.is_object()) << expected;
@@ -55,4 +55,4 @@ TEST(GoldenRecordTests, aKeyThatNobodyReadsChangesNoRecordWhateverItsValue) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

@@ -3,18 +3,17 @@
 #include "paperloom/model/AppMetadata.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
 
-using namespace test;
 using Cards = std::vector<std::string>;
 
-TEST(SectionMetaDataTests, everyRequiredValueFailsTheSectionWithOneText) {
+TEST(SectionMetaDataTest, everyRequiredValueFailsTheSectionWithOneText) {
   expectRequired<SectionMetaData>(sectionMetadata("a"),
                                   "parsingFailed: failed to parse JSON into section meta data");
 }
 
-TEST(SectionMetaDataTests, unknownCustomizationMeansDisabledByDefault) {
+TEST(SectionMetaDataTest, unknownCustomizationMeansDisabledByDefault) {
   const std::pair<const char*, const char*> table[] = {
       {"alwaysEnabled", "alwaysEnabled"},         {"enabledByDefault", "enabledByDefault"},
       {"disabledByDefault", "disabledByDefault"}, {"hidden", "disabledByDefault"},
@@ -26,7 +25,7 @@ TEST(SectionMetaDataTests, unknownCustomizationMeansDisabledByDefault) {
   }
 }
 
-TEST(SectionMetaDataTests, fallbackCardsAreReadOnlyForACarousel) {
+TEST(SectionMetaDataTest, fallbackCardsAreReadOnlyForACarousel) {
   struct Row {
     json carousel, standard, premium;
     std::optional<std::pair<Cards, Cards>> expected;
@@ -51,7 +50,7 @@ TEST(SectionMetaDataTests, fallbackCardsAreReadOnlyForACarousel) {
   }
 }
 
-TEST(GlobalMetadataTests, coloursAreRequiredAndFallbackCardsAreNot) {
+TEST(GlobalMetadataTest, coloursAreRequiredAndFallbackCardsAreNot) {
   expectRequired<GlobalMetadata>(globalMetadata,
                                  "parsingFailed: failed to parse JSON into global metadata");
   EXPECT_EQ((*parse<GlobalMetadata>(globalMetadata))->fallbackCards(), nullptr);
@@ -61,7 +60,7 @@ TEST(GlobalMetadataTests, coloursAreRequiredAndFallbackCardsAreNot) {
   EXPECT_EQ(std::pair(cards->standard(), cards->premium()), std::pair(Cards{}, Cards{"p"}));
 }
 
-TEST(AppMetadataTests, anyBadPartFailsTheWholeWithItsOwnText) {
+TEST(AppMetadataTest, anyBadPartFailsTheWholeWithItsOwnText) {
   const std::string own = "parsingFailed: failed to parse JSON into app meta data";
   const json good = config({"a", "b", "a"});
   json badSection = good;
@@ -84,4 +83,4 @@ TEST(AppMetadataTests, anyBadPartFailsTheWholeWithItsOwnText) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

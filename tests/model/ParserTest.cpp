@@ -5,10 +5,8 @@
 #include "paperloom/platform/ImageDecoder.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 // "parsed", the library's failure, or the decoder's.
 template <class Parser>
@@ -40,7 +38,7 @@ void expectFrame(const Parser& parser, const json& good, const std::string& topL
   }
 }
 
-TEST(ParserTests, everyDocumentParserDecodesDemandsAnObjectAndPassesFailuresThrough) {
+TEST(ParserTest, everyDocumentParserDecodesDemandsAnObjectAndPassesFailuresThrough) {
   json stream = config({"a"});
   stream["sections"] = json::array({section("a", {with(card, {{"cardAsset", image}})})});
   stream["sponsoredContent"] = json::array();
@@ -54,13 +52,13 @@ TEST(ParserTests, everyDocumentParserDecodesDemandsAnObjectAndPassesFailuresThro
               "failed to parse JSON into article");
 }
 
-TEST(ParserTests, undecodableImageBytesAreAParsingFailure) {
+TEST(ParserTest, undecodableImageBytesAreAParsingFailure) {
   const std::string text = "parsingFailed: could not parse data into image";
   EXPECT_EQ(outcome(*makeImageParser(), ""), text);
   EXPECT_EQ(outcome(*makeImageParser(), "{}"), text);
 }
 
-TEST(ParserTests, theImageComesFromTheDecoderInPlace) {
+TEST(ParserTest, theImageComesFromTheDecoderInPlace) {
   struct OnePixel final : ImageDecoder {
     std::shared_ptr<const Image> decode(std::string_view bytes) const override {
       return std::make_shared<const Image>(
@@ -75,4 +73,4 @@ TEST(ParserTests, theImageComesFromTheDecoderInPlace) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

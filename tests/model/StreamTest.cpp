@@ -5,10 +5,8 @@
 #include "paperloom/model/CurrentAppMetadata.h"
 #include "tests/model/Documents.h"
 
-namespace paperloom {
+namespace paperloom::test {
 namespace {
-
-using namespace test;
 
 const std::string cardFailure = "parsingFailed: failed to parse JSON into ArticleHeader";
 
@@ -36,14 +34,14 @@ std::string uids(const StreamProtocol& stream) {
   return text;
 }
 
-TEST(ArticleHeaderTests, requiredTextsComeBeforeTheURLCheck) {
+TEST(ArticleHeaderTest, requiredTextsComeBeforeTheURLCheck) {
   expectRequired<ArticleHeader>(card, cardFailure);
   EXPECT_EQ(failure<ArticleHeader>(with(card, {{"url", "a b"}})),
             "parsingFailed: invalid url [ a b ] for article with identifier one");
   EXPECT_EQ(failure<ArticleHeader>(with(card, {{"url", ""}, {"qrvId", 1}})), cardFailure);
 }
 
-TEST(ArticleHeaderTests, optionalValuesCountOnlyWithTheirType) {
+TEST(ArticleHeaderTest, optionalValuesCountOnlyWithTheirType) {
   const json bad = with(card, {{"cardAsset", {{"type", "image"}}},
                                {"cardType", "Bespoke"},
                                {"type", "live"},
@@ -62,7 +60,7 @@ TEST(ArticleHeaderTests, optionalValuesCountOnlyWithTheirType) {
   }
 }
 
-TEST(SectionTests, badCardsAreDroppedAndTheRestKeepTheirOrder) {
+TEST(SectionTest, badCardsAreDroppedAndTheRestKeepTheirOrder) {
   expectRequired<Section>(with(section("a"), {{"pageId", absent}}),
                           "parsingFailed: failed to parse JSON into section");
   EXPECT_NE(failure<Section>(section("a", {card, 1})), "parsed");
@@ -76,7 +74,7 @@ TEST(SectionTests, badCardsAreDroppedAndTheRestKeepTheirOrder) {
   EXPECT_EQ((*parse<Section>(with(section("a"), {{"pageId", 3}})))->pageID(), std::nullopt);
 }
 
-TEST(StreamTests, failuresComeInTheOrderOfTheSteps) {
+TEST(StreamTest, failuresComeInTheOrderOfTheSteps) {
   const std::string shape = "parsingFailed: failed to parse JSON into Stream";
   const std::string metadata =
       "parsingFailed: could not get section metadata while preparing stream";
@@ -103,7 +101,7 @@ TEST(StreamTests, failuresComeInTheOrderOfTheSteps) {
   }
 }
 
-TEST(StreamTests, metadataFollowsTheSectionsOneEntryEach) {
+TEST(StreamTest, metadataFollowsTheSectionsOneEntryEach) {
   struct Row {
     json document;
     const char* sections;
@@ -127,7 +125,7 @@ TEST(StreamTests, metadataFollowsTheSectionsOneEntryEach) {
   EXPECT_EQ((*parse<Stream>(twice))->appMetadata()->sectionMetadata()[0]->displayName(), "First");
 }
 
-TEST(StreamTests, allMetadataBecomesCurrentEvenWhenTheStreamThenFails) {
+TEST(StreamTest, allMetadataBecomesCurrentEvenWhenTheStreamThenFails) {
   auto& current = CurrentAppMetadata::shared();
   ASSERT_TRUE(parse<Stream>(stream({"a"}, {"b", "a"})));
   EXPECT_EQ(uids(current.get()), "ba");
@@ -140,7 +138,7 @@ TEST(StreamTests, allMetadataBecomesCurrentEvenWhenTheStreamThenFails) {
   EXPECT_EQ(uids(current.get()), "e");
 }
 
-TEST(StreamTests, theFilterTakesCardsButNeitherSectionsNorSponsoredCards) {
+TEST(StreamTest, theFilterTakesCardsButNeitherSectionsNorSponsoredCards) {
   const json cards = {with(card, {{"qrvId", "1"}}), with(card, {{"qrvId", "2"}}),
                       with(card, {{"qrvId", "3"}})};
   json document = stream({"a", "b"}, {"a", "b"});
@@ -163,4 +161,4 @@ TEST(StreamTests, theFilterTakesCardsButNeitherSectionsNorSponsoredCards) {
 }
 
 }  // namespace
-}  // namespace paperloom
+}  // namespace paperloom::test

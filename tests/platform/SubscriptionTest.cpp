@@ -13,7 +13,7 @@
 namespace paperloom::test {
 namespace {
 
-TEST(SubscriptionsTest, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin) {
+TEST(SubscriptionTest, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBegin) {
   std::promise<void> begun;
   std::promise<void> mayEnd;
   std::atomic<bool> ended = false;
@@ -42,7 +42,7 @@ TEST(SubscriptionsTest, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneB
   EXPECT_EQ(calls, 1);
 }
 
-TEST(SubscriptionsTest, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
+TEST(SubscriptionTest, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
   auto owner = std::make_unique<Subscription>();
   std::atomic<int> inside = 0;
   const auto callback = (*owner)([&] {
@@ -60,7 +60,7 @@ TEST(SubscriptionsTest, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
   EXPECT_EQ(second, nullptr);
 }
 
-TEST(SubscriptionsTest, ownCallbacksOfEveryShapeAndEmptyOnes) {
+TEST(SubscriptionTest, ownCallbacksOfEveryShapeAndEmptyOnes) {
   const Subscription owner;
   int heard = 0;
   const FailureCallback callbacks[] = {

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using Code = URLError::Code;
 using Request = ScriptedServer::Request;
 
-TEST(ConnectionsTest, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotRepeatedNothing) {
+TEST(ConnectionTest, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotRepeatedNothing) {
   struct Case {
     const char* method;
     Step death;
@@ -50,7 +50,7 @@ TEST(ConnectionsTest, aKeptConnectionThatDiedCostsAGETOneRepetitionAndWhatIsNotR
   }
 }
 
-TEST(ConnectionsTest, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain) {
+TEST(ConnectionTest, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAgain) {
   for (const char* begun : {"", "HTTP/1.1 200 OK\r\n"}) {
     ScriptedServer server([&](const Request& request) -> Script {
       if (request.target == "/warm") return answer("warm");
@@ -65,7 +65,7 @@ TEST(ConnectionsTest, aFreshConnectionThatDiesOrAnAnswerThatBeganIsNotAskedForAg
 }
 
 // Each of these would be the answer to the next request, and be stored under its URL.
-TEST(ConnectionsTest, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
+TEST(ConnectionTest, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
   const std::string wrong = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nwrong";
   const std::string late = "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\n\r\n";
   const std::string firsts[] = {
@@ -104,7 +104,7 @@ TEST(ConnectionsTest, whatComesUnaskedOnAKeptConnectionAnswersNoRequest) {
   }
 }
 
-TEST(ConnectionsTest, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot) {
+TEST(ConnectionTest, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesNot) {
   using Afterwards = TLSServer::Afterwards;
   const TemporaryFolder folder;
   for (const Afterwards afterwards : {Afterwards::sendTicket, Afterwards::sendAnswer}) {
@@ -128,7 +128,7 @@ TEST(ConnectionsTest, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoes
   }
 }
 
-TEST(ConnectionsTest, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
+TEST(ConnectionTest, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
   for (const int allowed : {1, 3}) {
     ScriptedServer server([](const Request& request) -> Script {
       const bool isLast = std::atoi(request.target.c_str() + 1) % 20 == 19;
@@ -147,7 +147,7 @@ TEST(ConnectionsTest, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
   }
 }
 
-TEST(ConnectionsTest, tasksWaitInOrderOfPriorityAndThenOfArrival) {
+TEST(ConnectionTest, tasksWaitInOrderOfPriorityAndThenOfArrival) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target != "/first") return answer("x");
     Script script = answer("x");

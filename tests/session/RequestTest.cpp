@@ -8,7 +8,7 @@ namespace {
 
 using Code = URLError::Code;
 
-TEST(RequestsTest, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
+TEST(RequestTest, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
   ScriptedServer server(answer("never"));
   URLSession session({});
   const auto with = [&](auto change) {
@@ -63,7 +63,7 @@ TEST(RequestsTest, whatMustNotBeSentIsRefusedWithoutRepeatingIt) {
   EXPECT_EQ(server.connections(), 0);
 }
 
-TEST(RequestsTest, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn) {
+TEST(RequestTest, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn) {
   ScriptedServer server(answer("ok"));
   URLSession session({});
   URLRequest request(server.url("/a/../b?x=%20#fragment"));
@@ -101,7 +101,7 @@ TEST(RequestsTest, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn
   EXPECT_EQ(sent[3].connection, 1);
 }
 
-TEST(RequestsTest, largeBodiesArriveWholeInBothDirections) {
+TEST(RequestTest, largeBodiesArriveWholeInBothDirections) {
   ScriptedServer server([](const ScriptedServer::Request& request) {
     return request.method == "GET" ? answer(std::string(20'000'000, 'b')) : answer(request.body);
   });

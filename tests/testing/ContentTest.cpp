@@ -21,7 +21,7 @@ std::vector<std::string> uidsOf(const json& stream) {
   return uids;
 }
 
-TEST(SampleContentTest, streamHoldsTheSectionsAskedForInTheOrderAskedFor) {
+TEST(ContentTest, streamHoldsTheSectionsAskedForInTheOrderAskedFor) {
   const auto everything = uidsOf(json::parse(sample::document("/stream").view()));
   EXPECT_GE(everything.size(), 6U);
   const std::pair<std::string, std::vector<std::string>> cases[] = {
@@ -37,7 +37,7 @@ TEST(SampleContentTest, streamHoldsTheSectionsAskedForInTheOrderAskedFor) {
   }
 }
 
-TEST(SampleContentTest, theLibraryReadsEveryDocumentAndDropsOnlyTheBadCards) {
+TEST(ContentTest, theLibraryReadsEveryDocumentAndDropsOnlyTheBadCards) {
   const std::string base = "http://paper.example";
   EXPECT_TRUE(makeConfigParser()->parse(sample::document("/config", base)));
   const auto stream = makeStreamParser()->parse(sample::document("/stream", base));
@@ -72,7 +72,7 @@ TEST(SampleContentTest, theLibraryReadsEveryDocumentAndDropsOnlyTheBadCards) {
   }
 }
 
-TEST(SampleContentTest, validatorsDecideBetween200And304) {
+TEST(ContentTest, validatorsDecideBetween200And304) {
   RunningService running;
   const Answer first = running.get("/config");
   ASSERT_TRUE(first.response);

@@ -9,7 +9,7 @@
 namespace paperloom::test {
 namespace {
 
-TEST(FaultPlanTest, textFormIsReadOrRefusedWithASentence) {
+TEST(FaultTest, textFormIsReadOrRefusedWithASentence) {
   const auto plan = sample::FaultPlan::parse(
       "latency=5, status=/a:404 status=/a/b:500,failures=0.25@9,cut=/c:10,silent=/d gone=3");
   ASSERT_TRUE(plan) << plan.error();

@@ -13,7 +13,7 @@ using sample::IdentityStore;
 
 constexpr const char* premium = "premium@lantern.example";
 
-TEST(SampleIdentityTest, tokensRotateAndRunOut) {
+TEST(IdentityTest, tokensRotateAndRunOut) {
   IdentityStore store(std::chrono::seconds(60));
   const IdentityStore::Time start;
   const auto first = store.login(premium, "lighthouse-7", "EMAIL_PASSWORD", start);
@@ -32,7 +32,7 @@ TEST(SampleIdentityTest, tokensRotateAndRunOut) {
   EXPECT_EQ(store.entitlement(second->refreshToken, later), 401);
 }
 
-TEST(SampleIdentityTest, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
+TEST(IdentityTest, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
   const IdentityStore::Time now;
   IdentityStore first(std::chrono::seconds(60));
   IdentityStore next(std::chrono::seconds(60));
@@ -50,7 +50,7 @@ TEST(SampleIdentityTest, tokensAreGoodInTheNextServiceAndOnlyAsSigned) {
 }
 
 // The members that the library sends are those that the service takes, and no others.
-TEST(SampleIdentityTest, badBodiesAreRefused) {
+TEST(IdentityTest, badBodiesAreRefused) {
   RunningService running;
   const std::pair<std::string, std::string> cases[] = {
       {"/token", ""},
