@@ -91,6 +91,10 @@ bool paperloom_answer_fetched_at(const paperloom_answer* answer, int64_t* time) 
   return provenance != nullptr && give(provenance->fetchedAt, time);
 }
 
+paperloom_text paperloom_answer_source_text(const paperloom_answer* answer) {
+  return answer != nullptr ? text(answer->sourceText) : paperloom_text{};
+}
+
 enum paperloom_entitlement paperloom_answer_entitlement(const paperloom_answer* answer) {
   return answer != nullptr ? answer->outcome.entitlement : PAPERLOOM_ENTITLEMENT_UNKNOWN;
 }

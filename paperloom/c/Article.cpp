@@ -3,6 +3,7 @@
 #include "paperloom/c/internal/Enumerations.h"
 #include "paperloom/c/internal/Records.h"
 #include "paperloom/c/paperloom.h"
+#include "paperloom/model/Renditions.h"
 
 using namespace paperloom;
 using namespace paperloom::c;
@@ -56,6 +57,12 @@ size_t paperloom_asset_rendition_count(const paperloom_asset* asset) {
 const paperloom_rendition* paperloom_asset_rendition_at(const paperloom_asset* asset,
                                                         size_t index) {
   return partAt<paperloom_rendition>(asset, &Asset::renditions, index);
+}
+
+const paperloom_rendition* paperloom_asset_rendition_for(const paperloom_asset* asset, double width,
+                                                         double pixel_density) {
+  if (asset == nullptr) return nullptr;
+  return handle<paperloom_rendition>(renditionFor(record(asset), width, pixel_density));
 }
 
 paperloom_text paperloom_rendition_url(const paperloom_rendition* rendition) {

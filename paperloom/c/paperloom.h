@@ -150,6 +150,10 @@ bool paperloom_answer_is_from_cache(const paperloom_answer* answer);
 bool paperloom_answer_age(const paperloom_answer* answer, int64_t* age);
 bool paperloom_answer_fetched_at(const paperloom_answer* answer, int64_t* time);
 
+/* Where the document came from in words for people, as of its arrival: "from the cache, fetched 3
+ * minutes ago". No text where it is not known. */
+paperloom_text paperloom_answer_source_text(const paperloom_answer* answer);
+
 /* What was asked for; NULL when it was something else, or failed. */
 const paperloom_app_metadata* paperloom_answer_app_metadata(const paperloom_answer* answer);
 const paperloom_stream* paperloom_answer_stream(const paperloom_answer* answer);
@@ -479,6 +483,10 @@ paperloom_text paperloom_asset_video_embed_id(const paperloom_asset* asset);
 paperloom_text paperloom_asset_video_duration(const paperloom_asset* asset);
 size_t paperloom_asset_rendition_count(const paperloom_asset* asset);
 const paperloom_rendition* paperloom_asset_rendition_at(const paperloom_asset* asset, size_t index);
+/* The rendition to show where there is room for `width` points, on a display of `pixel_density` pixels
+ * a point: the narrowest that has enough pixels, else the widest. */
+const paperloom_rendition* paperloom_asset_rendition_for(const paperloom_asset* asset, double width,
+                                                         double pixel_density);
 
 /* In pixels. */
 paperloom_text paperloom_rendition_url(const paperloom_rendition* rendition);

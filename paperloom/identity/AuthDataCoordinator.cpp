@@ -6,6 +6,7 @@
 #include "paperloom/identity/IdentityParsers.h"
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/platform/Callback.h"
+#include "paperloom/platform/Events.h"
 #include "paperloom/platform/FatalError.h"
 #include "paperloom/platform/FirstUse.h"
 #include "paperloom/platform/JSONWriter.h"
@@ -14,6 +15,15 @@ namespace paperloom {
 namespace {
 
 using ManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
+
+using Authorisation = RequestResult<std::shared_ptr<const ContentAuthorisationProtocol>>;
+
+event::TokensRefreshed::Outcome outcomeOf(const Authorisation& result) {
+  using Outcome = event::TokensRefreshed::Outcome;
+  if (result.index() == 0) return Outcome::refreshed;
+  const auto* failed = std::get_if<request::FailedStatusCode>(&result);
+  return failed != nullptr && failed->statusCode == 401 ? Outcome::refused : Outcome::failed;
+}
 
 // The service answers by its status alone.
 struct EntitlementOfOutcome {
@@ -71,8 +81,12 @@ void AuthDataCoordinator::refreshToken(const std::string& refreshToken,
                                        AuthorisationCompletion completion) {
   const auto base = baseURL();
   if (!base) return call(completion, request::InternalError{});
+  const auto told = [completion = std::move(completion)](const Authorisation& result) {
+    Events::tell([&] { return event::TokensRefreshed{outcomeOf(result)}; });
+    call(completion, result);
+  };
   postForAuthorisation(base->appendingPathComponent("refreshToken"),
-                       writeJSONObject({{"refreshToken", refreshToken}}), std::move(completion));
+                       writeJSONObject({{"refreshToken", refreshToken}}), told);
 }
 
 void AuthDataCoordinator::postForAuthorisation(const URL& url, std::optional<Data> body,

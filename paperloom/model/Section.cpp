@@ -1,6 +1,7 @@
 #include "paperloom/model/Section.h"
 
 #include "paperloom/model/internal/Reserve.h"
+#include "paperloom/platform/Events.h"
 
 namespace paperloom {
 
@@ -11,9 +12,18 @@ Result<std::shared_ptr<const SectionProtocol>> Section::parse(const JSONObject& 
 
   ArticleHeaderList headers;
   reserveFor(headers, *previews);
+  std::size_t index = 0;
   for (const JSONObject& preview : *previews) {
     // One bad card never fails its section.
-    if (auto header = ArticleHeader::parse(preview)) headers.push_back(std::move(*header));
+    if (auto header = ArticleHeader::parse(preview)) {
+      headers.push_back(std::move(*header));
+    } else {
+      Events::tell([&] {
+        return event::PartDropped{event::PartDropped::Part::card, *uid, index,
+                                  header.error().details()};
+      });
+    }
+    ++index;
   }
   return std::make_shared<const Section>(std::move(*uid), std::move(headers),
                                          json.string("pageId"));

@@ -5,6 +5,7 @@
 
 #include "paperloom/model/CurrentAppMetadata.h"
 #include "paperloom/model/internal/Reserve.h"
+#include "paperloom/platform/Events.h"
 
 namespace paperloom {
 namespace {
@@ -12,9 +13,18 @@ namespace {
 SectionList parseSections(const JSONObjectList& list) {
   SectionList sections;
   reserveFor(sections, list);
+  std::size_t index = 0;
   for (const JSONObject& json : list) {
     // One bad section never fails the stream.
-    if (auto section = Section::parse(json)) sections.push_back(std::move(*section));
+    if (auto section = Section::parse(json)) {
+      sections.push_back(std::move(*section));
+    } else {
+      Events::tell([&] {
+        return event::PartDropped{event::PartDropped::Part::section, "", index,
+                                  section.error().details()};
+      });
+    }
+    ++index;
   }
   return sections;
 }

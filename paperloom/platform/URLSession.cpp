@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "paperloom/platform/BodyLimit.h"
 #include "paperloom/platform/internal/http/ConfigurationRules.h"
 #include "paperloom/platform/internal/session/SessionCore.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
@@ -26,6 +27,7 @@ std::shared_ptr<URLSessionTask> URLSession::dataTask(URLRequest request, Complet
   auto core = std::make_shared<internal::TaskCore>(withDefaultHeaders(std::move(request)), core_,
                                                    std::move(completion), std::move(storeFilter),
                                                    std::move(preparation));
+  core->maximumBodySize = BodyLimit::current();
   return std::shared_ptr<URLSessionTask>(new URLSessionTask(std::move(core)));
 }
 

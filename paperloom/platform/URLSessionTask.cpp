@@ -8,6 +8,7 @@
 #include "paperloom/platform/internal/session/TaskCore.h"
 
 namespace paperloom {
+
 namespace {
 
 using Command = internal::SessionLoop::Command;
@@ -29,6 +30,7 @@ void URLSessionTask::resume() {
   if (!session) return;
   State expected = State::suspended;
   if (!core_->state.compare_exchange_strong(expected, State::running)) return;
+  core_->tellStarted(false);
   if (!session->post(Command::start, core_)) core_->state = State::completed;
 }
 

@@ -67,6 +67,8 @@ void reads_the_sample_paper(const char* url) {
   int64_t fetched_at = 0, age = -1;
   CHECK(paperloom_answer_source(wait_for(&slots[6])) == PAPERLOOM_SOURCE_CACHE);
   CHECK(!paperloom_answer_is_from_cache(slots[6].answer)); /* it is fresh: nobody was asked */
+  CHECK(same(paperloom_answer_source_text(slots[1].answer), "from the network"));
+  CHECK(paperloom_answer_source_text(NULL).data == NULL);
   CHECK(paperloom_answer_age(slots[6].answer, &age) && age >= 0 && age < 60);
   CHECK(paperloom_answer_fetched_at(slots[6].answer, &fetched_at) && fetched_at > 0);
   CHECK(!paperloom_answer_age(NULL, &age) && !paperloom_answer_fetched_at(slots[0].answer, NULL));

@@ -49,6 +49,8 @@ static void walk_asset(const paperloom_asset* asset) {
   TEXT(paperloom_asset_video_duration, asset, "videoDuration");
   ONE(paperloom_asset_rendition_count, paperloom_asset_rendition_at, asset);
   const paperloom_rendition* rendition = paperloom_asset_rendition_at(asset, 0);
+  CHECK(paperloom_asset_rendition_for(asset, 320, 2) == rendition);
+  CHECK(paperloom_asset_rendition_for(NULL, 320, 2) == NULL);
   TEXT(paperloom_rendition_url, rendition, "rendition");
   VALUE(paperloom_rendition_width, rendition, 640);
   VALUE(paperloom_rendition_height, rendition, 480);

@@ -7,6 +7,7 @@
 #include "paperloom/model/ArticleContentItem.h"
 #include "paperloom/model/ArticleHeader.h"
 #include "paperloom/model/Asset.h"
+#include "paperloom/model/Renditions.h"
 #include "paperloom/model/Sponsor.h"
 #include "tests/model/Documents.h"
 
@@ -93,6 +94,33 @@ TEST(AssetTest, aHundredThousandRenditionsOfMixedSizesAreOrderedWhereTheyCompare
     };
     ASSERT_LT(place(asset->renditions[i - 1]), place(asset->renditions[i]));
   }
+}
+
+TEST(AssetTest, theNarrowestRenditionWithEnoughPixelsIsChosenElseTheWidest) {
+  const URL url = *URL::parse("http://h/");
+  Asset asset{};
+  for (const auto& [width, height] : {std::pair(300, 900), {600, 400}, {600, 500}, {1200, 800}}) {
+    asset.renditions.emplace_back(url, width, height);
+  }
+  struct Row {
+    double width;
+    double pixelDensity;
+    std::size_t expected;
+  };
+  for (const Row& row : {Row{0, 1, 0},
+                         {-5, 2, 0},
+                         {300, 1, 0},
+                         {300.5, 1, 1},
+                         {300, 2, 1},
+                         {600, 1.5, 3},
+                         {1200, 3, 3},
+                         {1e300, 1e300, 3},
+                         {NAN, 1, 3}}) {
+    EXPECT_EQ(renditionFor(asset, row.width, row.pixelDensity), &asset.renditions[row.expected])
+        << row.width << " " << row.pixelDensity;
+  }
+  asset.renditions.clear();
+  EXPECT_EQ(renditionFor(asset, 1), nullptr);
 }
 
 TEST(AuthorTest, entriesWithoutANameAreDropped) {

@@ -13,7 +13,7 @@
 #include "paperloom/model/Article.h"
 #include "paperloom/model/PaperloomError.h"
 #include "paperloom/model/Stream.h"
-#include "paperloom/network/Provenance.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/Data.h"
 #include "paperloom/platform/Image.h"
 
@@ -50,8 +50,11 @@ Outcome failure(const PaperloomError& error);
 
 // Immutable but for the count of those who hold it.
 struct paperloom_answer {
-  explicit paperloom_answer(paperloom::c::Outcome result) : outcome(std::move(result)) {}
+  explicit paperloom_answer(paperloom::c::Outcome result) : outcome(std::move(result)) {
+    if (outcome.provenance) sourceText = paperloom::describe(*outcome.provenance);
+  }
 
   const paperloom::c::Outcome outcome;
+  std::optional<std::string> sourceText;
   mutable std::atomic<int> holds{1};
 };

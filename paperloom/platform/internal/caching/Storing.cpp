@@ -71,27 +71,39 @@ bool agrees(const HTTPHeaders& stored, const HTTPHeaders& received, std::string_
 }  // namespace
 
 bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool complete) {
+  return reasonNotToStore(request, response, complete) == nullptr;
+}
+
+const char* reasonNotToStore(const URLRequest& request, const HTTPURLResponse& response,
+                             bool complete) {
   // Section 3: "A cache MUST NOT store a response to a request unless: [1] the request method is
   // understood by the cache;"
-  if (request.method != "GET" && !isPostAnswerForGet(request, response)) return false;
+  if (request.method != "GET" && !isPostAnswerForGet(request, response)) {
+    return "only answers to GET are kept";
+  }
   // "[2] the response status code is final;" and section 3.3: partial contents are not combined
   // here, which it leaves open, and cut ones not kept. A 304 is never an answer of its own.
   const int status = response.statusCode;
-  if (!complete || status < 200 || status > 999 || status == 206 || status == 304) return false;
+  if (!complete) return "it is not known to be whole";
+  if (status < 200 || status > 999 || status == 206 || status == 304) {
+    return "an answer of its status is not kept";
+  }
   // "[3] if [...] the must-understand cache directive is present: the cache understands the
   // response status code; [4] the no-store cache directive is not present in the response", which
   // section 5.2.2.3 ignores beside the former; section 5.2.1.5 has the request's.
-  if (CacheControl(request.headers).has("no-store")) return false;
+  if (CacheControl(request.headers).has("no-store")) return "the request forbids it (no-store)";
   const CacheControl control(response.headers);
   if (control.has("must-understand")) {
-    if (!isUnderstood(status)) return false;
+    if (!isUnderstood(status)) return "its status is not understood (must-understand)";
   } else if (control.has("no-store")) {
-    return false;
+    return "the answer forbids it (no-store)";
   }
   // [5] and [6] are for shared caches. "[7] the response contains at least one of the following": a
   // status that allows heuristics, public, private, max-age or Expires.
-  return isHeuristicallyCacheable(status) || control.has("public") || control.has("private") ||
-         control.has("max-age") || response.headers.contains("Expires");
+  const bool isAllowed = isHeuristicallyCacheable(status) || control.has("public") ||
+                         control.has("private") || control.has("max-age") ||
+                         response.headers.contains("Expires");
+  return isAllowed ? nullptr : "nothing says for how long it is fresh";
 }
 
 CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date requestTime,

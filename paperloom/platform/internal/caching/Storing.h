@@ -19,6 +19,10 @@ namespace paperloom::internal {
 // (RFC 9110 section 9.3.3).
 bool mayStore(const URLRequest& request, const HTTPURLResponse& response, bool complete);
 
+// Why it may not, in a clause; null when it may.
+const char* reasonNotToStore(const URLRequest& request, const HTTPURLResponse& response,
+                             bool complete);
+
 // The entry to keep for an answer that may be kept, without the fields that belong to the
 // connection or to a proxy (section 3.1).
 CachedURLResponse entryToStore(const HTTPURLResponse& response, Data data, Date requestTime,

@@ -4,12 +4,33 @@
 #include <iterator>
 #include <utility>
 
+#include "paperloom/platform/Events.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom::internal {
 namespace {
 
 using State = URLSessionTask::State;
+
+void tellAnswered(const TaskCore& task, const Delivery& delivery) {
+  const URL url = Events::withoutSecrets(task.request.url);
+  if (delivery.reasonNotKept != nullptr && !delivery.error) {
+    Events::tell([&] { return event::CopyRefused{url, delivery.reasonNotKept}; });
+  }
+  Events::tell([&] {
+    event::RequestAnswered answered{.request = task.eventNumber, .url = url};
+    if (delivery.response) answered.statusCode = delivery.response->statusCode;
+    if (delivery.error) answered.error = delivery.error->code;
+    answered.source = delivery.metrics.source;
+    answered.serverFailed = delivery.metrics.serverFailed;
+    answered.bytes = task.bytesReceived;
+    if (task.eventNumber != 0) {
+      answered.duration = std::chrono::duration_cast<std::chrono::microseconds>(
+          std::chrono::steady_clock::now() - task.begun);
+    }
+    return answered;
+  });
+}
 
 }  // namespace
 
@@ -20,6 +41,21 @@ void judge(const TaskCore& task, Delivery& delivery) {
     std::move(delivery.withFreshAnswer.begin(), delivery.withFreshAnswer.end(),
               std::back_inserter(delivery.writes));
     delivery.writes.push_back(*std::move(fresh));
+  } else {
+    delivery.reasonNotKept = "its receiver does not accept it";
+  }
+}
+
+void tellWhatWasKept(const URLCache& cache, const std::vector<URLCache::Change>& writes) {
+  for (const URLCache::Change& write : writes) {
+    if (!write.response) continue;
+    const auto copy = cache.cachedResponse(write.request);
+    const bool isKept = copy && copy->responseTime == write.response->responseTime;
+    const URL url = Events::withoutSecrets(write.request.url);
+    Events::tell([&]() -> Event {
+      if (isKept) return event::CopyKept{url, copy->data.size()};
+      return event::CopyRefused{url, "the cache has no room for it"};
+    });
   }
 }
 
@@ -32,6 +68,7 @@ void complete(TaskCore& task, Delivery delivery) {
     delivery = Delivery{.error = makeError(URLError::Code::cancelled, "cancelled"),
                         .metrics = delivery.metrics};
   }
+  if (Events::hasListener()) tellAnswered(task, delivery);
   task.setOutcome(delivery.metrics, delivery.response, delivery.error);
   if (completion) completion(delivery.data, delivery.response, delivery.error);
 }

@@ -160,7 +160,9 @@ Exchange::Step Exchange::fresh(TransferResult result, Date now) {
     (hidesDocument ? heldWrites_ : writes_).push_back(*std::move(write));
   }
   if (auto next = follow(answer, now)) return *std::move(next);
+  const char* const reason = hasCache_ ? reasonNotToKeep(answer, result.complete) : nullptr;
   Delivery delivery = deliver(std::move(answer), std::move(result.body));
+  delivery.reasonNotKept = reason;
   delivery.freshAnswer = std::move(write);
   delivery.withFreshAnswer = std::move(heldWrites_);
   return delivery;
@@ -187,12 +189,18 @@ void Exchange::noteEffects(const TransferResult& result) {
   }
 }
 
-std::optional<URLCache::Change> Exchange::writeFor(const HTTPURLResponse& answer,
-                                                   const TransferResult& result) {
+const char* Exchange::reasonNotToKeep(const HTTPURLResponse& answer, bool complete) const {
   // A coding that only this caller has asked for is of no use to another.
   const bool coded = contentCoding(answer.headers) != ContentCoding::identity;
-  if (coded && request_.headers.contains("Accept-Encoding")) return std::nullopt;
-  if (!hasCache_ || !mayStore(request_, answer, result.complete)) return std::nullopt;
+  if (coded && request_.headers.contains("Accept-Encoding")) {
+    return "its coding is for this request alone";
+  }
+  return reasonNotToStore(request_, answer, complete);
+}
+
+std::optional<URLCache::Change> Exchange::writeFor(const HTTPURLResponse& answer,
+                                                   const TransferResult& result) {
+  if (!hasCache_ || reasonNotToKeep(answer, result.complete) != nullptr) return std::nullopt;
   URLRequest key(request_.url);
   key.headers = request_.headers;
   return URLCache::Change{

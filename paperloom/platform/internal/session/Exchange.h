@@ -60,6 +60,8 @@ class Exchange {
   void noteEffects(const TransferResult& result);
   // The stored answer brought up to date by a confirmation, here and in the cache.
   CachedURLResponse updateStored(const TransferResult& result);
+  // Null when the answer is to be kept.
+  const char* reasonNotToKeep(const HTTPURLResponse& answer, bool complete) const;
   std::optional<URLCache::Change> writeFor(const HTTPURLResponse& answer,
                                            const TransferResult& result);
   Delivery deliver(HTTPURLResponse response, Data data);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "paperloom/platform/Events.h"
 #include "paperloom/platform/internal/base/WorkPool.h"
 #include "paperloom/platform/internal/http/ConfigurationRules.h"
 #include "paperloom/platform/internal/http/RequestRules.h"
@@ -92,6 +93,7 @@ void SessionLoop::startRefresh(Refresh refresh, const TaskCore& origin) {
       std::make_shared<TaskCore>(refresh.request, origin.session, nullptr, origin.storeFilter);
   task->state = State::running;
   task->priority = URLSessionTask::lowPriority;
+  task->tellStarted(true);
   StoredHops known;
   known.push_back({refresh.request, std::move(refresh.stored)});
   Exchange exchange(std::move(refresh.request), configuration_, std::move(known));
@@ -241,8 +243,11 @@ void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
     return addCallback(std::move(task), std::move(delivery));
   }
   auto writes = std::exchange(delivery.writes, {});
+  auto told = Events::hasListener() ? writes : std::vector<URLCache::Change>();
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  cache_->write(std::move(writes), [this, task = std::move(task), shared](auto place) mutable {
+  cache_->write(std::move(writes), [this, task = std::move(task), shared,
+                                    told = std::move(told)](auto place) mutable {
+    if (!told.empty()) tellWhatWasKept(*configuration_.urlCache, told);
     addCallback(std::move(task), std::move(*shared));
     if (place == CacheThreads::Place::last) wakeRunner();
   });

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -21,6 +24,9 @@ class TaskCore {
         completion(std::move(taskCompletion)),
         storeFilter(std::move(taskFilter)),
         preparation(std::move(taskPreparation)) {}
+
+  // Tells that the task begins.
+  void tellStarted(bool inBackground);
 
   URLSessionTaskMetrics metrics() const {
     const MutexLock lock(mutex_);
@@ -56,6 +62,10 @@ class TaskCore {
   const std::weak_ptr<SessionCore> session;
   std::atomic<URLSessionTask::State> state{URLSessionTask::State::suspended};
   std::atomic<float> priority{URLSessionTask::defaultPriority};
+  std::int64_t maximumBodySize = std::numeric_limits<std::int64_t>::max();  // set before it starts
+  // For the listener of events; set before the task is posted, and left at 0 without a listener.
+  std::uint64_t eventNumber = 0;
+  std::chrono::steady_clock::time_point begun{};
   std::atomic<std::int64_t> bytesReceived{0};
   std::atomic<std::int64_t> bytesExpected{-1};
 

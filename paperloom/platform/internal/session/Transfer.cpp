@@ -274,7 +274,7 @@ bool Transfer::headIsAcceptable() {
   }
   if (!answerHasBody()) return true;
   task_.bytesExpected = framing_.length.value_or(-1);
-  const std::int64_t limit = configuration_.maximumBodySize;
+  const std::int64_t limit = std::min(configuration_.maximumBodySize, task_.maximumBodySize);
   if (coding_ == ContentCoding::identity && framing_.length.value_or(0) > limit) {
     return fail(Code::dataLengthExceedsMaximum, bodyTooLarge);
   }
