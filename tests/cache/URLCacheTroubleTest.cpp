@@ -75,6 +75,18 @@ TEST_F(URLCacheTroubleTest, whileAnotherHoldsTheLockTheCacheAnswersAndForgetsNot
   EXPECT_EQ(onDisk("http://host/old"), "old");
 }
 
+TEST_F(URLCacheTroubleTest, aDiskThatIsGivenUpWhileItIsLockedIsEmptyWhenItIsTakenUpAgain) {
+  URLCache cache(0, 10 * megabyte, path_);
+  store(cache, "http://host/", "old");
+  auto other = SQLiteDatabase::open(cache.diskFile(), {});
+  ASSERT_TRUE(other && other->execute("BEGIN IMMEDIATE"));
+  cache.setDiskCapacity(0);
+  store(cache, "http://host/", "new");  // which is kept nowhere
+  ASSERT_TRUE(other->execute("COMMIT"));
+  cache.setDiskCapacity(10 * megabyte);
+  EXPECT_EQ(bodyOf(cache, "http://host/"), "(none)");
+}
+
 TEST_F(URLCacheTroubleTest, whatAReaderKeepsFromBeingClearedIsClearedLater) {
   const std::string needle(300, 'N');
   URLCache cache(0, megabyte, path_);
