@@ -93,8 +93,9 @@ TEST(JSONTest, aNumberOutOfRangeCountsAsNullAndDecidesOverNothingElse) {
     EXPECT_EQ(json.strings("list"), std::nullopt);
     EXPECT_EQ(json.object("in")->integer("whole"), 7);
     EXPECT_FALSE(JSONDocument::parse(number)->object());
-    for (std::string invalid : test::split("%,|[%|[0%]|[%.]|[%.1.1]|[%e]|[nul%]|[%null]|[+%]|[--%]|"
-                                           "[%,01]|{%:1}|[1\"%]|[\"\\%]|[%,\"\xff\"]|[%]]|['%']")) {
+    for (std::string invalid :
+         test::split("%,|[%|[0%]|[-0%]|[%.]|[%.1.1]|[%e]|[nul%]|[%null]|[+%]|[--%]|"
+                     "[%,01]|{%:1}|[1\"%]|[\"\\%]|[%,\"\xff\"]|[%]]|['%']")) {
       invalid.replace(invalid.find('%'), 1, number);
       EXPECT_FALSE(JSONDocument::parse(invalid)) << invalid;
     }
