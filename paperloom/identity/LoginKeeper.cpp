@@ -3,13 +3,13 @@
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "paperloom/platform/Callback.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
 namespace {
@@ -50,8 +50,8 @@ bool isRefusal(const Answer& answer) {
 
 struct LoginKeeper::State {
   // The tokens that took the place of a spent refresh token, by way of any number of refreshes;
-  // null for one that has not been spent. Requires the lock.
-  Authorisation successor(const std::string& refreshToken) const {
+  // null for one that has not been spent.
+  Authorisation successor(const std::string& refreshToken) const PAPERLOOM_REQUIRES(mutex) {
     Authorisation latest;
     for (const auto& [token, next] : spent) {
       if (token == (latest ? latest->refreshToken() : refreshToken)) latest = next;
@@ -61,28 +61,25 @@ struct LoginKeeper::State {
 
   std::shared_ptr<AuthDataCoordinatorProtocol> coordinator;
   std::shared_ptr<LoginStorage> storage;
-  std::mutex mutex;                         // guards what follows, and who waits for a flight
-  std::map<std::string, Flight*> underWay;  // by refresh token
-  std::deque<std::pair<std::string, Authorisation>> spent;  // oldest first
+  Mutex mutex;
+  // Who waits for a refresh token that is on its way.
+  std::map<std::string, std::vector<Completion>> waiting PAPERLOOM_GUARDED_BY(mutex);
+  // Oldest first.
+  std::deque<std::pair<std::string, Authorisation>> spent PAPERLOOM_GUARDED_BY(mutex);
 };
 
 // A refresh token on its way. Held by the completion of its request alone.
 class LoginKeeper::Flight {
  public:
-  Flight(std::shared_ptr<State> state, std::string refreshToken, Completion first)
-      : state_(std::move(state)), refreshToken_(std::move(refreshToken)) {
-    waiting_.push_back(std::move(first));
-  }
+  Flight(std::shared_ptr<State> state, std::string refreshToken)
+      : state_(std::move(state)), refreshToken_(std::move(refreshToken)) {}
   // A request may end without any answer; then nobody must wait for it any more.
   ~Flight() {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     land();
   }
   Flight(const Flight&) = delete;
   Flight& operator=(const Flight&) = delete;
-
-  // Requires the lock, as land() does.
-  void join(Completion completion) { waiting_.push_back(std::move(completion)); }
 
   static void depart(const std::shared_ptr<Flight>& flight) {
     flight->refresh_ = flight->state_->storage->beginRefresh(flight->refreshToken_);
@@ -108,34 +105,34 @@ class LoginKeeper::Flight {
 
   void answer(Answer answer) {
     refresh_.reset();
-    std::vector<Completion> waiting;
     {
-      const std::lock_guard lock(state_->mutex);
+      const MutexLock lock(state_->mutex);
       if (const auto* success = std::get_if<request::Success<Authorisation>>(&answer)) {
         remember(success->item);
       }
       land();
-      waiting = waiting_;
     }
-    for (const Completion& completion : waiting) call(completion, answer);
+    for (const Completion& completion : waited_) call(completion, answer);
   }
 
   // A token that comes back may be used again.
-  void remember(const Authorisation& next) {
+  void remember(const Authorisation& next) PAPERLOOM_REQUIRES(state_->mutex) {
     if (next->refreshToken() == refreshToken_) return;
     state_->spent.emplace_back(refreshToken_, next);
     if (state_->spent.size() > mostSpentTokens) state_->spent.pop_front();
   }
 
-  void land() {
-    const auto found = state_->underWay.find(refreshToken_);
-    if (found != state_->underWay.end() && found->second == this) state_->underWay.erase(found);
+  // From then on nobody joins; the next with the same token is a flight of its own.
+  void land() PAPERLOOM_REQUIRES(state_->mutex) {
+    if (std::exchange(hasLanded_, true)) return;
+    waited_ = std::move(state_->waiting.extract(refreshToken_).mapped());
   }
 
   const std::shared_ptr<State> state_;
   const std::string refreshToken_;
   std::unique_ptr<LoginStorage::Refresh> refresh_;
-  std::vector<Completion> waiting_;
+  bool hasLanded_ PAPERLOOM_GUARDED_BY(state_->mutex) = false;
+  std::vector<Completion> waited_;  // once it has landed
 };
 
 LoginKeeper::LoginKeeper(std::shared_ptr<AuthDataCoordinatorProtocol> coordinator, Keep keep)
@@ -166,13 +163,13 @@ void LoginKeeper::refreshToken(const std::string& refreshToken,
   Authorisation known;
   std::shared_ptr<Flight> flight;
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     known = state_->successor(refreshToken);
     if (!known) {
-      const auto other = state_->underWay.find(refreshToken);
-      if (other != state_->underWay.end()) return other->second->join(std::move(completion));
-      flight = std::make_shared<Flight>(state_, refreshToken, std::move(completion));
-      state_->underWay.emplace(refreshToken, flight.get());
+      const auto [waiting, isFirst] = state_->waiting.try_emplace(refreshToken);
+      waiting->second.push_back(std::move(completion));
+      if (!isFirst) return;
+      flight = std::make_shared<Flight>(state_, refreshToken);
     }
   }
   if (known) return call(completion, request::Success<Authorisation>{std::move(known)});

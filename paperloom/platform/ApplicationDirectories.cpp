@@ -5,24 +5,23 @@
 
 #include <array>
 #include <cstdlib>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "paperloom/platform/Guarded.h"
 #include "paperloom/platform/internal/base/PrivateFolders.h"
 
 namespace paperloom {
 namespace {
 
 struct Choices {
-  std::mutex mutex;
   std::string name = "paperloom";
   std::filesystem::path caches;
   std::filesystem::path settings;
 };
 
-Choices& choices() {
-  static auto* instance = new Choices;
+Guarded<Choices>& choices() {
+  static auto* instance = new Guarded<Choices>;
   return *instance;
 }
 
@@ -46,20 +45,16 @@ std::filesystem::path homeDirectory() {
 
 std::filesystem::path directory(std::filesystem::path Choices::*chosen, const char* variable,
                                 const char* underHome) {
-  std::filesystem::path result;
-  {
-    Choices& all = choices();
-    const std::lock_guard lock(all.mutex);
-    result = all.*chosen;
-    if (result.empty()) {
-      auto base = absoluteVariable(variable);
-      if (base.empty()) {
-        const auto home = homeDirectory();
-        if (home.empty()) return {};
-        base = home / underHome;
-      }
-      result = base / all.name;
+  const Choices all = choices().get();
+  std::filesystem::path result = all.*chosen;
+  if (result.empty()) {
+    auto base = absoluteVariable(variable);
+    if (base.empty()) {
+      const auto home = homeDirectory();
+      if (home.empty()) return {};
+      base = home / underHome;
     }
+    result = base / all.name;
   }
   internal::createPrivateFolders(result);
   return result;
@@ -71,9 +66,7 @@ void choose(std::filesystem::path Choices::*field, std::filesystem::path path) {
     auto absolute = std::filesystem::absolute(path, error);
     if (!error) path = std::move(absolute);
   }
-  Choices& all = choices();
-  const std::lock_guard lock(all.mutex);
-  all.*field = std::move(path);
+  choices().change([&](Choices& all) { all.*field = std::move(path); });
 }
 
 }  // namespace
@@ -83,9 +76,7 @@ bool ApplicationDirectories::setApplicationName(std::string_view name) {
   if (name.find('/') != std::string_view::npos || name.find('\0') != std::string_view::npos) {
     return false;
   }
-  Choices& all = choices();
-  const std::lock_guard lock(all.mutex);
-  all.name = name;
+  choices().change([&](Choices& all) { all.name = name; });
   return true;
 }
 

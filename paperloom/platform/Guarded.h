@@ -6,7 +6,7 @@
 
 namespace paperloom {
 
-// A value that any thread may read and replace, as a whole.
+// A value that any thread may read and change.
 template <class T>
 class Guarded {
  public:
@@ -22,6 +22,13 @@ class Guarded {
   void set(T value) {
     const MutexLock lock(mutex_);
     std::swap(value_, value);
+  }
+
+  // `change` must be short and call nothing that may come back.
+  template <class Change>
+  void change(const Change& change) {
+    const MutexLock lock(mutex_);
+    change(value_);
   }
 
  private:

@@ -8,12 +8,12 @@
 #include <chrono>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <variant>
 
 #include "paperloom/platform/ApplicationDirectories.h"
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/base/Checksum.h"
 #include "paperloom/platform/internal/base/PrivateFolders.h"
 #include "paperloom/platform/internal/base/Try.h"
@@ -103,7 +103,7 @@ class UserDefaults::Store {
   explicit Store(std::filesystem::path file) : file_(std::move(file)) {}
 
   std::optional<Value> value(std::string_view key) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const auto changed = changes_.find(key); changed != changes_.end()) return changed->second;
     // Reading alone makes no file.
     std::error_code error;
@@ -113,12 +113,12 @@ class UserDefaults::Store {
   }
 
   void change(std::string_view key, std::optional<Value> value) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     changes_.insert_or_assign(std::string(key), std::move(value));
   }
 
   bool synchronize() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (changes_.empty()) return true;
     if (write()) return true;
     // What was damaged is found and set aside when the file is opened again.
@@ -127,7 +127,7 @@ class UserDefaults::Store {
   }
 
  private:
-  bool open() {
+  bool open() PAPERLOOM_REQUIRES(mutex_) {
     if (database_) {
       database_.waitForLocksUntil(inAWhile());
       return true;
@@ -156,16 +156,16 @@ class UserDefaults::Store {
     return true;
   }
 
-  void close() { database_ = {}; }
+  void close() PAPERLOOM_REQUIRES(mutex_) { database_ = {}; }
 
-  void refresh() {
+  void refresh() PAPERLOOM_REQUIRES(mutex_) {
     if (load()) return;
     close();
     load();
   }
 
   // What was read last stays when the file cannot be read.
-  bool load() {
+  bool load() PAPERLOOM_REQUIRES(mutex_) {
     if (!open()) return false;
     // Another number than before when another connection has committed something.
     const auto version = database_.integer("PRAGMA data_version");
@@ -191,7 +191,7 @@ class UserDefaults::Store {
     return true;
   }
 
-  bool write() {
+  bool write() PAPERLOOM_REQUIRES(mutex_) {
     // Everything that has changed or nothing: a reader never sees half of it.
     if (!load() || !database_.execute("BEGIN IMMEDIATE")) return false;
     if (!writeChanges() || !database_.execute("COMMIT")) {
@@ -206,7 +206,7 @@ class UserDefaults::Store {
     return true;
   }
 
-  SQLiteStatus writeChanges() {
+  SQLiteStatus writeChanges() PAPERLOOM_REQUIRES(mutex_) {
     SQLiteCall<void(SQLiteText, double, std::int64_t)> putNumber(
         database_, "INSERT OR REPLACE INTO defaults VALUES(?1, ?2, ?3)");
     SQLiteCall<void(SQLiteText, SQLiteText, std::int64_t)> putText(
@@ -226,11 +226,12 @@ class UserDefaults::Store {
   }
 
   const std::filesystem::path file_;
-  std::mutex mutex_;
-  SQLiteDatabase database_;
-  std::int64_t version_ = -1;  // of the file when `known_` was read
-  std::map<std::string, Value, std::less<>> known_;
-  std::map<std::string, std::optional<Value>, std::less<>> changes_;  // without value: removed
+  Mutex mutex_;
+  SQLiteDatabase database_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::int64_t version_ PAPERLOOM_GUARDED_BY(mutex_) = -1;  // of the file when `known_` was read
+  std::map<std::string, Value, std::less<>> known_ PAPERLOOM_GUARDED_BY(mutex_);
+  // Without a value: removed.
+  std::map<std::string, std::optional<Value>, std::less<>> changes_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 // Never destroyed, for a callback may come while the program ends.

@@ -1,51 +1,53 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom::internal {
 
-// A lock that is waited for no longer than until a given time.
-class TimedGate {
+// A lock that is waited for no longer than until a given time. Once entered it is put into a Hold:
+//
+//   if (!gate.enter(deadline)) return;
+//   const TimedGate::Hold hold(gate);
+class PAPERLOOM_THREAD_SAFETY(capability("gate")) TimedGate {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  // Holds the gate while it lives, if it is true.
-  class Hold {
+  // Leaves at its end what was entered before.
+  class PAPERLOOM_THREAD_SAFETY(scoped_lockable) Hold {
    public:
-    Hold(TimedGate& gate, Time deadline) : gate_(gate), held_(gate.enter(deadline)) {}
-    ~Hold() {
-      if (held_) gate_.leave();
-    }
+    explicit Hold(TimedGate& gate) PAPERLOOM_REQUIRES(gate) : gate_(gate) {}
+    ~Hold() PAPERLOOM_RELEASE() { gate_.leave(); }
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
-    explicit operator bool() const { return held_; }
 
    private:
     TimedGate& gate_;
-    const bool held_;
   };
 
- private:
-  bool enter(Time deadline) {
-    std::unique_lock lock(mutex_);
-    if (!free_.wait_until(lock, deadline, [this] { return !taken_; })) return false;
+  bool enter(Time deadline) PAPERLOOM_TRY_ACQUIRE(true) PAPERLOOM_UNCHECKED_LOCKING {
+    const MutexLock lock(mutex_);
+    while (taken_) {
+      // The last look is after the time has come, for one that came with it.
+      if (!free_.waitUntil(mutex_, deadline) && taken_) return false;
+    }
     taken_ = true;
     return true;
   }
 
-  void leave() {
+  void leave() PAPERLOOM_RELEASE() PAPERLOOM_UNCHECKED_LOCKING {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       taken_ = false;
     }
-    free_.notify_one();
+    free_.notifyOne();
   }
 
-  std::mutex mutex_;
-  std::condition_variable free_;
-  bool taken_ = false;
+ private:
+  Mutex mutex_;
+  ConditionVariable free_;
+  bool taken_ PAPERLOOM_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace paperloom::internal

@@ -116,7 +116,6 @@ bool CacheConnection::logIsFull(Deadline deadline) {
   return full;
 }
 
-// With the write gate held: whether another attempt makes sense.
 bool CacheConnection::recover(const SQLiteError& error, Deadline deadline) {
   if (error.isBusy()) {
     lockedOut_ = true;
@@ -139,8 +138,8 @@ void CacheConnection::scrub(Deadline deadline) {
     if (!writer_->vacuum()) return;
   }
   const auto end = std::max(deadline, Clock::now() + shortLockWait);
-  const TimedGate::Hold hold(readGate_, end);
-  if (!hold) return;
+  if (!readGate_.enter(end)) return;
+  const TimedGate::Hold hold(readGate_);
   writer_->waitForLocksUntil(end);
   if (writer_->emptyLog()) nextScrub_ = {};
 }
@@ -163,33 +162,35 @@ void CacheConnection::settle() {
 
 bool CacheConnection::read(Deadline deadline, const Read& work) {
   for (int attempt = 0; attempt < 2; ++attempt) {
-    SQLiteStatus done;
-    bool tried = false;
+    std::optional<SQLiteStatus> done;
     {
-      const TimedGate::Hold hold(readGate_, deadline);
-      if (!hold) return false;
-      const auto now = Clock::now();
-      const bool look = reader_ && now >= nextLook_;
-      if (look) nextLook_ = now + pause;
-      if (reader_ && !(look && wasMoved())) {
-        tried = true;
-        reader_->waitForLocksUntil(lockDeadline(readLockedOut_, deadline));
-        done = work(*reader_);
-        readLockedOut_ = !done && done.error().isBusy();
-        if (done) return true;
-      }
+      if (!readGate_.enter(deadline)) return false;
+      const TimedGate::Hold hold(readGate_);
+      done = tryToRead(deadline, work);
     }
+    if (done && *done) return true;
     if (readLockedOut_) return false;
-    const TimedGate::Hold hold(writeGate_, deadline);
-    if (!hold) return false;
-    if (tried) {
-      // A reader that cannot read is of no use, unlike a writer that cannot write.
-      if (!done.error().isCorruption()) close(deadline);
-      if (done.error().isCorruption() && !recover(done.error(), deadline)) return false;
+    if (!writeGate_.enter(deadline)) return false;
+    const TimedGate::Hold hold(writeGate_);
+    if (done && !done->error().isCorruption()) {
+      close(deadline);  // a reader that cannot read is of no use, unlike a writer that cannot write
+    } else if (done && !recover(done->error(), deadline)) {
+      return false;
     }
     if (!ensureReader(deadline)) return false;
   }
   return false;
+}
+
+std::optional<SQLiteStatus> CacheConnection::tryToRead(Deadline deadline, const Read& work) {
+  const auto now = Clock::now();
+  const bool look = reader_ && now >= nextLook_;
+  if (look) nextLook_ = now + pause;
+  if (!reader_ || (look && wasMoved())) return std::nullopt;
+  reader_->waitForLocksUntil(lockDeadline(readLockedOut_, deadline));
+  SQLiteStatus done = work(*reader_);
+  readLockedOut_ = !done && done.error().isBusy();
+  return done;
 }
 
 SQLiteResult<CacheReader> CacheConnection::anotherReader(Deadline deadline) {
@@ -198,36 +199,39 @@ SQLiteResult<CacheReader> CacheConnection::anotherReader(Deadline deadline) {
 }
 
 std::uint64_t CacheConnection::generation(Deadline deadline) {
-  const TimedGate::Hold hold(readGate_, deadline);
-  if (hold && reader_) {
-    reader_->waitForLocksUntil(lockDeadline(readLockedOut_, deadline));
-    if (wasReplaced()) {
-      nextLook_ = {};
-      return ledger_.startGeneration();
-    }
-    const auto version = reader_->dataVersion();
-    if (version && *version != dataVersion_) {
-      if (const auto stamp = reader_->stamp()) {
-        ledger_.noteStamp(*stamp, name_);
-        dataVersion_ = *version;
-      }
-    }
+  if (readGate_.enter(deadline)) {
+    const TimedGate::Hold hold(readGate_);
+    if (reader_) noticeOthers(deadline);
   }
   return ledger_.generation();
 }
 
-// With the write gate held, as everything below that opens and closes.
+void CacheConnection::noticeOthers(Deadline deadline) {
+  reader_->waitForLocksUntil(lockDeadline(readLockedOut_, deadline));
+  if (wasReplaced()) {
+    nextLook_ = {};
+    ledger_.startGeneration();
+    return;
+  }
+  const auto version = reader_->dataVersion();
+  if (!version || *version == dataVersion_) return;
+  if (const auto stamp = reader_->stamp()) {
+    ledger_.noteStamp(*stamp, name_);
+    dataVersion_ = *version;
+  }
+}
+
 bool CacheConnection::ensureWriter(Deadline deadline) {
   const bool moved = wasMoved();
   if (writer_ && !moved) return true;
   if (Clock::now() < nextAttempt_) return false;
-  if (reader_ && !moved && ::access(file_.c_str(), W_OK) != 0) return false;
+  if (hasReader() && !moved && ::access(file_.c_str(), W_OK) != 0) return false;
   close(deadline);
   return open(lockDeadline(lockedOut_, deadline), CacheContents::keep) && writer_;
 }
 
 bool CacheConnection::ensureReader(Deadline deadline) {
-  if (reader_ && !wasMoved()) return true;
+  if (hasReader() && !wasMoved()) return true;
   close(deadline);
   if (Clock::now() < nextAttempt_) return false;
   return open(lockDeadline(lockedOut_, deadline), CacheContents::keep);
@@ -273,8 +277,8 @@ bool CacheConnection::openToRead(Deadline deadline) {
 
 bool CacheConnection::place(std::optional<CacheWriter> writer, CacheReader reader,
                             Deadline deadline) {
-  const TimedGate::Hold hold(readGate_, deadline);
-  if (!hold) return false;
+  if (!readGate_.enter(deadline)) return false;
+  const TimedGate::Hold hold(readGate_);
   if (writer) {
     if (!openedBefore_) ledger_.knowStamp(writer->stampBefore());
     openedBefore_ = true;
@@ -291,11 +295,11 @@ bool CacheConnection::place(std::optional<CacheWriter> writer, CacheReader reade
 
 void CacheConnection::close(Deadline deadline) {
   writer_.reset();
-  const TimedGate::Hold hold(readGate_, deadline);
-  if (hold) reader_.reset();
+  if (!readGate_.enter(deadline)) return;
+  const TimedGate::Hold hold(readGate_);
+  reader_.reset();
 }
 
-// With the read gate held: whether another file lies now where the open one was.
 bool CacheConnection::wasReplaced() {
   const auto now = Clock::now();
   if (now < nextLook_) return false;
@@ -304,7 +308,6 @@ bool CacheConnection::wasReplaced() {
   return identity.second != 0 && identity != identity_;
 }
 
-// With one of the gates held.
 bool CacheConnection::wasMoved() const { return identityOf(file_) != identity_; }
 
 // Once for each change, since attempts are repeated.

@@ -20,7 +20,9 @@ namespace paperloom::internal {
 //
 // - Readers and writers have a connection and a gate each, so that a reader never waits while a
 //   writer waits for another process. The write gate is entered first; both are held to put
-//   connections in place or to take them away, one of them to use its own.
+//   connections in place or to take them away, one of them to use its own. Gates are held across
+//   disk work, and waited for no longer than until the caller's deadline: whoever gives up has a
+//   miss, or notes in the ledger what is outdated.
 // - A reader is there whenever a writer is. A reader alone: the file cannot be written.
 // - What is proven to be damaged, by whichever connection, is emptied and the work tried again.
 //   A lock, a full disk, a missing permission prove nothing: the work fails, the file stays.
@@ -37,8 +39,7 @@ class CacheConnection {
 
   const std::filesystem::path& file() const { return file_; }
 
-  // To be held for write() and scrub().
-  TimedGate& writeGate() { return writeGate_; }
+  TimedGate& writeGate() PAPERLOOM_THREAD_SAFETY(lock_returned(writeGate_)) { return writeGate_; }
 
   enum class Room {
     asLogAllows,  // given up while the log is full
@@ -46,12 +47,13 @@ class CacheConnection {
   };
   // Removes what the ledger has as outdated, first what `key` names, then does the work, in one
   // transaction.
-  bool write(Deadline deadline, Room room, const CacheKey* key, const Work& work);
+  bool write(Deadline deadline, Room room, const CacheKey* key, const Work& work)
+      PAPERLOOM_REQUIRES(writeGate_);
   // After a failed write(): removes what is outdated, if there is a chance.
-  void removeOutdated(Deadline deadline);
+  void removeOutdated(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
   // Gives unused pages back to the file system, and leaves nothing of what was removed.
-  void scrub(Deadline deadline);
-  void scrubIfSparse(Deadline deadline);
+  void scrub(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  void scrubIfSparse(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
 
   // Brings the log into the file if it is longer than it should be. Takes as long as the disk does,
   // but holds up nobody who reads or writes meanwhile.
@@ -66,18 +68,27 @@ class CacheConnection {
  private:
   using Clock = std::chrono::steady_clock;
 
-  SQLiteStatus transact(const CacheKey* key, const Work& work);
-  bool logIsFull(Deadline deadline);
-  bool recover(const SQLiteError& error, Deadline deadline);
-  bool ensureWriter(Deadline deadline);
-  bool ensureReader(Deadline deadline);
-  bool open(Deadline deadline, CacheContents contents);
-  bool openToRead(Deadline deadline);
-  bool place(std::optional<CacheWriter> writer, CacheReader reader, Deadline deadline);
-  void close(Deadline deadline);
-  bool wasMoved() const;
-  bool wasReplaced();
-  void say(const char* state);
+  SQLiteStatus transact(const CacheKey* key, const Work& work) PAPERLOOM_REQUIRES(writeGate_);
+  bool logIsFull(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  // Whether another attempt makes sense.
+  bool recover(const SQLiteError& error, Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  bool ensureWriter(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  bool ensureReader(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  bool open(Deadline deadline, CacheContents contents) PAPERLOOM_REQUIRES(writeGate_);
+  bool openToRead(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  bool place(std::optional<CacheWriter> writer, CacheReader reader, Deadline deadline)
+      PAPERLOOM_REQUIRES(writeGate_);
+  void close(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
+  // What the reader says; nothing where it could not be asked.
+  std::optional<SQLiteStatus> tryToRead(Deadline deadline, const Read& work)
+      PAPERLOOM_REQUIRES(readGate_);
+  void noticeOthers(Deadline deadline) PAPERLOOM_REQUIRES(readGate_);
+  // Whether another file lies now where the open one was.
+  bool wasReplaced() PAPERLOOM_REQUIRES(readGate_);
+  // Unchecked, since one of the gates is enough, whichever: both are held for a change.
+  bool wasMoved() const PAPERLOOM_UNCHECKED_LOCKING;
+  bool hasReader() const PAPERLOOM_UNCHECKED_LOCKING { return reader_.has_value(); }
+  void say(const char* state) PAPERLOOM_REQUIRES(writeGate_);
 
   const std::filesystem::path folder_;
   const std::filesystem::path file_;
@@ -90,19 +101,23 @@ class CacheConnection {
   Clock::time_point nextSettling_ PAPERLOOM_GUARDED_BY(settling_){};
 
   TimedGate writeGate_;
-  std::optional<CacheWriter> writer_;
-  Clock::time_point nextAttempt_{};
-  Clock::time_point nextScrub_{};
-  Clock::time_point nextShortening_{};                  // of a log that must not grow
-  std::pair<std::uint64_t, std::uint64_t> identity_{};  // device and inode of the open file
-  bool openedBefore_ = false;
-  bool refused_ = false;        // the last write() failed for want of room
-  const char* said_ = nullptr;  // in the debug log
+  std::optional<CacheWriter> writer_ PAPERLOOM_GUARDED_BY(writeGate_);
+  Clock::time_point nextAttempt_ PAPERLOOM_GUARDED_BY(writeGate_){};
+  Clock::time_point nextScrub_ PAPERLOOM_GUARDED_BY(writeGate_){};
+  // Of a log that must not grow.
+  Clock::time_point nextShortening_ PAPERLOOM_GUARDED_BY(writeGate_){};
+  bool openedBefore_ PAPERLOOM_GUARDED_BY(writeGate_) = false;
+  // The last write() failed for want of room.
+  bool refused_ PAPERLOOM_GUARDED_BY(writeGate_) = false;
+  const char* said_ PAPERLOOM_GUARDED_BY(writeGate_) = nullptr;  // in the debug log
 
-  TimedGate readGate_;
-  std::optional<CacheReader> reader_;
-  std::int64_t dataVersion_ = -1;
-  Clock::time_point nextLook_{};  // whether the file is still where it was
+  TimedGate readGate_ PAPERLOOM_ACQUIRED_AFTER(writeGate_);
+  std::optional<CacheReader> reader_ PAPERLOOM_GUARDED_BY(readGate_);
+  // Device and inode of the open file.
+  std::pair<std::uint64_t, std::uint64_t> identity_ PAPERLOOM_GUARDED_BY(readGate_){};
+  std::int64_t dataVersion_ PAPERLOOM_GUARDED_BY(readGate_) = -1;
+  // Whether the file is still where it was.
+  Clock::time_point nextLook_ PAPERLOOM_GUARDED_BY(readGate_){};
 };
 
 }  // namespace paperloom::internal

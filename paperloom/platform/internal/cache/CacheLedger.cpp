@@ -14,17 +14,17 @@ constexpr std::size_t mostRemovedAtOnce = 256;
 }  // namespace
 
 void CacheLedger::attach(MemoryTier* memory) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   memories_.push_back(memory);
 }
 
 void CacheLedger::detach(MemoryTier* memory) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase(memories_, memory);
 }
 
 void CacheLedger::tell(const MemoryTier* allBut, const std::function<void(MemoryTier&)>& tell) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (MemoryTier* memory : memories_) {
     if (memory != allBut) tell(*memory);
   }
@@ -32,27 +32,27 @@ void CacheLedger::tell(const MemoryTier* allBut, const std::function<void(Memory
 
 void CacheLedger::noteUse(std::int64_t id) {
   if (id == 0) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   // A process that only reads, and so much, can lose track of some uses.
   if (uses_.size() >= mostUses) uses_.clear();
   uses_[id] = ++clock_;
 }
 
 std::int64_t CacheLedger::lastUse(std::int64_t id) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto use = uses_.find(id);
   return use != uses_.end() ? use->second : 0;
 }
 
 void CacheLedger::forgetUses() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   uses_.clear();
 }
 
 std::vector<std::pair<std::int64_t, std::int64_t>> CacheLedger::usesToWrite() const {
   std::vector<std::pair<std::int64_t, std::int64_t>> latest;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const auto& [id, clock] : uses_) latest.emplace_back(clock, id);
   }
   std::sort(latest.rbegin(), latest.rend());
@@ -61,17 +61,17 @@ std::vector<std::pair<std::int64_t, std::int64_t>> CacheLedger::usesToWrite() co
 }
 
 std::int64_t CacheLedger::clock() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return clock_;
 }
 
 void CacheLedger::advanceClock(std::int64_t clock) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   clock_ = std::max(clock_, clock);
 }
 
 void CacheLedger::noteOutdated(const CacheKey& key) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   outdated_[key.url] = ++notes_;
   if (outdated_.size() <= mostOutdated) return;
   outdated_.clear();
@@ -79,17 +79,17 @@ void CacheLedger::noteOutdated(const CacheKey& key) {
 }
 
 void CacheLedger::noteAllOutdated() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++allOutdated_;
 }
 
 bool CacheLedger::isOutdated(const std::string& url) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return allOutdated_ != 0 || (!outdated_.empty() && outdated_.contains(url));
 }
 
 CacheLedger::Outdated CacheLedger::outdated(const CacheKey* first) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Outdated some;
   some.all = allOutdated_;
   if (first != nullptr) {
@@ -105,7 +105,7 @@ CacheLedger::Outdated CacheLedger::outdated(const CacheKey* first) const {
 }
 
 void CacheLedger::noteRemoved(const Outdated& removed) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& [url, note] : removed.urls) {
     const auto found = outdated_.find(url);
     if (found != outdated_.end() && found->second == note) outdated_.erase(found);
@@ -114,29 +114,29 @@ void CacheLedger::noteRemoved(const Outdated& removed) {
 }
 
 bool CacheLedger::hasSomethingToWrite() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !uses_.empty() || !outdated_.empty() || allOutdated_ != 0;
 }
 
 std::uint64_t CacheLedger::generation() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return generation_;
 }
 
 std::uint64_t CacheLedger::startGeneration() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return ++generation_;
 }
 
 void CacheLedger::noteStamp(const CacheStamp& stamp, std::int64_t own) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stamp.writer == own || stamp == foreign_) return;
   foreign_ = stamp;
   ++generation_;
 }
 
 void CacheLedger::knowStamp(const CacheStamp& stamp) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   foreign_ = stamp;
 }
 

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/cache/CacheEntryFormat.h"
 #include "paperloom/platform/internal/cache/CacheReader.h"
 
@@ -60,16 +60,17 @@ class CacheLedger {
   void knowStamp(const CacheStamp& stamp);
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<MemoryTier*> memories_;
-  std::unordered_map<std::int64_t, std::int64_t> uses_;  // row id to the clock of its last use
-  std::int64_t clock_ = 0;
+  mutable Mutex mutex_;
+  std::vector<MemoryTier*> memories_ PAPERLOOM_GUARDED_BY(mutex_);
+  // Row id to the clock of its last use.
+  std::unordered_map<std::int64_t, std::int64_t> uses_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::int64_t clock_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
   // By URL; with a number, because one may become outdated again while it is being removed.
-  std::unordered_map<std::string, std::uint64_t> outdated_;
-  std::uint64_t notes_ = 0;
-  int allOutdated_ = 0;  // how often everything was to be removed
-  std::uint64_t generation_ = 0;
-  CacheStamp foreign_;
+  std::unordered_map<std::string, std::uint64_t> outdated_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::uint64_t notes_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  int allOutdated_ PAPERLOOM_GUARDED_BY(mutex_) = 0;  // how often everything was to be removed
+  std::uint64_t generation_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  CacheStamp foreign_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom::internal

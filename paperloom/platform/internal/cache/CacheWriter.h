@@ -18,9 +18,11 @@ namespace paperloom::internal {
 //   other, and a sum that no eviction brings down, are damage and are reported as such.
 // - state.writer and state.changes change with every transaction that changes what is kept, so that
 //   others notice; a transaction that changes nothing writes nothing.
+// - A transaction writes to the log alone. What it wrote is in the system's hands when commit()
+//   returns, on the disk with the next checkpoint; whoever brings the log into the file, this
+//   connection or another, syncs the log first and the file after.
 // - After removeAll() the file's unused pages and its log may hold what was removed, and
-// needsScrub()
-//   says so until vacuum() and emptyLog() have worked, in the next process as well.
+//   needsScrub() says so until vacuum() and emptyLog() have worked, in the next process as well.
 class CacheWriter {
  public:
   // Advances the clock, so that a reader can see whether it sees what this writes. `name` stands

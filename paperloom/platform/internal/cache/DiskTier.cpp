@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <map>
-#include <mutex>
 #include <utility>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/base/PrivateFolders.h"
 #include "paperloom/platform/internal/base/Try.h"
 #include "paperloom/platform/internal/cache/MemoryTier.h"
@@ -15,6 +15,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds lastWait{250};
+
+struct OpenTiers {
+  Mutex mutex;
+  std::map<std::filesystem::path, std::weak_ptr<DiskTier>> byFolder PAPERLOOM_GUARDED_BY(mutex);
+};
 
 // The id of the row that was stored, if one was.
 SQLiteResult<std::int64_t> make(const DiskTier::Change& change, std::int64_t capacity,
@@ -35,19 +40,16 @@ SQLiteResult<std::int64_t> make(const DiskTier::Change& change, std::int64_t cap
 }  // namespace
 
 std::shared_ptr<DiskTier> DiskTier::shared(const std::filesystem::path& folder) {
-  static auto* mutex = new std::mutex;
-  static auto* tiers = new std::map<std::filesystem::path, std::weak_ptr<DiskTier>>;
+  static auto& tiers = *new OpenTiers;
   createPrivateFolders(folder);
   std::error_code error;
   auto path = std::filesystem::weakly_canonical(folder, error);
   if (error) path = folder.lexically_normal();
-  const std::lock_guard lock(*mutex);
-  std::erase_if(*tiers, [](const auto& each) { return each.second.expired(); });
-  auto tier = (*tiers)[path].lock();
-  if (!tier) {
-    tier = std::make_shared<DiskTier>(path);
-    (*tiers)[path] = tier;
-  }
+  const MutexLock lock(tiers.mutex);
+  std::erase_if(tiers.byFolder, [](const auto& each) { return each.second.expired(); });
+  auto& known = tiers.byFolder[path];
+  auto tier = known.lock();
+  if (!tier) known = tier = std::make_shared<DiskTier>(path);
   return tier;
 }
 
@@ -56,8 +58,8 @@ DiskTier::DiskTier(const std::filesystem::path& folder) : connection_(folder, le
 DiskTier::~DiskTier() {
   if (!ledger_.hasSomethingToWrite()) return;
   const Deadline deadline = Clock::now() + lastWait;
-  const TimedGate::Hold hold(connection_.writeGate(), deadline);
-  if (!hold) return;
+  if (!connection_.writeGate().enter(deadline)) return;
+  const TimedGate::Hold hold(connection_.writeGate());
   connection_.write(deadline, Room::always, nullptr, [this](CacheWriter& writer) -> SQLiteStatus {
     for (const auto& [clock, id] : ledger_.usesToWrite()) TRY(writer.touch(id, clock));
     return {};
@@ -94,65 +96,76 @@ bool DiskTier::changeTogether(const std::vector<Change>& changes, std::int64_t c
                   [this](const Change& one) { return ledger_.isOutdated(one.key.url); })) {
     return false;
   }
-  const TimedGate::Hold hold(connection_.writeGate(), deadline);
+  if (!connection_.writeGate().enter(deadline)) return false;
+  const TimedGate::Hold hold(connection_.writeGate());
   std::vector<std::int64_t> ids;
-  const bool done = hold && connection_.write(deadline, Room::asLogAllows, nullptr,
-                                              [&](CacheWriter& writer) -> SQLiteStatus {
-                                                ids.clear();  // of an attempt before this one
-                                                for (const Change& one : changes) {
-                                                  ids.push_back(TRY(make(one, capacity, writer)));
-                                                }
-                                                return {};
-                                              });
-  if (!done) return false;
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    changes[i].then(ids[i]);
-    ledger_.tell(own, [&](MemoryTier& memory) { memory.remove(changes[i].key); });
-  }
+  const auto makeAll = [&](CacheWriter& writer) -> SQLiteStatus {
+    ids.clear();  // of an attempt before this one
+    for (const Change& one : changes) ids.push_back(TRY(make(one, capacity, writer)));
+    return {};
+  };
+  if (!connection_.write(deadline, Room::asLogAllows, nullptr, makeAll)) return false;
+  for (std::size_t i = 0; i < changes.size(); ++i) tell(changes[i], ids[i], own);
   return true;
 }
 
 void DiskTier::changeOne(const Change& change, std::int64_t capacity, const MemoryTier* own,
                          Deadline deadline) {
-  const TimedGate::Hold hold(connection_.writeGate(), deadline);
+  if (!connection_.writeGate().enter(deadline)) {
+    ledger_.noteOutdated(change.key);
+    return tell(change, 0, own);
+  }
+  const TimedGate::Hold hold(connection_.writeGate());
   std::int64_t id = 0;
-  const bool done = hold && connection_.write(deadline, Room::asLogAllows, &change.key,
-                                              [&](CacheWriter& writer) -> SQLiteStatus {
-                                                id = TRY(make(change, capacity, writer));
-                                                return {};
-                                              });
-  if (!done) {
+  const auto makeOne = [&](CacheWriter& writer) -> SQLiteStatus {
+    id = TRY(make(change, capacity, writer));
+    return {};
+  };
+  if (!connection_.write(deadline, Room::asLogAllows, &change.key, makeOne)) {
     id = 0;
     ledger_.noteOutdated(change.key);
-    if (hold) connection_.removeOutdated(deadline);
+    connection_.removeOutdated(deadline);
   }
+  tell(change, id, own);
+}
+
+void DiskTier::tell(const Change& change, std::int64_t id, const MemoryTier* own) {
   change.then(id);
   ledger_.tell(own, [&](MemoryTier& memory) { memory.remove(change.key); });
 }
 
 void DiskTier::removeAll(const MemoryTier* own, const Then& then, Deadline deadline) {
-  const TimedGate::Hold hold(connection_.writeGate(), deadline);
-  const bool done =
-      hold && connection_.write(deadline, Room::always, nullptr,
-                                [](CacheWriter& writer) { return writer.removeAll(); });
-  ledger_.forgetUses();
-  if (!done) {
-    ledger_.noteAllOutdated();
-    if (hold) connection_.removeOutdated(deadline);
+  const auto forget = [&](bool isDone) {
+    ledger_.forgetUses();
+    if (!isDone) ledger_.noteAllOutdated();
+  };
+  const auto tellAll = [&] {
+    then(0);
+    ledger_.tell(own, [](MemoryTier& memory) { memory.clear(); });
+  };
+  if (!connection_.writeGate().enter(deadline)) {
+    forget(false);
+    return tellAll();
   }
-  then(0);
-  ledger_.tell(own, [](MemoryTier& memory) { memory.clear(); });
-  if (done) connection_.scrub(deadline);
+  const TimedGate::Hold hold(connection_.writeGate());
+  const bool isDone = connection_.write(deadline, Room::always, nullptr,
+                                        [](CacheWriter& writer) { return writer.removeAll(); });
+  forget(isDone);
+  if (!isDone) connection_.removeOutdated(deadline);
+  tellAll();
+  if (isDone) connection_.scrub(deadline);
 }
 
 void DiskTier::trim(std::int64_t capacity, Deadline deadline) {
-  const TimedGate::Hold hold(connection_.writeGate(), deadline);
-  const bool trimmed =
-      hold && connection_.write(deadline, Room::always, nullptr,
-                                [&](CacheWriter& writer) { return writer.evict(capacity); });
-  if (trimmed) connection_.scrubIfSparse(deadline);
+  bool isTrimmed = false;
+  if (connection_.writeGate().enter(deadline)) {
+    const TimedGate::Hold hold(connection_.writeGate());
+    isTrimmed = connection_.write(deadline, Room::always, nullptr,
+                                  [&](CacheWriter& writer) { return writer.evict(capacity); });
+    if (isTrimmed) connection_.scrubIfSparse(deadline);
+  }
   // Without a disk, what is stored meanwhile would not replace what stays there.
-  if (!trimmed && capacity == 0) ledger_.noteAllOutdated();
+  if (!isTrimmed && capacity == 0) ledger_.noteAllOutdated();
 }
 
 std::int64_t DiskTier::usage(Deadline deadline) {
@@ -182,8 +195,8 @@ std::vector<CacheEntry> DiskTier::entries(Deadline deadline) {
 // Without a wait: the row is a miss until it goes.
 void DiskTier::dropDamaged(const std::vector<CacheReader::Damaged>& rows) {
   const Deadline now = Clock::now();
-  const TimedGate::Hold hold(connection_.writeGate(), now);
-  if (!hold) return;
+  if (!connection_.writeGate().enter(now)) return;
+  const TimedGate::Hold hold(connection_.writeGate());
   connection_.write(now, Room::asLogAllows, nullptr,
                     [&](CacheWriter& writer) { return writer.removeDamaged(rows); });
 }

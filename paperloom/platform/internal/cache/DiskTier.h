@@ -16,6 +16,16 @@ class MemoryTier;
 // One cache file, shared by every cache on its path in this process; tells the memories above it
 // what is outdated. Safe from any thread; no call waits for locks beyond its deadline. What fails
 // is a miss, and what should have been replaced or removed is not served any more.
+//
+// - It has no lock of its own. A change enters the connection's write gate and stays in it until the
+//   memories have been told, so that they hear of changes in the order in which the file has them;
+//   the ledger's lock and the memories' are taken within, in this order, for moments.
+// - A look-up holds only the read gate, and so may see the file before a change that is under way;
+//   the ticket of the memory above keeps such a copy out of it.
+// - A change that fails is noted in the ledger before anybody is told of its end: from then on its
+//   URL is a miss, in this process, until a later transaction has removed what was there.
+// - A crash leaves the file as the last commit made it. Lost are the uses since it was opened, and
+//   what the ledger knew to be outdated: that may be found again by the next process.
 class DiskTier {
  public:
   using Deadline = CacheConnection::Deadline;
@@ -77,6 +87,7 @@ class DiskTier {
                       const MemoryTier* own, Deadline deadline);
   void changeOne(const Change& change, std::int64_t capacity, const MemoryTier* own,
                  Deadline deadline);
+  void tell(const Change& change, std::int64_t id, const MemoryTier* own);
   void dropDamaged(const std::vector<CacheReader::Damaged>& rows);
 
   CacheLedger ledger_;

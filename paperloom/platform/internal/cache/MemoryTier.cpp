@@ -4,15 +4,16 @@
 #include <utility>
 
 namespace paperloom::internal {
+
 MemoryTier::MemoryTier(std::int64_t capacity) : capacity_(std::max<std::int64_t>(capacity, 0)) {}
 
 bool MemoryTier::mayHold(const CacheKey& key) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return variants_.contains(key.url);
 }
 
 MemoryTier::Entry MemoryTier::find(const CacheKey& key, VaryMatcher& request) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto variants = variants_.find(key.url);
   if (variants == variants_.end()) return nullptr;
   std::optional<Nodes::iterator> best;
@@ -28,20 +29,20 @@ MemoryTier::Entry MemoryTier::find(const CacheKey& key, VaryMatcher& request) {
 }
 
 void MemoryTier::store(const CacheKey& key, VaryMatcher& request, CacheEntry entry) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++changes_[slot(key)];
   dropMatching(key, request);
   insert(key, std::move(entry));
 }
 
 void MemoryTier::removeMatching(const CacheKey& key, VaryMatcher& request) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++changes_[slot(key)];
   dropMatching(key, request);
 }
 
 void MemoryTier::remove(const CacheKey& key) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++changes_[slot(key)];
   const auto variants = variants_.find(key.url);
   if (variants == variants_.end()) return;
@@ -49,30 +50,26 @@ void MemoryTier::remove(const CacheKey& key) {
 }
 
 void MemoryTier::clear() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (std::uint64_t& count : changes_) ++count;
-  variants_.clear();
-  nodes_.clear();
-  usage_ = 0;
+  dropAll();
 }
 
 void MemoryTier::enterGeneration(std::uint64_t generation) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (generation <= generation_) return;
   generation_ = generation;
-  variants_.clear();
-  nodes_.clear();
-  usage_ = 0;
+  dropAll();
 }
 
 MemoryTier::Ticket MemoryTier::ticket(const CacheKey& key) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return {generation_, changes_[slot(key)]};
 }
 
 void MemoryTier::promote(const CacheKey& key, VaryMatcher& request, CacheEntry entry,
                          Ticket ticket) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ticket.generation != generation_ || ticket.changes != changes_[slot(key)]) return;
   if (!fits(entry)) return;
   dropMatching(key, request);
@@ -80,23 +77,23 @@ void MemoryTier::promote(const CacheKey& key, VaryMatcher& request, CacheEntry e
 }
 
 std::int64_t MemoryTier::capacity() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return capacity_;
 }
 
 void MemoryTier::setCapacity(std::int64_t bytes) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   capacity_ = std::max<std::int64_t>(bytes, 0);
   shrink();
 }
 
 std::int64_t MemoryTier::usage() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return usage_;
 }
 
 std::vector<MemoryTier::Entry> MemoryTier::entries() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<Entry> all;
   all.reserve(nodes_.size());
   for (const Node& node : nodes_) all.push_back(node.entry);
@@ -127,6 +124,12 @@ void MemoryTier::drop(Nodes::iterator node) {
   if (variants->second.empty()) variants_.erase(variants);
   usage_ -= node->entry->size;
   nodes_.erase(node);
+}
+
+void MemoryTier::dropAll() {
+  variants_.clear();
+  nodes_.clear();
+  usage_ = 0;
 }
 
 void MemoryTier::shrink() {

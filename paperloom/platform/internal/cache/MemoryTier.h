@@ -4,22 +4,30 @@
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/cache/CacheEntryFormat.h"
 
 namespace paperloom::internal {
 
-// The answers of one cache that are in memory, least recently used out first. Safe from any
-// thread; every call is short.
+// The answers of one cache that are in memory, least recently used out first. Safe from any thread.
 //
-// Where there is a disk under it, what is in memory must not outlive what others do to the disk:
-// a generation stands for everything that others had done when the memory's contents were known to
-// be current, and a copy read from disk is taken only if nothing happened to its URL meanwhile.
+// - The mutex guards every member. It is held for moments, never across disk work, and nothing is
+//   called under it but what the entries' own matching needs; so the disk tier may call in here
+//   with its write gate or the ledger's lock held.
+// - Every entry of `nodes_` stands in `variants_` under its URL, and nothing else does; `usage_` is
+//   the sum of their sizes, and above the capacity only within a call.
+// - Of two that store and remove the same URL, the one whose change the file has later comes here
+//   later: the disk tier brings changes while it holds the write gate.
+// - What is here must not outlive what others do to the file. A generation stands for everything
+//   that others had done when the contents were known to be current: a newer one empties the memory.
+//   A copy that was read from the file comes with a ticket from before the reading, and is taken
+//   only if nothing has happened to its URL, or to one in the same slot, since.
+// - A crash loses what is here and nothing else.
 class MemoryTier {
  public:
   explicit MemoryTier(std::int64_t capacity);
@@ -62,22 +70,26 @@ class MemoryTier {
   using Nodes = std::list<Node>;
   using Variants = std::vector<Nodes::iterator>;
 
-  bool fits(const CacheEntry& entry) const { return entry.size <= capacity_ / 20; }
-  void insert(const CacheKey& key, CacheEntry entry);
-  void dropMatching(const CacheKey& key, VaryMatcher& request);
-  void drop(Nodes::iterator node);
-  void shrink();
+  bool fits(const CacheEntry& entry) const PAPERLOOM_REQUIRES(mutex_) {
+    return entry.size <= capacity_ / 20;
+  }
+  void insert(const CacheKey& key, CacheEntry entry) PAPERLOOM_REQUIRES(mutex_);
+  void dropMatching(const CacheKey& key, VaryMatcher& request) PAPERLOOM_REQUIRES(mutex_);
+  void drop(Nodes::iterator node) PAPERLOOM_REQUIRES(mutex_);
+  void dropAll() PAPERLOOM_REQUIRES(mutex_);
+  void shrink() PAPERLOOM_REQUIRES(mutex_);
   static std::size_t slot(const CacheKey& key);
 
   static constexpr std::size_t slots = 256;
 
-  mutable std::mutex mutex_;
-  std::int64_t capacity_;
-  std::int64_t usage_ = 0;
-  std::uint64_t generation_ = 0;
-  std::array<std::uint64_t, slots> changes_{};  // by the checksum of the URL
-  Nodes nodes_;                                 // most recently used first
-  std::unordered_map<std::string, Variants> variants_;
+  mutable Mutex mutex_;
+  std::int64_t capacity_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::int64_t usage_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  std::uint64_t generation_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  // By the checksum of the URL.
+  std::array<std::uint64_t, slots> changes_ PAPERLOOM_GUARDED_BY(mutex_){};
+  Nodes nodes_ PAPERLOOM_GUARDED_BY(mutex_);  // most recently used first
+  std::unordered_map<std::string, Variants> variants_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom::internal

@@ -164,7 +164,7 @@ std::shared_ptr<DiskTier> URLCacheStore::disk(DiskTier::Deadline deadline) {
   if (capacity == 0 || diskPath_.empty()) return nullptr;
   std::shared_ptr<DiskTier> opened;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (disk_) return disk_;
     const std::filesystem::path path = folder();
     if (path.empty()) return nullptr;

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/cache/DiskTier.h"
 #include "paperloom/platform/internal/cache/MemoryTier.h"
@@ -49,8 +49,8 @@ class URLCacheStore {
   std::atomic<std::int64_t> lookUps_ = 0;
   std::atomic<std::int64_t> memoryHits_ = 0;
   std::atomic<std::int64_t> diskHits_ = 0;
-  std::mutex mutex_;
-  std::shared_ptr<DiskTier> disk_;  // from its first use on
+  Mutex mutex_;
+  std::shared_ptr<DiskTier> disk_ PAPERLOOM_GUARDED_BY(mutex_);  // from its first use on
 };
 
 }  // namespace paperloom::internal
