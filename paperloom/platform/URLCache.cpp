@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "paperloom/platform/internal/cache/URLCacheStore.h"
-#include "paperloom/platform/internal/http/RequestRules.h"
+#include "paperloom/platform/internal/caching/StoredHops.h"
 
 namespace paperloom {
 
@@ -22,15 +22,7 @@ std::optional<CachedURLResponse> URLCache::cachedResponse(const URLRequest& requ
 
 std::optional<CachedURLResponse> URLCache::cachedResponseThroughRedirects(
     URLRequest request) const {
-  for (int hops = 0; hops <= internal::maximumRedirects; ++hops) {
-    auto stored = cachedResponse(request);
-    if (!stored) return std::nullopt;
-    auto target = internal::redirectTarget(request, stored->response);
-    if (!target) return stored;
-    if (!target->request) return std::nullopt;
-    request = std::move(*target->request);
-  }
-  return std::nullopt;
+  return internal::endOf(internal::lookUpHops(*this, std::move(request)));
 }
 
 void URLCache::storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) {

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "paperloom/platform/internal/base/WorkPool.h"
-#include "paperloom/platform/internal/http/RequestRules.h"
 
 namespace paperloom::internal {
 
@@ -36,23 +35,8 @@ void CacheThreads::finish() {
 void CacheThreads::find(std::vector<LookUp> lookUps) {
   for (LookUp& one : lookUps) {
     const bool isLast = &one == &lookUps.back();
-    one.then(find(std::move(one.request)), isLast ? Thread::idle : Thread::busy);
+    one.then(lookUpHops(*cache_, std::move(one.request)), isLast ? Thread::idle : Thread::busy);
   }
-}
-
-StoredHops CacheThreads::find(URLRequest request) {
-  StoredHops hops;
-  while (hops.size() <= maximumRedirects) {
-    StoredHop hop{std::move(request), std::nullopt};
-    hop.stored = cache_->cachedResponse(hop.request);
-    hops.push_back(std::move(hop));
-    const StoredHop& last = hops.back();
-    if (!last.stored || !last.request.followsRedirects) break;
-    auto target = redirectTarget(last.request, last.stored->response);
-    if (!target || !target->request) break;
-    request = *std::move(target->request);
-  }
-  return hops;
 }
 
 void CacheThreads::apply(std::vector<Write> writes) {

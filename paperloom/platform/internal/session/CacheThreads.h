@@ -2,21 +2,14 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "paperloom/platform/URLCache.h"
+#include "paperloom/platform/internal/base/BatchThread.h"
 #include "paperloom/platform/internal/base/Outstanding.h"
-#include "paperloom/platform/internal/session/BatchThread.h"
+#include "paperloom/platform/internal/caching/StoredHops.h"
 
 namespace paperloom::internal {
-
-// What the cache holds for a request and for what its stored redirects lead to, a hop each.
-struct StoredHop {
-  URLRequest request;
-  std::optional<CachedURLResponse> stored;
-};
-using StoredHops = std::vector<StoredHop>;
 
 // The threads of a session that wait for the cache and its disk, so that neither those that start
 // tasks nor those of the network do: one looks up, one writes, since what is being written must not
@@ -58,7 +51,6 @@ class CacheThreads {
     Written then;
   };
 
-  StoredHops find(URLRequest request);
   void find(std::vector<LookUp> lookUps);
   void apply(std::vector<Write> writes);
   void settle();

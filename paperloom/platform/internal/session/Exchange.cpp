@@ -14,11 +14,6 @@ using Code = URLError::Code;
 using Source = URLSessionTaskMetrics::Source;
 using Action = CachePlan::Action;
 
-bool leadsOn(const StoredHop& hop) {
-  return hop.stored && hop.request.followsRedirects &&
-         redirectTarget(hop.request, hop.stored->response);
-}
-
 }  // namespace
 
 Exchange::Exchange(URLRequest request, const URLSessionConfiguration& configuration,
@@ -34,9 +29,7 @@ Exchange::Step Exchange::begin(Date now) {
 }
 
 Exchange::Step Exchange::found(StoredHops hops, Date now) {
-  const bool isFirst = redirects_ == 0;
-  // A redirect that is not followed, or not so far, is no copy of what it leads to.
-  if (isFirst && !hops.empty() && !leadsOn(hops.back())) storedBefore_ = hops.back().stored;
+  if (redirects_ == 0) storedBefore_ = endOf(hops);
   known_ = std::move(hops);
   takeKnownHop();
   return plan(now);
