@@ -11,6 +11,7 @@
 #include <string>
 
 #include "bench/Ratios.h"
+#include "bench/ScratchFolder.h"
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/platform/internal/base/Checksum.h"
 
@@ -19,16 +20,6 @@ namespace {
 
 constexpr std::int64_t megabyte = 1'048'576;
 constexpr std::int64_t capacity = 2'000 * megabyte;
-
-struct ScratchFolder {
-  ScratchFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "paperloom-bench-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) std::abort();
-    path = name;
-  }
-  ~ScratchFolder() { std::filesystem::remove_all(path); }
-  std::filesystem::path path;
-};
 
 URLRequest requestFor(std::int64_t i) {
   URLRequest request(*URL::parse("https://news.example.com/articles/" + std::to_string(i)));

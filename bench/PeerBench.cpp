@@ -15,6 +15,7 @@
 
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
+#include "bench/ScratchFolder.h"
 #include "bench/peers/HTTPClient.h"
 
 namespace paperloom::bench {
@@ -37,16 +38,6 @@ const Peer peers[] = {
 #ifdef PAPERLOOM_BENCH_SOUP
     {"soup", &makeSoupClient},
 #endif
-};
-
-struct ScratchFolder {
-  ScratchFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "paperloom-bench-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) std::abort();
-    path = name;
-  }
-  ~ScratchFolder() { std::filesystem::remove_all(path); }
-  std::filesystem::path path;
 };
 
 // The best time of several rounds, in microseconds a request, by what was done and by whom.
