@@ -6,11 +6,14 @@
 
 #include "apps/reader/FrontPage.h"
 #include "apps/reader/Picture.h"
-#include "apps/reader/Renditions.h"
 #include "apps/reader/Text.h"
+#include "paperloom/model/Renditions.h"
 
 namespace paperloom::reader {
 namespace {
+
+// Of a picture in a terminal.
+constexpr double enoughPixels = 600;
 
 using Item = ArticleContentItem;
 
@@ -143,7 +146,8 @@ class ArticleView {
   }
 
   void picture(const Asset& asset) {
-    if (const auto url = pictures_ ? host_.resolveIfPossible(pictureOf(asset)) : std::nullopt) {
+    if (const auto url = pictures_ ? host_.resolveIfPossible(renditionFor(asset, enoughPixels)->url)
+                                   : std::nullopt) {
       if (const auto image = host_.image(*url).record) {
         const int rows = std::max(output_.terminal().rows - 8, 6);
         const std::string drawn = host_.pictures().draw(*image, width_, rows, 2);

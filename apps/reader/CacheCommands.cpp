@@ -26,7 +26,8 @@ void elapsed(Host& host) {
   if (!ever)
     return host.output().sentence("Never: no article has come fresh from the network yet.");
   host.output().sentence("The last article came fresh from the network " +
-                         ago(std::chrono::seconds(static_cast<std::int64_t>(seconds))) + ".");
+                         describeAge(std::chrono::seconds(static_cast<std::int64_t>(seconds))) +
+                         ".");
 }
 
 void stats(Host& host) {
@@ -66,7 +67,7 @@ EntryState stateOf(const URLCache::Entry& entry, Date now) {
     freshness = explanation.stale ? "stale, served" : "fresh";
     if (!explanation.stale && explanation.age && explanation.freshnessLifetime) {
       const auto left = *explanation.freshnessLifetime - *explanation.age;
-      freshness = "fresh for " + duration(static_cast<double>(left.count()));
+      freshness = "fresh for " + describeDuration(left);
     }
   } else if (explanation.outcome == Outcome::revalidated) {
     freshness = "to be confirmed";
@@ -91,10 +92,9 @@ void list(Host& host) {
                       {"onDisk", entry.onDisk}});
       continue;
     }
-    host.output().row(
-        fmt::format("{:>10}  {:<11} {}", byteSize(entry.size),
-                    age ? duration(static_cast<double>(age->count())) : "", state.freshness),
-        48, printableLine(entry.response.response.url.absoluteString()));
+    host.output().row(fmt::format("{:>10}  {:<11} {}", byteSize(entry.size),
+                                  age ? describeDuration(*age) : "", state.freshness),
+                      48, printableLine(entry.response.response.url.absoluteString()));
   }
   if (host.json()) host.output().line(dump({{"entries", std::move(rows)}}));
 }
@@ -134,9 +134,7 @@ void explain(Host& host, const std::string& address) {
                   explanation.stale ? ", with a stale copy" : "", printableLine(explanation.reason),
                   explanation.where.empty() ? "" : " (" + explanation.where + ")"));
   if (explanation.age) {
-    const auto words = [](std::chrono::seconds time) {
-      return duration(static_cast<double>(time.count()));
-    };
+    const auto words = [](std::chrono::seconds time) { return describeDuration(time); };
     host.output().sentence(fmt::format(
         "The stored copy is {} old{}.", words(*explanation.age),
         explanation.freshnessLifetime ? " and fresh for " + words(*explanation.freshnessLifetime)

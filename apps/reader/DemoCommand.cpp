@@ -5,7 +5,7 @@
 #include "apps/reader/Identity.h"
 #include "apps/reader/IdentityWords.h"
 #include "apps/reader/Printing.h"
-#include "apps/reader/Renditions.h"
+#include "paperloom/model/Renditions.h"
 #include "apps/reader/Warming.h"
 #include "paperloom/testing/SampleAccounts.h"
 
@@ -35,7 +35,7 @@ class Tour {
     read(story);
 
     visitAccount(*front.record);
-    goOffline(*front.record, story);
+    goOffline(front.record, story);
   }
 
  private:
@@ -89,7 +89,7 @@ class Tour {
     return std::move(*account);
   }
 
-  void goOffline(const StreamProtocol& front, const URL& story) {
+  void goOffline(const std::shared_ptr<const StreamProtocol>& front, const URL& story) {
     chapter("Filling the cache for the way", "paperloom warm --stream");
     {
       Warming warming(host_, false);

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "apps/reader/Provenance.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "apps/reader/Output.h"
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Stream.h"

@@ -10,7 +10,7 @@
 #include "apps/reader/Failure.h"
 #include "apps/reader/Output.h"
 #include "apps/reader/Picture.h"
-#include "apps/reader/Provenance.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "apps/reader/StatusLine.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"

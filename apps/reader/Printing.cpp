@@ -25,7 +25,7 @@ void printJSON(Host& host, JSON json, const Provenance& provenance) {
 
 void printProvenance(Host& host, const Provenance& provenance) {
   host.output().flush();
-  std::string text = sentence(provenance);
+  std::string text = describe(provenance);
   text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
   const Terminal terminal = Terminal::of(STDERR_FILENO);
   const Style style(terminal);

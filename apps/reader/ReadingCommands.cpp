@@ -10,7 +10,7 @@
 #include "apps/reader/Picture.h"
 #include "apps/reader/Printing.h"
 #include "apps/reader/RecordJSON.h"
-#include "apps/reader/Renditions.h"
+#include "paperloom/model/Renditions.h"
 #include "apps/reader/Text.h"
 
 namespace paperloom::reader {

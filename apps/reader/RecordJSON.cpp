@@ -223,7 +223,7 @@ JSON toJSON(const ArticleProtocol& article) { return Writer::json(article); }
 JSON toJSON(const Image& image) { return Writer::json(image); }
 
 void addProvenance(JSON& json, const Provenance& provenance) {
-  json["source"] = word(provenance);
+  json["source"] = sourceName(provenance);
   json["age"] = provenance.age ? JSON(provenance.age->count()) : JSON();
   json["fetchedAt"] = provenance.fetchedAt ? toJSON(*provenance.fetchedAt) : JSON();
 }

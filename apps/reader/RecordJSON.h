@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/reader/Provenance.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Article.h"
 #include "paperloom/model/Stream.h"

@@ -200,24 +200,6 @@ std::string fit(std::string_view text, int width) {
   return std::string(text.substr(0, bytesWithin(text, width - 1))) + "…";
 }
 
-std::string duration(double seconds) {
-  struct Unit {
-    double length;
-    std::string_view name;
-  };
-  static constexpr Unit units[] = {{86'400, "day"}, {3'600, "hour"}, {60, "minute"}};
-  for (const Unit& unit : units) {
-    if (seconds >= unit.length)
-      return count(static_cast<std::size_t>(seconds / unit.length), unit.name);
-  }
-  return count(static_cast<std::size_t>(std::max(seconds, 0.0)), "second");
-}
-
-std::string ago(std::chrono::seconds age) {
-  if (age < std::chrono::seconds(2)) return "just now";
-  return duration(static_cast<double>(age.count())) + " ago";
-}
-
 std::string byteSize(std::int64_t bytes) {
   if (bytes < 1024)
     return count(static_cast<std::size_t>(std::max<std::int64_t>(bytes, 0)), "byte");

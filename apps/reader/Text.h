@@ -30,10 +30,6 @@ std::vector<std::string> wrap(std::string_view text, int width);
 // Printable text cut to `width` columns, an ellipsis in the place of what was cut.
 std::string fit(std::string_view text, int width);
 
-// "just now", "3 minutes ago", "2 days ago"
-std::string ago(std::chrono::seconds age);
-// "3 minutes", "2 hours", "4 seconds"
-std::string duration(double seconds);
 // "1.4 MB", "20.5 KB", "312 bytes"
 std::string byteSize(std::int64_t bytes);
 // "1 March 2018", "14:05" or "14:05:09", "1 March 2018, 14:05", in the local time zone.

@@ -17,7 +17,7 @@ void warm(Host& host, const WarmOptions& options) {
   }
   Warming warming(host, options.force);
   if (options.stream) {
-    warming.addStream(*host.stream(options.sections).record);
+    warming.addStream(host.stream(options.sections).record);
   } else {
     for (const std::string& url : options.urls) warming.add(host.resolve(url));
   }

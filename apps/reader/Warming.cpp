@@ -1,15 +1,14 @@
 #include "apps/reader/Warming.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 
-#include <filesystem>
+#include <limits>
 
-#include "apps/reader/FrontPage.h"
 #include "apps/reader/RecordJSON.h"
-#include "apps/reader/Renditions.h"
 #include "apps/reader/Signals.h"
 #include "apps/reader/Text.h"
-#include "paperloom/model/ArticleParser.h"
+#include "paperloom/platform/DispatchQueue.h"
 
 namespace paperloom::reader {
 namespace {
@@ -60,100 +59,64 @@ std::string jsonLine(const URL& url, const Report& report) {
 }  // namespace
 
 Warming::Warming(Host& host, bool force)
-    : host_(host), force_(force), self_(std::make_shared<Warming*>(this)) {
+    : host_(host), warmer_(host.content()), self_(std::make_shared<Warming*>(this)) {
   if (!host_.json()) progress_.emplace(host_.output());
+  plan_.forceRefresh = force;
+  plan_.maximumBytes = std::numeric_limits<std::int64_t>::max();
+  plan_.maximumTime = std::chrono::hours(24);
+  plan_.resolve = [&host](const URL& address) { return host.resolveIfPossible(address); };
 }
 
-Warming::~Warming() { *self_ = nullptr; }
+void Warming::add(const URL& url) { plan_.documents.push_back(url); }
 
-void Warming::add(const URL& url) { start(url, false); }
-
-void Warming::addStream(const StreamProtocol& stream) {
-  for (const auto& card : cardsOf(stream)) {
-    addAddress(card->URL(), true);
-    if (card->cardAsset()) addAddress(pictureOf(*card->cardAsset()), false);
-  }
+void Warming::addStream(std::shared_ptr<const StreamProtocol> stream) {
+  plan_.frontPage = std::move(stream);
 }
 
-void Warming::start(const URL& url, bool isArticle) {
-  if (!seen_.insert(url.absoluteString()).second) return;
-  if (progress_) progress_->setTotal(seen_.size());
-  auto fetch = std::make_shared<Fetch>(Fetch{url, isArticle});
-  fetch->task = host_.content().cacheWarmerDataCoordinator()->saveToCache(
-      url, force_, [self = self_, fetch](CacheWarmerRequestResult result) {
-        Host::later([self, fetch, result = std::move(result)] {
-          if (*self != nullptr) (*self)->take(*fetch, result);
-        });
-      });
-}
-
-void Warming::take(const Fetch& fetch, const CacheWarmerRequestResult& result) {
-  const Report report =
-      std::visit(Reporter{fetch.task ? fetch.task->error() : std::nullopt}, result);
-  const URL& url = fetch.url;
+void Warming::take(const WarmedDocument& document) {
+  const Report report = std::visit(Reporter{document.error}, document.result);
   host_.waitsForTheNext();
-  ++done_;
-  if (report.failed) ++failed_;
-  if (report.alternative == "successFromCache") ++alreadyCached_;
-  if (report.alternative == "success" && !report.failed) fetched_.push_back(url);
-  if (report.data) bytes_ += static_cast<std::int64_t>(report.data->size());
-  if (fetch.isArticle && report.data) addPicturesOf(*report.data);
-
-  const std::string text = printableText(url.absoluteString());
+  const auto size = report.data ? static_cast<std::int64_t>(report.data->size()) : 0;
+  bytes_ += size;
   if (!progress_) {
-    host_.output().line(jsonLine(url, report));
+    host_.output().line(jsonLine(document.url, report));
     host_.output().flush();
-  } else if (report.failed && host_.output().terminal().interactive) {
-    progress_->note(fmt::format("{}: {}", report.words, text));
+    return;
+  }
+  progress_->setTotal(document.total);
+  const std::string text = printableText(document.url.absoluteString());
+  const std::string failure = fmt::format("{}: {}", report.words, text);
+  if (report.failed && host_.output().terminal().interactive) {
+    progress_->note(failure);
     progress_->step({});
   } else {
-    const auto size = report.data ? static_cast<std::int64_t>(report.data->size()) : 0;
-    progress_->step(report.failed ? fmt::format("{}: {}", report.words, text)
+    progress_->step(report.failed ? failure
                                   : fmt::format("{}, {}: {}", report.words, byteSize(size), text));
   }
 }
 
-void Warming::addPicturesOf(const Data& article) {
-  const auto parsed = ArticleParser().parse(article);
-  if (!parsed) return;
-  for (const Asset& asset : assetsOf(**parsed)) addAddress(pictureOf(asset), false);
-}
-
-void Warming::addAddress(const URL& address, bool isArticle) {
-  if (const auto url = host_.resolveIfPossible(address)) start(*url, isArticle);
-}
-
-// A document is kept when the copy that is found offline, redirects or not, is on the disk.
-std::vector<URL> Warming::lookForLosses() const {
-  std::set<std::string> onDisk;
-  for (const URLCache::Entry& entry : host_.sessionManager()->contentSessionCache()->entries()) {
-    if (entry.onDisk) onDisk.insert(entry.response.response.url.absoluteString());
-  }
-  std::vector<URL> losses;
-  for (const URL& url : fetched_) {
-    const auto copy = host_.sessionManager()->offlineCopy(url);
-    if (!copy || !onDisk.contains(copy->response.url.absoluteString())) losses.push_back(url);
-  }
-  return losses;
-}
-
-std::string Warming::reasonFor(const std::vector<URL>& losses) const {
-  constexpr std::uintmax_t little = 1'000'000;
-  const auto& cache = host_.sessionManager()->contentSessionCache();
-  std::error_code error;
-  const auto space = std::filesystem::space(cache->diskFile().parent_path(), error);
-  if (!error && space.available < little) return "the disk is full";
-  for (const URL& url : losses) {
-    if (host_.sessionManager()->offlineCopy(url)) return "the disk cannot be written";
-  }
-  const bool isFull = cache->currentDiskUsage() > cache->diskCapacity() * 9 / 10;
-  return isFull ? "the cache is full" : "the others may not be stored";
-}
-
 std::string Warming::finish() {
+  // What is still queued when this object goes away finds nobody.
+  const auto later = [self = std::weak_ptr<Warming*>(self_)](auto work) {
+    Host::later([self, work] {
+      if (const auto warming = self.lock()) work(**warming);
+    });
+  };
+  warmer_.start(
+      plan_,
+      [later](const WarmedDocument& document) {
+        later([document](Warming& warming) { warming.take(document); });
+      },
+      [later](const WarmingSum& sum) { later([sum](Warming& warming) { warming.sum_ = sum; }); });
   try {
-    host_.waitUntil([this] { return done_ == seen_.size(); }, host_.nameOf(host_.contentURL()));
+    host_.waitUntil([this] { return sum_.has_value(); }, host_.nameOf(host_.contentURL()));
   } catch (const Interrupted&) {
+    warmer_.cancel();
+    DispatchQueue& queue = DispatchQueue::main();
+    while (queue.runPending(), !sum_) {
+      pollfd work{queue.fileDescriptor(), POLLIN, 0};
+      ::poll(&work, 1, -1);
+    }
     printSum();
     host_.output().flush();
     throw;
@@ -163,26 +126,26 @@ std::string Warming::finish() {
 
 std::string Warming::printSum() {
   progress_.reset();
-  const std::vector<URL> losses = lookForLosses();
-  const std::string reason = losses.empty() ? "" : reasonFor(losses);
   if (host_.json()) {
-    for (const URL& url : losses) {
-      host_.output().line(
-          dump({{"url", url.absoluteString()}, {"result", "notKept"}, {"reason", reason}}, true));
+    for (const URL& url : sum_->lost) {
+      host_.output().line(dump(
+          {{"url", url.absoluteString()}, {"result", "notKept"}, {"reason", sum_->reason}}, true));
     }
   } else {
-    const std::size_t missing = seen_.size() - done_;
+    const std::size_t left = sum_->leftOut;
     host_.output().sentence(
         fmt::format("{} fetched, {} kept{}{}; {} in the cache already; {} in all{}.",
-                    count(fetched_.size(), "document"), fetched_.size() - losses.size(),
-                    losses.empty() ? "" : ": ", reason, alreadyCached_, byteSize(bytes_),
-                    missing == 0 ? "" : fmt::format("; {} not fetched yet", missing)));
+                    count(sum_->fetched, "document"), sum_->fetched - sum_->lost.size(),
+                    sum_->lost.empty() ? "" : ": ", sum_->reason, sum_->cachedAlready,
+                    byteSize(bytes_), left == 0 ? "" : fmt::format("; {} not fetched yet", left)));
   }
   std::string trouble;
-  if (failed_ > 0) trouble = fmt::format("{} could not be fetched", count(failed_, "document"));
-  if (reason.starts_with("the disk")) {
+  if (sum_->failed > 0) {
+    trouble = fmt::format("{} could not be fetched", count(sum_->failed, "document"));
+  }
+  if (sum_->reason.starts_with("the disk")) {
     if (!trouble.empty()) trouble += ", ";
-    trouble += fmt::format("{} not kept: {}", count(losses.size(), "document"), reason);
+    trouble += fmt::format("{} not kept: {}", count(sum_->lost.size(), "document"), sum_->reason);
   }
   return trouble;
 }
