@@ -10,8 +10,8 @@
 #include "apps/reader/Picture.h"
 #include "apps/reader/Printing.h"
 #include "apps/reader/RecordJSON.h"
-#include "paperloom/model/Renditions.h"
 #include "apps/reader/Text.h"
+#include "paperloom/model/Renditions.h"
 
 namespace paperloom::reader {
 namespace {
@@ -39,7 +39,7 @@ URL articleURL(Host& host, const std::string& text) {
   const auto url = numberedCard(host, number);
   if (!url) {
     throw Failure(
-        fmt::format("the front page printed last has no story {}; see `paperloom stream`", number));
+        fmt::format("no story {} on the front page printed last; see `paperloom stream`", number));
   }
   return host.resolve(*url);
 }

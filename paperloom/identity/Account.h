@@ -28,6 +28,7 @@ class Account {
   explicit Account(AuthDataCoordinatorProtocol& coordinator, const Subscription* owner = nullptr)
       : coordinator_(&coordinator), owner_(owner != nullptr ? owner->token() : nullptr) {}
 
+  // AuthDataCoordinatorProtocol::login().
   Pending<Authorisation> login(std::string identifier, std::string authKey,
                                AuthenticationLoginCredentialType type) const {
     return pending<Authorisation>([=, c = coordinator_](auto answer) {
@@ -35,12 +36,14 @@ class Account {
     });
   }
 
+  // AuthDataCoordinatorProtocol::checkEntitlement().
   Pending<RequestResult<Entitlement>> checkEntitlement(std::string accessToken) const {
     return pending<RequestResult<Entitlement>>([=, c = coordinator_](auto answer) {
       c->checkEntitlement(accessToken, std::move(answer));
     });
   }
 
+  // AuthDataCoordinatorProtocol::refreshToken().
   Pending<Authorisation> refreshToken(std::string refreshToken) const {
     return pending<Authorisation>(
         [=, c = coordinator_](auto answer) { c->refreshToken(refreshToken, std::move(answer)); });

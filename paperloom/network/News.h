@@ -63,6 +63,7 @@ class News {
     });
   }
 
+  // DataCoordinatorProtocol::requestStreamForSections().
   Pending<DocumentOrFailure<StreamProtocol>> stream(SectionUids sections) const {
     return pending<StreamProtocol>(
         [c = coordinator_, sections = std::move(sections)](auto success, auto failure) {
@@ -76,6 +77,7 @@ class News {
     });
   }
 
+  // DataCoordinatorProtocol::requestArticle().
   Pending<DocumentOrFailure<ArticleProtocol>> article(URL url) const {
     return pending<ArticleProtocol>(
         [c = coordinator_, url = std::move(url)](auto success, auto failure) {

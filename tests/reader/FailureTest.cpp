@@ -38,7 +38,7 @@ TEST(FailureTest, isOneLineThatSaysWhatAndAnExitStatus) {
         "error: not an http or https URL: ftp://h/a  b c[1m\n");
   check({"parse", "stream", "/none/a  b"}, 1, "error: cannot read /none/a  b: No such file");
   check({"article", "%%%"}, 1, "error: not an http or https URL: %%%\n");
-  check({"article", "7"}, 1, "error: the front page printed last has no story 7");
+  check({"article", "7"}, 1, "error: no story 7 on the front page printed last");
   check({"image", service->baseURL() + "/config"}, 1, "error: no image can be loaded from ");
   check({"--content-url", "nonsense", "config"}, 1, "error: --content-url is not an http");
   check({"article", service->baseURL() + "/none"}, 1,
