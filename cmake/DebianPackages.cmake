@@ -41,7 +41,8 @@ set(same_library "libpaperloom${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 debian_package(library libpaperloom${PROJECT_VERSION_MAJOR} SECTION libs
   SUMMARY "news for reading applications (shared library)"
   TEXT "Paperloom fetches and models the news, keeps a copy for the time without\na network, and deals with the reader's account. This package holds what\nprograms need to run.")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)  # where there is a library
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 debian_package(development libpaperloom-dev SECTION libdevel
   DEPENDS "${same_library}, libexpected-dev"
   SUMMARY "news for reading applications (headers)"
