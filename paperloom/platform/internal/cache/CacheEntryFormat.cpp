@@ -16,6 +16,7 @@ constexpr std::size_t texts = 4;
 constexpr std::int64_t firstTime = -62135596800000;
 constexpr std::int64_t lastTime = 253402300799999;
 
+// Little endian, whatever the machine: a home folder may be carried to another.
 void put(std::string& to, std::uint64_t value, int bytes) {
   for (int i = 0; i < bytes; ++i) to += static_cast<char>((value >> (8 * i)) & 0xff);
 }
@@ -68,6 +69,7 @@ std::uint64_t timeBits(Date time) {
 
 std::string_view withoutFragment(std::string_view url) { return url.substr(0, url.find('#')); }
 
+// Where the answer came from; nothing when that is the key itself, which is nearly always.
 std::string_view storedURL(const CacheKey& key, const CachedURLResponse& response) {
   const std::string& url = response.response.url.absoluteString();
   return url == key.url ? std::string_view() : std::string_view(url);
@@ -81,6 +83,7 @@ CacheKey cacheKey(const URL& url) {
 
 CacheKey cacheKey(std::string url) {
   CacheKey key{std::move(url), 0};
+  // A block of ids for each address, so that one range of the table holds all its variants.
   key.firstId = static_cast<std::int64_t>(checksum(key.url, 0) >> 5) * variantsPerURL;
   return key;
 }

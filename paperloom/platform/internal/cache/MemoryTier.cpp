@@ -16,6 +16,7 @@ MemoryTier::Entry MemoryTier::find(const CacheKey& key, VaryMatcher& request) {
   const MutexLock lock(mutex_);
   const auto variants = variants_.find(key.url);
   if (variants == variants_.end()) return nullptr;
+  // Of several that fit, the most recent (RFC 9111 section 4.1).
   std::optional<Nodes::iterator> best;
   for (const Nodes::iterator node : variants->second) {
     const CacheEntry& entry = *node->entry;
@@ -46,11 +47,13 @@ void MemoryTier::remove(const CacheKey& key) {
   ++changes_[slot(key)];
   const auto variants = variants_.find(key.url);
   if (variants == variants_.end()) return;
+  // Over a copy: drop() shortens the list, and with its last node takes it away.
   for (const Nodes::iterator node : Variants(variants->second)) drop(node);
 }
 
 void MemoryTier::clear() {
   const MutexLock lock(mutex_);
+  // What is on its way up from the disk was read before, and may not come back.
   for (std::uint64_t& count : changes_) ++count;
   dropAll();
 }
@@ -70,6 +73,7 @@ MemoryTier::Ticket MemoryTier::ticket(const CacheKey& key) const {
 void MemoryTier::promote(const CacheKey& key, VaryMatcher& request, CacheEntry entry,
                          Ticket ticket) {
   const MutexLock lock(mutex_);
+  // Read from the disk without the lock: something newer may have been stored, or it removed.
   if (ticket.generation != generation_ || ticket.changes != changes_[slot(key)]) return;
   if (!fits(entry)) return;
   dropMatching(key, request);
@@ -106,6 +110,7 @@ void MemoryTier::insert(const CacheKey& key, CacheEntry entry) {
   nodes_.push_front({key.url, std::make_shared<const CacheEntry>(std::move(entry))});
   Variants& variants = variants_[key.url];
   variants.push_back(nodes_.begin());
+  // A server that varies by what every request changes must not fill the tier with one address.
   if (variants.size() > variantsPerURL) drop(variants.front());
   shrink();
 }

@@ -37,6 +37,7 @@ void OperationQueueCore::operationBecameReady(Operation& operation) {
   const MutexLock lock(mutex_);
   Entry* const entry = find(operation);
   if (entry == nullptr) return;
+  // It is being asked without the lock: whoever asks may have got the answer from before.
   if (entry->stage == Stage::asking) entry->announcedMeanwhile = true;
   if (entry->stage != Stage::waiting) return;
   enqueue(*entry);
@@ -100,6 +101,7 @@ std::size_t OperationQueueCore::maximumThreads() const {
 
 void OperationQueueCore::wakeThreads() {
   if (suspended_ || closed_) return;
+  // What is cancelled needs no place: it only has to say that it has finished.
   const std::size_t wanted = cancelled_.size() + std::min(ready_.size(), freePlaces());
   while (idleThreads_ < wanted && threads_.size() < maximumThreads()) {
     threads_.push_back(startQuietThread([core = shared_from_this()] { core->runThread(); }));
@@ -107,6 +109,7 @@ void OperationQueueCore::wakeThreads() {
   }
   for (std::size_t i = 0; i < std::min(wanted, idleThreads_); ++i) work_.notifyOne();
   if (cancelled_.empty() || idleThreads_ > 0) return;
+  // Every thread is held by an operation that runs; one that is cancelled may not wait for them.
   if (!spareThread_.joinable()) {
     spareThread_ = startQuietThread([core = shared_from_this()] { core->runSpareThread(); });
   }
@@ -149,6 +152,7 @@ bool OperationQueueCore::isToStart(Entry& entry, bool isReady) {
 void OperationQueueCore::startQueued(bool onlyCancelled) {
   while (const Entry* next = nextEntry(onlyCancelled)) {
     std::shared_ptr<Operation> operation = next->operation;
+    // Whether it is ready, and start(), are the host's code: neither runs with the lock held.
     mutex_.unlock();
     const bool isReady = operation->isReady();
     mutex_.lock();
@@ -156,7 +160,7 @@ void OperationQueueCore::startQueued(bool onlyCancelled) {
     const bool starts = entry != nullptr && isToStart(*entry, isReady);
     mutex_.unlock();
     if (starts) operation->start();
-    operation.reset();
+    operation.reset();  // perhaps the last hold: its destructor is the host's code, too
     mutex_.lock();
   }
 }
@@ -225,6 +229,7 @@ void OperationQueueCore::close() {
     return thread.get_id() == std::this_thread::get_id();
   };
   const bool closedFromWithin = std::any_of(threads.begin(), threads.end(), isCaller);
+  // A thread cannot wait for itself, nor for others that may be waiting for what it holds.
   for (std::thread& thread : threads) closedFromWithin ? thread.detach() : thread.join();
 
   std::unordered_map<const Operation*, Entry> unfinished;

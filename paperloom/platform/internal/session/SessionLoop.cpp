@@ -61,6 +61,7 @@ void SessionLoop::obey(Posted posted) {
     Exchange exchange(posted.task->request, configuration_);
     return start(std::move(posted.task), std::move(exchange), false);
   }
+  // Not there any more: it was answered while the command was on its way.
   const auto known = entries_.find(posted.task.get());
   if (known == entries_.end()) return;
   switch (posted.command) {
@@ -82,6 +83,7 @@ void SessionLoop::start(std::shared_ptr<TaskCore> task, Exchange exchange, bool 
             isRefresh});
   Entry& entry = *entries_.insert_or_assign(key, std::move(owned)).first->second;
   nextCheck_ = std::min(nextCheck_, entry.deadline);
+  // Cancelled before it was begun: it is answered like any other, without being sent.
   if (task->state == State::canceling) return cancel(entry);
   advance(entry, entry.exchange.begin(currentDate()));
 }
@@ -145,10 +147,14 @@ void SessionLoop::finishTransfer(CURL* handle, CURLcode code) {
   const auto found = transfers_.find(handle);
   if (found == transfers_.end()) return;
   Entry& entry = *found->second;
+  // Bytes that nobody asked for could be read as the answer to the next request (RFC 9112 section
+  // 9.2): the connection is of no more use, the request is.
   if (entry.transfer->metUnaskedInput(code)) return sendAgain(entry, Transfer::Connection::fresh);
   if (entry.transfer->lostSharedConnection(code) && entry.losses++ < maximumLosses) {
     return sendAgain(entry, Transfer::Connection::kept);
   }
+  // The place goes back before the next step, which may be to the same host, and the others are
+  // served after it, so that a redirect does not queue behind them.
   TransferResult result = entry.transfer->finish(code);
   const std::string host = releaseTransfer(entry, result.multiplexed);
   advance(entry, entry.exchange.received(std::move(result), currentDate()));
@@ -216,6 +222,7 @@ void SessionLoop::deliver(Entry& entry, Delivery delivery) {
 }
 
 void SessionLoop::prepare(std::shared_ptr<TaskCore> task, Delivery delivery) {
+  // The session's end waits for it: what runs on the pool still uses the loop.
   preparing_.begin();
   auto shared = std::make_shared<Delivery>(std::move(delivery));
   WorkPool::shared().add([this, task = std::move(task), shared]() mutable {
@@ -231,6 +238,7 @@ void SessionLoop::prepare(std::shared_ptr<TaskCore> task, Delivery delivery) {
 void SessionLoop::store(std::shared_ptr<TaskCore> task, Delivery delivery) {
   if (!delivery.freshAnswer) return keep(std::move(task), std::move(delivery));
   auto shared = std::make_shared<Delivery>(std::move(delivery));
+  // The filter is the host's code, which runs on the callback queue alone.
   callbacks_.add([this, task = std::move(task), shared]() mutable {
     judge(*task, *shared);
     if (shared->writes.empty()) return complete(*task, std::move(*shared));
@@ -264,6 +272,7 @@ void SessionLoop::wakeRunner() {
 
 SessionLoop::Clock::time_point SessionLoop::expiry(const Entry& entry,
                                                    Clock::time_point now) const {
+  // Who waits for a place or for the cache is not idle: only the limit of the whole counts.
   if (!entry.transfer) return entry.deadline;
   const auto since = entry.transfer->idleSince().value_or(now);
   return std::min(entry.deadline, since + configuration_.timeoutIntervalForRequest);
