@@ -11,7 +11,7 @@
 namespace paperloom {
 namespace {
 
-class NewsTests : public test::ContentFixture {
+class NewsTest : public test::ContentFixture {
  protected:
   void SetUp() override { coordinator.setBaseURL(at("")); }
 
@@ -21,7 +21,7 @@ class NewsTests : public test::ContentFixture {
   News news{coordinator};
 };
 
-TEST_F(NewsTests, answersAreWaitedForOnAnyThreadAndOnTheOneThatPumps) {
+TEST_F(NewsTest, answersAreWaitedForOnAnyThreadAndOnTheOneThatPumps) {
   const auto stream = news.stream({"news"}).get();
   ASSERT_TRUE(stream);
   const URL url = stream->record->sections().front()->articleHeaders().front()->URL();
@@ -44,7 +44,7 @@ TEST_F(NewsTests, answersAreWaitedForOnAnyThreadAndOnTheOneThatPumps) {
   EXPECT_TRUE(std::holds_alternative<cachewarmer::SuccessFromCache>(warmed));
 }
 
-TEST_F(NewsTests, requestsThatEndWithoutAnAnswerAreAnsweredWithAFailure) {
+TEST_F(NewsTest, requestsThatEndWithoutAnAnswerAreAnsweredWithAFailure) {
   AuthDataCoordinator nowhere(std::make_shared<AuthSessionManager>());
   const auto entitlement = Account(nowhere).checkEntitlement("token").get();
   EXPECT_TRUE(std::holds_alternative<request::InternalError>(entitlement));
@@ -78,7 +78,7 @@ Detached walk(News news, Walk& walk) {
   walk.end.set_value(article && again ? "done" : "failed");
 }
 
-TEST_F(NewsTests, coroutinesGoOnWhereTheCallbackRunsOrOnTheMainQueue) {
+TEST_F(NewsTest, coroutinesGoOnWhereTheCallbackRunsOrOnTheMainQueue) {
   Walk walked;
   walk(news, walked);
   auto end = walked.end.get_future();
@@ -93,7 +93,7 @@ TEST_F(NewsTests, coroutinesGoOnWhereTheCallbackRunsOrOnTheMainQueue) {
   EXPECT_EQ(test::await(atOnce.end.get_future()), "Request Stream - No Base URL");
 }
 
-TEST_F(NewsTests, coroutinesOfAnOwnerThatHasGoneComeToTheirEnd) {
+TEST_F(NewsTest, coroutinesOfAnOwnerThatHasGoneComeToTheirEnd) {
   misbehave("silent=/");
   std::optional<Subscription> owner(std::in_place);
   Walk walked;
