@@ -173,11 +173,11 @@ TEST_F(CoordinatorsTest, aMissingBaseURLIsAnInternalErrorOrSilence) {
 
 TEST_F(CoordinatorsTest, eachRequestIsTheseBytes) {
   ScriptedServer server(answer("{}"));
-  auth->setBaseURL(server.url("/root"));
-  registration->setBaseURL(server.url("/root/"));
+  auth->setBaseURL(server.url("/base"));
+  registration->setBaseURL(server.url("/base/"));
   RegistrationCoordinator removal(std::make_shared<ContentSessionManager>(
       std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "url-cache")));
-  removal.setBaseURL(server.url("/root"));
+  removal.setBaseURL(server.url("/base"));
   Answers answers;
   const auto done = [&](const auto&...) { answers.add("done"); };
   const auto enrol = [&](bool optIn) {
@@ -226,9 +226,9 @@ TEST_F(CoordinatorsTest, eachRequestIsTheseBytes) {
     const auto request = server.requests().back();
     EXPECT_EQ(request.head + request.body,
               row.body.empty()
-                  ? "GET /root/entitlement HTTP/1.1\r\n" + origin +
+                  ? "GET /base/entitlement HTTP/1.1\r\n" + origin +
                         "Accept: */*\r\nAuthorization: access token\r\n" + agent
-                  : "POST /root/" + row.path + " HTTP/1.1\r\n" + origin +
+                  : "POST /base/" + row.path + " HTTP/1.1\r\n" + origin +
                         "Content-Type: application/json\r\nAccept: application/json\r\n" + agent +
                         "Content-Length: " + length + "\r\n" + row.body);
   }
