@@ -20,19 +20,25 @@ std::optional<CachedURLResponse> URLCache::cachedResponse(const URLRequest& requ
   return store_->find(request);
 }
 
+std::optional<URLCache::Known> URLCache::cachedResponseAtOnce(const URLRequest& request) const {
+  return store_->findAtOnce(request);
+}
+
 std::optional<CachedURLResponse> URLCache::cachedResponseThroughRedirects(
     URLRequest request) const {
-  return internal::endOf(internal::lookUpHops(*this, std::move(request)));
+  internal::HopsLookUp lookUp(std::move(request));
+  lookUp.goOn(*this);
+  return internal::endOf(lookUp.take());
 }
 
 void URLCache::storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) {
   store_->apply({{request, response}});
-  store_->settle();
+  store_->shortenLog();
 }
 
 void URLCache::removeCachedResponse(const URLRequest& request) {
   store_->apply({{request, std::nullopt}});
-  store_->settle();
+  store_->shortenLog();
 }
 
 void URLCache::apply(std::vector<Change> changes) { store_->apply(std::move(changes)); }

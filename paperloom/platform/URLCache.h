@@ -51,6 +51,15 @@ class PAPERLOOM_EXPORT URLCache {
   // methods other than GET and HEAD.
   std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) const;
 
+  // The same where that can be told without the disk: an answer in memory, or that nothing is kept
+  // for the request. Nothing where only the disk can tell; that is so at first, and whenever no
+  // call has looked at the disk for a while. Never waits. Counts as a look-up, and as a use, only
+  // when it tells.
+  struct Known {
+    std::optional<CachedURLResponse> response;
+  };
+  std::optional<Known> cachedResponseAtOnce(const URLRequest& request) const;
+
   // The one that the request ends at by way of stored redirects, followed as a session does.
   // Nothing when one of them leads to what is not stored, or nowhere.
   std::optional<CachedURLResponse> cachedResponseThroughRedirects(URLRequest request) const;
@@ -71,10 +80,11 @@ class PAPERLOOM_EXPORT URLCache {
     std::optional<CachedURLResponse> response;
   };
   void apply(std::vector<Change> changes);
-  // Does what apply() leaves for a quiet moment, as storeCachedResponse() and
-  // removeCachedResponse() do themselves: what was written to the file's log goes into the file once
-  // it is much. May take as long as the disk needs; looking up and storing go on beside it. Without
-  // it apply() sees to that when it can be put off no longer.
+  // Does what is best done in a quiet moment. What apply() has written to the file's log goes into
+  // the file once it is much, which storeCachedResponse() and removeCachedResponse() see to
+  // themselves, and apply() when it can be put off no longer. What the file holds is learnt, for
+  // cachedResponseAtOnce(). May take as long as the disk needs; looking up and storing go on beside
+  // it.
   void settle();
   // Leaves nothing behind in memory, in the file, its log or its free pages.
   void removeAllCachedResponses();

@@ -30,6 +30,13 @@ inline std::string bodyOf(const URLCache& cache, const std::string& url, HTTPHea
   return kept ? std::string(kept->data.view()) : "(none)";
 }
 
+// The same as far as it can be told at once; "(unknown)" where it cannot.
+inline std::string toldAtOnce(const URLCache& cache, const std::string& url) {
+  const auto known = cache.cachedResponseAtOnce(request(url));
+  if (!known) return "(unknown)";
+  return known->response ? std::string(known->response->data.view()) : "(none)";
+}
+
 // A body whose every part tells which URL and version it belongs to, so that a mixed-up or torn one
 // is noticed.
 inline std::string bodyFor(const std::string& url, int version, std::size_t size) {

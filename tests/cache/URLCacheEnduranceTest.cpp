@@ -306,8 +306,12 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
   for (int i = 0; i < rounds; ++i) {
     ASSERT_EQ(::read(toParent[0], &token, 1), 1);
     const std::string expected = i % 4 < 2 ? bodyFor(url(1), i, size(1)) : "(none)";
-    EXPECT_EQ(bodyOf(cache, url(1)), expected) << i;
-    EXPECT_EQ(bodyOf(cache, url(1)), expected) << i;
+    for (int look = 0; look < 2; ++look) {
+      const std::string told = toldAtOnce(cache, url(1));
+      EXPECT_TRUE(told == expected || told == "(unknown)") << i;
+      EXPECT_EQ(bodyOf(cache, url(1)), expected) << i;
+      cache.settle();
+    }
     if (i % 4 == 1) store(cache, 1, -i);
     ASSERT_EQ(::write(toChild[1], &token, 1), 1);
   }

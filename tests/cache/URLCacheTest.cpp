@@ -195,6 +195,44 @@ TEST_F(URLCacheTest,
   EXPECT_LE(std::filesystem::file_size(disk.diskFile()), megabyte / 5 * 3 / 2);
 }
 
+TEST_F(URLCacheTest, whatIsToldAtOnceIsWhatTheFileHolds) {
+  const std::string old = "http://host/old";
+  const std::string fresh = "http://host/fresh";
+  const std::string never = "http://host/never";
+  URLCache(0, 10 * megabyte, path_).storeCachedResponse(answer("old"), request(old));
+  URLCache cache(megabyte, 10 * megabyte, path_);
+  // It tells more for a while after a look-up, so there is one before each attempt.
+  const auto told = [&](const std::string& url) {
+    std::string text = "(unknown)";
+    for (int i = 0; i < 20 && text == "(unknown)"; ++i) {
+      bodyOf(cache, "http://host/looked-up");
+      const auto before = cache.statistics().lookUps;
+      text = toldAtOnce(cache, url);
+      EXPECT_EQ(cache.statistics().lookUps - before, text == "(unknown)" ? 0 : 1);
+    }
+    return text;
+  };
+  EXPECT_EQ(toldAtOnce(cache, old), "(unknown)");
+  EXPECT_EQ(told(never), "(unknown)");
+  cache.settle();
+  EXPECT_EQ(told(never), "(none)");
+  EXPECT_EQ(told(old), "(unknown)");
+  EXPECT_EQ(bodyOf(cache, old), "old");
+  EXPECT_EQ(told(old), "old");
+  cache.storeCachedResponse(answer("fresh"), request(fresh));
+  EXPECT_EQ(told(fresh), "fresh");
+  EXPECT_EQ(told(never), "(none)");
+  URLCache other(megabyte, 10 * megabyte, path_);
+  other.storeCachedResponse(answer("newer"), request(fresh));
+  other.storeCachedResponse(answer("others"), request(never));
+  EXPECT_EQ(told(fresh), "(unknown)");
+  EXPECT_EQ(told(never), "(unknown)");
+  EXPECT_EQ(bodyOf(cache, fresh), "newer");
+  cache.removeAllCachedResponses();
+  for (const std::string& url : {old, fresh, never}) EXPECT_NE(told(url), "old") << url;
+  EXPECT_EQ(bodyOf(cache, fresh), "(none)");
+}
+
 TEST_F(URLCacheTest, anAnswerAboveATwentiethOfTheCapacityEvictsNothing) {
   URLCache memory(megabyte, 0, "");
   URLCache disk(0, megabyte, path_);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -36,6 +37,15 @@ class BatchThread {
     }
     added_.notifyOne();
     return true;
+  }
+
+  // The first job that the thread has not taken yet, for a thread that can do it sooner.
+  std::optional<Job> takeOne() {
+    const MutexLock lock(mutex_);
+    if (jobs_.empty()) return std::nullopt;
+    std::optional<Job> job(std::move(jobs_.front()));
+    jobs_.erase(jobs_.begin());
+    return job;
   }
 
   // Does or drops what is left, and ends the thread. To be called once, before the destruction.

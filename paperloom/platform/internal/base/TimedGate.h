@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <utility>
 
 #include "paperloom/platform/Mutex.h"
 
@@ -34,6 +35,12 @@ class PAPERLOOM_THREAD_SAFETY(capability("gate")) TimedGate {
     }
     taken_ = true;
     return true;
+  }
+
+  // Waits for nobody.
+  bool tryEnter() PAPERLOOM_TRY_ACQUIRE(true) PAPERLOOM_UNCHECKED_LOCKING {
+    const MutexLock lock(mutex_);
+    return !std::exchange(taken_, true);
   }
 
   void leave() PAPERLOOM_RELEASE() PAPERLOOM_UNCHECKED_LOCKING {

@@ -74,7 +74,7 @@ bool CacheConnection::write(Deadline deadline, Room room, const CacheKey* key, c
     const SQLiteStatus done = transact(key, work);
     if (done) {
       lockedOut_ = false;
-      isUnsettled_ = writer_->logIsOverLimit();
+      isLogLong_ = writer_->logIsOverLimit();
       if (writer_->needsScrub() && Clock::now() >= nextScrub_) scrub(Clock::now());
       return true;
     }
@@ -100,6 +100,7 @@ SQLiteStatus CacheConnection::transact(const CacheKey* key, const Work& work) {
   TRY(writer_->commit());
   // Only now: until here it might not have happened.
   ledger_.noteRemoved(outdated);
+  ledger_.noteWrite(writer_->writeMarks(), writer_->stored());
   ledger_.advanceClock(writer_->clock());
   return {};
 }
@@ -148,16 +149,23 @@ void CacheConnection::scrubIfSparse(Deadline deadline) {
   if (!writer_->logIsLong() && writer_->isSparse().value_or(false)) scrub(deadline);
 }
 
-// On a connection of its own, beside which the others go on.
-void CacheConnection::settle() {
-  if (!isUnsettled_ || !settling_.try_lock()) return;
-  if (Clock::now() >= nextSettling_) {
-    isUnsettled_ = false;
+void CacheConnection::shortenLog() {
+  if (!isLogLong_ || !shortening_.try_lock()) return;
+  if (Clock::now() >= nextCheckpoint_) {
+    isLogLong_ = false;
     auto database = connectCacheFile(file_, Clock::now());
     if (database) static_cast<void>(database->checkpoint(SQLiteDatabase::Checkpoint::passive));
-    nextSettling_ = Clock::now() + pause;
+    nextCheckpoint_ = Clock::now() + pause;
   }
-  settling_.unlock();
+  shortening_.unlock();
+}
+
+void CacheConnection::learnRows() {
+  if (ledger_.knowsRows() || !isOpen()) return;
+  const std::uint64_t begun = ledger_.beginToLearnRows();
+  auto reader = anotherReader(Clock::now());
+  auto ids = reader ? reader->ids() : tl::unexpected(reader.error());
+  if (ids) ledger_.learnRows(begun, *std::move(ids));
 }
 
 bool CacheConnection::read(Deadline deadline, const Read& work) {
@@ -190,6 +198,7 @@ std::optional<SQLiteStatus> CacheConnection::tryToRead(Deadline deadline, const 
   reader_->waitForLocksUntil(lockDeadline(readLockedOut_, deadline));
   SQLiteStatus done = work(*reader_);
   readLockedOut_ = !done && done.error().isBusy();
+  if (done) noticeOthers(deadline);
   return done;
 }
 
@@ -213,12 +222,29 @@ void CacheConnection::noticeOthers(Deadline deadline) {
     ledger_.startGeneration();
     return;
   }
+  const SQLiteLogMark mark = reader_->logMark();
+  if (ledger_.isCurrent(mark)) return;
   const auto version = reader_->dataVersion();
-  if (!version || *version == dataVersion_) return;
-  if (const auto stamp = reader_->stamp()) {
+  if (!version) return;
+  if (*version != dataVersion_) {
+    const auto stamp = reader_->stamp();
+    if (!stamp) return;
     ledger_.noteStamp(*stamp, name_);
     dataVersion_ = *version;
   }
+  ledger_.noteCurrent(mark);
+}
+
+bool CacheConnection::isOpen() {
+  if (!readGate_.tryEnter()) return false;
+  const TimedGate::Hold hold(readGate_);
+  return reader_.has_value();
+}
+
+bool CacheConnection::isCurrent() {
+  if (!readGate_.tryEnter()) return false;
+  const TimedGate::Hold hold(readGate_);
+  return reader_ && Clock::now() < nextLook_ && ledger_.isCurrent(reader_->logMark());
 }
 
 bool CacheConnection::ensureWriter(Deadline deadline) {
@@ -284,6 +310,9 @@ bool CacheConnection::place(std::optional<CacheWriter> writer, CacheReader reade
     openedBefore_ = true;
     ledger_.advanceClock(writer->clock());
   }
+  ledger_.noteCurrent({});
+  ledger_.forgetRows();
+  if (writer && writer->usage() == 0) ledger_.learnRows(ledger_.beginToLearnRows(), {});
   identity_ = identityOf(file_);
   dataVersion_ = -1;
   writer_ = std::move(writer);

@@ -55,20 +55,26 @@ class CacheConnection {
   void scrub(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
   void scrubIfSparse(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
 
-  // Brings the log into the file if it is longer than it should be. Takes as long as the disk does,
-  // but holds up nobody who reads or writes meanwhile.
-  void settle();
+  // Bring the log into the file if it is longer than it should be; tell the ledger which rows there
+  // are if it does not know. On a connection of their own: they take as long as the disk does, but
+  // hold up nobody who reads or writes meanwhile.
+  void shortenLog();
+  void learnRows();
 
   bool read(Deadline deadline, const Read& work);
   // A connection of its own, for what takes long.
   SQLiteResult<CacheReader> anotherReader(Deadline deadline);
   // The ledger's, after a look at what others have done to the file.
   std::uint64_t generation(Deadline deadline);
+  // Whether nobody else can have changed the file since somebody last looked. Touches no disk and
+  // waits for nobody; false where it cannot be told so.
+  bool isCurrent();
 
  private:
   using Clock = std::chrono::steady_clock;
 
   SQLiteStatus transact(const CacheKey* key, const Work& work) PAPERLOOM_REQUIRES(writeGate_);
+  bool isOpen();
   bool logIsFull(Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
   // Whether another attempt makes sense.
   bool recover(const SQLiteError& error, Deadline deadline) PAPERLOOM_REQUIRES(writeGate_);
@@ -96,9 +102,9 @@ class CacheConnection {
   CacheLedger& ledger_;
   std::atomic<bool> lockedOut_ = false;
   std::atomic<bool> readLockedOut_ = false;
-  std::atomic<bool> isUnsettled_ = false;
-  Mutex settling_;
-  Clock::time_point nextSettling_ PAPERLOOM_GUARDED_BY(settling_){};
+  std::atomic<bool> isLogLong_ = false;
+  Mutex shortening_;
+  Clock::time_point nextCheckpoint_ PAPERLOOM_GUARDED_BY(shortening_){};
 
   TimedGate writeGate_;
   std::optional<CacheWriter> writer_ PAPERLOOM_GUARDED_BY(writeGate_);

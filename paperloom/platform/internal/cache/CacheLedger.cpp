@@ -125,6 +125,12 @@ std::uint64_t CacheLedger::generation() const {
 
 std::uint64_t CacheLedger::startGeneration() {
   const MutexLock lock(mutex_);
+  return nextGeneration();
+}
+
+std::uint64_t CacheLedger::nextGeneration() {
+  rows_.reset();
+  learning_ = 0;
   return ++generation_;
 }
 
@@ -132,12 +138,63 @@ void CacheLedger::noteStamp(const CacheStamp& stamp, std::int64_t own) {
   const MutexLock lock(mutex_);
   if (stamp.writer == own || stamp == foreign_) return;
   foreign_ = stamp;
-  ++generation_;
+  nextGeneration();
 }
 
 void CacheLedger::knowStamp(const CacheStamp& stamp) {
   const MutexLock lock(mutex_);
   foreign_ = stamp;
+}
+
+bool CacheLedger::isCurrent(const SQLiteLogMark& mark) const {
+  const MutexLock lock(mutex_);
+  return mark == current_;
+}
+
+void CacheLedger::noteCurrent(const SQLiteLogMark& mark) {
+  const MutexLock lock(mutex_);
+  current_ = mark;
+}
+
+void CacheLedger::noteWrite(const SQLiteWriteMarks& marks,
+                            const std::vector<std::int64_t>& stored) {
+  const MutexLock lock(mutex_);
+  for (const std::int64_t id : stored) {
+    if (rows_) rows_->add(id);
+    if (learning_ != 0) storedMeanwhile_.push_back(id);
+  }
+  if (marks.before == current_) current_ = marks.after;
+}
+
+bool CacheLedger::mayHold(const CacheKey& key) const {
+  const MutexLock lock(mutex_);
+  return !rows_ || rows_->mayHold(key);
+}
+
+bool CacheLedger::knowsRows() const {
+  const MutexLock lock(mutex_);
+  return rows_ && !rows_->isFull();
+}
+
+std::uint64_t CacheLedger::beginToLearnRows() {
+  const MutexLock lock(mutex_);
+  storedMeanwhile_.clear();
+  return learning_ = ++attempts_;
+}
+
+void CacheLedger::learnRows(std::uint64_t begun, std::vector<std::int64_t> ids) {
+  const MutexLock lock(mutex_);
+  if (begun != learning_) return;  // others have changed something, or another attempt has begun
+  learning_ = 0;
+  ids.insert(ids.end(), storedMeanwhile_.begin(), storedMeanwhile_.end());
+  storedMeanwhile_.clear();
+  rows_.emplace(ids);
+}
+
+void CacheLedger::forgetRows() {
+  const MutexLock lock(mutex_);
+  rows_.reset();
+  learning_ = 0;
 }
 
 }  // namespace paperloom::internal

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -10,6 +11,8 @@
 #include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/internal/cache/CacheEntryFormat.h"
 #include "paperloom/platform/internal/cache/CacheReader.h"
+#include "paperloom/platform/internal/cache/RowFilter.h"
+#include "paperloom/platform/internal/sqlite/SQLiteFiles.h"
 
 namespace paperloom::internal {
 
@@ -59,7 +62,27 @@ class CacheLedger {
   // When the file is opened for the first time.
   void knowStamp(const CacheStamp& stamp);
 
+  // Whether the file's log is as it was when the generation was last told, but for what this
+  // process wrote: then what it knows of the file is all there is to know.
+  bool isCurrent(const SQLiteLogMark& mark) const;
+  void noteCurrent(const SQLiteLogMark& mark);
+  // After a commit of this process's, with the rows that it stored.
+  void noteWrite(const SQLiteWriteMarks& marks, const std::vector<std::int64_t>& stored);
+
+  // Which URLs have no row, so that many a miss needs no look at the file. It is known once it has
+  // been learnt, until another process changes something or many rows have been stored. True where
+  // it is not known.
+  bool mayHold(const CacheKey& key) const;
+  bool knowsRows() const;
+  // The rows that are then read, in a transaction that begins after this, are handed to learnRows()
+  // with the number that this gives.
+  std::uint64_t beginToLearnRows();
+  void learnRows(std::uint64_t begun, std::vector<std::int64_t> ids);
+  void forgetRows();
+
  private:
+  std::uint64_t nextGeneration() PAPERLOOM_REQUIRES(mutex_);
+
   mutable Mutex mutex_;
   std::vector<MemoryTier*> memories_ PAPERLOOM_GUARDED_BY(mutex_);
   // Row id to the clock of its last use.
@@ -71,6 +94,13 @@ class CacheLedger {
   int allOutdated_ PAPERLOOM_GUARDED_BY(mutex_) = 0;  // how often everything was to be removed
   std::uint64_t generation_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
   CacheStamp foreign_ PAPERLOOM_GUARDED_BY(mutex_);
+  SQLiteLogMark current_ PAPERLOOM_GUARDED_BY(mutex_);
+  std::optional<RowFilter> rows_ PAPERLOOM_GUARDED_BY(mutex_);
+  // While rows are being learnt: the number of the attempt, and what has been stored since it
+  // began.
+  std::uint64_t learning_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  std::uint64_t attempts_ PAPERLOOM_GUARDED_BY(mutex_) = 0;
+  std::vector<std::int64_t> storedMeanwhile_ PAPERLOOM_GUARDED_BY(mutex_);
 };
 
 }  // namespace paperloom::internal

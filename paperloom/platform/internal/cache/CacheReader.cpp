@@ -69,6 +69,7 @@ struct CacheReader::Sql {
       database,
       "SELECT answers.id, answers.sum, answers.head, uses.used "
       "FROM uses JOIN answers ON answers.id = uses.id"};
+  SQLiteCall<std::tuple<std::int64_t>()> ids{database, "SELECT id FROM uses"};
 };
 
 CacheReader::CacheReader(SQLiteDatabase database)
@@ -137,5 +138,13 @@ SQLiteResult<std::vector<CacheReader::Listed>> CacheReader::list() {
   TRY(sql_->all.forEach(look));
   return entries;
 }
+
+SQLiteResult<std::vector<std::int64_t>> CacheReader::ids() {
+  std::vector<std::int64_t> ids;
+  TRY(sql_->ids.forEach([&](std::int64_t id) { ids.push_back(id); }));
+  return ids;
+}
+
+SQLiteLogMark CacheReader::logMark() const { return internal::logMark(sql_->database.handle()); }
 
 }  // namespace paperloom::internal

@@ -8,6 +8,7 @@
 
 #include "paperloom/platform/internal/cache/CacheEntryFormat.h"
 #include "paperloom/platform/internal/sqlite/SQLite.h"
+#include "paperloom/platform/internal/sqlite/SQLiteFiles.h"
 
 namespace paperloom::internal {
 
@@ -56,6 +57,8 @@ class CacheReader {
     std::int64_t used = 0;
   };
   SQLiteResult<std::vector<Listed>> list();
+  SQLiteResult<std::vector<std::int64_t>> ids();
+  SQLiteLogMark logMark() const;
 
  private:
   struct Sql;

@@ -110,6 +110,7 @@ void CacheWriter::waitForLocksUntil(SQLiteDatabase::Deadline deadline) {
 SQLiteStatus CacheWriter::begin(std::int64_t clock, LastUse lastUse) {
   TRY(sql_->begin());
   changed_ = false;
+  stored_.clear();
   lastUse_ = std::move(lastUse);
   totalBefore_ = sql_->database.totalChanges();
   const auto read = readState();
@@ -141,6 +142,8 @@ SQLiteStatus CacheWriter::commit() {
   return sql_->commit();
 }
 
+SQLiteWriteMarks CacheWriter::writeMarks() const { return lastWriteMarks(sql_->database.handle()); }
+
 SQLiteStatus CacheWriter::writeState() {
   return sql_->writeState(state_.bytes, state_.clock, changed_ ? writer_ : before_.writer,
                           state_.changes, state_.scrub);
@@ -162,6 +165,7 @@ SQLiteResult<std::int64_t> CacheWriter::store(const CacheKey& key, VaryMatcher& 
   const auto kept = TRY(sql_->sumOf(id));
   if (kept != Number(sum)) return corrupt();
   state_.bytes += entry.size;
+  stored_.push_back(id);
   changed_ = true;
   TRY(evict(capacity));
   return id;

@@ -48,6 +48,12 @@ class CacheWriter {
   void rollback();
   // As it was when the transaction began.
   CacheStamp stampBefore() const { return before_; }
+  // The rows that it has stored so far.
+  const std::vector<std::int64_t>& stored() const { return stored_; }
+  // Of the log, around the last transaction.
+  SQLiteWriteMarks writeMarks() const;
+  // The size of all entries in bytes.
+  std::int64_t usage() const { return state_.bytes; }
 
   // Replaces the variants that fit the request, then evicts down to `capacity`. Gives the row's id.
   SQLiteResult<std::int64_t> store(const CacheKey& key, VaryMatcher& request,
@@ -118,6 +124,7 @@ class CacheWriter {
   std::int64_t totalBefore_ = 0;
   State state_;
   bool changed_ = false;
+  std::vector<std::int64_t> stored_;
   bool structureChecked_ = false;
   LastUse lastUse_;
 };

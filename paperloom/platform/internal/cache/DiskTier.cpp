@@ -81,6 +81,11 @@ std::optional<CacheEntry> DiskTier::find(const CacheKey& key, VaryMatcher& reque
   return std::move(found.entry);
 }
 
+std::optional<std::uint64_t> DiskTier::generationAtOnce() {
+  if (!connection_.isCurrent()) return std::nullopt;
+  return ledger_.generation();
+}
+
 void DiskTier::change(const std::vector<Change>& changes, std::int64_t capacity,
                       const MemoryTier* own, Deadline deadline) {
   if (changes.size() > 1 && changeTogether(changes, capacity, own, deadline)) return;

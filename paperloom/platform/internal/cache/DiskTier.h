@@ -45,6 +45,12 @@ class DiskTier {
   // Another number than before when another process may have changed something meanwhile.
   std::uint64_t generation(Deadline deadline) { return connection_.generation(deadline); }
 
+  // The generation as it is known, where nothing can have changed it; nothing where only a look at
+  // the file can tell. Touches no disk and waits for nobody.
+  std::optional<std::uint64_t> generationAtOnce();
+  // False: nothing is kept under that key, as far as the generation tells.
+  bool mayHold(const CacheKey& key) const { return ledger_.mayHold(key); }
+
   std::optional<CacheEntry> find(const CacheKey& key, VaryMatcher& request, const URL& url,
                                  Deadline deadline);
   // Counts a use of the row. The file learns of it when the row would be evicted, or in the end.
@@ -69,9 +75,9 @@ class DiskTier {
   // cache that asks.
   void change(const std::vector<Change>& changes, std::int64_t capacity, const MemoryTier* own,
               Deadline deadline);
-  // Brings the file into shape when that has been put off: takes as long as the disk does, while
-  // others read and write.
-  void settle() { connection_.settle(); }
+  // For quiet moments: they take as long as the disk does, while others read and write.
+  void shortenLog() { connection_.shortenLog(); }
+  void learnRows() { connection_.learnRows(); }
   void removeAll(const MemoryTier* own, const Then& then, Deadline deadline);
   // Evicts down to the capacity, and gives the room back to the file system if it is much.
   void trim(std::int64_t capacity, Deadline deadline);

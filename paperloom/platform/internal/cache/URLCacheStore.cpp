@@ -55,6 +55,30 @@ std::optional<CachedURLResponse> URLCacheStore::find(const URLRequest& request) 
   return response;
 }
 
+std::optional<URLCache::Known> URLCacheStore::findAtOnce(const URLRequest& request) {
+  if (!isKept(request.method)) return URLCache::Known();
+  std::shared_ptr<DiskTier> disk;
+  if (hasDisk()) {
+    if (!mutex_.try_lock()) return std::nullopt;
+    disk = disk_;
+    mutex_.unlock();
+    const auto generation = disk ? disk->generationAtOnce() : std::nullopt;
+    if (!generation) return std::nullopt;
+    memory_.enterGeneration(*generation);
+  }
+  const CacheKey key = cacheKey(request.url);
+  VaryMatcher matcher(request.headers);
+  if (const auto entry = memory_.find(key, matcher)) {
+    if (disk) disk->noteUse(entry->id);
+    ++lookUps_;
+    ++memoryHits_;
+    return URLCache::Known{entry->response};
+  }
+  if (disk && disk->mayHold(key)) return std::nullopt;
+  ++lookUps_;
+  return URLCache::Known();
+}
+
 // What the tiers need of a change; the tiers point into it.
 struct URLCacheStore::Prepared {
   explicit Prepared(const URLCache::Change& change)
@@ -113,7 +137,14 @@ void URLCacheStore::apply(std::vector<URLCache::Change> changes) {
 }
 
 void URLCacheStore::settle() {
-  if (const auto disk = this->disk(inAWhile())) disk->settle();
+  const auto disk = this->disk(inAWhile());
+  if (!disk) return;
+  disk->shortenLog();
+  disk->learnRows();
+}
+
+void URLCacheStore::shortenLog() {
+  if (const auto disk = this->disk(inAWhile())) disk->shortenLog();
 }
 
 void URLCacheStore::removeAll() {
@@ -161,7 +192,7 @@ std::vector<URLCache::Entry> URLCacheStore::entries() {
 
 std::shared_ptr<DiskTier> URLCacheStore::disk(DiskTier::Deadline deadline) {
   const std::int64_t capacity = diskCapacity_;
-  if (capacity == 0 || diskPath_.empty()) return nullptr;
+  if (!hasDisk()) return nullptr;
   std::shared_ptr<DiskTier> opened;
   {
     const MutexLock lock(mutex_);

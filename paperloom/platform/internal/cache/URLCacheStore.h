@@ -25,8 +25,11 @@ class URLCacheStore {
   URLCacheStore& operator=(const URLCacheStore&) = delete;
 
   std::optional<CachedURLResponse> find(const URLRequest& request);
+  std::optional<URLCache::Known> findAtOnce(const URLRequest& request);
   void apply(std::vector<URLCache::Change> changes);
+  // Both of URLCache::settle()'s deeds, or the first.
   void settle();
+  void shortenLog();
   void removeAll();
 
   MemoryTier& memory() { return memory_; }
@@ -40,6 +43,7 @@ class URLCacheStore {
  private:
   struct Prepared;
   DiskTier::Change changeFor(Prepared& prepared, URLCache::Change& change);
+  bool hasDisk() const { return diskCapacity_ != 0 && !diskPath_.empty(); }
   std::shared_ptr<DiskTier> disk(DiskTier::Deadline deadline);
   std::filesystem::path folder() const;
 

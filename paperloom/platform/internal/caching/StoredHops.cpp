@@ -14,16 +14,23 @@ std::optional<RedirectTarget> targetOf(const StoredHop& hop) {
 
 }  // namespace
 
-StoredHops lookUpHops(const URLCache& cache, URLRequest request) {
-  StoredHops hops;
-  while (hops.size() <= maximumRedirects) {
-    auto stored = cache.cachedResponse(request);
-    hops.push_back({std::move(request), std::move(stored)});
-    auto target = targetOf(hops.back());
-    if (!target || !target->request) break;
-    request = *std::move(target->request);
+bool HopsLookUp::goOnAtOnce(const URLCache& cache) {
+  while (next_) {
+    auto known = cache.cachedResponseAtOnce(*next_);
+    if (!known) return false;
+    add(std::move(known->response));
   }
-  return hops;
+  return true;
+}
+
+void HopsLookUp::goOn(const URLCache& cache) {
+  while (next_) add(cache.cachedResponse(*next_));
+}
+
+void HopsLookUp::add(std::optional<CachedURLResponse> stored) {
+  hops_.push_back({*std::exchange(next_, std::nullopt), std::move(stored)});
+  if (hops_.size() > maximumRedirects) return;
+  if (auto target = targetOf(hops_.back())) next_ = std::move(target->request);
 }
 
 std::optional<CachedURLResponse> endOf(const StoredHops& hops) {

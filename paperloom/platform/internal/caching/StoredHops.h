@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "paperloom/platform/URLCache.h"
@@ -14,9 +15,25 @@ struct StoredHop {
 };
 using StoredHops = std::vector<StoredHop>;
 
-// Looks the request up, and what the redirects among what it finds lead to: as far as something is
-// stored, and no farther than a session follows them. At least one hop. May wait for the disk.
-StoredHops lookUpHops(const URLCache& cache, URLRequest request);
+// Looks a request up, and what the redirects among what it finds lead to: as far as something is
+// stored, and no farther than a session follows them.
+class HopsLookUp {
+ public:
+  explicit HopsLookUp(URLRequest request) : next_(std::move(request)) {}
+
+  // Goes as far as the cache can tell at once. True when nothing is left to be looked up.
+  bool goOnAtOnce(const URLCache& cache);
+  // To the end. May wait for the disk.
+  void goOn(const URLCache& cache);
+  // What has been found: at the end at least one hop.
+  StoredHops take() { return std::move(hops_); }
+
+ private:
+  void add(std::optional<CachedURLResponse> stored);
+
+  StoredHops hops_;
+  std::optional<URLRequest> next_;
+};
 
 // What the hops end at; nothing where that is not stored, or is one more redirect to follow.
 std::optional<CachedURLResponse> endOf(const StoredHops& hops);

@@ -1,6 +1,7 @@
 #include "paperloom/platform/internal/session/CacheThreads.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <utility>
 
@@ -10,12 +11,21 @@ namespace paperloom::internal {
 
 CacheThreads::CacheThreads(std::shared_ptr<URLCache> cache)
     : cache_(std::move(cache)),
-      reader_([this](auto lookUps) { find(std::move(lookUps)); }),
+      reader_([this](auto lookUps) { find(std::move(lookUps)); }, [this] { settle(); }),
       writer_([this](auto writes) { apply(std::move(writes)); }, [this] { settle(); }) {}
 
-void CacheThreads::lookUp(URLRequest request, Found then) {
-  LookUp lookUp{std::move(request), std::move(then)};
+std::optional<StoredHops> CacheThreads::lookUp(URLRequest request, Found then) {
+  LookUp lookUp{HopsLookUp(std::move(request)), std::move(then)};
+  if (lookUp.hops.goOnAtOnce(*cache_)) return lookUp.hops.take();
   reader_.add(lookUp);
+  return std::nullopt;
+}
+
+bool CacheThreads::lookUpHere() {
+  if (!isDiskQuick_) return false;
+  auto one = reader_.takeOne();
+  if (one) find(*one, Thread::helping);
+  return one.has_value();
 }
 
 void CacheThreads::write(std::vector<URLCache::Change> changes, Written then) {
@@ -33,10 +43,15 @@ void CacheThreads::finish() {
 }
 
 void CacheThreads::find(std::vector<LookUp> lookUps) {
-  for (LookUp& one : lookUps) {
-    const bool isLast = &one == &lookUps.back();
-    one.then(lookUpHops(*cache_, std::move(one.request)), isLast ? Thread::idle : Thread::busy);
-  }
+  for (LookUp& one : lookUps) find(one, &one == &lookUps.back() ? Thread::idle : Thread::busy);
+}
+
+void CacheThreads::find(LookUp& one, Thread thread) {
+  constexpr auto quick = std::chrono::milliseconds(1);
+  const auto begun = std::chrono::steady_clock::now();
+  one.hops.goOn(*cache_);
+  isDiskQuick_ = std::chrono::steady_clock::now() - begun < quick;
+  one.then(one.hops.take(), thread);
 }
 
 void CacheThreads::apply(std::vector<Write> writes) {

@@ -41,8 +41,10 @@ bool SessionCore::makeLoop() {
   for (;;) {
     auto loop = std::make_unique<SessionLoop>(
         limits_, *callbacks_, cache_.get(), [this](auto task, auto hops, auto thread) {
+          using Thread = CacheThreads::Thread;
           post({Command::found, std::move(task), std::move(hops)},
-               thread == CacheThreads::Thread::idle);
+               thread == Thread::helping ? Poster::worker : Poster::cacheThread,
+               thread != Thread::busy);
         });
     if (loop->isUsable()) {
       const MutexLock whole(loopMutex_);
@@ -81,8 +83,10 @@ void SessionCore::failPosted(std::vector<Posted> posted) {
 void SessionCore::work(SessionCore& core, std::size_t worker,
                        std::shared_ptr<CallbackQueue> callbacks) {
   while (core.turn(worker)) {
-    callbacks->run();
-    if (callbacks->isFinished()) return;
+    do {
+      callbacks->run();
+      if (callbacks->isFinished()) return;
+    } while (core.cache_ && core.cache_->lookUpHere());
   }
   callbacks->run();
 }
@@ -95,11 +99,11 @@ void SessionCore::startSecondWorker() {
 }
 
 bool SessionCore::post(Command command, const std::shared_ptr<TaskCore>& task) {
-  return post({command, task}, command == Command::start);
+  return post({command, task}, Poster::host, command == Command::start);
 }
 
-bool SessionCore::post(Posted posted, bool mayObeyDirectly) {
-  if (mayObeyDirectly && obeyDirectly(posted)) return true;
+bool SessionCore::post(Posted posted, Poster poster, bool mayObeyDirectly) {
+  if (mayObeyDirectly && obeyDirectly(posted, poster)) return true;
   CurlLoop* toWake = nullptr;
   {
     const MutexLock lock(mutex_);
@@ -124,11 +128,10 @@ bool SessionCore::post(Posted posted, bool mayObeyDirectly) {
 
 // On the thread of a host a request is only sent where that touches no disk: the certificates for
 // TLS lie there.
-bool SessionCore::obeyDirectly(Posted& posted) {
-  const bool isFromHost = posted.command == Command::start;
+bool SessionCore::obeyDirectly(Posted& posted, Poster poster) {
   const bool mayReadDisk = posted.task->request.url.scheme() != "http" ||
                            !limits_.additionalCertificateAuthorities.empty();
-  if (isFromHost && mayReadDisk) return false;
+  if (poster == Poster::host && mayReadDisk) return false;
   if (!loopMutex_.try_lock()) return false;
   bool isFree = false;
   {
@@ -143,7 +146,8 @@ bool SessionCore::obeyDirectly(Posted& posted) {
   }
   loopMutex_.unlock();
   // The answer may be there already.
-  if (isFree && callbacks_->needsRunner()) network()->wake();
+  const bool leavesCallbacks = isFree && poster != Poster::worker;
+  if (leavesCallbacks && callbacks_->needsRunner()) network()->wake();
   return isFree;
 }
 

@@ -23,8 +23,10 @@ namespace paperloom::internal {
 // is woken takes in what has come and runs the completions that follow from it at once, if the
 // other is not at that, while the other goes on waiting. And who has something for the loop, a
 // thread that starts a task or the cache's thread that has looked one up, sees to it itself when
-// nobody else is at the loop. So an answer reaches its completion, and the next request the wire,
-// with as few hand-overs from thread to thread as there can be: they cost more than all the rest.
+// nobody else is at the loop. A worker that has run completions makes the look-ups that they have
+// asked for, where the disk is quick and the cache's thread has not got to them yet. So an answer
+// reaches its completion, and the next request the wire, with as few hand-overs from thread to
+// thread as there can be: they cost more than all the rest.
 //
 // mutex_ guards what is said to the loop (the inbox, whether the session closes) and who waits for
 // how long; it is held for moments. loopMutex_ guards the loop; it is held while the loop works,
@@ -62,9 +64,11 @@ class SessionCore {
   bool makeLoop();
   void failPosted(std::vector<Posted> posted);
   void startSecondWorker();
-  bool post(Posted posted, bool mayObeyDirectly);
+  // Who posts. A worker runs the completions that follow itself, others leave them to a worker.
+  enum class Poster { host, cacheThread, worker };
+  bool post(Posted posted, Poster poster, bool mayObeyDirectly);
   // Leaves `posted` alone when somebody else is at the loop.
-  bool obeyDirectly(Posted& posted);
+  bool obeyDirectly(Posted& posted, Poster poster);
   // One wait and what follows from it; false when the session has ended.
   bool turn(std::size_t worker);
   void waitForNetwork(std::size_t worker, CurlLoop::Ready& ready);

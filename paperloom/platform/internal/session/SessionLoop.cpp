@@ -111,10 +111,12 @@ void SessionLoop::found(Entry& entry, StoredHops hops) {
 void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   if (auto* delivery = std::get_if<Delivery>(&step)) return deliver(entry, std::move(*delivery));
   if (std::holds_alternative<Exchange::LookUp>(step)) {
-    return cache_->lookUp(entry.exchange.request(),
-                          [this, task = entry.task](auto hops, auto thread) mutable {
-                            whenFound_(std::move(task), std::move(hops), thread);
-                          });
+    auto known = cache_->lookUp(entry.exchange.request(),
+                                [this, task = entry.task](auto hops, auto thread) mutable {
+                                  whenFound_(std::move(task), std::move(hops), thread);
+                                });
+    if (known) found(entry, *std::move(known));
+    return;
   }
   auto request = std::get<URLRequest>(std::move(step));
   if (auto refusal = refusalOf(request, configuration_)) {
@@ -253,12 +255,12 @@ void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
   auto writes = std::exchange(delivery.writes, {});
   auto told = Events::hasListener() ? writes : std::vector<URLCache::Change>();
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  cache_->write(std::move(writes), [this, task = std::move(task), shared,
-                                    told = std::move(told)](auto place) mutable {
-    if (!told.empty()) tellWhatWasKept(*configuration_.urlCache, told);
-    addCallback(std::move(task), std::move(*shared));
-    if (place == CacheThreads::Place::last) wakeRunner();
-  });
+  cache_->write(std::move(writes),
+                [this, task = std::move(task), shared, told = std::move(told)](auto place) mutable {
+                  if (!told.empty()) tellWhatWasKept(*configuration_.urlCache, told);
+                  addCallback(std::move(task), std::move(*shared));
+                  if (place == CacheThreads::Place::last) wakeRunner();
+                });
 }
 
 void SessionLoop::addCallback(std::shared_ptr<TaskCore> task, Delivery delivery) {

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <new>
 #include <string>
@@ -100,12 +101,34 @@ class File : public sqlite3_file {
     return methodsBelow().xSync(below(), flags);
   }
 
+  int mapIndex(int region, int size, int extend, void volatile** mapped) {
+    const int code = methodsBelow().xShmMap(below(), region, size, extend, mapped);
+    if (region == 0) index_ = code == SQLITE_OK ? *mapped : nullptr;
+    return code;
+  }
+
+  int unmapIndex(int remove) {
+    index_ = nullptr;
+    return methodsBelow().xShmUnmap(below(), remove);
+  }
+
   int lockIndex(int offset, int count, int flags) {
     constexpr int writeLock = 0;
-    const bool endsWriting = (flags & SQLITE_SHM_UNLOCK) != 0 && offset == writeLock;
-    if (endsWriting && log_ != nullptr) log_->held_.clear();
-    return methodsBelow().xShmLock(below(), offset, count, flags);
+    const bool concernsWriting = offset == writeLock;
+    const bool ends = (flags & SQLITE_SHM_UNLOCK) != 0;
+    if (concernsWriting && ends) {
+      writeMarks_.after = mark();
+      if (log_ != nullptr) log_->held_.clear();
+    }
+    const int code = methodsBelow().xShmLock(below(), offset, count, flags);
+    if (concernsWriting && !ends && code == SQLITE_OK) writeMarks_.before = mark();
+    return code;
   }
+
+  SQLiteLogMark mark() const {
+    return SQLiteLogMark(static_cast<const volatile std::uint32_t*>(index_));
+  }
+  const SQLiteWriteMarks& writeMarks() const { return writeMarks_; }
 
   int close() {
     const int flushed = flush();
@@ -126,6 +149,8 @@ class File : public sqlite3_file {
   }
 
   File* log_ = nullptr;  // of this main file, while it is open
+  const volatile void* index_ = nullptr;  // the first part of the log's index, while it is mapped
+  SQLiteWriteMarks writeMarks_;
 
   File* main_ = nullptr;  // of this log
   bool isLog_ = false;
@@ -168,12 +193,14 @@ constexpr sqlite3_io_methods methods{
     passOn<&sqlite3_io_methods::xFileControl, int, void*>,
     passOn<&sqlite3_io_methods::xSectorSize>,
     passOn<&sqlite3_io_methods::xDeviceCharacteristics>,
-    passOn<&sqlite3_io_methods::xShmMap, int, int, int, void volatile**>,
+    [](sqlite3_file* file, int region, int size, int extend, void volatile** mapped) {
+      return File::of(file).mapIndex(region, size, extend, mapped);
+    },
     [](sqlite3_file* file, int offset, int count, int flags) {
       return File::of(file).lockIndex(offset, count, flags);
     },
     passOn<&sqlite3_io_methods::xShmBarrier>,
-    passOn<&sqlite3_io_methods::xShmUnmap, int>,
+    [](sqlite3_file* file, int remove) { return File::of(file).unmapIndex(remove); },
     nullptr,
     nullptr,
 };
@@ -191,7 +218,32 @@ int open(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* file, int flags, int
   return code;
 }
 
+// Null when it is not of this kind.
+File* fileOf(sqlite3* database) {
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(database, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
+  return file != nullptr && file->pMethods == &methods ? &File::of(file) : nullptr;
+}
+
 }  // namespace
+
+// Others may write it meanwhile. What is read of a commit in the middle of it is a mark that nobody
+// else has.
+SQLiteLogMark::SQLiteLogMark(const volatile std::uint32_t* index) : isKnown_(index != nullptr) {
+  if (!isKnown_) return;
+  for (std::uint32_t& word : words_) word = *index++;
+  std::atomic_thread_fence(std::memory_order_acquire);
+}
+
+SQLiteLogMark logMark(sqlite3* database) {
+  const File* const file = fileOf(database);
+  return file != nullptr ? file->mark() : SQLiteLogMark();
+}
+
+SQLiteWriteMarks lastWriteMarks(sqlite3* database) {
+  const File* const file = fileOf(database);
+  return file != nullptr ? file->writeMarks() : SQLiteWriteMarks();
+}
 
 const char* sqliteFiles() {
   static sqlite3_vfs* const files = [] {

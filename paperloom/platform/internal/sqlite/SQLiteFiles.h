@@ -1,6 +1,10 @@
 #pragma once
 
+#include <array>
 #include <chrono>
+#include <cstdint>
+
+struct sqlite3;
 
 namespace paperloom::internal {
 
@@ -15,6 +19,32 @@ namespace paperloom::internal {
 //   that after a power cut the pages of an earlier round are not taken for new ones; here there was
 //   no earlier round.
 const char* sqliteFiles();
+
+// What the index of a write-ahead log, which all connections share in memory, says of the log:
+// every commit changes it, whoever makes it (the header of section 2.2 in SQLite's "WAL-mode File
+// Format"). One that is not known is equal to none.
+class SQLiteLogMark {
+ public:
+  SQLiteLogMark() = default;
+  explicit SQLiteLogMark(const volatile std::uint32_t* index);
+
+  friend bool operator==(const SQLiteLogMark& a, const SQLiteLogMark& b) {
+    return a.isKnown_ && b.isKnown_ && a.words_ == b.words_;
+  }
+
+ private:
+  bool isKnown_ = false;
+  std::array<std::uint32_t, 12> words_{};
+};
+
+// As it is now; touches no disk. For a connection over sqliteFiles(), on the thread that uses it.
+SQLiteLogMark logMark(sqlite3* database);
+// As it was when the connection last got the lock for writing, and when it gave it back.
+struct SQLiteWriteMarks {
+  SQLiteLogMark before;
+  SQLiteLogMark after;
+};
+SQLiteWriteMarks lastWriteMarks(sqlite3* database);
 
 // For the sleeps of this thread.
 void sleepNoLongerThan(std::chrono::steady_clock::time_point deadline);
