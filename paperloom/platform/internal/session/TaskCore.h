@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "paperloom/platform/Events.h"
 #include "paperloom/platform/Mutex.h"
 #include "paperloom/platform/URLSessionTask.h"
 
@@ -26,7 +27,16 @@ class TaskCore {
         preparation(std::move(taskPreparation)) {}
 
   // Tells that the task begins.
-  void tellStarted(bool inBackground);
+  void tellStarted(bool inBackground) {
+    static std::atomic<std::uint64_t> last{0};
+    if (!Events::hasListener()) return;
+    eventNumber = ++last;
+    begun = std::chrono::steady_clock::now();
+    Events::tell([&] {
+      return event::RequestStarted{eventNumber, request.method, Events::withoutSecrets(request.url),
+                                   inBackground};
+    });
+  }
 
   URLSessionTaskMetrics metrics() const {
     const MutexLock lock(mutex_);
