@@ -81,9 +81,12 @@ void prepareLibcurl() {
 }
 
 bool offersHTTP2() {
-  const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
-  constexpr unsigned int needed = CURL_VERSION_BITS(8, 14, 0);
-  return info->version_num >= needed && (info->features & CURL_VERSION_HTTP2) != 0;
+  static const bool offered = [] {
+    const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+    constexpr unsigned int needed = CURL_VERSION_BITS(8, 14, 0);
+    return info->version_num >= needed && (info->features & CURL_VERSION_HTTP2) != 0;
+  }();
+  return offered;
 }
 
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop)
