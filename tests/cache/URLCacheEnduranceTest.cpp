@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -13,7 +11,7 @@
 #include "paperloom/platform/URLCache.h"
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
-#include "tests/support/Soak.h"
+#include "tests/support/ChildProcess.h"
 
 namespace paperloom::test {
 namespace {
@@ -28,23 +26,6 @@ class URLCacheEnduranceTest : public testing::Test {
   static void store(URLCache& cache, int i, int version = 0) {
     cache.storeCachedResponse(answer(bodyFor(url(i), version, size(i)), {{"ETag", url(i)}}),
                               request(url(i)));
-  }
-
-  // Runs `work` in a process of its own, which ends without clearing up.
-  template <class Work>
-  static pid_t inAnotherProcess(Work work) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      work();
-      ::_exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return child;
-  }
-
-  static void expectSuccess(pid_t child) {
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
   }
 
   Files readFiles() const {
@@ -220,7 +201,7 @@ TEST_F(URLCacheEnduranceTest, whatWasStoredBeforeAKillIsThereAndNothingIsTorn) {
     std::filesystem::remove_all(path_);
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
-    const pid_t child = inAnotherProcess([&] {
+    ChildProcess child([&] {
       URLCache cache(megabyte, 100 * megabyte, path_);
       for (int i = 0;; ++i) {
         store(cache, i % 200, i);
@@ -229,8 +210,7 @@ TEST_F(URLCacheEnduranceTest, whatWasStoredBeforeAKillIsThereAndNothingIsTorn) {
     });
     ::close(ends[1]);
     std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 150));
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
+    child.kill();
     int last = -1;
     for (int i = 0; ::read(ends[0], &i, sizeof i) == sizeof i;) last = i;
     ::close(ends[0]);
@@ -248,9 +228,9 @@ TEST_F(URLCacheEnduranceTest, whatWasStoredBeforeAKillIsThereAndNothingIsTorn) {
 
 TEST_F(URLCacheEnduranceTest, manyWritersInManyProcessesKeepTheCapacityAndTheBytes) {
   constexpr std::int64_t capacity = 2 * megabyte;
-  std::vector<pid_t> children;
+  std::vector<ChildProcess> children;
   for (int process = 0; process < 4; ++process) {
-    children.push_back(inAnotherProcess([&] {
+    children.emplace_back([&] {
       URLCache one(megabyte, capacity, path_);
       URLCache two(0, capacity, path_);
       std::vector<std::thread> threads;
@@ -270,9 +250,9 @@ TEST_F(URLCacheEnduranceTest, manyWritersInManyProcessesKeepTheCapacityAndTheByt
       }
       for (auto& thread : threads) thread.join();
       EXPECT_LE(one.currentMemoryUsage(), megabyte);
-    }));
+    });
   }
-  for (const pid_t child : children) expectSuccess(child);
+  for (ChildProcess& child : children) EXPECT_EQ(child.wait(), 0);
   // A crowd can keep some from storing, and what they should have replaced goes.
   URLCache cache(0, capacity, path_);
   for (int i = 0; i < 300; ++i) store(cache, i);
@@ -290,7 +270,7 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
   ASSERT_EQ(::pipe(toParent), 0);
   const int rounds = soakTimes(20);
   char token = 0;
-  const pid_t child = inAnotherProcess([&] {
+  ChildProcess child([&] {
     URLCache cache(megabyte, 10 * megabyte, path_);
     for (int i = 0; i < rounds; ++i) {
       if (i % 4 == 2) cache.removeCachedResponse(request(url(1)));
@@ -302,6 +282,7 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
       EXPECT_EQ(bodyOf(cache, url(1)), bodyFor(url(1), -i, size(1)));
     }
   });
+  ::close(toParent[1]);
   URLCache cache(megabyte, 10 * megabyte, path_);
   for (int i = 0; i < rounds; ++i) {
     ASSERT_EQ(::read(toParent[0], &token, 1), 1);
@@ -315,7 +296,7 @@ TEST_F(URLCacheEnduranceTest, aMemoryNeverServesWhatAnotherProcessHasReplacedOrR
     if (i % 4 == 1) store(cache, 1, -i);
     ASSERT_EQ(::write(toChild[1], &token, 1), 1);
   }
-  expectSuccess(child);
+  EXPECT_EQ(child.wait(), 0);
 }
 
 TEST_F(URLCacheEnduranceTest, afterARaceEveryCacheHasTheSameAnswer) {

@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -17,6 +15,7 @@
 #include "paperloom/testing/FullDisk.h"
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
+#include "tests/support/ChildProcess.h"
 
 namespace paperloom::test {
 namespace {
@@ -262,8 +261,7 @@ TEST_F(URLCacheTroubleTest, whatIsNoFileOfThisUsersIsLeftAlone) {
 
 TEST_F(URLCacheTroubleTest, aFileThatCannotBeWrittenIsRead) {
   // In a process of its own, since the modes of files mean nothing to root.
-  const pid_t child = ::fork();
-  if (child == 0) {
+  ChildProcess child([&] {
     ::chmod(folder_.path().c_str(), 0777);
     if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(2);
     for (const mode_t folderMode : {0700U, 0500U}) {
@@ -288,11 +286,8 @@ TEST_F(URLCacheTroubleTest, aFileThatCannotBeWrittenIsRead) {
       }
       EXPECT_EQ(onDisk("http://host/old"), "(none)");
     }
-    ::_exit(HasFailure() ? 1 : 0);
-  }
-  int status = -1;
-  ::waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  });
+  EXPECT_EQ(child.wait(), 0);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,62 +12,11 @@
 #include "paperloom/platform/DebugLog.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
 #include "paperloom/testing/ScriptedServer.h"
+#include "tests/support/IdentityAnswers.h"
 #include "tests/support/IdentityFixture.h"
 
 namespace paperloom::test {
 namespace {
-
-using Lines = std::vector<std::string>;
-
-std::string itemText(Entitlement entitlement) {
-  return entitlement == Entitlement::premium ? "premium" : "not premium";
-}
-std::string itemText(const Authorisation&) { return "tokens"; }
-std::string itemText(const std::shared_ptr<const RegistrationResponseModelProtocol>& model) {
-  return model->email();
-}
-
-struct Describe {
-  template <class Item>
-  std::string operator()(const request::Success<Item>& success) const {
-    return itemText(success.item);
-  }
-  std::string operator()(request::FailedStatusCode failed) const {
-    return "status " + std::to_string(failed.statusCode);
-  }
-  std::string operator()(const request::ParsingError& error) const { return error.description; }
-  std::string operator()(request::NetworkError) const { return "network"; }
-  std::string operator()(request::InternalError) const { return "internal"; }
-};
-
-// What a completion was called with, one line a call.
-class Answers {
- public:
-  template <class Result>
-  void operator()(const Result& result) {
-    add(std::visit(Describe{}, result));
-  }
-  void add(std::string line) {
-    const std::lock_guard lock(mutex_);
-    lines_.push_back(std::move(line));
-    came_.notify_all();
-  }
-  // Waits for the first; one that follows in the same callback is taken with it once the session
-  // is gone.
-  void waitForFirst() {
-    std::unique_lock lock(mutex_);
-    came_.wait_for(lock, patience, [this] { return !lines_.empty(); });
-  }
-  Lines take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable came_;
-  Lines lines_;
-};
 
 constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
 constexpr std::string_view missingTokens =
@@ -120,7 +67,7 @@ TEST_F(CoordinatorsTest, loginAndRefreshReportWhatTheServiceAnswers) {
     EXPECT_EQ(outcomes(loginAs(name)), lines) << name;
     EXPECT_EQ(outcomes(refreshWith(name)), lines) << name;
   }
-  EXPECT_EQ(outcomes(loginAs("premium@lantern.example", "lighthouse-7")), Lines{"tokens"});
+  EXPECT_EQ(outcomes(loginAs("premium@lantern.example", "lighthouse-7")), Lines{"success"});
 }
 
 // A session manager of a host's own.

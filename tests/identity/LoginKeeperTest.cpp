@@ -9,25 +9,21 @@
 #include "paperloom/operations/CheckEntitlementOperation.h"
 #include "paperloom/operations/RefreshTokenThenCheckEntitlementsOperation.h"
 #include "paperloom/platform/OperationQueue.h"
+#include "tests/support/IdentityAnswers.h"
 #include "tests/support/IdentityFixture.h"
 
 namespace paperloom::test {
 namespace {
 
 using Answer = RequestResult<Authorisation>;
-using Texts = std::vector<std::string>;
 
 Authorisation tokens(const std::string& refreshToken) {
   return std::make_shared<const ContentAuthorisation>("access", refreshToken, "id");
 }
 
 std::string text(const Answer& answer) {
-  if (const auto* success = std::get_if<request::Success<Authorisation>>(&answer)) {
-    return success->item->refreshToken();
-  }
-  const auto* failed = std::get_if<request::FailedStatusCode>(&answer);
-  return failed != nullptr ? std::to_string(failed->statusCode)
-                           : std::string(answer.index() == 3 ? "network" : "internal");
+  const auto* success = std::get_if<request::Success<Authorisation>>(&answer);
+  return success != nullptr ? success->item->refreshToken() : textOf(answer);
 }
 
 Answer success(const std::string& refreshToken) {
@@ -44,7 +40,7 @@ struct FakeCoordinator final : AuthDataCoordinatorProtocol {
     waiting = std::move(completion);
   }
 
-  Texts sent;
+  Lines sent;
   AuthorisationCompletion waiting;
 };
 
@@ -66,7 +62,7 @@ struct FakeStorage final : LoginStorage {
 
   bool canBegin = true;
   std::vector<Authorisation> others = {nullptr};  // the first is what replacement() gives next
-  Texts events;
+  Lines events;
 };
 
 TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
@@ -76,7 +72,7 @@ TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
     Authorisation before;
     std::vector<Answer> answers;
     Authorisation afterwards;
-    Texts events;  // an answer stands in brackets
+    Lines events;  // an answer stands in brackets
   } rows[] = {
       {"refreshed", true, nullptr, {success("r2")}, nullptr, {"keep r2", "let go", "[r2]"}},
       {"no place", false, nullptr, {}, nullptr, {"[internal]"}},
@@ -87,13 +83,18 @@ TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
        {request::FailedStatusCode{401}},
        tokens("r8"),
        {"let go", "[r8]"}},
-      {"refused", true, nullptr, {request::FailedStatusCode{401}}, nullptr, {"let go", "[401]"}},
+      {"refused",
+       true,
+       nullptr,
+       {request::FailedStatusCode{401}},
+       nullptr,
+       {"let go", "[status 401]"}},
       {"broken",
        true,
        nullptr,
        {request::FailedStatusCode{500}},
        tokens("r8"),
-       {"let go", "[500]"}},
+       {"let go", "[status 500]"}},
       {"answered twice",
        true,
        nullptr,
@@ -112,7 +113,7 @@ TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
       keeper.refreshToken(
           "r1", [&](const Answer& answer) { storage->events.push_back("[" + text(answer) + "]"); });
     }
-    EXPECT_EQ(coordinator->sent, row.answers.empty() ? Texts{} : Texts{"r1"});
+    EXPECT_EQ(coordinator->sent, row.answers.empty() ? Lines{} : Lines{"r1"});
     storage->others[0] = row.afterwards;
     for (const Answer& answer : row.answers) coordinator->waiting(answer);
     EXPECT_EQ(storage->events, row.events);
@@ -123,11 +124,11 @@ TEST(LoginKeeperTest, asksTheStorageBeforeItSendsAndBeforeAnybodyHears) {
 
 TEST(LoginKeeperTest, aTokenGoesOutOnceUnlessItComesBack) {
   const auto coordinator = std::make_shared<FakeCoordinator>();
-  Texts kept;
+  Lines kept;
   LoginKeeper keeper(coordinator, [&](const Authorisation& refreshed) {
     kept.push_back(refreshed->refreshToken());
   });
-  Texts heard;
+  Lines heard;
   const auto ask = [&](const std::string& token) {
     keeper.refreshToken(token, [&](const Answer& answer) { heard.push_back(text(answer)); });
   };
@@ -145,16 +146,16 @@ TEST(LoginKeeperTest, aTokenGoesOutOnceUnlessItComesBack) {
   coordinator->waiting(success("r3"));
   ask("r3");  // this service lets a token be used again
   coordinator->waiting(success("r4"));
-  EXPECT_EQ(coordinator->sent, (Texts{"r1", "r2", "r3", "r3", "r3", "r3"}));
-  EXPECT_EQ(heard, (Texts{"r2", "r2", "r3", "r3", "network", "r3", "r4"}));
-  EXPECT_EQ(kept, (Texts{"r2", "r3", "r3", "r4"}));
+  EXPECT_EQ(coordinator->sent, (Lines{"r1", "r2", "r3", "r3", "r3", "r3"}));
+  EXPECT_EQ(heard, (Lines{"r2", "r2", "r3", "r3", "network", "r3", "r4"}));
+  EXPECT_EQ(kept, (Lines{"r2", "r3", "r3", "r4"}));
   for (int i = 4; i < 34; ++i) {  // the 32 tokens spent last are known
     ask("r" + std::to_string(i));
     coordinator->waiting(success("r" + std::to_string(i + 1)));
   }
   coordinator->sent.clear();
   for (const char* spent : {"r1", "r2", "r3"}) ask(spent);
-  EXPECT_EQ(coordinator->sent, Texts{"r1"});
+  EXPECT_EQ(coordinator->sent, Lines{"r1"});
   EXPECT_EQ(heard.back(), "r34");
   coordinator->waiting = nullptr;  // which holds the coordinator
 }

@@ -36,10 +36,11 @@ struct Answer {
 
 class ContentSessionManagerTest : public ContentFixture {
  protected:
-  Answer get(ContentSessionManagerProtocol& from, const URL& url) {
-    return captured<Answer>([&](auto done) {
-      from.getDocument<std::string>(url, std::make_shared<BodyParser>(), done);
-    });
+  using Parser = std::shared_ptr<const ParserProtocol<std::string>>;
+  Answer get(ContentSessionManagerProtocol& from, const URL& url,
+             Parser parser = std::make_shared<BodyParser>()) {
+    return captured<Answer>(
+        [&](auto done) { from.getDocument<std::string>(url, std::move(parser), done); });
   }
 
   ContentSessionManager manager{cache};
@@ -57,15 +58,15 @@ TEST_F(ContentSessionManagerTest, fallBackIsTheCopyStoredBeforeTheRequest) {
                          {},
                          {}};
   cache->storeCachedResponse(copy, request);
-  std::promise<Result<std::string>> answered;
-  manager.getJSONData<std::string>(
-      request.url, std::make_shared<BodyParser>(),
-      [&](Result<std::string> result, bool) { answered.set_value(std::move(result)); });
-  ASSERT_TRUE(pumpUntil([&] { return !server.requests().empty(); }));
-  copy.data = Data(R"({"copy": 2})");
-  cache->storeCachedResponse(copy, request);
-  server.release();
-  EXPECT_EQ(await(answered.get_future()), R"({"copy": 1})");
+  const auto [result, fromCache] = captured<std::pair<Result<std::string>, bool>>([&](auto done) {
+    manager.getJSONData<std::string>(request.url, std::make_shared<BodyParser>(), done);
+    EXPECT_TRUE(pumpUntil([&] { return !server.requests().empty(); }));
+    copy.data = Data(R"({"copy": 2})");
+    cache->storeCachedResponse(copy, request);
+    server.release();
+  });
+  EXPECT_EQ(result, R"({"copy": 1})");
+  EXPECT_TRUE(fromCache);
 }
 
 TEST_F(ContentSessionManagerTest, copiesOfAnswersThatVaryAreFoundAndWarmedWithTheDefaultFields) {
@@ -125,20 +126,11 @@ TEST_F(ContentSessionManagerTest, staleAnswerIsRefreshedBehindWithoutAnotherPars
   auto parser = std::make_shared<CountingParser>();
   parser->count = &count;
   parser->manager = &manager;
-  std::promise<std::string> answered;
-  manager.getJSONData<std::string>(request.url, parser, [&](Result<std::string> result, bool) {
-    answered.set_value(result.value());
-  });
-  EXPECT_EQ(await(answered.get_future()), "{}");
-  EXPECT_TRUE(pumpUntil(
-      [&] { return cache->cachedResponse(request)->data == Data(R"({"new": 1})"); }));
+  EXPECT_EQ(get(manager, request.url, parser).text(), "{}");
+  EXPECT_TRUE(
+      pumpUntil([&] { return cache->cachedResponse(request)->data == Data(R"({"new": 1})"); }));
   EXPECT_EQ(count, 1);
-
-  const URL other = server.url("/other");  // which comes whole from the network
-  std::promise<void> parsed;
-  manager.getJSONData<std::string>(other, parser,
-                                   [&](Result<std::string>, bool) { parsed.set_value(); });
-  await(parsed.get_future());
+  get(manager, server.url("/other"), parser);  // which comes whole from the network
   EXPECT_EQ(count, 2);
 }
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 #include <thread>
 
@@ -13,6 +12,7 @@
 #include "paperloom/testing/Captured.h"
 #include "paperloom/testing/ScriptedServer.h"
 #include "paperloom/testing/TemporaryFolder.h"
+#include "tests/support/IdentityAnswers.h"
 
 namespace paperloom::test {
 namespace {
@@ -293,22 +293,11 @@ TEST_F(DeliveryTest, ofAPost) {
             "POSTapplication/jsonapplication/json{}");
 }
 
-template <class Item>
-std::string textOf(const RequestResult<Item>& result) {
-  if (const auto* failed = std::get_if<request::FailedStatusCode>(&result)) {
-    return "status " + std::to_string(failed->statusCode);
-  }
-  const auto* error = std::get_if<request::ParsingError>(&result);
-  if (error != nullptr) return error->description;
-  return std::array{"success", "", "", "network", "internal"}.at(result.index());
-}
-
 TEST_F(DeliveryTest, ofTheIdentitySide) {
-  using Lines = std::vector<std::string>;  // what the completion heard, in order
   struct Row {
     const char* what;
     Script script;
-    Lines posted, got;
+    Lines posted, got;             // what the completion heard, in order
     std::string kept = "nothing";  // of the answer to a GET; that to a POST never is
   };
   const std::string rejected =
@@ -339,8 +328,7 @@ TEST_F(DeliveryTest, ofTheIdentitySide) {
       Script script = row.script;
       script.insert(script.begin(), awaitRelease());
       prepare(none, script);
-      Lines heard;
-      std::promise<void> answered;
+      Answers heard;
       {
         URLSessionConfiguration configuration;
         configuration.urlCache = cache;
@@ -349,8 +337,7 @@ TEST_F(DeliveryTest, ofTheIdentitySide) {
           EXPECT_NE(std::this_thread::get_id(), caller);
           EXPECT_EQ(account.taskCount(), 0);
           EXPECT_FALSE(NetworkActivityIndicator::shared().isVisible());
-          heard.push_back(textOf(result));
-          if (heard.size() == 1) answered.set_value();
+          heard(result);
         };
         using Item = std::shared_ptr<const ArticleProtocol>;
         if (posts) {
@@ -362,9 +349,9 @@ TEST_F(DeliveryTest, ofTheIdentitySide) {
         EXPECT_EQ(account.taskCount(), 1);
         EXPECT_TRUE(NetworkActivityIndicator::shared().isVisible());
         server->release();
-        await(answered.get_future(), row.what);
+        heard.waitForFirst();
       }
-      EXPECT_EQ(heard, posts ? row.posted : row.got);
+      EXPECT_EQ(heard.take(), posts ? row.posted : row.got);
       EXPECT_EQ(kept(), posts ? "nothing" : row.kept);
       const auto sent = server->requests().at(0);
       EXPECT_EQ(sent.method + sent.field("Content-Type") + sent.field("Accept") + sent.body,

@@ -25,9 +25,9 @@ TEST(SubscriptionTest, waitAtTheirEndForTheCallbackThatRunsElsewhereAndLetNoneBe
     mayEnd.get_future().wait();
     ended = true;
   });
-  std::thread runner([&] { callback(); });
+  std::jthread runner([&] { callback(); });
   await(begun.get_future());
-  std::thread ender([&] {
+  std::jthread ender([&] {
     owner.reset();
     EXPECT_TRUE(ended);
   });
@@ -47,12 +47,11 @@ TEST(SubscriptionTest, endWithinTheirOwnCallbacksAlsoInTwoThreadsAtOnce) {
   std::atomic<int> inside = 0;
   const auto callback = (*owner)([&] {
     ++inside;
-    while (inside < 2) std::this_thread::yield();
+    EXPECT_TRUE(pumpUntil([&] { return inside == 2; })) << "one waits for the other";
     owner->cancel();
   });
-  std::thread one(callback);
   std::thread other(callback);
-  one.join();
+  callback();
   other.join();
   auto second = std::make_unique<Subscription>();
   const auto ending = (*second)([&] { second.reset(); });

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -14,6 +12,7 @@
 #include "paperloom/platform/ApplicationDirectories.h"
 #include "paperloom/testing/FullDisk.h"
 #include "paperloom/testing/TemporaryFolder.h"
+#include "tests/support/ChildProcess.h"
 
 namespace paperloom::test {
 namespace {
@@ -25,21 +24,18 @@ class UserDefaultsTest : public testing::Test {
 };
 
 TEST_F(UserDefaultsTest, synchronizedValuesAreThereForTheNextProcessAndAKilledOneLosesNone) {
-  const pid_t child = ::fork();
-  if (child == 0) {
+  ChildProcess child([&] {
     UserDefaults defaults(file_);
     defaults.setDouble(1234567890.125, "time");
     defaults.setString("ä\n\"'", "name");
     defaults.setDouble(7, "gone");
-    if (!defaults.synchronize()) ::_exit(1);
+    EXPECT_TRUE(defaults.synchronize());
     defaults.removeObject("gone");
-    if (!defaults.synchronize()) ::_exit(1);
+    EXPECT_TRUE(defaults.synchronize());
     defaults.setDouble(1, "unsynchronized");
-    ::kill(::getpid(), SIGKILL);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status));
+    if (!HasFailure()) ::raise(SIGKILL);
+  });
+  EXPECT_EQ(child.wait(), SIGKILL);
   const UserDefaults defaults(file_);
   EXPECT_EQ(defaults.doubleForKey("time"), 1234567890.125);
   EXPECT_EQ(defaults.stringForKey("name"), "ä\n\"'");
@@ -63,30 +59,24 @@ TEST_F(UserDefaultsTest, aRelativeFileStaysWhereItWasWhenTheProgramMoves) {
 }
 
 TEST_F(UserDefaultsTest, writersInSeveralThreadsAndProcessesKeepEachOthersValues) {
-  std::vector<pid_t> children;
+  std::vector<ChildProcess> children;
   for (int process = 0; process < 3; ++process) {
-    children.push_back(::fork());
-    if (children.back() != 0) continue;
-    std::vector<std::thread> threads;
-    std::atomic<bool> good = true;
-    for (int thread = 0; thread < 3; ++thread) {
-      threads.emplace_back([&, thread] {
-        UserDefaults defaults(file_);
-        for (int i = 0; i < 5; ++i) {
-          const int number = process * 100 + thread * 10 + i;
-          defaults.setDouble(number, std::to_string(number));
-          good = defaults.synchronize() && good;
-        }
-      });
-    }
-    for (auto& thread : threads) thread.join();
-    ::_exit(good ? 0 : 1);
+    children.emplace_back([&] {
+      std::vector<std::thread> threads;
+      for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&, thread] {
+          UserDefaults defaults(file_);
+          for (int i = 0; i < 5; ++i) {
+            const int number = process * 100 + thread * 10 + i;
+            defaults.setDouble(number, std::to_string(number));
+            EXPECT_TRUE(defaults.synchronize());
+          }
+        });
+      }
+      for (auto& thread : threads) thread.join();
+    });
   }
-  for (const pid_t child : children) {
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  for (ChildProcess& child : children) EXPECT_EQ(child.wait(), 0);
   const UserDefaults defaults(file_);
   for (int number = 0; number < 300; ++number) {
     const bool written = number % 100 < 30 && number % 10 < 5;
