@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
@@ -36,6 +37,10 @@ constexpr std::size_t logHeaderSize = 32;
 constexpr std::size_t frameHeaderSize = 24;  // before each page of a log
 // The system's files below SQLite take no more than 128 KB at once.
 constexpr std::size_t mostHeld = 65536;
+
+// Read ahead: what the second of two neighbouring pages begins with, and the most.
+constexpr std::size_t leastAhead = 8192;
+constexpr std::size_t mostAhead = 32768;
 
 // Of a frame header's 24 bytes these say how large the file is after the transaction, in its last
 // page, and are zero in all others.
@@ -92,7 +97,21 @@ class File : public sqlite3_file {
   int read(void* to, int size, sqlite3_int64 offset) {
     if (const int code = flush(); code != SQLITE_OK) return code;
     wasRead_ = true;
+    if (!isDatabase_) return methodsBelow().xRead(below(), to, size, offset);
+    if (isAhead(size, offset) || (offset == readTo_ && readAhead(size, offset))) {
+      std::memcpy(to, ahead_.data() + (offset - aheadStart_), static_cast<std::size_t>(size));
+      readTo_ = offset + size;
+      return SQLITE_OK;
+    }
+    nextAhead_ = leastAhead;
+    readTo_ = offset + size;
     return methodsBelow().xRead(below(), to, size, offset);
+  }
+
+  void becomeDatabase() { isDatabase_ = true; }
+  void forgetAhead() {
+    ahead_.clear();
+    readTo_ = -1;
   }
 
   int sync(int flags) {
@@ -120,6 +139,7 @@ class File : public sqlite3_file {
       writeMarks_.after = mark();
       if (log_ != nullptr) log_->held_.clear();
     }
+    forgetAhead();
     const int code = methodsBelow().xShmLock(below(), offset, count, flags);
     if (concernsWriting && !ends && code == SQLITE_OK) writeMarks_.before = mark();
     return code;
@@ -139,7 +159,24 @@ class File : public sqlite3_file {
   }
 
  private:
+  bool isAhead(int size, sqlite3_int64 offset) const {
+    return offset >= aheadStart_ &&
+           offset + size <= aheadStart_ + static_cast<sqlite3_int64>(ahead_.size());
+  }
+
+  // False where the file ends before.
+  bool readAhead(int size, sqlite3_int64 offset) {
+    ahead_.resize(std::max(nextAhead_, static_cast<std::size_t>(size)));
+    aheadStart_ = offset;
+    nextAhead_ = std::min(2 * ahead_.size(), mostAhead);
+    const int length = static_cast<int>(ahead_.size());
+    const int code = methodsBelow().xRead(below(), ahead_.data(), length, offset);
+    if (code != SQLITE_OK) ahead_.clear();
+    return code == SQLITE_OK;
+  }
+
   int writeThrough(std::string_view bytes, sqlite3_int64 offset) {
+    forgetAhead();
     return methodsBelow().xWrite(below(), bytes.data(), static_cast<int>(bytes.size()), offset);
   }
 
@@ -148,9 +185,15 @@ class File : public sqlite3_file {
     return methodsBelow().xFileSize(below(), &size) == SQLITE_OK && size == 0;
   }
 
-  File* log_ = nullptr;  // of this main file, while it is open
+  File* log_ = nullptr;                   // of this main file, while it is open
   const volatile void* index_ = nullptr;  // the first part of the log's index, while it is mapped
   SQLiteWriteMarks writeMarks_;
+
+  bool isDatabase_ = false;
+  std::string ahead_;  // bytes of this database, from aheadStart_ on
+  sqlite3_int64 aheadStart_ = 0;
+  std::size_t nextAhead_ = leastAhead;
+  sqlite3_int64 readTo_ = -1;  // where the last page that was read ends
 
   File* main_ = nullptr;  // of this log
   bool isLog_ = false;
@@ -167,9 +210,16 @@ auto passOn(sqlite3_file* file, Arguments... arguments) {
   return (File::of(file).methodsBelow().*Method)(File::of(file).below(), arguments...);
 }
 
+template <auto Method>
+int passOnLocking(sqlite3_file* file, int level) {
+  File::of(file).forgetAhead();
+  return passOn<Method>(file, level);
+}
+
 // The same for what has to find on disk what was written.
 template <auto Method, class... Arguments>
 int passOnWritten(sqlite3_file* file, Arguments... arguments) {
+  File::of(file).forgetAhead();
   const int code = File::of(file).flush();
   return code != SQLITE_OK ? code : passOn<Method, Arguments...>(file, arguments...);
 }
@@ -187,8 +237,8 @@ constexpr sqlite3_io_methods methods{
     passOnWritten<&sqlite3_io_methods::xTruncate, sqlite3_int64>,
     [](sqlite3_file* file, int flags) { return File::of(file).sync(flags); },
     passOnWritten<&sqlite3_io_methods::xFileSize, sqlite3_int64*>,
-    passOn<&sqlite3_io_methods::xLock, int>,
-    passOn<&sqlite3_io_methods::xUnlock, int>,
+    passOnLocking<&sqlite3_io_methods::xLock>,
+    passOnLocking<&sqlite3_io_methods::xUnlock>,
     passOn<&sqlite3_io_methods::xCheckReservedLock, int*>,
     passOn<&sqlite3_io_methods::xFileControl, int, void*>,
     passOn<&sqlite3_io_methods::xSectorSize>,
@@ -212,6 +262,8 @@ int open(sqlite3_vfs*, sqlite3_filename name, sqlite3_file* file, int flags, int
   if (code != SQLITE_OK) {
     made.~File();
     file->pMethods = nullptr;  // nothing to be closed
+  } else if ((flags & SQLITE_OPEN_MAIN_DB) != 0) {
+    made.becomeDatabase();
   } else if ((flags & SQLITE_OPEN_WAL) != 0) {
     made.becomeLogOf(File::of(sqlite3_database_file_object(name)));
   }
