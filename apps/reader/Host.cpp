@@ -268,11 +268,15 @@ Answer<Image> Host::image(const URL& url) {
 }
 
 Answer<Picture> Host::picture(const URL& url) {
-  return await<Picture>("picture", url, [&](auto success, auto) {
+  return await<Picture>("picture", url, [&](auto success, auto failure) {
     using Item = std::shared_ptr<const Picture>;
     sessionManager()->getDocument<Item>(
         url, std::make_shared<const PictureParser>(),
-        [success](Result<Item> result, const Provenance& provenance) {
+        [success, failure](Result<Item> result, const Provenance& provenance) {
+          using Case = PaperloomError::Case;
+          if (!result && result.error().which() == Case::networkError) {
+            return failure(result.error(), provenance);
+          }
           success(result ? std::move(*result) : nullptr, provenance);
         },
         ContentSessionManager::Parsing::beside);

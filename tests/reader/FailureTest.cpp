@@ -43,6 +43,8 @@ TEST(FailureTest, isOneLineThatSaysWhatAndAnExitStatus) {
   check({"--content-url", "nonsense", "config"}, 1, "error: --content-url is not an http");
   check({"article", service->baseURL() + "/none"}, 1,
         "error: the service has no such story (404)\n");
+  check({"image", service->baseURL() + "/none"}, 1,
+        "error: the service has no such picture (404)\n");
   check({"serve", "--port", port}, 1, "error: ");
   check({}, 2, "error: say a command; ");
   check({"frobnicate"}, 2, "error: there is no such command or option: frobnicate; --help ");
