@@ -121,6 +121,7 @@ class File : public sqlite3_file {
   }
 
   int mapIndex(int region, int size, int extend, void volatile** mapped) {
+    forgetAhead();
     const int code = methodsBelow().xShmMap(below(), region, size, extend, mapped);
     if (region == 0) index_ = code == SQLITE_OK ? *mapped : nullptr;
     return code;
