@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/JSONDocumentParser.h"
@@ -19,10 +20,16 @@ using ConfigParser =
 // Its parse sets the shared data coordinator's current app metadata, as Stream::parse does.
 using StreamParser = JSONDocumentParser<Stream, "failed to parse top level object in JSON Stream">;
 
-// Asks the current image decoder for the picture.
+// Asks the current image decoder for the picture: in its own size, or no larger than `maximumSize`.
 class PAPERLOOM_EXPORT ImageParser final : public ParserProtocol<std::shared_ptr<const Image>> {
  public:
+  explicit ImageParser(std::optional<ImageSize> maximumSize = std::nullopt)
+      : maximumSize_(maximumSize) {}
+
   tl::expected<Item, ParserError> parse(const Data& data) const override;
+
+ private:
+  std::optional<ImageSize> maximumSize_;
 };
 
 // Each the parser of one kind of document, as the managers take it; usable on any thread.

@@ -168,13 +168,32 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
   return task;
 }
 
+std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestImageFromURL(
+    const URL& url, ImageSize /*maximumSize*/, Success<Image> success, ImageFailure failure) {
+  return requestImageFromURL(url, std::move(success), std::move(failure));
+}
+
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
                                                                      Success<Image> success,
                                                                      ImageFailure failure) {
+  return requestImage(url, ImageParser(), std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
+                                                                     ImageSize maximumSize,
+                                                                     Success<Image> success,
+                                                                     ImageFailure failure) {
+  return requestImage(url, ImageParser(maximumSize), std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::requestImage(const URL& url,
+                                                              const ImageParser& parser,
+                                                              Success<Image> success,
+                                                              ImageFailure failure) {
   using Item = std::shared_ptr<const Image>;
   auto owners = ownersOf(success, failure);
   auto task = sessionManager_->getDocument<Item>(
-      url, std::make_shared<const ImageParser>(),
+      url, std::make_shared<const ImageParser>(parser),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    const Provenance& provenance) {
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {

@@ -24,6 +24,7 @@
 namespace paperloom {
 
 class CurrentAppMetadata;
+class ImageParser;
 
 // The requests of the content side. Any callback may be empty: what it would be told is dropped. It
 // may take a Provenance as its last argument: where the document came from, or how the request
@@ -67,6 +68,12 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
   virtual std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url,
                                                               Success<Image> success,
                                                               ImageFailure failure = nullptr) = 0;
+  // The same, decoded no larger than `maximumSize`, in pixels: the largest size that fits with the
+  // proportions kept (ImageDecoder::decodeToFit()), for the time and the memory of what is drawn.
+  // An implementation without it gives the picture in its own size.
+  virtual std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url, ImageSize maximumSize,
+                                                              Success<Image> success,
+                                                              ImageFailure failure = nullptr);
 
   // The stream that is shipped with the library. Answers before it returns, on the caller's thread.
   // Needs a base URL like the other stream request.
@@ -100,6 +107,9 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::shared_ptr<URLSessionTask> requestArticle(const URL& url, Success<ArticleProtocol> success,
                                                  Failure failure = nullptr) override;
   std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url, Success<Image> success,
+                                                      ImageFailure failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url, ImageSize maximumSize,
+                                                      Success<Image> success,
                                                       ImageFailure failure = nullptr) override;
   void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) override;
 
@@ -135,6 +145,8 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                   LatestDateStore* dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
 
+  std::shared_ptr<URLSessionTask> requestImage(const URL& url, const ImageParser& parser,
+                                               Success<Image> success, ImageFailure failure);
   std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
   streamCompletion(Success<StreamProtocol> success, Failure failure) const;
 

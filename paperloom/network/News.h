@@ -85,19 +85,25 @@ class News {
         });
   }
 
-  // A failure has the text "the image cannot be loaded".
-  Pending<DocumentOrFailure<Image>> image(URL url) const {
-    return pending<Image>([c = coordinator_, url = std::move(url)](auto success, auto failure) {
-      using Failed = std::decay_t<decltype(failure)>;
-      struct WithoutError {
-        void operator()(const Provenance& provenance) const {
-          failed(PaperloomError::networkError("the image cannot be loaded"), provenance);
-        }
-        const auto& owner() const { return failed.owner(); }
-        Failed failed;
-      };
-      c->requestImageFromURL(url, std::move(success), WithoutError{std::move(failure)});
-    });
+  // In its own size, or no larger than `maximumSize`. A failure has the text "the image cannot be
+  // loaded".
+  Pending<DocumentOrFailure<Image>> image(
+      URL url, std::optional<ImageSize> maximumSize = std::nullopt) const {
+    return pending<Image>(
+        [c = coordinator_, url = std::move(url), maximumSize](auto success, auto failure) {
+          using Failed = std::decay_t<decltype(failure)>;
+          struct WithoutError {
+            void operator()(const Provenance& provenance) const {
+              failed(PaperloomError::networkError("the image cannot be loaded"), provenance);
+            }
+            const auto& owner() const { return failed.owner(); }
+            Failed failed;
+          };
+          WithoutError failed{std::move(failure)};
+          if (!maximumSize)
+            return c->requestImageFromURL(url, std::move(success), std::move(failed));
+          return c->requestImageFromURL(url, *maximumSize, std::move(success), std::move(failed));
+        });
   }
 
  private:

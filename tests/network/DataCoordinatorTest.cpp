@@ -193,20 +193,28 @@ TEST(SharedCoordinatorDeathTest, areConfiguredBeforeTheirFirstUseOrNotAtAll) {
 }
 
 TEST_F(DataCoordinatorTest, imagesAnswerOnTheMainQueue) {
-  for (const auto& [path, width] : {std::pair("/images/harbour-640.jpg", 640), {"/config", 0}}) {
+  const struct {
+    const char* path;
+    std::optional<ImageSize> maximumSize;
+    int width;
+  } cases[] = {{"/images/harbour-640.jpg", std::nullopt, 640},
+               {"/images/harbour-640.jpg", ImageSize{200, 200}, 200},
+               {"/images/harbour-640.jpg", ImageSize{2'000, 2'000}, 640},
+               {"/config", std::nullopt, 0},
+               {"/config", ImageSize{200, 200}, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path + std::to_string(c.width));
     std::optional<int> received;
-    coordinator.requestImageFromURL(
-        at(path),
-        [&](const auto& image) {
-          EXPECT_EQ(std::this_thread::get_id(), caller);
-          received = image->width();
-        },
-        [&] {
-          EXPECT_EQ(std::this_thread::get_id(), caller);
-          received = 0;
-        });
-    EXPECT_TRUE(pumpUntil([&] { return received.has_value(); })) << path;
-    EXPECT_EQ(received, width) << path;
+    const auto receive = [&](int width) {
+      EXPECT_EQ(std::this_thread::get_id(), caller);
+      received = width;
+    };
+    const auto success = [&](const auto& image) { receive(image->width()); };
+    const auto failure = [&] { receive(0); };
+    c.maximumSize ? coordinator.requestImageFromURL(at(c.path), *c.maximumSize, success, failure)
+                  : coordinator.requestImageFromURL(at(c.path), success, failure);
+    EXPECT_TRUE(pumpUntil([&] { return received.has_value(); }));
+    EXPECT_EQ(received, c.width);
   }
 }
 
