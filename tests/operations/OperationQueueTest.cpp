@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -35,7 +36,10 @@ auto work(std::function<void()> block) { return std::make_shared<WorkOperation>(
 TEST(OperationQueueTest, runsAPlainOperationThenItsDependentsAndItsCompletionBlock) {
   std::atomic<int> step{0};
   std::atomic<bool> blockRan{false};
-  const auto first = work([&] { EXPECT_EQ(++step, 1); });
+  const auto first = work([&] {
+    std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(++step, 1);
+  });
   const auto second = work([&] { EXPECT_EQ(++step, 2); });
   const auto third = work([&] { EXPECT_EQ(++step, 3); });
   second->addDependency(first);
@@ -46,7 +50,8 @@ TEST(OperationQueueTest, runsAPlainOperationThenItsDependentsAndItsCompletionBlo
   });
   {
     OperationQueue queue;
-    EXPECT_TRUE(queue.addOperations({third, second, first}, true, soon()));
+    EXPECT_TRUE(queue.addOperations({third, second, first}, false));
+    EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished());
     EXPECT_FALSE(queue.addOperation(first));  // nothing runs twice
     EXPECT_EQ(queue.operationCount(), 0U);
   }
@@ -104,17 +109,18 @@ TEST(OperationQueueTest, finishesACancelledOperationWithoutRunningItWhileTheOnly
       queue.setMaxConcurrentOperationCount(1);
       const auto holder = std::make_shared<ManualOperation>([&] { released.wait(false); });
       const auto unready = std::make_shared<ManualOperation>();
-      const auto behind = work([] { FAIL() << "cancelled"; });
+      std::vector<std::shared_ptr<Operation>> behind(9);
+      for (auto& each : behind) each = work([] { FAIL() << "cancelled"; });
       unready->addDependency(holder);
-      queue.addOperations({holder, unready, behind}, false);
+      queue.addOperations({holder, unready}, false);
+      queue.addOperations(behind, false);
       EXPECT_TRUE(pumpUntil([&] { return holder->starts() > 0; }));
-      if (throughQueue) {
-        queue.cancelAllOperations();
-      } else {
-        behind->cancel();
-        unready->cancel();
+      if (throughQueue) queue.cancelAllOperations();
+      for (const auto& each : behind) {
+        each->cancel();
+        EXPECT_TRUE(each->waitUntilFinished(soon()));
       }
-      EXPECT_TRUE(behind->waitUntilFinished(soon()));
+      unready->cancel();
       EXPECT_TRUE(unready->waitUntilFinished(soon()));
       EXPECT_EQ(unready->mains(), 0);
       EXPECT_FALSE(holder->isFinished());
@@ -124,6 +130,104 @@ TEST(OperationQueueTest, finishesACancelledOperationWithoutRunningItWhileTheOnly
       holder->finish();
       EXPECT_TRUE(queue.waitUntilAllOperationsAreFinished(soon()));
     }
+  }
+}
+
+// Asks the test whether it is ready, and whether it has finished.
+class AskingOperation final : public Operation {
+ public:
+  ~AskingOperation() override {
+    if (whenDestroyed) whenDestroyed();
+  }
+  bool isReady() const override { return answer(); }
+  bool isFinished() const override {
+    return (endsWhileItIsAdded && ++askedForItsEnd > 1) || Operation::isFinished();
+  }
+  void main() override { ran = true; }
+  void announce() {
+    willChangeValue(isReadyKey);
+    didChangeValue(isReadyKey);
+  }
+
+  std::function<bool()> answer = [] { return true; };
+  std::function<void()> whenDestroyed;
+  bool endsWhileItIsAdded = false;
+  mutable std::atomic<int> askedForItsEnd{0};
+  std::atomic<bool> ran{false};
+};
+
+TEST(OperationQueueTest, asksAgainWhatWasAnnouncedOrCancelledWhileItWasAskedAndNothingElse) {
+  for (const std::string_view meanwhile : {"nothing", "announced", "cancelled"}) {
+    SCOPED_TRACE(meanwhile);
+    std::atomic<int> asked{0};
+    std::atomic<bool> mayAnswer{false};
+    const auto operation = std::make_shared<AskingOperation>();
+    operation->answer = [&] {
+      return ++asked != 2 || !pumpUntil([&] { return mayAnswer.load(); });  // the second time: no
+    };
+    OperationQueue queue;
+    queue.setMaxConcurrentOperationCount(1);
+    queue.addOperation(operation);
+    EXPECT_TRUE(pumpUntil([&] { return asked == 2; }));
+    if (meanwhile == "announced") operation->announce();
+    if (meanwhile == "cancelled") operation->cancel();
+    mayAnswer = true;
+    EXPECT_TRUE(queue.addOperations({work([] {})}, true, soon())) << "the place is free";
+    if (meanwhile == "nothing") {
+      EXPECT_EQ(asked, 2);
+      EXPECT_FALSE(operation->isFinished());
+      operation->announce();
+    }
+    EXPECT_TRUE(operation->waitUntilFinished(soon()));
+    EXPECT_EQ(operation->ran, meanwhile != "cancelled");
+  }
+}
+
+TEST(OperationQueueTest, keepsNothingThatEndsWhileItIsAddedAndLetsGoWithoutALock) {
+  const auto queue = std::make_shared<OperationQueue>();
+  const auto early = std::make_shared<AskingOperation>();
+  early->endsWhileItIsAdded = true;
+  EXPECT_TRUE(queue->addOperation(early));
+  EXPECT_EQ(queue->operationCount(), 0U);
+  EXPECT_FALSE(early->ran);
+  std::atomic<bool> destroyed{false};
+  auto last = std::make_shared<AskingOperation>();
+  last->whenDestroyed = [&] {
+    auto counted = std::make_shared<std::atomic<bool>>(false);
+    std::thread([queue, counted] { *counted = queue->operationCount() == 0; }).detach();
+    EXPECT_TRUE(pumpUntil([&] { return counted->load(); }));
+    destroyed = true;
+  };
+  queue->addOperation(std::move(last));
+  EXPECT_TRUE(pumpUntil([&] { return destroyed.load(); }));
+}
+
+TEST(OperationQueueTest, runsNothingThatItHeldBackWhenAllIsCancelledOrTheQueueGoes) {
+  struct Row {
+    bool suspended, chained, destroys;
+  };
+  for (const Row row : {Row{true, false, true}, Row{true, true, true}, Row{false, false, true},
+                        Row{false, true, true}, Row{false, true, false}}) {
+    SCOPED_TRACE(testing::Message() << row.suspended << row.chained << row.destroys);
+    const auto silent = std::make_shared<ManualOperation>();
+    std::atomic<int> ran{0};
+    std::vector<std::shared_ptr<Operation>> held;
+    auto queue = std::make_unique<OperationQueue>();
+    queue->setMaxConcurrentOperationCount(4);
+    queue->addOperation(silent);
+    silent->waitUntilStarted();
+    queue->setSuspended(row.suspended);
+    for (int i = 0; i < 1000; ++i) {
+      held.push_back(work([&] { ++ran; }));
+      if (row.chained && i > 0) held.back()->addDependency(held[held.size() - 2]);
+      const bool waits = row.suspended ? i % 2 == 1 : i == 0 || !row.chained;
+      if (waits) held.back()->addDependency(silent);
+    }
+    queue->addOperations(held, false);
+    row.destroys ? queue.reset() : queue->cancelAllOperations();
+    for (const auto& operation : held) ASSERT_TRUE(operation->waitUntilFinished(soon()));
+    EXPECT_EQ(ran, 0);
+    silent->finish();
   }
 }
 

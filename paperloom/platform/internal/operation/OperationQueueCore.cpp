@@ -193,9 +193,6 @@ void OperationQueueCore::cancelAll() {
     for (auto& [key, entry] : entries_) {
       operations.push_back(entry.operation);
       ++entry.cancellations;
-      if (entry.line != &ready_) continue;
-      leaveLine(entry);
-      entry.stage = Stage::waiting;
     }
   }
   for (const auto& operation : operations) operation->cancel();
