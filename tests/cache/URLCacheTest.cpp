@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
+
 #include "paperloom/platform/internal/base/Checksum.h"
+#include "paperloom/platform/internal/sqlite/SQLite.h"
 #include "paperloom/testing/TemporaryFolder.h"
 #include "tests/cache/CacheTools.h"
 
@@ -109,6 +112,51 @@ TEST_F(URLCacheTest, aStoredAnswerReplacesTheVariantsThatItsRequestFits) {
     cache->removeCachedResponse(request("http://host/#x"));
     EXPECT_TRUE(cache->entries().empty());
     EXPECT_EQ(cache->currentMemoryUsage() + cache->currentDiskUsage(), 0);
+  }
+}
+
+TEST_F(URLCacheTest, theFileCountsWhatItHoldsAndEveryChangeOfItOnce) {
+  URLCache cache(0, megabyte, path_);
+  const auto store = [&](const char* url, std::size_t size = 100) {
+    cache.storeCachedResponse(answer(std::string(size, 'x')), request(url));
+  };
+  store("http://host/a");
+  auto file = internal::SQLiteDatabase::open(cache.diskFile(), {});
+  ASSERT_TRUE(file);
+  const auto number = [&](const char* sql) { return file->integer(sql).value_or(-1); };
+  const struct {
+    const char* what;
+    std::function<void()> deed;
+    int rows, changes;
+  } table[] = {
+      {"replaced", [&] { store("http://host/a"); }, 1, 1},
+      {"another", [&] { store("http://host/b"); }, 2, 1},
+      {"several",
+       [&] {
+         cache.apply({{request("http://host/c"), answer("c")},
+                      {request("http://host/d"), answer("d")},
+                      {request("http://host/c"), std::nullopt}});
+       },
+       3, 1},
+      {"looked up", [&] { bodyOf(cache, "http://host/a"); }, 3, 0},
+      {"nothing removed", [&] { cache.removeCachedResponse(request("http://host/z")); }, 3, 0},
+      {"removed", [&] { cache.removeCachedResponse(request("http://host/d")); }, 2, 1},
+      {"too large", [&] { store("http://host/z", megabyte / 20); }, 2, 0},
+      {"too large for its place", [&] { store("http://host/a", megabyte / 20); }, 1, 1},
+      {"cleared", [&] { cache.removeAllCachedResponses(); }, 0, 1},
+      {"nothing cleared", [&] { cache.removeAllCachedResponses(); }, 0, 0},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.what);
+    const auto before = number("SELECT changes FROM state");
+    row.deed();
+    EXPECT_EQ(number("SELECT changes FROM state") - before, row.changes);
+    EXPECT_EQ(number("SELECT count(*) FROM uses"), row.rows);
+    EXPECT_EQ(number("SELECT count(*) FROM answers NATURAL JOIN uses"), row.rows);
+    EXPECT_EQ(number("SELECT bytes - (SELECT CAST(total(size) AS INTEGER) FROM uses) FROM state"),
+              0);
+    EXPECT_EQ(number("SELECT clock < (SELECT coalesce(max(used), 0) FROM uses) FROM state"), 0);
+    EXPECT_EQ(number("SELECT scrub FROM state"), 0);
   }
 }
 

@@ -67,11 +67,49 @@ TEST_F(URLCacheTroubleTest, whileAnotherHoldsTheLockTheCacheAnswersAndForgetsNot
   EXPECT_EQ(bodyOf(cache, "http://host/39"), "new");
   EXPECT_EQ(bodyOf(bare, "http://host/old"), "old");
   EXPECT_EQ(bodyOf(bare, "http://host/removed"), "(none)");
+  EXPECT_EQ(bare.entries().size(), 1U);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);  // 41 waits of 250 ms are 10 s
   ASSERT_TRUE(other->execute("COMMIT"));
   EXPECT_TRUE(comesBack(cache));
   EXPECT_EQ(onDisk("http://host/removed"), "(none)");
   EXPECT_EQ(onDisk("http://host/old"), "old");
+}
+
+TEST_F(URLCacheTroubleTest, aLockThatIsHeldForAMomentIsWaitedFor) {
+  URLCache cache(0, 10 * megabyte, path_);
+  store(cache, "http://host/", "old");
+  auto other = SQLiteDatabase::open(cache.diskFile(), {});
+  ASSERT_TRUE(other && other->execute("BEGIN IMMEDIATE"));
+  std::thread later([&] {
+    std::this_thread::sleep_for(30ms);
+    EXPECT_TRUE(other->execute("COMMIT"));
+  });
+  store(cache, "http://host/", "new");
+  EXPECT_EQ(onDisk("http://host/"), "new");
+  later.join();
+}
+
+TEST_F(URLCacheTroubleTest, whatCannotBeRemovedIsNotServedHoweverMuchItIs) {
+  constexpr int many = 400;
+  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
+  URLCache cache(0, 10 * megabyte, path_);
+  std::vector<URLCache::Change> changes;
+  for (int i = 0; i < many; ++i) changes.push_back({request(url(i)), answer("old")});
+  cache.apply(changes);
+  // In place of the folder lies a file for a while.
+  const auto aside = folder_.path() / "aside";
+  for (const int removed : {many - 1, 11'000}) {
+    std::filesystem::rename(path_, aside);
+    std::ofstream(path_) << "in the way";
+    for (int i = 0; i < removed; ++i) cache.removeCachedResponse(request(url(i)));
+    std::filesystem::remove(path_);
+    std::filesystem::rename(aside, path_);
+    EXPECT_TRUE(comesBack(cache));
+    for (int i = 0; i < many; ++i) {
+      EXPECT_EQ(bodyOf(cache, url(i)), i < removed ? "(none)" : "old") << i;
+    }
+  }
+  EXPECT_EQ(onDisk(url(many - 1)), "(none)");
 }
 
 TEST_F(URLCacheTroubleTest, aDiskThatIsGivenUpWhileItIsLockedIsEmptyWhenItIsTakenUpAgain) {
@@ -185,10 +223,15 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
 TEST_F(URLCacheTroubleTest, theLogStaysSmallWhileSomebodyReadsAnOldState) {
   const auto url = [](int i) { return "http://host/" + std::to_string(i); };
   URLCache cache(0, 2 * megabyte, path_);
-  for (int i = 0; i < 60; ++i) store(cache, url(i), std::string(20'000, 'x'));
+  const std::filesystem::path log = cache.diskFile().string() + "-wal";
+  for (int i = 0; i < 60; ++i) {
+    store(cache, url(i), std::string(20'000, 'x'));
+    if (i > 20) continue;
+    if (i % 5 == 0) std::this_thread::sleep_for(110ms);  // when it is looked at again
+    EXPECT_LT(std::filesystem::file_size(log), 2 * megabyte / 10) << "twice its limit";
+  }
   auto other = SQLiteDatabase::open(cache.diskFile(), {});
   ASSERT_TRUE(other && other->execute("BEGIN; SELECT * FROM state"));
-  const std::filesystem::path log = cache.diskFile().string() + "-wal";
   const std::function<void(int)> deeds[] = {
       [&](int i) { store(cache, url(i), std::string(20'000, 'y')); },
       [&](int i) { cache.removeCachedResponse(request(url(i))); },

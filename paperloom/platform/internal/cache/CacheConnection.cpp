@@ -146,7 +146,7 @@ void CacheConnection::scrub(Deadline deadline) {
 }
 
 void CacheConnection::scrubIfSparse(Deadline deadline) {
-  if (!writer_->logIsLong() && writer_->isSparse().value_or(false)) scrub(deadline);
+  if (!logIsFull(deadline) && writer_->isSparse().value_or(false)) scrub(deadline);
 }
 
 void CacheConnection::shortenLog() {
@@ -154,7 +154,10 @@ void CacheConnection::shortenLog() {
   if (Clock::now() >= nextCheckpoint_) {
     isLogLong_ = false;
     auto database = connectCacheFile(file_, Clock::now());
-    if (database) static_cast<void>(database->checkpoint(SQLiteDatabase::Checkpoint::passive));
+    // SQLite knows of no log before it has read something.
+    if (database && database->integer("SELECT id FROM state")) {
+      static_cast<void>(database->checkpoint(SQLiteDatabase::Checkpoint::passive));
+    }
     nextCheckpoint_ = Clock::now() + pause;
   }
   shortening_.unlock();
