@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -43,6 +44,7 @@ struct Library {
   PAPERLOOM_TAKE(g_hash_table_unref);
   PAPERLOOM_TAKE(g_list_append);
   PAPERLOOM_TAKE(g_list_free);
+  PAPERLOOM_TAKE(g_object_ref);
   PAPERLOOM_TAKE(g_object_unref);
   PAPERLOOM_TAKE(g_str_equal);
   PAPERLOOM_TAKE(g_str_hash);
@@ -69,7 +71,8 @@ struct Library {
 };
 
 const Library& lib() {
-  static const Library functions;
+  // Never unloaded: a thread may be left in it.
+  static const auto& functions = *new Library;
   return functions;
 }
 
@@ -108,6 +111,11 @@ Handle<GHashTable> attributesOf(const std::string& folder, const std::string* na
   return table;
 }
 
+void tell(const Descriptor& event) {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(event.get(), &one, sizeof one);
+}
+
 // The error of one call.
 class Error {
  public:
@@ -130,16 +138,15 @@ class Error {
   GError* error_ = nullptr;
 };
 
-// Ends calls that take too long, and, while a person is asked, those that Ctrl-C ends.
+// Ends calls that take too long.
 class Limit {
  public:
-  explicit Limit(Keyring::Ask ask)
+  Limit()
       : cancellable_(lib().g_cancellable_new()),
         over_(::eventfd(0, EFD_CLOEXEC)),
-        watcher_([this, ask] { watch(ask == Keyring::Ask::yes); }) {}
+        watcher_([this] { watch(); }) {}
   ~Limit() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = ::write(over_.get(), &one, sizeof one);
+    tell(over_);
     watcher_.join();
   }
   Limit(const Limit&) = delete;
@@ -148,24 +155,12 @@ class Limit {
   GCancellable* get() const { return cancellable_.get(); }
 
  private:
-  void watch(bool withPeople) {
-    using Clock = std::chrono::steady_clock;
-    // The thread that waits is the main one where a person is asked: nobody else writes meanwhile.
-    Waiting waiting(withPeople ? "the desktop's keyring" : "");
-    const auto deadline = Clock::now() + (withPeople ? patienceWithPeople : patience);
-    for (;;) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-      if (left.count() <= 0 || (withPeople && Signals::received() != 0)) break;
-      std::array<pollfd, 2> waitingFor = {pollfd{over_.get(), POLLIN, 0},
-                                          pollfd{Signals::fileDescriptor(), POLLIN, 0}};
-      const int tick = waiting.untilTick();
-      const int milliseconds = static_cast<int>(left.count());
-      ::poll(waitingFor.data(), withPeople ? 2 : 1,
-             tick < 0 ? milliseconds : std::min(tick, milliseconds));
-      if (waitingFor[0].revents != 0) return;
-      waiting.tick();
+  void watch() {
+    pollfd over{over_.get(), POLLIN, 0};
+    const auto limit = std::chrono::milliseconds(patience);
+    if (::poll(&over, 1, static_cast<int>(limit.count())) == 0) {
+      lib().g_cancellable_cancel(cancellable_.get());
     }
-    lib().g_cancellable_cancel(cancellable_.get());
   }
 
   Handle<GCancellable> cancellable_;
@@ -217,26 +212,55 @@ class Items {
   GList* list_;
 };
 
-bool unlockObject(SecretService* service, gpointer object, const Limit& limit) {
-  Error error;
-  GList* wanted = lib().g_list_append(nullptr, object);
-  GList* unlocked = nullptr;
-  const int count =
-      lib().secret_service_unlock_sync(service, wanted, limit.get(), &unlocked, error.out());
-  lib().g_list_free(wanted);
-  const Items released(unlocked);
-  return count > 0;
-}
+// The desktop's dialog, on a thread of its own.
+struct Dialog {
+  Dialog(SecretService* on, gpointer locked)
+      : service(static_cast<SecretService*>((lib().g_object_ref)(on))),
+        object(static_cast<GObject*>((lib().g_object_ref)(locked))),
+        over(::eventfd(0, EFD_CLOEXEC)) {}
 
-void throwIfInterrupted(Keyring::Ask ask) {
-  if (ask == Keyring::Ask::yes) Signals::throwIfReceived();
+  void ask() {
+    Error error;
+    GList* wanted = lib().g_list_append(nullptr, object.get());
+    GList* unlocked = nullptr;
+    isUnlocked = lib().secret_service_unlock_sync(service.get(), wanted, nullptr, &unlocked,
+                                                  error.out()) > 0;
+    lib().g_list_free(wanted);
+    const Items released(unlocked);
+    tell(over);
+  }
+
+  Handle<SecretService> service;
+  Handle<GObject> object;
+  Descriptor over;
+  std::atomic<bool> isUnlocked = false;
+};
+
+// Asks the person to unlock it. After Ctrl-C, or when nobody answers, the dialog's thread is left
+// to itself: a call of libsecret's that is cancelled while its dialog is open never ends.
+bool askToUnlock(SecretService* service, gpointer object) {
+  using Clock = std::chrono::steady_clock;
+  const auto dialog = std::make_shared<Dialog>(service, object);
+  std::thread([dialog] { dialog->ask(); }).detach();
+  Waiting waiting("the desktop's keyring");
+  const auto deadline = Clock::now() + patienceWithPeople;
+  while (Clock::now() < deadline) {
+    std::array<pollfd, 2> waitingFor = {pollfd{dialog->over.get(), POLLIN, 0},
+                                        pollfd{Signals::fileDescriptor(), POLLIN, 0}};
+    const int tick = waiting.untilTick();
+    ::poll(waitingFor.data(), waitingFor.size(), tick < 0 ? 1'000 : tick);
+    Signals::throwIfReceived();
+    if (waitingFor[0].revents != 0) break;
+    waiting.tick();
+  }
+  return dialog->isUnlocked;
 }
 
 }  // namespace
 
 bool Keyring::runs() const {
   if (folder_.empty() || !mayHaveBus() || !lib().library.isComplete()) return false;
-  const Limit limit(Ask::no);
+  const Limit limit;
   const auto bus = connect(limit);
   if (!bus) return false;
   Error error;
@@ -252,7 +276,7 @@ bool Keyring::runs() const {
 }
 
 Keyring::Answer Keyring::unlock(Ask ask) const {
-  const Limit limit(ask);
+  const Limit limit;
   const auto service = serviceOf(limit);
   if (!service) return {Kind::gone};
   Error error;
@@ -261,15 +285,13 @@ Keyring::Answer Keyring::unlock(Ask ask) const {
   if (error) return {error.kind()};
   if (!collection) return {Kind::locked};  // one would be made, with a dialog
   if (lib().secret_collection_get_locked(collection.get()) == 0) return {Kind::done};
-  if (ask == Ask::no) return {Kind::locked};
-  const bool done = unlockObject(service.get(), collection.get(), limit);
-  throwIfInterrupted(ask);
+  const bool done = ask == Ask::yes && askToUnlock(service.get(), collection.get());
   return {done ? Kind::done : Kind::locked};
 }
 
 Keyring::Answer Keyring::keep(const std::string& name, const std::string& secret) const {
   if (const Answer ready = unlock(Ask::no); ready.kind != Kind::done) return ready;
-  const Limit limit(Ask::no);
+  const Limit limit;
   const auto service = serviceOf(limit);
   if (!service) return {Kind::gone};
   const auto attributes = attributesOf(folder_, &name);
@@ -283,7 +305,7 @@ Keyring::Answer Keyring::keep(const std::string& name, const std::string& secret
 }
 
 Keyring::Answer Keyring::find(const std::string& name, Ask ask) const {
-  const Limit limit(ask);
+  const Limit limit;
   const auto service = serviceOf(limit);
   if (!service) return {Kind::gone};
   const auto attributes = attributesOf(folder_, &name);
@@ -294,12 +316,11 @@ Keyring::Answer Keyring::find(const std::string& name, Ask ask) const {
   if (items.first() == nullptr) return {Kind::missing};
   SecretItem* const item = Items::at(items.first());
   if (lib().secret_item_get_locked(item) != 0) {
-    const bool unlocked = ask == Ask::yes && unlockObject(service.get(), item, limit);
-    throwIfInterrupted(ask);
-    if (!unlocked) return {Kind::locked};
+    if (ask == Ask::no || !askToUnlock(service.get(), item)) return {Kind::locked};
   }
+  const Limit loadingLimit;  // a person may have taken all the time of the other
   Error loading;
-  if (lib().secret_item_load_secret_sync(item, limit.get(), loading.out()) == 0) {
+  if (lib().secret_item_load_secret_sync(item, loadingLimit.get(), loading.out()) == 0) {
     return {loading ? loading.kind() : Kind::gone};
   }
   const Handle<SecretValue> value(lib().secret_item_get_secret(item));
@@ -310,7 +331,7 @@ Keyring::Answer Keyring::find(const std::string& name, Ask ask) const {
 }
 
 Keyring::Answer Keyring::removeAllBut(const std::string& name) const {
-  const Limit limit(Ask::no);
+  const Limit limit;
   const auto service = serviceOf(limit);
   if (!service) return {Kind::gone};
   const auto attributes = attributesOf(folder_, nullptr);
