@@ -166,9 +166,14 @@ TEST_F(URLCacheTroubleTest, aFolderThatCannotBeUsedOrGoesAwayIsUsedAgainWhenItCa
   store(cache, "http://host/", "2");
   EXPECT_EQ(onDisk("http://host/"), "2");
   // Another one puts a new file there: what is read comes from it in a moment.
-  std::filesystem::remove_all(folder_.path() / "caches");
+  {
+    URLCache other(0, megabyte, folder_.path() / "other");
+    store(other, "http://host/", "3");
+  }
+  std::filesystem::remove_all(path_);
+  std::filesystem::rename(folder_.path() / "other", path_);
   std::this_thread::sleep_for(150ms);
-  EXPECT_EQ(onDisk("http://host/"), "(none)");
+  EXPECT_EQ(bodyOf(cache, "http://host/"), "3");
 }
 
 TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {

@@ -74,10 +74,8 @@ TEST_F(ContentSessionManagerTest, copiesOfAnswersThatVaryAreFoundAndWarmedWithTh
       test::answer("{}", "Cache-Control: max-age=0\r\nVary: Accept-Language\r\n"));
   const URL fetched = server->url("/fetched");
   const URL warmed = server->url("/warmed");
-  URLSessionConfiguration configuration;
-  configuration.urlCache = cache;
-  configuration.defaultHeaders = {{"Accept-Language", "de"}};
-  const auto german = std::make_shared<ContentSessionManager>(configuration);
+  const auto german = std::make_shared<ContentSessionManager>(
+      URLSessionConfiguration{.urlCache = cache, .defaultHeaders = {{"Accept-Language", "de"}}});
   DataCoordinator coordinator(german, dates);
   ASSERT_TRUE(get(*german, fetched).result);
   captured<CacheWarmerRequestResult>([&](auto done) {

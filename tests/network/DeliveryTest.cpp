@@ -330,9 +330,7 @@ TEST_F(DeliveryTest, ofTheIdentitySide) {
       prepare(none, script);
       Answers heard;
       {
-        URLSessionConfiguration configuration;
-        configuration.urlCache = cache;
-        AuthSessionManager account(configuration);
+        AuthSessionManager account({.urlCache = cache});
         const auto hear = [&](const auto& result) {
           EXPECT_NE(std::this_thread::get_id(), caller);
           EXPECT_EQ(account.taskCount(), 0);

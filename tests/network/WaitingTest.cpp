@@ -45,9 +45,8 @@ TEST_F(WaitingTest, nobodyWhoAsksOrReadsWaitsForADisk) {
        }},
       {"an account",
        [this](DataCoordinator&, const URL& url) {
-         URLSessionConfiguration configuration;
-         configuration.urlCache = std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "a");
-         accounts.push_back(std::make_shared<AuthSessionManager>(configuration));
+         accounts.push_back(std::make_shared<AuthSessionManager>(URLSessionConfiguration{
+             .urlCache = std::make_shared<URLCache>(1 << 20, 1 << 20, folder.path() / "a")}));
          accounts.back()->getRequest(url, {}, [](const auto&) {});
        }},
   };
@@ -68,8 +67,7 @@ TEST_F(WaitingTest, nobodyWhoAsksOrReadsWaitsForADisk) {
     });
     const bool inTime = asked.wait_for(patience) == std::future_status::ready;
     if (what == std::string_view("article")) {
-      EXPECT_TRUE(pumpUntil([] { return files.held() > 0; }))
-          << "nobody else waits in their place";
+      EXPECT_TRUE(pumpUntil([] { return files.held() > 0; })) << "nobody else waits in their place";
     }
     files.block(false);
     asked.wait();

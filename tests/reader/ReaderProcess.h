@@ -15,21 +15,21 @@ namespace paperloom::test {
 // How the reader is run. Its environment holds nothing but what is said here and a few harmless
 // defaults.
 struct ReaderRun {
-  std::vector<std::string> arguments{};
-  std::string input{};          // of standard input, which ends after it
+  std::vector<std::string> arguments;
+  std::string input;            // of standard input, which ends after it
   bool inputStaysOpen = false;  // or rather not before the reader does
-  std::vector<std::pair<std::string, std::string>> environment{};
+  std::vector<std::pair<std::string, std::string>> environment;
   // Standard input and output are a terminal of 100 columns, in which `input` is typed.
   bool terminal = false;
   bool errorToTerminal = false;  // standard error, too
   // The input is given once the terminal shows this.
-  std::string typeAfter{};
+  std::string typeAfter;
   // Standard output is this file.
-  std::string outputFile{};
-  std::vector<int> closed{};           // descriptors that the reader starts without
+  std::string outputFile;
+  std::vector<int> closed;             // descriptors that the reader starts without
   rlim_t largestFile = RLIM_INFINITY;  // as if the disk were full behind it
   // Asked again and again; SIGINT is sent once when it is true.
-  std::function<bool()> interruptWhen{};
+  std::function<bool()> interruptWhen;
 };
 
 struct ReaderOutcome {

@@ -15,12 +15,6 @@ using Source = URLSessionTaskMetrics::Source;
 // A session with a cache in memory. What lies about is made stale by its Age field.
 class CachingTest : public ::testing::Test {
  protected:
-  static URLSessionConfiguration configurationWith(std::shared_ptr<URLCache> cache) {
-    URLSessionConfiguration configuration;
-    configuration.urlCache = std::move(cache);
-    return configuration;
-  }
-
   void keep(const URL& url, HTTPHeaders fields, std::string body, int status = 200) {
     const Date now = currentDate();
     cache_->storeCachedResponse({{url, status, std::move(fields)}, Data(std::move(body)), now, now},
@@ -32,7 +26,7 @@ class CachingTest : public ::testing::Test {
   }
 
   std::shared_ptr<URLCache> cache_ = std::make_shared<URLCache>(8 << 20, 0, "");
-  URLSession session_{configurationWith(cache_)};
+  URLSession session_{{.urlCache = cache_}};
 };
 
 const char* const fresh = "Cache-Control: max-age=1000\r\n";
@@ -311,6 +305,10 @@ TEST_F(CachingTest, theStoreFilterKeepsAGoodCopyFromABadAnswer) {
   get();
   EXPECT_EQ(kept(server.url()), "<html>");
   EXPECT_EQ(asked, 2);
+  cache_->removeAllCachedResponses();
+  accept = false;
+  get();
+  EXPECT_EQ(kept(server.url()), "nothing");
 }
 
 TEST_F(CachingTest, anUnsafeRequestThatSucceedsInvalidatesWhatIsStored) {

@@ -111,9 +111,7 @@ TEST(ConnectionTest, overTLSTicketsLeaveAConnectionUsableAndAnUnaskedAnswerDoesN
     TLSServer server(
         {.answer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody", .afterwards = afterwards});
     server.writeAuthority(folder.path() / "authority.pem");
-    URLSessionConfiguration configuration;
-    configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
-    URLSession session(configuration);
+    URLSession session({.additionalCertificateAuthorities = folder.path() / "authority.pem"});
     for (int i = 0; i < 100; ++i) {
       EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), "body");
       ASSERT_TRUE(pumpUntil([&] { return server.answered() >= server.requests(); }));
@@ -134,9 +132,7 @@ TEST(ConnectionTest, noMoreThanAllowedAreOpenToAHostAndTheyAreKept) {
       const bool isLast = std::atoi(request.target.c_str() + 1) % 20 == 19;
       return isLast ? then(answer("x"), closeConnection()) : answer("x");
     });
-    URLSessionConfiguration configuration;
-    configuration.httpMaximumConnectionsPerHost = allowed;
-    URLSession session(configuration);
+    URLSession session({.httpMaximumConnectionsPerHost = allowed});
     std::vector<Pending> tasks;
     for (int i = 0; i < 60; ++i) {
       tasks.push_back(start(session, URLRequest(server.url("/" + std::to_string(i)))));
@@ -154,9 +150,7 @@ TEST(ConnectionTest, tasksWaitInOrderOfPriorityAndThenOfArrival) {
     script.insert(script.begin(), awaitRelease());
     return script;
   });
-  URLSessionConfiguration configuration;
-  configuration.httpMaximumConnectionsPerHost = 1;
-  URLSession session(configuration);
+  URLSession session({.httpMaximumConnectionsPerHost = 1});
   std::vector<Pending> tasks;
   const auto add = [&](const char* target, float priority) {
     tasks.push_back(start(session, URLRequest(server.url(target)), priority));
@@ -207,9 +201,7 @@ TEST(TimeoutsTest, silenceEndsARequestAndBytesKeepItAlive) {
       {"slow body", dripping, {}, 200},
       {"slow header", drippingHeader, {}, 200},
   };
-  URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = 1200ms;
-  URLSession session(configuration);
+  URLSession session({.timeoutIntervalForRequest = 1200ms});
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     ScriptedServer server(
@@ -233,11 +225,9 @@ TEST(TimeoutsTest, oneThatTricklesEndsByTheLimitOnTheWholeAndWaitingCountsForTha
     trickle.push_back(wait(20ms));
   }
   ScriptedServer server(trickle);
-  URLSessionConfiguration configuration;
-  configuration.timeoutIntervalForRequest = 1500ms;
-  configuration.timeoutIntervalForResource = 3000ms;
-  configuration.httpMaximumConnectionsPerHost = 1;
-  URLSession session(configuration);
+  URLSession session({.timeoutIntervalForRequest = 1500ms,
+                      .timeoutIntervalForResource = 3000ms,
+                      .httpMaximumConnectionsPerHost = 1});
   Pending trickling = start(session, URLRequest(server.url()));
   Pending waiting = start(session, URLRequest(server.url()));
   const Answer first = trickling.get();
@@ -287,12 +277,10 @@ TEST(TimeoutsTest, aServerThatNeverStopsMeetsALimitAndHoldsUpNobodyElse) {
        std::string("\0\0\0\xff\xff", 5), large},
   };
   ScriptedServer lively(answer("x"));
-  URLSessionConfiguration configuration;
-  configuration.maximumBodySize = 50'000;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     ScriptedServer server({send(c.begin), flood(c.endless)});
-    URLSession session(configuration);
+    URLSession session({.maximumBodySize = 50'000});
     std::vector<Pending> flooded;
     for (int i = 0; i < 2; ++i) flooded.push_back(start(session, URLRequest(server.url())));
     for (int i = 0; i < 10; ++i) EXPECT_EQ(fetch(session, URLRequest(lively.url())).body(), "x");

@@ -240,9 +240,7 @@ TEST(FramingTest, aFailureSaysWhatWasWrong) {
       {"the server used more than one content coding",
        withLength("Content-Encoding: a, b\r\n", "")},
   };
-  URLSessionConfiguration configuration;
-  configuration.maximumBodySize = 3;
-  URLSession session(configuration);
+  URLSession session({.maximumBodySize = 3});
   for (const auto& [text, bytes] : rows) {
     ScriptedServer server({send(bytes), closeConnection()});
     EXPECT_EQ(fetch(session, URLRequest(server.url())).errorText(), text);
@@ -312,8 +310,6 @@ TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
     return all;
   };
   const auto error = Code::dataLengthExceedsMaximum;
-  URLSessionConfiguration configuration;
-  configuration.maximumBodySize = 1'000'000;
   const std::string gzip = "Content-Encoding: gzip\r\n";
   expectAll(
       {
@@ -328,7 +324,7 @@ TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
           good("an eighth and 64 KB more on the way", withLength(gzip, members(59'526)), ""),
           {"more on the way", withLength(gzip, members(59'527)), 200, error},
       },
-      configuration);
+      {.maximumBodySize = 1'000'000});
 }
 
 #ifndef PAPERLOOM_SANITIZED
@@ -343,12 +339,10 @@ long statusValue(std::string_view name) {
 
 TEST(CodingTest, aBodyCostsNoMoreMemoryThanTheLimitAndAFewMegabytes) {
   constexpr std::size_t megabyte = 1024 * 1024;
-  URLSessionConfiguration configuration;
-  configuration.maximumBodySize = 24 * megabyte;
   const auto zeros = [](std::size_t size) { return gzipped(std::string(size, '\0')); };
   for (const std::string& body : {zeros(64 * megabyte), zeros(24 * megabyte)}) {
     ScriptedServer server(answer(body, "Content-Encoding: gzip\r\n"));
-    URLSession session(configuration);
+    URLSession session({.maximumBodySize = std::int64_t{24 * megabyte}});
     ScriptedServer small(answer("x"));
     fetch(session, URLRequest(small.url()));  // what the threads and libcurl cost is no body's
     malloc_trim(0);

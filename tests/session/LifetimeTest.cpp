@@ -59,9 +59,7 @@ TEST(LifetimeTest, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfte
   std::atomic<int> cancelled = 0;
   std::shared_ptr<URLSessionTask> survivor;
   {
-    URLSessionConfiguration configuration;
-    configuration.httpMaximumConnectionsPerHost = 2;
-    URLSession session(configuration);
+    URLSession session({.httpMaximumConnectionsPerHost = 2});
     for (int i = 0; i < 5; ++i) {
       survivor = session.dataTask(URLRequest(server.url()),
                                   [&](const auto& data, const auto&, const auto& error) {
@@ -111,9 +109,8 @@ TEST(LifetimeTest, aCallbackMayStartRequestsAndReleaseTheSession) {
 
 TEST(LifetimeTest, whatTakesLongIsPreparedBesideTheCallbackQueueAndASessionWaitsForIt) {
   ScriptedServer server(answer("x", "Cache-Control: max-age=9\r\n"));
-  URLSessionConfiguration configuration;
-  configuration.urlCache = std::make_shared<URLCache>();
-  auto session = std::make_unique<URLSession>(configuration);
+  auto session = std::make_unique<URLSession>(
+      URLSessionConfiguration{.urlCache = std::make_shared<URLCache>()});
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();
   std::atomic<int> prepared = 0;
@@ -183,14 +180,12 @@ TEST(SessionEnduranceTest, manyThreadsShareASessionAndEveryTaskIsAnsweredOnceWit
   };
   ScriptedServer one(echo);
   ScriptedServer two(echo);
-  URLSessionConfiguration configuration;
-  configuration.urlCache = std::make_shared<URLCache>(1 << 20, 0, "");
-  configuration.httpMaximumConnectionsPerHost = 3;
   std::atomic<int> completions = 0;
   std::atomic<int> wrong = 0;
   const int each = soakTimes(150);
   {
-    URLSession session(configuration);
+    URLSession session({.urlCache = std::make_shared<URLCache>(1 << 20, 0, ""),
+                        .httpMaximumConnectionsPerHost = 3});
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&, t] {

@@ -245,11 +245,9 @@ TEST(RedirectsTest, defaultFieldsGoWithEveryHopButNoSecretToAnOriginThatIsNotNam
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    URLSessionConfiguration configuration;
-    configuration.defaultHeaders = {{"X-App-Key", "secret"}, {"Accept-Language", "de"}};
-    configuration.defaultHeaderOrigins = c.origins;
-    configuration.userAgentProduct = "ExampleNews/2.1";
-    URLSession session(configuration);
+    URLSession session({.userAgentProduct = "ExampleNews/2.1",
+                        .defaultHeaders = {{"X-App-Key", "secret"}, {"Accept-Language", "de"}},
+                        .defaultHeaderOrigins = c.origins});
     URLRequest request(server.url());
     request.headers = c.own;
     const std::size_t before = server.requests().size();

@@ -60,11 +60,8 @@ TEST(SecurityTest, onlyAServerThatATrustedAuthorityVouchesForIsSpokenToAndTheRea
     const Environment tempting({{"SSL_CERT_FILE", (folder.path() / "authority.pem").string()},
                                 {"CURL_CA_BUNDLE", (folder.path() / "authority.pem").string()},
                                 {"SSL_CERT_DIR", folder.path().string()}});
-    URLSessionConfiguration configuration;
-    if (c.trusted) {
-      configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
-    }
-    URLSession session(configuration);
+    const std::filesystem::path authority = c.trusted ? folder.path() / "authority.pem" : "";
+    URLSession session({.additionalCertificateAuthorities = authority});
     const Answer received = fetch(session, URLRequest(server.url()));
     EXPECT_EQ(server.requests(), c.reason != nullptr ? 0 : 1);
     EXPECT_EQ(received.body(), c.reason != nullptr ? "no data" : "body");
@@ -79,9 +76,7 @@ TEST(SecurityTest, aMissingOrBrokenAuthorityFileTrustsNobody) {
   TLSServer server({.answer = whole});
   std::ofstream(folder.path() / "broken.pem") << "-----BEGIN CERTIFICATE-----\nnonsense\n";
   for (const char* file : {"missing.pem", "broken.pem"}) {
-    URLSessionConfiguration configuration;
-    configuration.additionalCertificateAuthorities = folder.path() / file;
-    URLSession session(configuration);
+    URLSession session({.additionalCertificateAuthorities = folder.path() / file});
     EXPECT_EQ(fetch(session, URLRequest(server.url())).code(), Code::secureConnectionFailed);
   }
 }
@@ -114,10 +109,8 @@ TEST(SecurityTest, aHostWithPinnedKeysIsSpokenToWithOneOfThemAlone) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.pins) + " " + c.url);
-    URLSessionConfiguration configuration;
-    configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
-    configuration.pinnedPublicKeys = c.pins;
-    URLSession session(configuration);
+    URLSession session({.additionalCertificateAuthorities = folder.path() / "authority.pem",
+                        .pinnedPublicKeys = c.pins});
     const int before = server.requests();
     const Answer received = fetch(session, URLRequest(*URL::parse(c.url)));
     EXPECT_EQ(server.requests() - before, c.reason != nullptr ? 0 : 1);
@@ -133,9 +126,7 @@ TEST(SecurityTest, aRedirectNeverLeadsFromHTTPSToHTTP) {
   TLSServer server({.answer = "HTTP/1.1 302 Found\r\nLocation: " + plain.url().absoluteString() +
                               "\r\nContent-Length: 0\r\n\r\n"});
   server.writeAuthority(folder.path() / "authority.pem");
-  URLSessionConfiguration configuration;
-  configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
-  URLSession session(configuration);
+  URLSession session({.additionalCertificateAuthorities = folder.path() / "authority.pem"});
   const Answer refused = fetch(session, URLRequest(server.url()));
   EXPECT_EQ(refused.code(), Code::redirectRefused);
   EXPECT_EQ(refused.errorText(), "the server redirected from https to http");
@@ -148,9 +139,7 @@ TEST(SecurityTest, theKeysOfConnectionsAreWrittenNowhere) {
   const Environment tempting({{"SSLKEYLOGFILE", (folder.path() / "keys").string()}});
   TLSServer server({.answer = whole});
   server.writeAuthority(folder.path() / "authority.pem");
-  URLSessionConfiguration configuration;
-  configuration.additionalCertificateAuthorities = folder.path() / "authority.pem";
-  URLSession session(configuration);
+  URLSession session({.additionalCertificateAuthorities = folder.path() / "authority.pem"});
   EXPECT_EQ(fetch(session, URLRequest(server.url())).body(), "body");
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "keys"));
   EXPECT_STREQ(std::getenv("SSLKEYLOGFILE"), (folder.path() / "keys").c_str());
@@ -171,10 +160,8 @@ TEST(SecurityTest, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
   const std::string address = proxy.url().origin();
   const URL target = *URL::parse("http://name.invalid/page");
   {
-    URLSessionConfiguration configuration;
-    configuration.proxy = address;
     const Environment exempting({{"no_proxy", "name.invalid"}, {"NO_PROXY", "*"}});
-    URLSession session(configuration);
+    URLSession session({.proxy = address});
     EXPECT_EQ(fetch(session, URLRequest(target)).body(), "by proxy");
     EXPECT_EQ(proxy.requests().at(0).target, "http://name.invalid/page");
   }
@@ -188,9 +175,7 @@ TEST(SecurityTest, aProxyIsUsedWhenTheConfigurationOrTheUsualVariablesNameOne) {
 TEST(SecurityTest, aProxyThatRefusesATunnelIsQuotedWithItsStatus) {
   for (const char* status : {"403 Forbidden", "407 Proxy Authentication Required", "502 Gone"}) {
     ScriptedServer proxy(answer("its own page", "", status));
-    URLSessionConfiguration configuration;
-    configuration.proxy = proxy.url().origin();
-    URLSession session(configuration);
+    URLSession session({.proxy = proxy.url().origin()});
     const Answer received = fetch(session, URLRequest(*URL::parse("https://name.invalid/")));
     ASSERT_EQ(received.code(), Code::cannotConnectToHost);
     EXPECT_FALSE(received.response);

@@ -40,10 +40,8 @@ class IdentityFixture : public ::testing::Test {
   }
 
   static URLSessionConfiguration configuration(const std::filesystem::path& cache) {
-    URLSessionConfiguration configuration;
-    configuration.timeoutIntervalForRequest = std::chrono::seconds(5);
-    configuration.urlCache = std::make_shared<URLCache>(1 << 20, 10 << 20, cache);
-    return configuration;
+    return {.timeoutIntervalForRequest = std::chrono::seconds(5),
+            .urlCache = std::make_shared<URLCache>(1 << 20, 10 << 20, cache)};
   }
 
   TemporaryFolder folder;
