@@ -8,6 +8,7 @@
 #include "paperloom/model/DocumentParsers.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/MockSessionManager.h"
+#include "paperloom/network/internal/DecodedImages.h"
 #include "paperloom/network/internal/OfflineResource.h"
 #include "paperloom/network/internal/RecordFetch.h"
 #include "paperloom/platform/DispatchQueue.h"
@@ -44,6 +45,8 @@ std::vector<std::shared_ptr<Subscription::Token>> ownersOf(const Success& succes
   if (failure) owners.push_back(failure.owner());
   return owners;
 }
+
+constexpr std::int64_t imageMemory = 32 * ContentSessionManager::megabyte;
 
 using ManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
 
@@ -84,7 +87,8 @@ DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> 
     : sessionManager_(
           required(std::move(sessionManager), "a data coordinator needs a session manager")),
       dates_(dates),
-      received_(std::make_shared<Received>()) {
+      received_(std::make_shared<Received>()),
+      images_(std::make_shared<DecodedImages>(imageMemory)) {
   received_->appMetadata = std::move(appMetadata);
 }
 
@@ -176,24 +180,24 @@ std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestImageFromURL(
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
                                                                      Success<Image> success,
                                                                      ImageFailure failure) {
-  return requestImage(url, ImageParser(), std::move(success), std::move(failure));
+  return requestImage(url, std::nullopt, std::move(success), std::move(failure));
 }
 
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
                                                                      ImageSize maximumSize,
                                                                      Success<Image> success,
                                                                      ImageFailure failure) {
-  return requestImage(url, ImageParser(maximumSize), std::move(success), std::move(failure));
+  return requestImage(url, maximumSize, std::move(success), std::move(failure));
 }
 
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImage(const URL& url,
-                                                              const ImageParser& parser,
+                                                              std::optional<ImageSize> maximumSize,
                                                               Success<Image> success,
                                                               ImageFailure failure) {
   using Item = std::shared_ptr<const Image>;
   auto owners = ownersOf(success, failure);
   auto task = sessionManager_->getDocument<Item>(
-      url, std::make_shared<const ImageParser>(parser),
+      url, std::make_shared<const KeptImageParser>(images_, maximumSize),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    const Provenance& provenance) {
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
@@ -244,6 +248,10 @@ void DataCoordinator::setCacheWarmerDataCoordinator(
   const MutexLock lock(mutex_);
   cacheWarmerDataCoordinator_.swap(warmer);
 }
+
+void DataCoordinator::setImageMemoryCapacity(std::int64_t bytes) { images_->setCapacity(bytes); }
+
+void DataCoordinator::handleMemoryPressure() { images_->clear(); }
 
 std::shared_ptr<ContentSessionManagerProtocol> DataCoordinator::sessionManagerMock() const {
   return sessionManagerMock_.get();

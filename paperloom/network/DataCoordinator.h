@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -24,7 +25,7 @@
 namespace paperloom {
 
 class CurrentAppMetadata;
-class ImageParser;
+class DecodedImages;
 
 // The requests of the content side. Any callback may be empty: what it would be told is dropped. It
 // may take a Provenance as its last argument: where the document came from, or how the request
@@ -135,6 +136,13 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   const std::shared_ptr<ContentSessionManagerProtocol>& sessionManager() const {
     return sessionManager_;
   }
+  // Pictures stay as they were decoded, least recently used out first, so that one that is shown
+  // again is not decoded again; 32 MB of them at first, in bytes of pixels and of the files behind
+  // them. Whether the server is asked is HTTP's matter all the same.
+  void setImageMemoryCapacity(std::int64_t bytes);
+  // Lets go of all of them, but for those that the host holds.
+  void handleMemoryPressure();
+
   // The manager that answered the last offline request.
   std::shared_ptr<ContentSessionManagerProtocol> sessionManagerMock() const;
 
@@ -145,7 +153,7 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                   LatestDateStore* dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
 
-  std::shared_ptr<URLSessionTask> requestImage(const URL& url, const ImageParser& parser,
+  std::shared_ptr<URLSessionTask> requestImage(const URL& url, std::optional<ImageSize> maximumSize,
                                                Success<Image> success, ImageFailure failure);
   std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
   streamCompletion(Success<StreamProtocol> success, Failure failure) const;
@@ -153,6 +161,7 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::shared_ptr<ContentSessionManagerProtocol> sessionManager_;
   LatestDateStore* const dates_;  // null for the shared one
   std::shared_ptr<Received> received_;
+  std::shared_ptr<DecodedImages> images_;
 
   Guarded<std::optional<URL>> baseURL_;
   Guarded<std::optional<std::string>> defaultSections_;

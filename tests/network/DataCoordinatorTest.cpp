@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <thread>
 
 #include "paperloom/model/ArticleParser.h"
 #include "paperloom/network/MockSessionManager.h"
+#include "paperloom/platform/ImageDecoder.h"
 #include "paperloom/platform/Subscription.h"
 #include "paperloom/testing/Captured.h"
 #include "paperloom/testing/ScriptedServer.h"
@@ -216,6 +218,61 @@ TEST_F(DataCoordinatorTest, imagesAnswerOnTheMainQueue) {
     EXPECT_TRUE(pumpUntil([&] { return received.has_value(); }));
     EXPECT_EQ(received, c.width);
   }
+}
+
+class CountingDecoder final : public ImageDecoder {
+ public:
+  std::shared_ptr<const Image> decode(std::string_view bytes) const override {
+    ++count;
+    return StandardImageDecoder().decode(bytes);
+  }
+
+  mutable std::atomic<int> count = 0;
+};
+
+TEST_F(DataCoordinatorTest, aPictureThatIsShownAgainIsNotDecodedAgain) {
+  constexpr std::int64_t picture = 640 * 640 * 4;  // with room for the file
+  const auto first = std::make_shared<CountingDecoder>();
+  const auto second = std::make_shared<CountingDecoder>();
+  ImageDecoder::setCurrent(first);
+  const struct {
+    const char* what;
+    std::function<void()> before;
+    const char* path;
+    std::optional<ImageSize> maximumSize;
+    int decoded;
+  } rows[] = {
+      {"new", nullptr, "/images/harbour-640.jpg", std::nullopt, 1},
+      {"again", nullptr, "/images/harbour-640.jpg", std::nullopt, 0},
+      {"smaller", nullptr, "/images/harbour-640.jpg", ImageSize{90, 90}, 1},
+      {"smaller again", nullptr, "/images/harbour-640.jpg", ImageSize{90, 90}, 0},
+      {"another", nullptr, "/images/railway-640.jpg", std::nullopt, 1},
+      {"the first once more", nullptr, "/images/harbour-640.jpg", std::nullopt, 0},
+      {"under pressure", [&] { coordinator.handleMemoryPressure(); }, "/images/harbour-640.jpg",
+       std::nullopt, 1},
+      {"one fits", [&] { coordinator.setImageMemoryCapacity(picture); }, "/images/harbour-640.jpg",
+       std::nullopt, 0},
+      {"in its place", nullptr, "/images/railway-640.jpg", std::nullopt, 1},
+      {"the one that went", nullptr, "/images/harbour-640.jpg", std::nullopt, 1},
+      {"other bytes", [&] { cache->removeAllCachedResponses(); }, "/images/harbour-640.jpg",
+       std::nullopt, 1},
+      {"another decoder", [&] { ImageDecoder::setCurrent(second); }, "/images/harbour-640.jpg",
+       std::nullopt, 1},
+      {"no room", [&] { coordinator.setImageMemoryCapacity(1); }, "/images/harbour-640.jpg",
+       std::nullopt, 1},
+      {"none kept", nullptr, "/images/harbour-640.jpg", std::nullopt, 1},
+  };
+  for (const auto& row : rows) {
+    if (row.before) row.before();
+    const int before = first->count + second->count;
+    bool answered = false;
+    const auto success = [&](const auto&) { answered = true; };
+    row.maximumSize ? coordinator.requestImageFromURL(at(row.path), *row.maximumSize, success)
+                    : coordinator.requestImageFromURL(at(row.path), success);
+    EXPECT_TRUE(pumpUntil([&] { return answered; })) << row.what;
+    EXPECT_EQ(first->count + second->count - before, row.decoded) << row.what;
+  }
+  ImageDecoder::setCurrent(nullptr);
 }
 
 TEST_F(DataCoordinatorTest, offlineStreamIsAnsweredBeforeTheCallReturns) {
