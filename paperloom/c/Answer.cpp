@@ -46,6 +46,27 @@ Outcome failure(const PaperloomError& error) {
   return {PAPERLOOM_CONFIGURATION_ERROR, error.details()};
 }
 
+Outcome outcomeOf(const CacheWarmerRequestResult& result) {
+  struct Outcomes {
+    Outcome operator()(const cachewarmer::Success& fetched) const {
+      return {.document = fetched.data.value_or(Data()), .provenance = Provenance{}};
+    }
+    Outcome operator()(const cachewarmer::SuccessFromCache& found) const {
+      return {.document = found.data.value_or(Data()),
+              .provenance = Provenance{.source = Provenance::Source::cache}};
+    }
+    Outcome operator()(const cachewarmer::FailedStatusCode& failed) const {
+      return {.code = PAPERLOOM_STATUS_FAILED,
+              .text = "the server answered with status " + std::to_string(failed.statusCode),
+              .status = failed.statusCode};
+    }
+    Outcome operator()(const cachewarmer::NetworkError&) const {
+      return {PAPERLOOM_NETWORK_ERROR, "no answer came"};
+    }
+  };
+  return std::visit(Outcomes{}, result);
+}
+
 }  // namespace paperloom::c
 
 using namespace paperloom::c;

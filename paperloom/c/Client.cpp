@@ -16,7 +16,10 @@ Client::Client(const Settings& settings)
   content.setBaseURL(settings.contentURL);
 }
 
-Client::~Client() { requests->cancelAll(); }
+Client::~Client() {
+  requests->cancelAll();
+  warmings->end();
+}
 
 namespace {
 
@@ -66,8 +69,8 @@ struct ContentRequest {
     };
   }
 
-  paperloom_request started(std::shared_ptr<URLSessionTask> task = nullptr) const {
-    if (task) client->requests->setTask(request->number(), std::move(task));
+  paperloom_request started(const std::shared_ptr<URLSessionTask>& task = nullptr) const {
+    if (task) client->requests->setEnd(request->number(), [task] { task->cancel(); });
     return request->number();
   }
 
@@ -76,27 +79,6 @@ struct ContentRequest {
 };
 
 constexpr auto noURL = "not an http or https URL";
-
-Outcome outcomeOf(CacheWarmerRequestResult result) {
-  struct Outcomes {
-    Outcome operator()(cachewarmer::Success& fetched) const {
-      return {.document = fetched.data.value_or(Data()), .provenance = Provenance{}};
-    }
-    Outcome operator()(cachewarmer::SuccessFromCache& found) const {
-      return {.document = found.data.value_or(Data()),
-              .provenance = Provenance{.source = Provenance::Source::cache}};
-    }
-    Outcome operator()(cachewarmer::FailedStatusCode& failed) const {
-      return {.code = PAPERLOOM_STATUS_FAILED,
-              .text = "the server answered with status " + std::to_string(failed.statusCode),
-              .status = failed.statusCode};
-    }
-    Outcome operator()(cachewarmer::NetworkError&) const {
-      return {PAPERLOOM_NETWORK_ERROR, "no answer came"};
-    }
-  };
-  return std::visit(Outcomes{}, result);
-}
 
 }  // namespace
 }  // namespace paperloom::c

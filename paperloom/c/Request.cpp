@@ -55,10 +55,10 @@ void Requests::add(const std::shared_ptr<Request>& request) {
   entries_[request->number()].request = request;
 }
 
-void Requests::setTask(paperloom_request number, std::shared_ptr<URLSessionTask> task) {
+void Requests::setEnd(paperloom_request number, std::function<void()> end) {
   const MutexLock lock(mutex_);
   const auto entry = entries_.find(number);
-  if (entry != entries_.end()) entry->second.task = std::move(task);
+  if (entry != entries_.end()) entry->second.end = std::move(end);
 }
 
 void Requests::remove(paperloom_request number) {
@@ -72,7 +72,7 @@ void Requests::remove(paperloom_request number) {
 
 bool Requests::cancel(const Entry& entry) {
   const bool cancelled = entry.request->cancel();
-  if (entry.task) entry.task->cancel();
+  if (entry.end) entry.end();
   return cancelled;
 }
 

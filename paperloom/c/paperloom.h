@@ -138,8 +138,8 @@ void paperloom_answer_release(const paperloom_answer* answer);
 enum paperloom_code paperloom_answer_code(const paperloom_answer* answer);
 /* What went wrong, in words for people; empty for PAPERLOOM_OK. Holds no token and no password. */
 paperloom_text paperloom_answer_text(const paperloom_answer* answer);
-/* The HTTP status that the service answered a content request with, also where a copy took the place
- * of the answer: so 404, 410 and 500 are told apart. 0 when no answer came, such as without a
+/* The HTTP status that the service answered a content request with, also where a copy took the
+ * place of the answer: so 404, 410 and 500 are told apart. 0 when no answer came, such as without a
  * network. Of an identity request that of PAPERLOOM_STATUS_FAILED alone. */
 int32_t paperloom_answer_status(const paperloom_answer* answer);
 enum paperloom_source paperloom_answer_source(const paperloom_answer* answer);
@@ -266,10 +266,128 @@ paperloom_request paperloom_request_image(paperloom_client* client, paperloom_te
 paperloom_request paperloom_warm(paperloom_client* client, paperloom_text url, bool force_refresh,
                                  paperloom_callback callback, void* user_data);
 
+/* What a front page is warmed with. A field left at 0 or without a text has its default:
+ *   paperloom_warming_plan plan = {.size = sizeof plan, .front_page = true};
+ */
+typedef struct paperloom_warming_plan {
+  size_t size;                     /* sizeof(paperloom_warming_plan), set by the host */
+  const paperloom_text* documents; /* URLs, fetched first of all */
+  size_t document_count;
+  /* The front page with these sections, then its articles and the pictures of its cards from the
+   * top down, then the pictures within the articles. */
+  bool front_page;
+  const paperloom_text* sections;
+  size_t section_count;
+  bool force_refresh; /* ask the server also for what is in the cache */
+  /* Pictures are fetched as they are shown where there is room for so many points, on a display of
+   * so many pixels a point. */
+  double picture_width;  /* 600 */
+  double pixel_density;  /* 1 */
+  int64_t maximum_bytes; /* taken from the network, beside the front page itself; 100 MiB */
+  int64_t maximum_time;  /* milliseconds; what is not there by then is left out; 600000 */
+} paperloom_warming_plan;
+
+/* One document that is done with, and how far all are. */
+typedef struct paperloom_warmed_document {
+  size_t size; /* of the library's struct */
+  paperloom_text url;
+  int32_t code; /* a paperloom_code; PAPERLOOM_OK when it is there */
+  int32_t
+      source; /* PAPERLOOM_SOURCE_NETWORK or, when it was there already, PAPERLOOM_SOURCE_CACHE */
+  int32_t status; /* of PAPERLOOM_STATUS_FAILED */
+  size_t done;
+  size_t total;  /* as far as is known: articles bring their pictures */
+  int64_t bytes; /* taken from the network so far */
+} paperloom_warmed_document;
+
+/* `document` lives as long as the call. */
+typedef void (*paperloom_warming_progress)(void* user_data,
+                                           const paperloom_warmed_document* document);
+
+enum paperloom_warming_end {
+  PAPERLOOM_WARMING_COMPLETE = 0,
+  PAPERLOOM_WARMING_OUT_OF_BYTES = 1,
+  PAPERLOOM_WARMING_OUT_OF_TIME = 2
+};
+
+/* What has come of a warming. */
+typedef struct paperloom_warming_sum {
+  size_t size; /* sizeof(paperloom_warming_sum), set by the host */
+  int32_t end; /* a paperloom_warming_end */
+  size_t fetched;
+  size_t cached_already;
+  size_t failed;
+  size_t left_out;       /* for want of bytes or time, or too large */
+  int64_t bytes;         /* taken from the network */
+  size_t lost;           /* fetched, but not on the disk: paperloom_answer_lost_at() */
+  paperloom_text reason; /* why most likely, in words for people */
+} paperloom_warming_sum;
+
+/* Fills the cache with what the user may open without a network, one document at a time.
+ * `progress`, unless it is NULL, is told of each document, on the thread of callbacks and before
+ * `callback`, with the same `user_data`. The answer is PAPERLOOM_OK also when bytes or time ran
+ * out; without a front page it says why there is none. Can be cancelled. */
+paperloom_request paperloom_warm_front_page(paperloom_client* client,
+                                            const paperloom_warming_plan* plan,
+                                            paperloom_warming_progress progress,
+                                            paperloom_callback callback, void* user_data);
+/* The sum of a warming that was not cancelled. Fills what lies within sum->size; false, and no
+ * change, when there is none. */
+bool paperloom_answer_warming_sum(const paperloom_answer* answer, paperloom_warming_sum* sum);
+/* The URL of a document that was fetched and could not be kept. */
+paperloom_text paperloom_answer_lost_at(const paperloom_answer* answer, size_t index);
+
 /* Ends a content request: unless its callback has run, it will be called with PAPERLOOM_CANCELLED.
  * False, and no effect, for identity requests, which may have changed an account, and for requests
  * that are answered. */
 bool paperloom_cancel(paperloom_client* client, paperloom_request request);
+
+/* ---- What happens ---------------------------------------------------------------------------- */
+
+/* Of what kind an event is, and what it fills beside its kind. Everything else is 0 or no text. */
+enum paperloom_event_kind {
+  PAPERLOOM_EVENT_UNKNOWN = 0,
+  PAPERLOOM_EVENT_REQUEST_STARTED = 1, /* request, method, url, in_background */
+  /* request, url, status (0 without an answer), failed, source, server_failed, bytes, duration */
+  PAPERLOOM_EVENT_REQUEST_ANSWERED = 2,
+  PAPERLOOM_EVENT_COPY_KEPT = 3,        /* url, bytes */
+  PAPERLOOM_EVENT_COPY_REFUSED = 4,     /* url, reason */
+  PAPERLOOM_EVENT_SECTION_DROPPED = 5,  /* index, reason */
+  PAPERLOOM_EVENT_CARD_DROPPED = 6,     /* section, index, reason */
+  PAPERLOOM_EVENT_TOKENS_REFRESHED = 7, /* failed; server_failed unless the service refused them */
+  PAPERLOOM_EVENT_WARMING_PROGRESS = 8  /* url, failed, done, total, bytes */
+};
+
+/* What has happened. No event holds a header, a body, a token or a password; its URL comes without
+ * user, query and fragment. */
+typedef struct paperloom_event {
+  size_t size;        /* of the library's struct */
+  int32_t kind;       /* a paperloom_event_kind */
+  int32_t status;     /* of HTTP */
+  int32_t source;     /* a paperloom_source */
+  bool in_background; /* the library's own request: it refreshes a copy that was served stale */
+  bool failed;
+  bool server_failed; /* and a stored copy took the place of its answer */
+  uint64_t request;   /* names it, in its answer too; no paperloom_request */
+  paperloom_text method;
+  paperloom_text url;
+  paperloom_text reason;  /* in words for people */
+  paperloom_text section; /* uid of the section that a card stands in */
+  size_t index;           /* of a section or card in its document */
+  size_t done;
+  size_t total;
+  int64_t bytes;    /* of bodies; from the network, for an answer and for progress */
+  int64_t duration; /* microseconds */
+} paperloom_event;
+
+/* `event` and its texts live as long as the call. */
+typedef void (*paperloom_event_callback)(void* user_data, const paperloom_event* event);
+
+/* Has `callback` told of every event of the process, by paperloom_run_pending(), in the order in
+ * which they happened. One at a time: another one takes its place, NULL takes it away; a program
+ * that uses the C++ library too has the same one. What it replaces is not called any more by a
+ * later paperloom_run_pending(). */
+void paperloom_set_event_callback(paperloom_event_callback callback, void* user_data);
 
 /* ---- Identity -------------------------------------------------------------------------------- */
 
@@ -483,8 +601,8 @@ paperloom_text paperloom_asset_video_embed_id(const paperloom_asset* asset);
 paperloom_text paperloom_asset_video_duration(const paperloom_asset* asset);
 size_t paperloom_asset_rendition_count(const paperloom_asset* asset);
 const paperloom_rendition* paperloom_asset_rendition_at(const paperloom_asset* asset, size_t index);
-/* The rendition to show where there is room for `width` points, on a display of `pixel_density` pixels
- * a point: the narrowest that has enough pixels, else the widest. */
+/* The rendition to show where there is room for `width` points, on a display of `pixel_density`
+ * pixels a point: the narrowest that has enough pixels, else the widest. */
 const paperloom_rendition* paperloom_asset_rendition_for(const paperloom_asset* asset, double width,
                                                          double pixel_density);
 

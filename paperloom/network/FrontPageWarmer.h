@@ -90,7 +90,8 @@ class PAPERLOOM_EXPORT FrontPageWarmer {
   // Starts, once; a second call does nothing. Each document is warmed once, however often it is
   // named. `completion` is called once, with what there was when it ended.
   void start(WarmingPlan plan, Progress progress, Completion completion);
-  // Gives up what is under way; the completion still comes.
+  // Gives up what is under way; the completion still comes. May be called on any thread once start()
+  // has returned.
   void cancel();
 
  private:

@@ -107,6 +107,10 @@ TEST_F(CInterfaceTest, makesAndUnlinksAccounts) {
   makes_and_unlinks_accounts(service->identityURL().c_str());
 }
 
+TEST_F(CInterfaceTest, warmsAFrontPageAndTellsWhatHappens) {
+  warms_a_front_page(content("status=/images:404").c_str());
+}
+
 TEST_F(CInterfaceTest, readsStructsOfOtherVersions) {
   reads_structs_of_other_versions(content().c_str());
   EXPECT_EQ(service->requests().back().header("X-App-Key"), "secret");

@@ -281,6 +281,98 @@ void makes_and_unlinks_accounts(const char* identity_url) {
   empty(slots, 7);
 }
 
+struct heard {
+  struct slot slot; /* first: it takes the answer */
+  paperloom_client* client;
+  size_t documents, missing, total;
+  int64_t bytes;
+  int events[PAPERLOOM_EVENT_WARMING_PROGRESS + 1];
+};
+
+static void hear(void* user_data, const paperloom_event* event) {
+  struct heard* heard = user_data;
+  ++heard->events[event->kind];
+  if (event->kind == PAPERLOOM_EVENT_REQUEST_STARTED) CHECK(same(event->method, "GET"));
+  if (event->kind == PAPERLOOM_EVENT_REQUEST_ANSWERED) {
+    CHECK(event->failed == (event->status == 0) && event->duration > 0 && event->request != 0);
+  }
+  if (event->kind == PAPERLOOM_EVENT_COPY_KEPT) CHECK(event->bytes > 0 && event->url.length > 0);
+}
+
+static void progress(void* user_data, const paperloom_warmed_document* document) {
+  struct heard* heard = user_data;
+  CHECK(heard->slot.calls == 0 && document->url.length > 0);
+  CHECK(document->done == ++heard->documents && document->done <= document->total);
+  if (document->code != PAPERLOOM_OK) {
+    CHECK(document->code == PAPERLOOM_STATUS_FAILED && document->status == 404);
+    ++heard->missing;
+  }
+  heard->total = document->total;
+  heard->bytes = document->bytes;
+}
+
+static void stop(void* user_data, const paperloom_warmed_document* document) {
+  struct heard* heard = user_data;
+  CHECK(heard->documents++ == 0 && document->done == 1);
+  paperloom_client_release(heard->client);
+}
+
+/* `url` answers /images with 404. */
+void warms_a_front_page(const char* url) {
+  const paperloom_text sections[] = {paperloom_text_from("news"), paperloom_text_from("sport")};
+  const paperloom_warming_plan plan = {
+      .size = sizeof plan, .front_page = true, .sections = sections, .section_count = 2};
+  paperloom_warming_plan other = plan, bad[] = {plan, plan, plan};
+  paperloom_warming_sum sum = {.size = sizeof sum};
+  struct heard all = {.client = new_client(url, NULL)}, none = {.client = all.client}, refused[3];
+  paperloom_set_event_callback(hear, &all);
+  paperloom_warm_front_page(all.client, &plan, progress, take, &all);
+  CHECK(code_of(&all.slot) == PAPERLOOM_OK);
+  CHECK(paperloom_answer_warming_sum(all.slot.answer, &sum));
+  CHECK(sum.end == PAPERLOOM_WARMING_COMPLETE && sum.size == sizeof sum);
+  CHECK(sum.fetched > 0 && sum.failed > 0 && sum.failed == all.missing && sum.left_out == 0);
+  CHECK(sum.fetched + sum.failed == all.documents && all.total == all.documents);
+  CHECK(sum.bytes == all.bytes && sum.bytes > 0 && sum.lost == 0);
+  CHECK(paperloom_answer_lost_at(all.slot.answer, 0).data == NULL);
+  while (paperloom_run_pending() > 0) continue;
+  CHECK(all.events[PAPERLOOM_EVENT_WARMING_PROGRESS] == (int)all.documents);
+  CHECK(all.events[PAPERLOOM_EVENT_REQUEST_STARTED] ==
+        all.events[PAPERLOOM_EVENT_REQUEST_ANSWERED]);
+  CHECK(all.events[PAPERLOOM_EVENT_REQUEST_STARTED] > (int)all.documents); /* and the front page */
+  CHECK(all.events[PAPERLOOM_EVENT_COPY_KEPT] >= (int)sum.fetched);
+  paperloom_set_event_callback(NULL, NULL);
+
+  const paperloom_text culture = paperloom_text_from("culture"); /* nothing of it is there yet */
+  other.sections = &culture;
+  other.section_count = 1;
+  other.maximum_bytes = 1;
+  paperloom_warm_front_page(all.client, &other, NULL, take, &none.slot);
+  CHECK(code_of(&none.slot) == PAPERLOOM_OK);
+  CHECK(paperloom_answer_warming_sum(none.slot.answer, &sum));
+  CHECK(sum.end == PAPERLOOM_WARMING_OUT_OF_BYTES && sum.left_out > 0 && sum.fetched == 0);
+
+  bad[0].size = 8;
+  bad[1].maximum_time = -1;
+  bad[2].documents = sections;
+  bad[2].document_count = 1;
+  for (size_t i = 0; i < 3; ++i) {
+    refused[i] = (struct heard){.client = all.client};
+    CHECK(paperloom_warm_front_page(all.client, &bad[i], progress, take, &refused[i]) == 0);
+    CHECK(code_of(&refused[i].slot) == PAPERLOOM_INVALID_ARGUMENT);
+    empty(&refused[i].slot, 1);
+  }
+
+  /* A client that is released while it warms, from within. */
+  struct heard ended = {.client = all.client};
+  paperloom_warm_front_page(all.client, &plan, stop, take, &ended);
+  CHECK(code_of(&ended.slot) == PAPERLOOM_CANCELLED && ended.documents == 1);
+  CHECK(!paperloom_answer_warming_sum(ended.slot.answer, &sum));
+  empty(&all.slot, 1);
+  empty(&none.slot, 1);
+  empty(&ended.slot, 1);
+  CHECK(all.events[PAPERLOOM_EVENT_WARMING_PROGRESS] == (int)all.documents);
+}
+
 void reads_structs_of_other_versions(const char* url) {
   struct {
     paperloom_configuration known;

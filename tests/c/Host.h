@@ -34,6 +34,7 @@ void answers_every_request_once(const char* url);
 void ends_what_a_released_client_leaves(const char* url, const char* identity_url);
 void keeps_a_login(const char* identity_url);
 void makes_and_unlinks_accounts(const char* identity_url);
+void warms_a_front_page(const char* url);
 void reads_structs_of_other_versions(const char* url);
 
 #ifdef __cplusplus

@@ -13,6 +13,8 @@
 #include "paperloom/model/Article.h"
 #include "paperloom/model/PaperloomError.h"
 #include "paperloom/model/Stream.h"
+#include "paperloom/network/CacheWarmerRequestResult.h"
+#include "paperloom/network/FrontPageWarmer.h"
 #include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/Data.h"
 #include "paperloom/platform/Image.h"
@@ -42,9 +44,11 @@ struct Outcome {
   std::optional<Provenance> provenance{};  // of the document
   enum paperloom_entitlement entitlement = PAPERLOOM_ENTITLEMENT_UNKNOWN;
   std::optional<Tokens> tokens{};
+  std::optional<WarmingSum> warming{};
 };
 
 Outcome failure(const PaperloomError& error);
+Outcome outcomeOf(const CacheWarmerRequestResult& result);
 
 }  // namespace paperloom::c
 

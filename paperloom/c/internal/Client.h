@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "paperloom/c/internal/Request.h"
+#include "paperloom/c/internal/Warmings.h"
 #include "paperloom/c/paperloom.h"
 #include "paperloom/identity/AuthDataCoordinator.h"
 #include "paperloom/identity/RegistrationCoordinator.h"
@@ -45,6 +46,7 @@ struct Client {
   const std::shared_ptr<Requests> requests = std::make_shared<Requests>();
   const std::shared_ptr<Identity> identity;
   DataCoordinator content;
+  const std::shared_ptr<Warmings> warmings = std::make_shared<Warmings>();
 };
 
 }  // namespace paperloom::c

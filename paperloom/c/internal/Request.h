@@ -1,13 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 
 #include "paperloom/c/internal/Answer.h"
 #include "paperloom/c/paperloom.h"
 #include "paperloom/platform/Mutex.h"
-#include "paperloom/platform/URLSession.h"
 
 namespace paperloom::c {
 
@@ -28,6 +28,8 @@ class Request : public std::enable_shared_from_this<Request> {
   void answer(Outcome outcome);
   // The same for a caller that runs on the main queue.
   void answerHere(Outcome outcome);
+  // Neither answered nor cancelled.
+  bool isOpen() const { return state_ == State::open; }
   // The callback will hear that the request was cancelled; false when it has been called.
   bool cancel();
 
@@ -47,8 +49,8 @@ class Request : public std::enable_shared_from_this<Request> {
 class Requests {
  public:
   void add(const std::shared_ptr<Request>& request);
-  // The exchange that goes on for the request.
-  void setTask(paperloom_request number, std::shared_ptr<URLSessionTask> task);
+  // What a cancellation is to call, once the request is under way.
+  void setEnd(paperloom_request number, std::function<void()> end);
   void remove(paperloom_request number);
 
   bool cancel(paperloom_request number);
@@ -57,7 +59,7 @@ class Requests {
  private:
   struct Entry {
     std::shared_ptr<Request> request;
-    std::shared_ptr<URLSessionTask> task;  // null while there is none
+    std::function<void()> end{};
   };
   static bool cancel(const Entry& entry);
 

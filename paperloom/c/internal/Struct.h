@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 
@@ -23,6 +24,14 @@ template <>
 inline constexpr std::size_t firstSize<paperloom_configuration> = offsetof(paperloom_configuration,
                                                                            keep_user_data) +
                                                                   sizeof(void*);
+template <>
+inline constexpr std::size_t firstSize<paperloom_warming_plan> = offsetof(paperloom_warming_plan,
+                                                                          maximum_time) +
+                                                                 sizeof(std::int64_t);
+template <>
+inline constexpr std::size_t firstSize<paperloom_warming_sum> = offsetof(paperloom_warming_sum,
+                                                                         reason) +
+                                                                sizeof(paperloom_text);
 
 // A struct of the host's as this library knows it. Of a larger one, made for a later library, the
 // rest is ignored; what a smaller one lacks is zero. Nothing without a struct, and for one that
