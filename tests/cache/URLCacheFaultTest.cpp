@@ -169,7 +169,7 @@ TEST_F(URLCacheFaultTest, aLargeTransactionIsWhollyInTheLogOrNotAtAll) {
       "BEGIN; WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM n WHERE x < 500) "
       "INSERT INTO t SELECT x, zeroblob(900) FROM n";
   ASSERT_TRUE(writer->execute(fill) && writer->execute("UPDATE t SET y = randomblob(900); COMMIT"));
-  EXPECT_EQ(other->integer("SELECT count(*) FROM t"), 500);
+  EXPECT_EQ(other.value().integer("SELECT count(*) FROM t"), 500);
   // As a kill would leave them.
   std::filesystem::copy_file(file, left);
   std::filesystem::copy_file(file.string() + "-wal", left.string() + "-wal");
@@ -178,7 +178,7 @@ TEST_F(URLCacheFaultTest, aLargeTransactionIsWhollyInTheLogOrNotAtAll) {
   ASSERT_TRUE(other->execute("INSERT INTO t VALUES(0, zeroblob(100000))"));
   *writer = {};
   auto late = internal::SQLiteDatabase::open(file, {});
-  EXPECT_EQ(late->integer("SELECT count(*) FROM t"), 501);
+  EXPECT_EQ(late.value().integer("SELECT count(*) FROM t"), 501);
   auto check = late->prepare("PRAGMA integrity_check");
   ASSERT_TRUE(check && check->step());
   EXPECT_EQ(check->text(0), "ok");

@@ -41,6 +41,7 @@ TEST_F(URLCacheTest, anAnswerComesBackWholeFromMemoryAndFromDisk) {
     EXPECT_EQ(kept->responseTime, stored.responseTime);
   }
   const auto kept = cache.cachedResponse(request("http://host/a"));
+  ASSERT_TRUE(kept);
   EXPECT_EQ(kept->data.view().data(), stored.data.view().data());
   URLRequest post = request("http://host/p");
   post.method = "POST";

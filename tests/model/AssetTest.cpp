@@ -126,7 +126,8 @@ TEST(AssetTest, theNarrowestRenditionWithEnoughPixelsIsChosenElseTheWidest) {
 TEST(AuthorTest, entriesWithoutANameAreDropped) {
   const auto document = JSONDocument::parse(
       R"({"authors":[{"name":"A"},{"jobTitle":"Editor"},{"name":1},{"name":"B","jobTitle":"Editor"}]})");
-  const auto authors = Author::parseList(*document->object()->objects("authors"));
+  const auto authors =
+      Author::parseList(document.value().object().value().objects("authors").value());
   ASSERT_EQ(authors.size(), 2U);
   EXPECT_EQ(authors[0].name, "A");
   EXPECT_EQ(authors[0].jobTitle, std::nullopt);

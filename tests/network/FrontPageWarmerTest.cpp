@@ -47,6 +47,7 @@ TEST_F(FrontPageWarmerTest, fetchesAllThatAFrontPageLeadsToAndSaysWhatIsKept) {
   EXPECT_EQ(again.end, End::complete);
   EXPECT_EQ(again.cachedAlready, first.fetched);
   EXPECT_EQ(again.bytes, 0);
+  EXPECT_EQ(warm({.frontPage = coordinator.stream()}).cachedAlready, first.fetched);
   for (const WarmedDocument& document : documents) {
     EXPECT_TRUE(manager->offlineCopy(document.url)) << document.url.absoluteString();
   }
@@ -132,6 +133,7 @@ TEST_F(FrontPageWarmerTest, whatIsNotKeptIsSaid) {
   EXPECT_EQ(sum.fetched, 1U);
   EXPECT_EQ(sum.lost, std::vector<URL>{server.url()});
   EXPECT_EQ(sum.reason, "the others may not be stored");
+  EXPECT_EQ(warm({.documents = {at("/none"), at("/config")}}).failed, 1U);
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ const char* const values = R"({
 })";
 
 TEST(JSONTest, aValueCountsOnlyWithExactlyTheAskedType) {
-  const auto document = JSONDocument::parse(values);
-  const JSONObject json = *document->object();
+  const JSONDocument document = JSONDocument::parse(values).value();
+  const JSONObject json = document.object().value();
   for (const char* key : {"text", "empty", "yes", "no", "null", "one", "half", "object", "objects",
                           "mixed", "strings", "numbers", "none", "missing", ""}) {
     SCOPED_TRACE(key);
@@ -33,13 +33,13 @@ TEST(JSONTest, aValueCountsOnlyWithExactlyTheAskedType) {
     EXPECT_EQ(json.strings(key).has_value(), name == "strings" || name == "none");
   }
   EXPECT_EQ(json.string("text"), "\u00e9");
-  EXPECT_EQ(json.object("object")->object("a")->string("b"), "c");
+  EXPECT_EQ(json.object("object").value().object("a").value().string("b"), "c");
   EXPECT_EQ(json.string("twice"), "first");
   EXPECT_EQ(json.string("shadowed"), std::nullopt);
 }
 
 TEST(JSONTest, integersAreNumbersOfIntegralValueWithinTheirRange) {
-  const auto document = JSONDocument::parse(values);
+  const JSONDocument document = JSONDocument::parse(values).value();
   const std::pair<const char*, std::optional<std::int64_t>> table[] = {
       {"one", 1},
       {"zero", 0},
@@ -53,13 +53,14 @@ TEST(JSONTest, integersAreNumbersOfIntegralValueWithinTheirRange) {
       {"huge", std::nullopt},
   };
   for (const auto& [key, expected] : table) {
-    EXPECT_EQ(document->object()->integer(key), expected) << key;
+    EXPECT_EQ(document.object().value().integer(key), expected) << key;
   }
 }
 
 TEST(JSONTest, listsOfObjectsAreWalkedInOrder) {
-  const auto document = JSONDocument::parse(values);
-  const auto list = document->object()->objects("objects");
+  const JSONDocument document = JSONDocument::parse(values).value();
+  const auto list = document.object().value().objects("objects");
+  ASSERT_TRUE(list);
   std::string all;
   for (const JSONObject& object : *list) all += std::to_string(object.integer("n").value_or(0));
   EXPECT_EQ(all, "103");
@@ -68,8 +69,8 @@ TEST(JSONTest, listsOfObjectsAreWalkedInOrder) {
 }
 
 TEST(JSONTest, descriptionsAreCompactTextAndNilForAnAbsentKey) {
-  const auto document = JSONDocument::parse(values);
-  const JSONObject json = *document->object();
+  const JSONDocument document = JSONDocument::parse(values).value();
+  const JSONObject json = document.object().value();
   EXPECT_EQ(json.debugDescription("objects"), R"([{"n":1},{},{"n":3}])");
   EXPECT_EQ(json.debugDescription("text"), "\"\u00e9\"");
   EXPECT_EQ(json.debugDescription("null"), "null");
@@ -86,12 +87,12 @@ TEST(JSONTest, aNumberOutOfRangeCountsAsNullAndDecidesOverNothingElse) {
                               number + R"(],"in":{"n":)" + number + "\t,\"whole\":7}}";
     const auto document = JSONDocument::parse(bytes);
     ASSERT_TRUE(document) << number;
-    const JSONObject json = *document->object();
+    const JSONObject json = document->object().value();
     EXPECT_EQ(json.string("1e400\\"), "\"1e400");
     EXPECT_EQ(json.debugDescription("n"), "null");
     EXPECT_EQ(json.integer("n"), std::nullopt);
     EXPECT_EQ(json.strings("list"), std::nullopt);
-    EXPECT_EQ(json.object("in")->integer("whole"), 7);
+    EXPECT_EQ(json.object("in").value().integer("whole"), 7);
     EXPECT_FALSE(JSONDocument::parse(number)->object());
     for (std::string invalid :
          test::split("%,|[%|[0%]|[-0%]|[%.]|[%.1.1]|[%e]|[nul%]|[%null]|[+%]|[--%]|"
@@ -138,18 +139,18 @@ TEST(JSONTest, documentsLiveOnBesideLaterOnesOfAnySizeAndOnOtherThreads) {
     for (int i = 0; i < 7; ++i) {
       std::string bytes = text(i, sizes[i]);
       if (i % 2 == 1) bytes.reserve(bytes.size() + 64);
-      documents.push_back(*JSONDocument::parse(Data(std::move(bytes))));
+      documents.push_back(JSONDocument::parse(Data(std::move(bytes))).value());
       EXPECT_FALSE(JSONDocument::parse("{\"n\":"));
     }
     for (int i = 0; i < 7; ++i) {
-      const JSONObject json = *documents[static_cast<std::size_t>(i)].object();
+      const JSONObject json = documents[static_cast<std::size_t>(i)].object().value();
       EXPECT_EQ(json.integer("n"), i);
-      EXPECT_EQ(json.stringView("pad")->size(), sizes[i]);
+      EXPECT_EQ(json.stringView("pad").value().size(), sizes[i]);
     }
   }
   std::async(std::launch::async, [&] { documents.clear(); }).get();
   auto elsewhere = std::async(std::launch::async, [&] { return JSONDocument::parse(text(9, 5)); });
-  EXPECT_EQ(elsewhere.get()->object()->integer("n"), 9);
+  EXPECT_EQ(elsewhere.get().value().object().value().integer("n"), 9);
 }
 
 }  // namespace
