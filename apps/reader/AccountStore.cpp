@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "apps/reader/Environment.h"
 #include "apps/reader/RecordJSON.h"
 #include "apps/reader/Text.h"
 #include "paperloom/platform/DateFormatter.h"
@@ -64,11 +64,6 @@ std::optional<Account> parse(const std::string& bytes) {
 std::string freshName() {
   std::random_device random;
   return fmt::format("{:08x}{:08x}{:08x}{:08x}", random(), random(), random(), random());
-}
-
-std::string_view variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
 // The keyring's dialog needs a desktop.

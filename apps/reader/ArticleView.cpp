@@ -15,7 +15,7 @@ namespace {
 // Of a picture in a terminal.
 constexpr double enoughPixels = 600;
 
-using Item = ArticleContentItem;
+using ContentItem = ArticleContentItem;
 
 class ArticleView {
  public:
@@ -30,13 +30,13 @@ class ArticleView {
   void print(const Access& access) {
     printTop();
     if (!isWalled(article_, access)) {
-      for (const Item& item : article_.contents()) std::visit(*this, item.value);
+      for (const ContentItem& item : article_.contents()) std::visit(*this, item.value);
       return;
     }
     // The first paragraph is there for everyone.
     auto item = article_.contents().begin();
     for (bool body = false; item != article_.contents().end() && !body; ++item) {
-      body = std::holds_alternative<Item::Body>(item->value);
+      body = std::holds_alternative<ContentItem::Body>(item->value);
       std::visit(*this, item->value);
     }
     if (printWall()) {
@@ -44,7 +44,7 @@ class ArticleView {
     }
   }
 
-  void operator()(const Item::Heading& block) {
+  void operator()(const ContentItem::Heading& block) {
     const bool large = block.style <= HeadingStyle::two;
     for (const std::string& line : wrap(printableLine(block.text), width_)) {
       put(large ? style_.bold(line) : style_.underlined(line));
@@ -52,29 +52,29 @@ class ArticleView {
     output_.line();
   }
 
-  void operator()(const Item::Body& block) { paragraph(block.text, ""); }
+  void operator()(const ContentItem::Body& block) { paragraph(block.text, ""); }
 
-  void operator()(const Item::Blockquote& block) { paragraph(block.text, "┃ "); }
+  void operator()(const ContentItem::Blockquote& block) { paragraph(block.text, "┃ "); }
 
-  void operator()(const Item::Embed& block) { note("Embedded: " + block.content); }
+  void operator()(const ContentItem::Embed& block) { note("Embedded: " + block.content); }
 
-  void operator()(const Item::Image& block) {
+  void operator()(const ContentItem::Image& block) {
     picture(block.asset);
     caption(block.asset);
   }
 
-  void operator()(const Item::Video& block) {
+  void operator()(const ContentItem::Video& block) {
     picture(block.asset);
     put(style_.bold("▶ Video") +
         (block.asset.videoDuration ? "  " + printableLine(*block.asset.videoDuration) : ""));
     caption(block.asset);
   }
 
-  void operator()(const Item::Youtube& block) { note("▶ YouTube video " + block.embedID); }
+  void operator()(const ContentItem::Youtube& block) { note("▶ YouTube video " + block.embedID); }
 
-  void operator()(const Item::Tweet& block) { note("Post " + block.embedId); }
+  void operator()(const ContentItem::Tweet& block) { note("Post " + block.embedId); }
 
-  void operator()(const Item::Particle& block) {
+  void operator()(const ContentItem::Particle& block) {
     const auto entry = [&](const char* key) {
       const auto found = block.particle.find(key);
       return found == block.particle.end() ? std::string() : found->second;
@@ -84,14 +84,14 @@ class ArticleView {
     note("Interactive: " + entry("embedSrc"));
   }
 
-  void operator()(const Item::Livepost& block) {
+  void operator()(const ContentItem::Livepost& block) {
     put(style_.badge(timeOfDay(block.time), Colour{200, 20, 20}) + " " +
         style_.dim(day(block.time)));
     output_.line();
   }
 
   // Nothing a person could use.
-  void operator()(const Item::Unknown&) {}
+  void operator()(const ContentItem::Unknown&) {}
 
  private:
   void put(std::string_view line) { output_.line(line.empty() ? "" : fmt::format("  {}", line)); }
@@ -125,7 +125,7 @@ class ArticleView {
     if (article_.rating()) put(stars(*article_.rating()));
     if (article_.sponsor()) printSponsor(*article_.sponsor());
     output_.line();
-    if (!std::holds_alternative<Item::Unknown>(article_.leadContent().value)) {
+    if (!std::holds_alternative<ContentItem::Unknown>(article_.leadContent().value)) {
       std::visit(*this, article_.leadContent().value);
     }
   }

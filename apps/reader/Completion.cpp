@@ -26,7 +26,7 @@ bool takesFile(const OptionInfo& option) { return option.value == "FILE"; }
 bool takesFolder(const OptionInfo& option) { return option.value == "DIR"; }
 
 // The inside of a quoted word of every shell.
-std::string quoted(std::string_view text) {
+std::string insideQuotes(std::string_view text) {
   std::string result;
   for (const char c : text) {
     if (c == '\'') {
@@ -126,7 +126,7 @@ std::string zshText(std::string_view text) {
     if (c == ':' || c == '[' || c == ']' || c == '\\') result += '\\';
     result += c;
   }
-  return quoted(result);
+  return insideQuotes(result);
 }
 
 std::string zshValue(const OptionInfo& option) {
@@ -204,7 +204,7 @@ std::string fishOption(const std::string& condition, const OptionInfo& option) {
     text += " -x";
     if (!option.choices.empty()) text += fmt::format(" -a '{}'", joined(option.choices));
   }
-  return text + fmt::format(" -d '{}'\n", quoted(option.text));
+  return text + fmt::format(" -d '{}'\n", insideQuotes(option.text));
 }
 
 std::string fish(const CommandInfo& program) {
@@ -232,7 +232,7 @@ std::string fish(const CommandInfo& program) {
             : fmt::format(" -n '{}; and not __fish_seen_subcommand_from {}'", seen, joined(names));
     for (const CommandInfo& each : command.commands) {
       text += fmt::format("complete -c paperloom{} -a {} -d '{}'\n", fresh, each.name,
-                          quoted(each.text));
+                          insideQuotes(each.text));
     }
     if (!command.commands.empty()) return;
     const auto words = wordsAfter(program, command);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "apps/reader/Environment.h"
 #include "apps/reader/Files.h"
 #include "apps/reader/Signals.h"
 #include "apps/reader/Text.h"
@@ -50,11 +51,7 @@ void rememberPort(const std::filesystem::path& file, int port) {
 // The embedded service is reached directly, whatever proxy the environment names. No thread runs
 // yet that might read the environment.
 void exemptLoopbackFromProxies() {
-  const auto variable = [](const char* name) -> std::string {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-  };
-  std::string exempt = variable("no_proxy");
+  std::string exempt(variable("no_proxy"));
   if (exempt.empty()) exempt = variable("NO_PROXY");
   if (exempt == "*") return;
   exempt += exempt.empty() ? "127.0.0.1" : ",127.0.0.1";

@@ -24,37 +24,37 @@ std::string roff(std::string_view text) {
   return result;
 }
 
-struct Item {
+struct Entry {
   std::string label;
   std::string text;
 };
 
-std::string list(const std::vector<Item>& items) {
+std::string list(const std::vector<Entry>& entries) {
   std::string text;
-  for (const Item& item : items) {
-    text += fmt::format(".TP\n.B {}\n{}\n", roff(item.label), roff(item.text));
+  for (const Entry& entry : entries) {
+    text += fmt::format(".TP\n.B {}\n{}\n", roff(entry.label), roff(entry.text));
   }
   return text;
 }
 
-void addOptions(std::vector<Item>& items, const std::vector<OptionInfo>& options) {
+void addOptions(std::vector<Entry>& entries, const std::vector<OptionInfo>& options) {
   for (const OptionInfo& option : options) {
     if (!option.names.empty() && option.names.back() == "--help") continue;
-    items.push_back({labelOf(option), textOf(option) + "."});
+    entries.push_back({labelOf(option), textOf(option) + "."});
   }
 }
 
 std::string section(const std::string& path, const CommandInfo& command) {
   std::string text = fmt::format(".SS {}\n{}.\n", roff(usageOf(path, command)), roff(command.text));
-  std::vector<Item> items;
-  addOptions(items, command.arguments);
-  addOptions(items, command.options);
-  text += list(items);
+  std::vector<Entry> entries;
+  addOptions(entries, command.arguments);
+  addOptions(entries, command.options);
+  text += list(entries);
   for (const CommandInfo& each : command.commands) text += section(path + " " + each.name, each);
   return text;
 }
 
-const std::vector<Item> environment = {
+const std::vector<Entry> environmentEntries = {
     {"NO_COLOR", "When it is not empty, no colours and no pictures."},
     {"CLICOLOR_FORCE, FORCE_COLOR",
      "When neither empty nor 0, colours also where standard output is no terminal. FORCE_COLOR=2 "
@@ -70,16 +70,16 @@ const std::vector<Item> environment = {
     {"http_proxy, https_proxy, all_proxy, no_proxy", "The way into the network."},
 };
 
-const std::vector<Item> files = {
+const std::vector<Entry> fileEntries = {
     {"~/.cache/paperloom/", "What has been fetched."},
     {"~/.config/paperloom/account.json",
      "The account, with its tokens where no secret service of the desktop keeps them."},
 };
 
-const std::vector<Item> statuses = {{"0", "Done."},
-                                    {"1", "Failed; one line on standard error says why."},
-                                    {"2", "Wrong usage."},
-                                    {"130", "Ended by Ctrl-C."}};
+const std::vector<Entry> statusEntries = {{"0", "Done."},
+                                          {"1", "Failed; one line on standard error says why."},
+                                          {"2", "Wrong usage."},
+                                          {"130", "Ended by Ctrl-C."}};
 
 }  // namespace
 
@@ -90,13 +90,13 @@ std::string manualPage(const CommandInfo& program) {
       "...\n.SH DESCRIPTION\n{}\n.PP\nOptions may stand before or after the command.\n.SH "
       "OPTIONS\n",
       reinterpret_cast<const char*>(PaperloomVersionString), roff(program.text));
-  std::vector<Item> items;
-  addOptions(items, program.options);
-  text += list(items) + ".SH COMMANDS\n";
+  std::vector<Entry> entries;
+  addOptions(entries, program.options);
+  text += list(entries) + ".SH COMMANDS\n";
   for (const CommandInfo& command : program.commands) text += section(command.name, command);
-  text += ".SH EXIT STATUS\n" + list(statuses);
-  text += ".SH ENVIRONMENT\n" + list(environment);
-  text += ".SH FILES\n" + list(files);
+  text += ".SH EXIT STATUS\n" + list(statusEntries);
+  text += ".SH ENVIRONMENT\n" + list(environmentEntries);
+  text += ".SH FILES\n" + list(fileEntries);
   text += ".SH EXAMPLES\n" +
           list({{"paperloom demo", "A guided tour."},
                 {"paperloom stream --sections news,sport", "Two sections of the front page."},

@@ -3,10 +3,10 @@
 #include <chafa.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <string_view>
 
+#include "apps/reader/Environment.h"
 #include "apps/reader/SharedLibrary.h"
 #include "apps/reader/TerminalQuery.h"
 
@@ -51,12 +51,7 @@ const Chafa& chafa() {
 }
 
 template <class T>
-using Handle = std::unique_ptr<T, void (*)(T*)>;
-
-std::string_view variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? std::string_view() : std::string_view(value);
-}
+using Owned = std::unique_ptr<T, void (*)(T*)>;
 
 bool isMultiplexed() {
   const std::string_view term = variable("TERM");
@@ -72,14 +67,14 @@ bool mayBeAsked() {
 }
 
 // The sequences of the terminal that the environment names, and of the usual protocols beside them.
-Handle<ChafaTermInfo> sequences() {
+Owned<ChafaTermInfo> sequences() {
   const Chafa& c = chafa();
   const std::unique_ptr<gchar*, void (*)(gchar**)> environment(c.g_get_environ(), c.g_strfreev);
   ChafaTermDb* const known = c.chafa_term_db_get_default();
-  Handle<ChafaTermInfo> info(c.chafa_term_db_detect(known, environment.get()),
-                             c.chafa_term_info_unref);
-  const Handle<ChafaTermInfo> others(c.chafa_term_db_get_fallback_info(known),
-                                     c.chafa_term_info_unref);
+  Owned<ChafaTermInfo> info(c.chafa_term_db_detect(known, environment.get()),
+                            c.chafa_term_info_unref);
+  const Owned<ChafaTermInfo> others(c.chafa_term_db_get_fallback_info(known),
+                                    c.chafa_term_info_unref);
   c.chafa_term_info_supplement(info.get(), others.get());
   return info;
 }
@@ -94,7 +89,7 @@ ChafaCanvasMode canvasMode(Terminal::Colours colours, bool pixels) {
 // Half and quarter blocks are in every terminal's font.
 void useBlocks(ChafaCanvasConfig* config) {
   const Chafa& c = chafa();
-  const Handle<ChafaSymbolMap> symbols(c.chafa_symbol_map_new(), c.chafa_symbol_map_unref);
+  const Owned<ChafaSymbolMap> symbols(c.chafa_symbol_map_new(), c.chafa_symbol_map_unref);
   for (const auto tag : {CHAFA_SYMBOL_TAG_SPACE, CHAFA_SYMBOL_TAG_HALF, CHAFA_SYMBOL_TAG_QUAD}) {
     c.chafa_symbol_map_add_by_tags(symbols.get(), tag);
   }
@@ -173,7 +168,7 @@ std::string Pictures::draw(const Image& image, int maxColumns, int maxRows, int 
   if (columns < 1 || rows < 1) return {};
 
   c.chafa_set_n_threads(1);  // a terminal's picture is too small to share out
-  const Handle<ChafaCanvasConfig> config(c.chafa_canvas_config_new(), c.chafa_canvas_config_unref);
+  const Owned<ChafaCanvasConfig> config(c.chafa_canvas_config_new(), c.chafa_canvas_config_unref);
   c.chafa_canvas_config_set_geometry(config.get(), columns, rows);
   c.chafa_canvas_config_set_cell_geometry(config.get(), cellWidth, cellHeight);
   c.chafa_canvas_config_set_pixel_mode(config.get(),
@@ -184,7 +179,7 @@ std::string Pictures::draw(const Image& image, int maxColumns, int maxRows, int 
   c.chafa_canvas_config_set_canvas_mode(config.get(), canvasMode(terminal_.colours, arePixels()));
   useBlocks(config.get());
 
-  const Handle<ChafaCanvas> canvas(c.chafa_canvas_new(config.get()), c.chafa_canvas_unref);
+  const Owned<ChafaCanvas> canvas(c.chafa_canvas_new(config.get()), c.chafa_canvas_unref);
   c.chafa_canvas_draw_all_pixels(canvas.get(), CHAFA_PIXEL_RGBA8_UNASSOCIATED,
                                  image.pixels().data(), image.width(), image.height(),
                                  image.width() * 4);

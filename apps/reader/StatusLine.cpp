@@ -13,7 +13,7 @@
 namespace paperloom::reader {
 namespace {
 
-constexpr std::chrono::milliseconds patience{500};
+constexpr std::chrono::milliseconds untilShown{500};
 constexpr std::chrono::seconds betweenTicks{1};
 
 int columnsShown = 0;
@@ -75,7 +75,7 @@ void Waiting::restart() {
   if (whom_.empty()) return;
   StatusLine::erase();
   begin_ = Clock::now();
-  next_ = begin_ + patience;
+  next_ = begin_ + untilShown;
   since_ = timeOfDay(currentDate(), true);
 }
 

@@ -6,15 +6,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
+
+#include "apps/reader/Environment.h"
 
 namespace paperloom::reader {
 namespace {
-
-std::string_view variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? std::string_view() : std::string_view(value);
-}
 
 bool isOn(std::string_view value) { return !value.empty() && value != "0" && value != "false"; }
 

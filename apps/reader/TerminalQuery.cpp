@@ -29,7 +29,7 @@ constexpr std::string_view cellQuestion = "\x1b[16t";
 constexpr std::string_view attributesQuestion = "\x1b[c";
 constexpr std::size_t longestAnswer = 4096;
 
-std::chrono::milliseconds patience() {
+std::chrono::milliseconds longestSilence() {
   const bool isFar = std::getenv("SSH_TTY") != nullptr || std::getenv("SSH_CONNECTION") != nullptr;
   return std::chrono::milliseconds(isFar ? 1000 : 300);
 }
@@ -74,7 +74,7 @@ std::size_t attributesIn(std::string_view bytes) {
 
 std::string answersTo(int fd, const std::string& questions) {
   if (::write(fd, questions.data(), questions.size()) < 0) return {};
-  const auto deadline = Clock::now() + patience();
+  const auto deadline = Clock::now() + longestSilence();
   std::string bytes;
   while (attributesIn(bytes) == std::string_view::npos && bytes.size() < longestAnswer) {
     Signals::throwIfReceived();

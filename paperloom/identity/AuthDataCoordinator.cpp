@@ -14,11 +14,11 @@
 namespace paperloom {
 namespace {
 
-using ManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
+using AuthManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
 
-using Authorisation = RequestResult<std::shared_ptr<const ContentAuthorisationProtocol>>;
+using AuthorisationResult = RequestResult<std::shared_ptr<const ContentAuthorisationProtocol>>;
 
-event::TokensRefreshed::Outcome outcomeOf(const Authorisation& result) {
+event::TokensRefreshed::Outcome outcomeOf(const AuthorisationResult& result) {
   using Outcome = event::TokensRefreshed::Outcome;
   if (result.index() == 0) return Outcome::refreshed;
   const auto* failed = std::get_if<request::FailedStatusCode>(&result);
@@ -45,14 +45,14 @@ struct EntitlementOfOutcome {
 
 AuthDataCoordinator& AuthDataCoordinator::shared() {
   static auto& instance =
-      *new AuthDataCoordinator(ManagerOfShared::of<AuthDataCoordinator>().takeOr(
+      *new AuthDataCoordinator(AuthManagerOfShared::of<AuthDataCoordinator>().takeOr(
           [] { return std::make_shared<AuthSessionManager>(); }));
   return instance;
 }
 
 bool AuthDataCoordinator::configureShared(
     std::shared_ptr<AuthSessionManagerProtocol> authSessionManager) {
-  return ManagerOfShared::of<AuthDataCoordinator>().set(
+  return AuthManagerOfShared::of<AuthDataCoordinator>().set(
       required(std::move(authSessionManager), "an auth data coordinator needs a session manager"));
 }
 
@@ -81,7 +81,7 @@ void AuthDataCoordinator::refreshToken(const std::string& refreshToken,
                                        AuthorisationCompletion completion) {
   const auto base = baseURL();
   if (!base) return call(completion, request::InternalError{});
-  const auto told = [completion = std::move(completion)](const Authorisation& result) {
+  const auto told = [completion = std::move(completion)](const AuthorisationResult& result) {
     Events::tell([&] { return event::TokensRefreshed{outcomeOf(result)}; });
     call(completion, result);
   };

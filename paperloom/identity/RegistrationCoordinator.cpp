@@ -12,7 +12,7 @@
 namespace paperloom {
 namespace {
 
-using ManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
+using ContentManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
 
 }  // namespace
 
@@ -24,14 +24,14 @@ struct RegistrationCoordinator::Removal {
 
 RegistrationCoordinator& RegistrationCoordinator::shared() {
   static auto& instance =
-      *new RegistrationCoordinator(ManagerOfShared::of<RegistrationCoordinator>().takeOr(
+      *new RegistrationCoordinator(ContentManagerOfShared::of<RegistrationCoordinator>().takeOr(
           [] { return std::make_shared<ContentSessionManager>(); }));
   return instance;
 }
 
 bool RegistrationCoordinator::configureShared(
     std::shared_ptr<ContentSessionManagerProtocol> sessionManager) {
-  return ManagerOfShared::of<RegistrationCoordinator>().set(
+  return ContentManagerOfShared::of<RegistrationCoordinator>().set(
       required(std::move(sessionManager), "a registration coordinator needs a session manager"));
 }
 

@@ -12,20 +12,20 @@
 namespace paperloom {
 namespace {
 
-using ManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
+using AuthManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
 
 }  // namespace
 
 UserRegistrationDataCoordinator& UserRegistrationDataCoordinator::shared() {
   static auto& instance = *new UserRegistrationDataCoordinator(
-      ManagerOfShared::of<UserRegistrationDataCoordinator>().takeOr(
+      AuthManagerOfShared::of<UserRegistrationDataCoordinator>().takeOr(
           [] { return std::make_shared<AuthSessionManager>(); }));
   return instance;
 }
 
 bool UserRegistrationDataCoordinator::configureShared(
     std::shared_ptr<AuthSessionManagerProtocol> sessionManager) {
-  return ManagerOfShared::of<UserRegistrationDataCoordinator>().set(required(
+  return AuthManagerOfShared::of<UserRegistrationDataCoordinator>().set(required(
       std::move(sessionManager), "a user registration data coordinator needs a session manager"));
 }
 

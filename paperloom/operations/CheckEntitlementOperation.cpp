@@ -11,11 +11,12 @@ namespace paperloom {
 namespace {
 
 using Authorisation = std::shared_ptr<const ContentAuthorisationProtocol>;
-using Outcome = CheckEntitlementOperationResult;
+using CheckOutcome = CheckEntitlementOperationResult;
 
-Outcome outcome(Entitlement entitlement, Authorisation newAuthorisation) {
-  if (entitlement == Entitlement::premium) return {Outcome::Premium{std::move(newAuthorisation)}};
-  return {Outcome::NotPremium{std::move(newAuthorisation)}};
+CheckOutcome outcome(Entitlement entitlement, Authorisation newAuthorisation) {
+  if (entitlement == Entitlement::premium)
+    return {CheckOutcome::Premium{std::move(newAuthorisation)}};
+  return {CheckOutcome::NotPremium{std::move(newAuthorisation)}};
 }
 
 }  // namespace
@@ -47,7 +48,7 @@ void CheckEntitlementOperation::checkEntitlement(const Authorisation& authorisat
                            } else if (failedWithStatus(answer, 401)) {
                              self.refresh(*authorisation);
                            } else {
-                             self.finish({Outcome::OtherFailure{}});
+                             self.finish({CheckOutcome::OtherFailure{}});
                            }
                          }));
 }
@@ -60,9 +61,9 @@ void CheckEntitlementOperation::refresh(const ContentAuthorisationProtocol& auth
         if (const auto* refreshed = itemOf(answer)) {
           self.checkRefreshed(*refreshed);
         } else if (failedWithStatus(answer, 401)) {
-          self.finish({Outcome::RefreshTokenFailed{}});
+          self.finish({CheckOutcome::RefreshTokenFailed{}});
         } else {
-          self.finish({Outcome::OtherFailure{}});
+          self.finish({CheckOutcome::OtherFailure{}});
         }
       }));
 }
@@ -77,7 +78,7 @@ void CheckEntitlementOperation::checkRefreshed(Authorisation authorisation) {
         if (const auto* entitlement = itemOf(answer)) {
           self.finish(outcome(*entitlement, authorisation));
         } else {
-          self.finish({Outcome::OtherFailure{}});
+          self.finish({CheckOutcome::OtherFailure{}});
         }
       }));
 }

@@ -11,7 +11,7 @@ namespace paperloom {
 namespace {
 
 using Authorisation = std::shared_ptr<const ContentAuthorisationProtocol>;
-using Outcome = RefreshTokenThenCheckEntitlementsOperationResult;
+using RefreshOutcome = RefreshTokenThenCheckEntitlementsOperationResult;
 
 }  // namespace
 
@@ -36,9 +36,9 @@ void RefreshTokenThenCheckEntitlementsOperation::main() {
                                    if (const auto* refreshed = itemOf(answer)) {
                                      self.checkEntitlement(*refreshed);
                                    } else if (failedWithStatus(answer, 401)) {
-                                     self.finish({Outcome::RefreshTokenInvalid{}});
+                                     self.finish({RefreshOutcome::RefreshTokenInvalid{}});
                                    } else {
-                                     self.finish({Outcome::OtherFailure{}});
+                                     self.finish({RefreshOutcome::OtherFailure{}});
                                    }
                                  }));
 }
@@ -51,14 +51,14 @@ void RefreshTokenThenCheckEntitlementsOperation::checkEntitlement(Authorisation 
       accessToken, weakAnswer<Answer>(*this, [authorisation = std::move(authorisation)](
                                                  Self& self, const Answer& answer) {
         const auto* entitlement = itemOf(answer);
-        if (entitlement == nullptr) return self.finish({Outcome::OtherFailure{}});
-        self.finish({Outcome::Success{authorisation, *entitlement == Entitlement::premium
-                                                         ? Premium::premium
-                                                         : Premium::notPremium}});
+        if (entitlement == nullptr) return self.finish({RefreshOutcome::OtherFailure{}});
+        self.finish({RefreshOutcome::Success{authorisation, *entitlement == Entitlement::premium
+                                                                ? Premium::premium
+                                                                : Premium::notPremium}});
       }));
 }
 
-void RefreshTokenThenCheckEntitlementsOperation::finish(Outcome result) {
+void RefreshTokenThenCheckEntitlementsOperation::finish(RefreshOutcome result) {
   if (result_.store(std::move(result))) setState(State::finished);
 }
 

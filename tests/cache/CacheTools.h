@@ -9,6 +9,8 @@
 
 namespace paperloom::test {
 
+inline std::string url(int i) { return "http://host/" + std::to_string(i); }
+
 inline URLRequest request(const std::string& url, HTTPHeaders headers = {}) {
   URLRequest made(*URL::parse(url));
   made.headers = std::move(headers);

@@ -18,7 +18,6 @@ namespace {
 
 using Files = std::map<std::string, std::string>;
 
-std::string url(int i) { return "http://host/" + std::to_string(i); }
 std::size_t size(int i) { return static_cast<std::size_t>(i * 997 % 30'000 + 10); }
 
 class URLCacheEnduranceTest : public testing::Test {

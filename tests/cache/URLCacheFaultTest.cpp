@@ -22,7 +22,6 @@ using Fault = FaultyFiles::Fault;
 constexpr std::int64_t capacity = 2 * megabyte;
 constexpr int urls = 40;
 
-std::string url(int i) { return "http://host/" + std::to_string(i); }
 std::size_t size(int i, int version) {
   return static_cast<std::size_t>((i + version) * 397 % 3000 + 50);
 }

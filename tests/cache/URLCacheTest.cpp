@@ -174,7 +174,6 @@ TEST_F(URLCacheTest, aVaryingSecretIsNowhereInTheFile) {
 }
 
 TEST_F(URLCacheTest, theLeastRecentlyUsedGoFirstInMemoryAndOnDisk) {
-  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
   const auto store = [&](URLCache& cache, int from, int to) {
     for (int i = from; i < to; ++i) {
       cache.storeCachedResponse(answer(bodyFor(url(i), 0, 25'000)), request(url(i)));
@@ -319,7 +318,6 @@ TEST_F(URLCacheTest, clearingLeavesNothingBehind) {
 }
 
 TEST_F(URLCacheTest, whatIsStoredAfterTheFileWasRewrittenIsThereAfterTheNextStart) {
-  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
   const auto store = [&](URLCache& cache, int i) {
     cache.storeCachedResponse(answer(bodyFor(url(i), 0, 20'000)), request(url(i)));
   };

@@ -226,7 +226,6 @@ TEST_F(URLCacheTroubleTest, aFileThatIsNoCacheOfThisFormatBecomesOne) {
 }
 
 TEST_F(URLCacheTroubleTest, theLogStaysSmallWhileSomebodyReadsAnOldState) {
-  const auto url = [](int i) { return "http://host/" + std::to_string(i); };
   URLCache cache(0, 2 * megabyte, path_);
   const std::filesystem::path log = cache.diskFile().string() + "-wal";
   for (int i = 0; i < 60; ++i) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* page = "text/html; charset=utf-8";
 constexpr const char* json = "application/json";
-constexpr const char* none = "";
+constexpr const char* untyped = "";
 
 class OfflineCopyTest : public ContentFixture {
  protected:
@@ -116,9 +116,9 @@ TEST_F(OfflineCopyTest, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace
                         {json, "200 OK", page, false},
                         {json, "200 OK", "TEXT/HTML ;a=b", false},
                         {json, "200 OK", "text/json", true},
-                        {json, "200 OK", none, true},
-                        {none, "200 OK", json, true},
-                        {none, "200 OK", page, false},
+                        {json, "200 OK", untyped, true},
+                        {untyped, "200 OK", json, true},
+                        {untyped, "200 OK", page, false},
                         {page, "200 OK", page, true},
                         {page, "200 OK", "application/xhtml+xml", true},
                         {"image/jpeg", "200 OK", "image/webp", true},
@@ -127,9 +127,9 @@ TEST_F(OfflineCopyTest, isReplacedByAForcedRefreshOnlyWithWhatMayStandInItsPlace
                         {json, "410 Gone", json, false},
                         {json, "500 Oops", json, false},
                         {page, "404 Not Found", page, false},
-                        {json, "302 Found", none, false, "Location: /portal\r\n"},
-                        {json, "301 Moved", none, false, "Location: /gone\r\n"},
-                        {json, "301 Moved", none, true, "Location: /there\r\n"}}) {
+                        {json, "302 Found", untyped, false, "Location: /portal\r\n"},
+                        {json, "301 Moved", untyped, false, "Location: /gone\r\n"},
+                        {json, "301 Moved", untyped, true, "Location: /there\r\n"}}) {
     SCOPED_TRACE(std::string(c.type) + " -> " + c.status + " " + c.newType + c.more);
     const auto fields = [](const char* type, std::string more) {
       if (*type != '\0') more += std::string("Content-Type: ") + type + "\r\n";

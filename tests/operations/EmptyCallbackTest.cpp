@@ -13,7 +13,7 @@
 namespace paperloom::test {
 namespace {
 
-constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
+constexpr auto byEmail = AuthenticationLoginCredentialType::emailAndPassword;
 
 class EmptyCallbackTest : public IdentityFixture {
  protected:
@@ -25,7 +25,7 @@ class EmptyCallbackTest : public IdentityFixture {
          {static_cast<AuthDataCoordinatorProtocol*>(auth.get()),
           static_cast<AuthDataCoordinatorProtocol*>(&keeper)}) {
       for (const char* text : {"text", "no UTF-8: \xff"}) {
-        coordinator->login(text, text, email, nullptr);
+        coordinator->login(text, text, byEmail, nullptr);
         coordinator->refreshToken(text, nullptr);
         coordinator->checkEntitlement(text, nullptr);
         registration->registerAccount(text, text, text, text, true, nullptr);
@@ -82,7 +82,7 @@ TEST(NullCollaboratorsTest, stopTheProgram) {
   EXPECT_DEATH(LoginKeeper(nullptr, LoginKeeper::Keep()), "a login keeper needs a coordinator");
   EXPECT_DEATH(LoginKeeper(auth, std::shared_ptr<LoginStorage>()),
                "a login keeper needs a storage");
-  EXPECT_DEATH(LoginOperation("", "", email, nullptr), "an operation needs a coordinator");
+  EXPECT_DEATH(LoginOperation("", "", byEmail, nullptr), "an operation needs a coordinator");
   EXPECT_DEATH(RegistrationOperation({}, nullptr), "an operation needs a coordinator");
   const auto tokens = std::make_shared<const ContentAuthorisation>("", "", "");
   EXPECT_DEATH(CheckEntitlementOperation(tokens, nullptr), "an operation needs a coordinator");

@@ -19,7 +19,7 @@ namespace {
 constexpr auto email = AuthenticationLoginCredentialType::emailAndPassword;
 constexpr auto number = AuthenticationLoginCredentialType::kxNumber;
 
-Operation::Deadline soon() { return std::chrono::steady_clock::now() + patience; }
+Operation::Deadline deadline() { return std::chrono::steady_clock::now() + patience; }
 
 struct Credentials {
   std::string identifier;
@@ -45,7 +45,7 @@ class IdentityOperationsTest : public IdentityFixture {
     EXPECT_FALSE(result(*operation));
     operation->addObserver(std::make_shared<Early>([&] { return result(*operation).has_value(); }));
     queue.addOperation(operation);
-    if (!operation->waitUntilFinished(soon())) return "never finished";
+    if (!operation->waitUntilFinished(deadline())) return "never finished";
     return result(*operation).value().caseName();
   }
 
@@ -210,7 +210,7 @@ TEST_F(IdentityOperationsTest, anOperationCancelledBeforeItsStartSendsNothing) {
   const auto operation = loginOperation(premiumReader);
   operation->cancel();
   queue.addOperation(operation);
-  EXPECT_TRUE(operation->waitUntilFinished(soon()));
+  EXPECT_TRUE(operation->waitUntilFinished(deadline()));
   EXPECT_FALSE(operation->loginResult());
   EXPECT_TRUE(service->requests().empty());
 }
@@ -220,7 +220,7 @@ TEST_F(IdentityOperationsTest, cancellingAfterTheStartChangesNothing) {
   const auto operation = loginOperation(premiumReader);
   operation->start();
   operation->cancel();
-  EXPECT_TRUE(operation->waitUntilFinished(soon()));
+  EXPECT_TRUE(operation->waitUntilFinished(deadline()));
   EXPECT_EQ(operation->loginResult().value().caseName(), "loggedInAndPremium");
 }
 
@@ -249,7 +249,7 @@ TEST_F(IdentityOperationsTest, aCheckWithoutABaseURLStaysUnfinished) {
   const auto check = std::make_shared<CheckEntitlementOperation>(tokens, auth);
   const auto refresh = std::make_shared<RefreshTokenThenCheckEntitlementsOperation>(tokens, auth);
   queue.addOperation(refresh);
-  EXPECT_TRUE(refresh->waitUntilFinished(soon()));
+  EXPECT_TRUE(refresh->waitUntilFinished(deadline()));
   check->start();  // here: a queue that goes would cancel it before its start
   EXPECT_FALSE(check->isFinished());
 }

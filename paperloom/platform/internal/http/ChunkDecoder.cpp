@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
+
 namespace paperloom::internal {
 namespace {
 
@@ -18,11 +20,6 @@ int hexadecimalValue(char c) {
 }
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
-
-bool isControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return (byte < 0x20 && byte != '\t') || byte == 0x7F;
-}
 
 }  // namespace
 

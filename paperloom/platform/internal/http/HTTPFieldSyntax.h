@@ -15,6 +15,12 @@ namespace paperloom::internal {
 // Section 5.6.2: what methods and field names are made of.
 bool isToken(std::string_view text);
 
+// What neither a field nor a chunk's line may hold.
+inline bool isControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return (byte < 0x20 && byte != '\t') || byte == 0x7F;
+}
+
 // Without the spaces and tabs at both ends.
 std::string_view trimmed(std::string_view text);
 

@@ -19,11 +19,6 @@ bool framesTheBody(std::string_view name) {
          equalsIgnoringCase(name, "Transfer-Encoding");
 }
 
-bool isControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return (byte < 0x20 && byte != '\t') || byte == 0x7F;
-}
-
 // Digits and nothing else: neither a sign nor an empty text, which from_chars would take.
 std::optional<std::int64_t> parseLength(std::string_view text) {
   std::int64_t value = 0;

@@ -18,7 +18,7 @@ constexpr int maximumScans = 100;
 constexpr long maximumWorkingMemory = 512L * 1024 * 1024;
 
 // Everything that must survive the jump out of the library lives here, outside the jumped frames.
-struct Decoding {
+struct DecodingJPEG {
   jpeg_decompress_struct info{};
   jpeg_error_mgr errors{};
   jpeg_progress_mgr progress{};
@@ -26,7 +26,7 @@ struct Decoding {
   std::optional<PixelSink> sink;
 };
 
-Decoding& decoding(j_common_ptr info) { return *static_cast<Decoding*>(info->client_data); }
+DecodingJPEG& decoding(j_common_ptr info) { return *static_cast<DecodingJPEG*>(info->client_data); }
 
 [[noreturn]] void fail(j_common_ptr info) { std::longjmp(decoding(info).failure, 1); }
 
@@ -77,7 +77,7 @@ void reduce(jpeg_decompress_struct& info, ImageSize target) {
 }
 
 // No object with a destructor may live in this frame: the library's errors jump across it.
-bool run(Decoding& state, const unsigned char* bytes, std::size_t size, const ImageWish& wish) {
+bool run(DecodingJPEG& state, const unsigned char* bytes, std::size_t size, const ImageWish& wish) {
   jpeg_decompress_struct& info = state.info;
   if (setjmp(state.failure) != 0) return false;
   jpeg_create_decompress(&info);
@@ -114,7 +114,7 @@ bool run(Decoding& state, const unsigned char* bytes, std::size_t size, const Im
 }  // namespace
 
 std::shared_ptr<const Image> decodeJPEG(std::string_view bytes, const ImageWish& wish) {
-  Decoding state;
+  DecodingJPEG state;
   state.info.err = jpeg_std_error(&state.errors);
   state.info.client_data = &state;
   state.errors.error_exit = fail;

@@ -13,7 +13,7 @@ namespace paperloom::internal {
 namespace {
 
 // What must survive the jump out of the library lives here, outside the jumped frames.
-struct Decoding {
+struct DecodingPNG {
   std::string_view unread;
   png_structp png = nullptr;
   png_infop info = nullptr;
@@ -42,7 +42,7 @@ std::optional<int> orientationOfWhole(std::string_view bytes) {
 
 // The library asks for what it needs next; a file that has less is cut.
 void onRead(png_structp png, png_bytep out, std::size_t size) {
-  auto& unread = static_cast<Decoding*>(png_get_io_ptr(png))->unread;
+  auto& unread = static_cast<DecodingPNG*>(png_get_io_ptr(png))->unread;
   if (size > unread.size()) png_error(png, "cut");
   std::memcpy(out, unread.data(), size);
   unread.remove_prefix(size);
@@ -61,7 +61,7 @@ void askForBytes(png_structp png) {
 }
 
 // No object with a destructor may live in this frame: the library's errors jump across it.
-bool run(Decoding& state, int orientation, const ImageWish& wish) {
+bool run(DecodingPNG& state, int orientation, const ImageWish& wish) {
   png_structp png = state.png;
   if (setjmp(png_jmpbuf(png)) != 0) return false;
   png_set_read_fn(png, &state, onRead);
@@ -104,7 +104,7 @@ bool run(Decoding& state, int orientation, const ImageWish& wish) {
 std::shared_ptr<const Image> decodePNG(std::string_view bytes, const ImageWish& wish) {
   const auto orientation = orientationOfWhole(bytes);
   if (!orientation) return nullptr;
-  Decoding state;
+  DecodingPNG state;
   state.unread = bytes;
   state.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, onWarning);
   if (state.png == nullptr) return nullptr;
