@@ -116,8 +116,13 @@ class QueueAndModel {
   template <class Condition>
   static void await(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + patience;
-    while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    EXPECT_TRUE(condition());
+    // Asked once more it might not hold any longer.
+    bool holds = condition();
+    while (!holds && std::chrono::steady_clock::now() < end) {
+      std::this_thread::yield();
+      holds = condition();
+    }
+    EXPECT_TRUE(holds);
   }
 
   void add() {
