@@ -132,6 +132,34 @@ TEST_F(DataCoordinatorTest, failuresTellAStatusACancellationAndAnOutageApart) {
   }
 }
 
+// A host's own, which leaves it to the coordinator to start what it fetches.
+struct UnstartedSessionManager final : ContentSessionManagerProtocol {
+  std::shared_ptr<URLSessionTask> postJSONData(const URL&, Data,
+                                               std::function<void(PostRequestResult)>) override {
+    return nullptr;
+  }
+  std::shared_ptr<URLCache> contentSessionCache() const override { return nullptr; }
+  std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser, ErasedCompletion,
+                                          Parsing) override {
+    return tasks.emplace_back(session.dataTask(URLRequest(url), nullptr));
+  }
+
+  URLSession session{{}};
+  std::vector<std::shared_ptr<URLSessionTask>> tasks;
+};
+
+TEST_F(DataCoordinatorTest, startsWhatASessionManagerLeavesToIt) {
+  const auto unstarted = std::make_shared<UnstartedSessionManager>();
+  DataCoordinator own(unstarted, dates);
+  own.setBaseURL(at(""));
+  own.requestAppMetadata(nullptr);
+  own.requestStreamForSections({}, nullptr);
+  ASSERT_EQ(unstarted->tasks.size(), 2U);
+  for (const auto& task : unstarted->tasks) {
+    EXPECT_NE(task->state(), URLSessionTask::State::suspended);
+  }
+}
+
 TEST_F(DataCoordinatorTest, ownersThatHaveGoneHearNothingAndTheirTransfersEnd) {
   misbehave("silent=/");
   bool others = false;
