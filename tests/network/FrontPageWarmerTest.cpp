@@ -16,9 +16,13 @@ class FrontPageWarmerTest : public test::ContentFixture {
   void SetUp() override { coordinator.setBaseURL(at("")); }
 
   WarmingSum warm(WarmingPlan plan, const std::function<void(FrontPageWarmer&)>& meanwhile = {}) {
+    return warm(coordinator, std::move(plan), meanwhile);
+  }
+  WarmingSum warm(DataCoordinator& over, WarmingPlan plan,
+                  const std::function<void(FrontPageWarmer&)>& meanwhile = {}) {
     documents.clear();
     std::optional<WarmingSum> sum;
-    FrontPageWarmer warmer(coordinator);
+    FrontPageWarmer warmer(over);
     plan.resolve = [this](const URL& url) { return at("/x").resolving(url.absoluteString()); };
     warmer.start(
         plan, [&](const WarmedDocument& document) { documents.push_back(document); },
@@ -134,6 +138,16 @@ TEST_F(FrontPageWarmerTest, whatIsNotKeptIsSaid) {
   EXPECT_EQ(sum.lost, std::vector<URL>{server.url()});
   EXPECT_EQ(sum.reason, "the others may not be stored");
   EXPECT_EQ(warm({.documents = {at("/none"), at("/config")}}).failed, 1U);
+
+  const auto little = std::make_shared<URLCache>(0, 100'000, folder.path() / "little");
+  DataCoordinator small(std::make_shared<ContentSessionManager>(little), dates);
+  test::ScriptedServer many(test::answer(std::string(4'000, 'x'), "Cache-Control: max-age=9\r\n"));
+  WarmingPlan plan;
+  for (int i = 0; i < 30; ++i) plan.documents.push_back(many.url("/" + std::to_string(i)));
+  const WarmingSum full = warm(small, plan);
+  EXPECT_EQ(full.fetched, 30U);
+  EXPECT_EQ(full.lost.size(), 30U - little->entries().size());
+  EXPECT_EQ(full.reason, "the cache is full");
 }
 
 }  // namespace
