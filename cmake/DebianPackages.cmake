@@ -51,7 +51,7 @@ debian_package(development libpaperloom-dev SECTION libdevel
   TEXT "Paperloom fetches and models the news, keeps a copy for the time without\na network, and deals with the reader's account. This package holds what\nprograms are built with, by CMake or pkg-config.")
 if(PAPERLOOM_TESTING)
   debian_package(testing paperloom-testing-dev SECTION libdevel
-    DEPENDS "libpaperloom-dev (= ${PROJECT_VERSION}), libcpp-httplib-dev, libssl-dev"
+    DEPENDS "libpaperloom-dev (= ${PROJECT_VERSION}), zlib1g-dev, libssl-dev"
     SUMMARY "news for reading applications (test kit)"
     TEXT "Paperloom fetches and models the news, keeps a copy for the time without\na network, and deals with the reader's account. This package holds what\ntests of such programs need: a sample newspaper that misbehaves on request,\nservers that say what they are told, and a clock that the test moves.")
 endif()

@@ -4,12 +4,10 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cerrno>
-#include <cstring>
 #include <list>
 #include <mutex>
 #include <system_error>
@@ -17,121 +15,58 @@
 
 #include "paperloom/platform/Date.h"
 #include "paperloom/testing/internal/HttpDate.h"
+#include "paperloom/testing/internal/RequestReader.h"
 #include "paperloom/testing/internal/SocketStream.h"
 
 namespace paperloom::sample {
 namespace {
 
 constexpr std::size_t connectionLimit = 256;
-constexpr std::size_t pathLimit = 1024;
-constexpr std::size_t bodyLimit = std::size_t{1} << 16;
-constexpr std::time_t keepAliveSeconds = 75;
+constexpr std::chrono::seconds keepAlive(75);
 
-// What the thread's current request needs to carry past httplib's own Request and Response.
-struct Exchange {
-  std::optional<std::string> acceptEncoding;
-  std::chrono::milliseconds delay{0};
-  HttpReply::Delivery delivery = HttpReply::Delivery::whole;
-  std::size_t cutBodyAt = 0;
-  bool withoutBody = false;
-  bool thenGoAway = false;
-};
-thread_local Exchange exchange;
+bool hasBody(int status) { return status != 204 && status != 304; }
 
-bool namesGzip(const std::string& acceptEncoding) {
-  const auto at = acceptEncoding.find("gzip");
-  if (at == std::string::npos) return false;
-  const std::string rest = acceptEncoding.substr(at + 4, acceptEncoding.find(',', at) - at - 4);
-  const auto quality = rest.find("q=");
-  return quality == std::string::npos || std::strtod(rest.c_str() + quality + 2, nullptr) > 0;
+// Everything of it: what is cut is cut from this.
+std::string written(HttpReply reply, const HttpRequest& request, bool closes) {
+  std::string bytes = "HTTP/1.1 " + std::to_string(reply.status) + " \r\n";
+  const auto add = [&](std::string_view name, std::string_view value) {
+    bytes.append(name).append(": ").append(value).append("\r\n");
+  };
+  add("Date", httpDate(std::chrono::system_clock::to_time_t(currentDate())));
+  for (const auto& [name, value] : reply.headers) add(name, value);
+  if (closes) add("Connection", "close");
+  if (!hasBody(reply.status)) return bytes.append("\r\n");
+  if (!reply.body.empty()) {
+    add("Content-Type", reply.contentType);
+    if (request.acceptsGzip && reply.contentType == "application/json") {
+      reply.body = gzipped(reply.body);
+      add("Content-Encoding", "gzip");
+    }
+  }
+  add("Content-Length", std::to_string(reply.body.size()));
+  bytes += "\r\n";
+  if (request.method != "HEAD") bytes += reply.body;
+  return bytes;
 }
 
-// Leaves httplib no choice of its own: no ranges, and gzip as the one content coding.
-void prepare(httplib::Request& request) {
-  request.ranges.clear();
-  if (request.path.size() > pathLimit) request.path = "/-";  // the routes are regular expressions
-  exchange = Exchange();
-  if (request.has_header("Accept-Encoding")) {
-    exchange.acceptEncoding = request.get_header_value("Accept-Encoding");
-    request.headers.erase("Accept-Encoding");
-    if (namesGzip(*exchange.acceptEncoding)) request.headers.emplace("Accept-Encoding", "gzip");
-  }
-}
-
-HttpRequest translate(const httplib::Request& source) {
-  HttpRequest request;
-  request.method = source.method;
-  request.target = source.target;
-  request.path = source.path;
-  request.query = source.params;
-  request.body = source.body;
-  request.acceptsGzip = source.has_header("Accept-Encoding");
-  for (const auto& [name, value] : source.headers) {
-    if (strcasecmp(name.c_str(), "Accept-Encoding") != 0) request.headers.emplace_back(name, value);
-  }
-  if (exchange.acceptEncoding) {
-    request.headers.emplace_back("Accept-Encoding", *exchange.acceptEncoding);
-  }
-  return request;
-}
-
-void answer(const HttpServer::Handler& handler, const httplib::Request& source,
-            httplib::Response& target) {
-  HttpReply reply = handler(translate(source));
-  exchange.delay = reply.delay;
-  exchange.delivery = reply.delivery;
-  exchange.cutBodyAt = reply.cutBodyAt;
-  exchange.withoutBody = reply.status == 204 || reply.status == 304;
-  exchange.thenGoAway = reply.thenGoAway;
-
-  target.status = reply.status;
-  target.set_header("Date", httpDate(std::chrono::system_clock::to_time_t(currentDate())));
-  for (const auto& [name, value] : reply.headers) target.set_header(name, value);
-  if (!exchange.withoutBody) {
-    target.body = std::move(reply.body);
-    if (!target.body.empty()) target.set_header("Content-Type", reply.contentType);
-  }
-}
-
-// RFC 9110, section 8.6: no Content-Length of 0 where the missing body is none of zero bytes.
-void adjustHeader(std::string& reply) {
-  constexpr std::string_view zeroLength = "Content-Length: 0\r\n";
-  const auto at = reply.find(zeroLength);
-  if (exchange.withoutBody && at != std::string::npos) reply.erase(at, zeroLength.size());
-  const auto end = reply.find("\r\n\r\n");
-  if (exchange.delivery == HttpReply::Delivery::cut && end != std::string::npos &&
-      reply.size() - end - 4 > exchange.cutBodyAt) {
-    reply.resize(end + 4 + exchange.cutBodyAt);
-  }
+void cutBody(std::string& bytes, std::size_t at) {
+  const auto body = bytes.find("\r\n\r\n") + 4;
+  if (bytes.size() - body > at) bytes.resize(body + at);
 }
 
 }  // namespace
 
-class HttpServer::Impl final : private httplib::Server {
+class HttpServer::Impl {
  public:
-  explicit Impl(HttpServer::Handler handler) : handler_(std::move(handler)) {
-    const auto route = [this](const httplib::Request& request, httplib::Response& response) {
-      answer(handler_, request, response);
-    };
-    Get(".*", route);
-    Post(".*", route);
-    Put(".*", route);
-    Patch(".*", route);
-    Delete(".*", route);
-    Options(".*", route);
-    set_payload_max_length(bodyLimit);
-    set_keep_alive_timeout(keepAliveSeconds);
-    set_keep_alive_max_count(1'000'000);
-  }
+  explicit Impl(HttpServer::Handler handler) : handler_(std::move(handler)) {}
 
-  ~Impl() override {
+  ~Impl() {
     stopAll();
     if (wake_ >= 0) ::close(wake_);
   }
 
   std::optional<std::string> openPort(int port);
   void start() {
-    readOneRequestAhead();
     acceptor_ = std::thread([this] { acceptConnections(); });
   }
   int boundPort() const { return port_; }
@@ -144,7 +79,6 @@ class HttpServer::Impl final : private httplib::Server {
     std::thread thread;
   };
 
-  void readOneRequestAhead();
   void acceptConnections();
   void addConnection(int socket);
   void serveConnection(Connection& connection);
@@ -190,20 +124,6 @@ std::optional<std::string> HttpServer::Impl::openPort(int port) {
   }
   port_ = ntohs(address.sin_port);
   return std::nullopt;
-}
-
-// The parser makes its tables with the first request it reads. That is done here, before there are
-// threads that could be at them together: a race detector does not see into the library.
-void HttpServer::Impl::readOneRequestAhead() {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
-  constexpr std::string_view refused = "GET / HTTP/0.9\r\n\r\n";
-  [[maybe_unused]] const auto written = ::write(ends[1], refused.data(), refused.size());
-  SocketStream stream(ends[0]);
-  bool closing = false;
-  process_request(stream, true, closing, prepare);
-  ::close(ends[0]);
-  ::close(ends[1]);
 }
 
 void HttpServer::Impl::wakeAcceptor() const {
@@ -259,7 +179,7 @@ void HttpServer::Impl::serveConnection(Connection& connection) {
   {
     SocketStream stream(connection.socket);
     try {
-      while (stream.waitForInput(std::chrono::seconds(keepAliveSeconds)) && serveRequest(stream)) {
+      while (stream.waitForInput(keepAlive) && serveRequest(stream)) {
       }
     } catch (const std::exception&) {
       // Out of memory: this client's connection closes, the others go on.
@@ -273,22 +193,30 @@ void HttpServer::Impl::serveConnection(Connection& connection) {
 }
 
 bool HttpServer::Impl::serveRequest(SocketStream& stream) {
-  exchange = Exchange();
-  bool closing = false;
-  const bool served = process_request(stream, false, closing, prepare);
-  if (stream.output().empty()) return false;
-
-  const bool waited = stream.pause(exchange.delay);
-  if (exchange.delivery == HttpReply::Delivery::silent) {
+  const auto incoming = readRequest(stream);
+  if (!incoming) return false;
+  const HttpRequest& request = incoming->request;
+  HttpReply reply;
+  if (incoming->refusal) {
+    reply.status = *incoming->refusal;
+  } else {
+    reply = handler_(request);
+  }
+  const bool waited = stream.pause(reply.delay);
+  if (reply.delivery == HttpReply::Delivery::silent) {
     stream.pause(std::chrono::milliseconds(-1));
     return false;
   }
-  if (exchange.thenGoAway) goAway();
-  if (!waited || exchange.delivery == HttpReply::Delivery::hangUp) return false;
-  adjustHeader(stream.output());
-  const bool whole = stream.flush();
-  return whole && served && !closing && exchange.delivery == HttpReply::Delivery::whole &&
-         !exchange.thenGoAway;
+  const bool ends = reply.thenGoAway || reply.delivery == HttpReply::Delivery::cut ||
+                    incoming->refusal.has_value() || incoming->closes;
+  if (reply.thenGoAway) goAway();
+  if (!waited || reply.delivery == HttpReply::Delivery::hangUp) return false;
+  const bool isCut = reply.delivery == HttpReply::Delivery::cut;
+  const std::size_t cutBodyAt = reply.cutBodyAt;
+  std::string bytes = written(std::move(reply), request, incoming->closes || incoming->refusal);
+  if (isCut) cutBody(bytes, cutBodyAt);
+  stream.output() = std::move(bytes);
+  return stream.flush() && !ends;
 }
 
 // Refuses new connections from this moment on. The connections close by themselves when they see

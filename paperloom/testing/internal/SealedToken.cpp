@@ -1,8 +1,6 @@
 #include "paperloom/testing/internal/SealedToken.h"
 
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/hmac.h>
 
 #include <array>
 #include <nlohmann/json.hpp>
@@ -39,12 +37,13 @@ std::optional<std::string> bytesOf(std::string_view digits) {
   return bytes;
 }
 
+// The key before the text makes a signature of this function, which tells nothing of its state.
 std::string signature(std::string_view text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> code{};
-  unsigned int size = 0;
-  HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
-       reinterpret_cast<const unsigned char*>(text.data()), text.size(), code.data(), &size);
-  return digitsOf({reinterpret_cast<const char*>(code.data()), 16});
+  static EVP_MD* const sha3 = EVP_MD_fetch(nullptr, "SHA3-256", nullptr);
+  const std::string signedText = std::string(key).append(text);
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  EVP_Digest(signedText.data(), signedText.size(), digest.data(), nullptr, sha3, nullptr);
+  return digitsOf({reinterpret_cast<const char*>(digest.data()), 16});
 }
 
 }  // namespace
@@ -62,10 +61,7 @@ std::optional<SealedToken> SealedToken::open(std::string_view token) {
   if (mark == std::string_view::npos || start > mark) return std::nullopt;
   const std::string expected = signature(token.substr(0, mark));
   const std::string_view given = token.substr(mark + 1);
-  if (given.size() != expected.size() ||
-      CRYPTO_memcmp(given.data(), expected.data(), given.size()) != 0) {
-    return std::nullopt;
-  }
+  if (given != expected) return std::nullopt;
   // Signed here, so of this form.
   const auto bytes = bytesOf(token.substr(start, mark - start));
   const json payload = json::parse(bytes.value_or(""), nullptr, false);

@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace paperloom::sample {
 namespace {
@@ -40,52 +39,30 @@ bool SocketStream::pause(std::chrono::milliseconds time) {
 }
 
 bool SocketStream::flush() {
-  size_t sent = 0;
+  std::size_t sent = 0;
   while (sent < output_.size()) {
     const auto count = ::send(socket_, output_.data() + sent, output_.size() - sent, MSG_NOSIGNAL);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
-    sent += static_cast<size_t>(count);
+    sent += static_cast<std::size_t>(count);
   }
   const bool whole = sent == output_.size();
   output_.clear();
   return whole;
 }
 
-bool SocketStream::is_readable() const { return inputStart_ < inputEnd_; }
-
-ssize_t SocketStream::read(char* target, size_t size) {
+std::optional<char> SocketStream::read() {
   if (inputStart_ == inputEnd_) {
-    // Whoever reads on in the middle of a request may have written "100 Continue" before.
-    if (!output_.empty() && !flush()) return -1;
-    if (!waitForInput(readLimit)) return -1;
+    if (!waitForInput(readLimit)) return std::nullopt;
     ssize_t count = 0;
     do {
       count = ::recv(socket_, input_.data(), input_.size(), 0);
     } while (count < 0 && errno == EINTR);
-    if (count <= 0) return count;
+    if (count <= 0) return std::nullopt;
     inputStart_ = 0;
-    inputEnd_ = static_cast<size_t>(count);
+    inputEnd_ = static_cast<std::size_t>(count);
   }
-  const size_t count = std::min(size, inputEnd_ - inputStart_);
-  std::memcpy(target, input_.data() + inputStart_, count);
-  inputStart_ += count;
-  return static_cast<ssize_t>(count);
-}
-
-ssize_t SocketStream::write(const char* source, size_t size) {
-  output_.append(source, size);
-  return static_cast<ssize_t>(size);
-}
-
-void SocketStream::get_remote_ip_and_port(std::string& ip, int& port) const {
-  ip = "127.0.0.1";
-  port = 0;
-}
-
-void SocketStream::get_local_ip_and_port(std::string& ip, int& port) const {
-  ip = "127.0.0.1";
-  port = 0;
+  return input_[inputStart_++];
 }
 
 }  // namespace paperloom::sample
