@@ -54,22 +54,29 @@ CurlLoop::Ends endsOf(curl_socket_t socket) {
 }  // namespace
 
 CurlLoop::CurlLoop(int maximumConnectionsPerHost)
-    : multi_(curl_multi_init()),
+    : maximumConnectionsPerHost_(std::max(1, maximumConnectionsPerHost)),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  usable_ = multi_ != nullptr && epoll_ >= 0 && event_ >= 0;
-  if (!usable_) return;
-  change(EPOLL_CTL_ADD, event_, EPOLLIN | EPOLLET);  // one thread a wake
-  const auto set = [this](CURLMoption option, auto value) {
-    usable_ = usable_ && curl_multi_setopt(multi_, option, value) == CURLM_OK;
+  if (isUsable()) change(EPOLL_CTL_ADD, event_, EPOLLIN | EPOLLET);  // one thread a wake
+}
+
+bool CurlLoop::open() {
+  if (isOpen()) return true;
+  multi_ = curl_multi_init();
+  if (multi_ == nullptr) return false;
+  bool isSet = true;
+  const auto set = [&](CURLMoption option, auto value) {
+    isSet = isSet && curl_multi_setopt(multi_, option, value) == CURLM_OK;
   };
   set(CURLMOPT_SOCKETFUNCTION, &CurlLoop::onSocket);
   set(CURLMOPT_SOCKETDATA, this);
   set(CURLMOPT_TIMERFUNCTION, &CurlLoop::onTimer);
   set(CURLMOPT_TIMERDATA, this);
-  set(CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(std::max(1, maximumConnectionsPerHost)));
+  set(CURLMOPT_MAX_HOST_CONNECTIONS, maximumConnectionsPerHost_);
   set(CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumTotalConnections);
   set(CURLMOPT_MAXCONNECTS, maximumKeptConnections);
+  if (!isSet) end();
+  return isSet;
 }
 
 CurlLoop::~CurlLoop() {
@@ -98,6 +105,7 @@ const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
     curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
   }
   finished_ = std::exchange(failed_, {});
+  if (!isOpen()) return finished_;
   int left = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
     if (message->msg == CURLMSG_DONE) {

@@ -24,7 +24,13 @@ class CurlLoop {
   CurlLoop(const CurlLoop&) = delete;
   CurlLoop& operator=(const CurlLoop&) = delete;
 
-  bool isUsable() const { return usable_; }
+  // Whether the system had the descriptors for waiting.
+  bool isUsable() const { return epoll_ >= 0 && event_ >= 0; }
+
+  // Makes libcurl's part of it, after prepareLibcurl() and before the first add(); waiting and
+  // waking do without. False when there is no memory or no descriptor for it: to be tried again.
+  bool open();
+  bool isOpen() const { return multi_ != nullptr; }
 
   bool add(CURL* handle);
   void remove(CURL* handle);
@@ -104,10 +110,10 @@ class CurlLoop {
   static int onSocket(CURL* handle, curl_socket_t socket, int what, void* self, void*);
   static int onTimer(CURLM* multi, long milliseconds, void* self);
 
+  const long maximumConnectionsPerHost_;
   CURLM* multi_ = nullptr;
   int epoll_ = -1;
   int event_ = -1;
-  bool usable_ = false;
   std::unordered_map<curl_socket_t, Watched> watched_;
   std::optional<Clock::time_point> timer_;
   std::vector<Finished> finished_;

@@ -36,7 +36,6 @@ CurlLoop* SessionCore::network() {
 }
 
 bool SessionCore::makeLoop() {
-  prepareLibcurl();
   const auto callbacks = callbacks_;  // outlives a session that a completion ends
   for (;;) {
     auto loop = std::make_unique<SessionLoop>(
@@ -154,8 +153,15 @@ bool SessionCore::obeyDirectly(Posted& posted, Poster poster) {
 bool SessionCore::turn(std::size_t worker) {
   CurlLoop::Ready ready;
   waitForNetwork(worker, ready);
+  // Loads libcurl and reads the TLS library's settings from the disk: not under the lock.
+  const bool opens = mustOpen_.exchange(false);
+  if (opens) prepareLibcurl();
   const MutexLock loop(loopMutex_);
   if (ended_) return false;
+  if (opens) {
+    loop_->openNetwork();
+    isOpening_ = false;
+  }
   loop_->network().moveOn(ready);
   // Callers that never stop must not keep the network waiting.
   constexpr int rounds = 8;
@@ -207,7 +213,8 @@ bool SessionCore::isInboxEmpty() {
 }
 
 void SessionCore::announceNextLook() {
-  bool mustWake = false;
+  bool mustWake = loop_->needsNetwork() && !std::exchange(isOpening_, true);
+  if (mustWake) mustOpen_ = true;
   {
     const MutexLock lock(mutex_);
     nextLook_ = loop_->nextLook();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -59,8 +60,7 @@ class SessionCore {
   static constexpr std::size_t workers = 2;
 
   static void work(SessionCore& core, std::size_t worker, std::shared_ptr<CallbackQueue> callbacks);
-  // Makes the loop, on the first worker: that reads the TLS library's settings from the disk. False
-  // when the session closes without one.
+  // Makes the loop, on the first worker. False when the session closes without one.
   bool makeLoop();
   void failPosted(std::vector<Posted> posted);
   void startSecondWorker();
@@ -74,7 +74,8 @@ class SessionCore {
   void waitForNetwork(std::size_t worker, CurlLoop::Ready& ready);
   std::vector<Posted> takePosted(bool& closing);
   bool isInboxEmpty();
-  // Makes sure that somebody's wait ends when the loop has to be looked after again.
+  // Makes sure that somebody's wait ends when the loop has to be looked after again, and that
+  // somebody opens the network once that is needed.
   void announceNextLook() PAPERLOOM_REQUIRES(loopMutex_);
   CurlLoop* network();
   void waitForPreparations();
@@ -87,6 +88,8 @@ class SessionCore {
   Mutex loopMutex_;  // locked before mutex_
   std::unique_ptr<SessionLoop> loop_ PAPERLOOM_GUARDED_BY(loopMutex_);
   bool ended_ PAPERLOOM_GUARDED_BY(loopMutex_) = false;
+  bool isOpening_ PAPERLOOM_GUARDED_BY(loopMutex_) = false;  // a worker opens the network, or is to
+  std::atomic<bool> mustOpen_ = false;                       // by the one that takes this back
 
   Mutex mutex_ PAPERLOOM_ACQUIRED_AFTER(loopMutex_);
   bool closing_ PAPERLOOM_GUARDED_BY(mutex_) = false;

@@ -26,7 +26,6 @@ SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQ
       cache_(cache),
       whenFound_(std::move(whenFound)),
       network_(configuration.httpMaximumConnectionsPerHost),
-      handles_(configuration, network_),
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
 void SessionLoop::settle() {
@@ -124,6 +123,11 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
     unsent.error = std::move(refusal);
     return advance(entry, entry.exchange.received(std::move(unsent), currentDate()));
   }
+  if (!network_.isOpen()) {
+    entry.ready = std::move(request);
+    held_.push_back(entry.task.get());
+    return;
+  }
   const std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) {
     entry.host = host;
@@ -133,8 +137,24 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   slots_.wait(host, entry.task.get(), entry.task->priority);
 }
 
+void SessionLoop::openNetwork() {
+  const bool isOpen = network_.open();
+  if (isOpen && !handles_) handles_.emplace(configuration_, network_);
+  for (TaskCore* task : std::exchange(held_, {})) {
+    Entry& entry = *entries_.at(task);
+    URLRequest request = *std::exchange(entry.ready, std::nullopt);
+    if (isOpen) {
+      advance(entry, std::move(request));
+    } else {
+      TransferResult unsent;
+      unsent.error = makeError(Code::unknown, "there are no descriptors for the network");
+      advance(entry, entry.exchange.received(std::move(unsent), currentDate()));
+    }
+  }
+}
+
 void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection connection) {
-  entry.transfer = std::make_unique<Transfer>(handles_.make(), network_, std::move(request),
+  entry.transfer = std::make_unique<Transfer>(handles_->make(), network_, std::move(request),
                                               connection, configuration_, *entry.task);
   entry.transfer->expectHTTP2(slots_.isMultiplexed(entry.host));
   CURL* const handle = entry.transfer->handle();
@@ -214,6 +234,7 @@ void SessionLoop::deliver(Entry& entry, Delivery delivery) {
   std::shared_ptr<TaskCore> task = std::move(entry.task);
   if (entry.isRefresh) refreshes_.erase(task->request.url.absoluteString());
   entries_.erase(task.get());
+  std::erase(held_, task.get());
   delivery.metrics.countOfBytesReceived = task->bytesReceived;
   // Before the delivery: then the callback queue takes the filter away from the task.
   if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);

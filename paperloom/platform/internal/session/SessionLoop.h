@@ -21,15 +21,15 @@
 namespace paperloom::internal {
 
 // The tasks of a session and their transfers: drives the exchanges, has look-ups and writes made by
-// the cache's threads, and leaves the completions to the callback queue. For one thread at a time, but
-// for the wait and the wake of network().
+// the cache's threads, and leaves the completions to the callback queue. For one thread at a time,
+// but for the wait and the wake of network().
 //
 // A task is in `entries_` from its start to its delivery, and there in one of three ways: its hop
-// is being looked up, or it waits for a slot with the request that is `ready`, or it has a slot and
-// a transfer, which stands in `transfers_`. What a look-up finds after the task has been delivered
-// finds no entry. From the delivery on a task belongs to the jobs that prepare its answer (work
-// pool), judge it (callback queue), write (cache's writer) and call its completion (callback queue),
-// each of which hands it to the next.
+// is being looked up, or it waits for the network to be opened (`held_`) or for a slot with the
+// request that is `ready`, or it has a slot and a transfer, which stands in `transfers_`. What a
+// look-up finds after the task has been delivered finds no entry. From the delivery on a task
+// belongs to the jobs that prepare its answer (work pool), judge it (callback queue), write
+// (cache's writer) and call its completion (callback queue), each of which hands it to the next.
 class SessionLoop {
  public:
   using Clock = std::chrono::steady_clock;
@@ -43,6 +43,11 @@ class SessionLoop {
 
   // Whether the system had the descriptors for it.
   bool isUsable() const { return network_.isUsable(); }
+
+  // Whether a request waits for openNetwork(), which is to follow prepareLibcurl(): what the cache
+  // answers does not wait for libcurl to be loaded.
+  bool needsNetwork() const { return !held_.empty(); }
+  void openNetwork();
   CurlLoop& network() { return network_; }
 
   enum class Command { start, found, cancel, reprioritize };
@@ -108,7 +113,8 @@ class SessionLoop {
   CacheThreads* const cache_;
   const WhenFound whenFound_;
   CurlLoop network_;
-  EasyHandles handles_;
+  std::optional<EasyHandles> handles_;  // once the network is open
+  std::vector<TaskCore*> held_;         // until it is
   ConnectionSlots slots_;
   std::unordered_map<TaskCore*, std::unique_ptr<Entry>> entries_;
   std::unordered_map<CURL*, Entry*> transfers_;
