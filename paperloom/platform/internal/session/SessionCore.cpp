@@ -213,8 +213,8 @@ bool SessionCore::isInboxEmpty() {
 }
 
 void SessionCore::announceNextLook() {
-  bool mustWake = loop_->needsNetwork() && !std::exchange(isOpening_, true);
-  if (mustWake) mustOpen_ = true;
+  if (loop_->needsNetwork() && !std::exchange(isOpening_, true)) mustOpen_ = true;
+  bool mustWake = mustOpen_;  // also when the last wake for it has been taken for another
   {
     const MutexLock lock(mutex_);
     nextLook_ = loop_->nextLook();
