@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Cores.h"
+
 namespace paperloom::bench {
 
 // Answers every request on a kept connection with the same bytes, as fast as blocking sockets do:
@@ -59,6 +61,7 @@ class LoopbackServer {
 
  private:
   void acceptAll() {
+    stayOnFirstCore();  // and so do the threads it starts
     while (true) {
       const int connection = accept(listener_, nullptr, nullptr);
       if (connection < 0) return;

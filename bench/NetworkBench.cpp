@@ -11,6 +11,7 @@
 #include <string>
 
 #include "bench/BareClient.h"
+#include "bench/Cores.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "paperloom/network/CacheWarmerSessionManager.h"
@@ -79,14 +80,14 @@ void bareCurl(benchmark::State& state) {
     }
   }
 }
-BENCHMARK(bareCurl)->UseRealTime()->Repetitions(3);
+BENCHMARK(bareCurl)->UseRealTime()->Repetitions(7);
 
 void managerGet(benchmark::State& state) {
   const LoopbackServer server(bodySize, "Cache-Control: no-store\r\n");
   Manager manager;
   for (auto _ : state) manager.get(server.url(), batch, static_cast<int>(state.range(0)));
 }
-BENCHMARK(managerGet)->Arg(1)->Arg(16)->UseRealTime()->Repetitions(3);
+BENCHMARK(managerGet)->Arg(1)->Arg(16)->UseRealTime()->Repetitions(7);
 
 // The caller waits for each answer before it asks for the next.
 void managerGetAndWait(benchmark::State& state) {
@@ -96,14 +97,14 @@ void managerGetAndWait(benchmark::State& state) {
     for (int i = 0; i < batch; ++i) manager.get(server.url(), 1, 1);
   }
 }
-BENCHMARK(managerGetAndWait)->UseRealTime()->Repetitions(3);
+BENCHMARK(managerGetAndWait)->UseRealTime()->Repetitions(7);
 
 void managerGetAndStore(benchmark::State& state) {
   const LoopbackServer server(bodySize, "Cache-Control: max-age=0\r\n");
   Manager manager;
   for (auto _ : state) manager.get(server.url(), batch, 1);
 }
-BENCHMARK(managerGetAndStore)->UseRealTime()->Repetitions(3);
+BENCHMARK(managerGetAndStore)->UseRealTime()->Repetitions(7);
 
 // A whole front page asked for at once, over one connection, every answer kept on disk.
 void warm(benchmark::State& state) {
@@ -123,13 +124,14 @@ void warm(benchmark::State& state) {
   DispatchQueue::main().runPending();
   std::filesystem::remove_all(folder);
 }
-BENCHMARK(warm)->UseRealTime()->Repetitions(3);
+BENCHMARK(warm)->UseRealTime()->Repetitions(7);
 
 }  // namespace
 }  // namespace paperloom::bench
 
 int main(int argc, char** argv) {
   using namespace paperloom::bench;
+  leaveFirstCoreToServers();
   benchmark::Initialize(&argc, argv);
   BestTimes best(BestTimes::Clock::real);
   benchmark::RunSpecifiedBenchmarks(&best);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/Cores.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "bench/ScratchFolder.h"
@@ -136,4 +137,7 @@ void run() {
 }  // namespace
 }  // namespace paperloom::bench
 
-int main() { paperloom::bench::run(); }
+int main() {
+  paperloom::bench::leaveFirstCoreToServers();
+  paperloom::bench::run();
+}

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "bench/BareClient.h"
+#include "bench/Cores.h"
 #include "bench/LoopbackServer.h"
 #include "bench/Ratios.h"
 #include "paperloom/platform/URLSession.h"
@@ -119,6 +120,7 @@ BENCHMARK(warmSession)->Apply(timed);
 
 int main(int argc, char** argv) {
   using namespace paperloom::bench;
+  leaveFirstCoreToServers();
   benchmark::Initialize(&argc, argv);
   BestTimes best(BestTimes::Clock::real);
   benchmark::RunSpecifiedBenchmarks(&best);
