@@ -70,6 +70,7 @@ TaskCore* ConnectionSlots::next(const std::string& host) {
   TaskCore* task = entry.queue.begin()->task;
   entry.queue.erase(entry.queue.begin());
   waiting_.erase(task);
+  ++entry.taken;
   return task;
 }
 

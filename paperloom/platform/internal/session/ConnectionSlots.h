@@ -26,7 +26,7 @@ class ConnectionSlots {
   // A task that does not wait is left alone.
   void setPriority(TaskCore* task, float priority);
   void stopWaiting(TaskCore* task);
-  // The next to be served at a host with a free slot, which waits no more; null when there is none.
+  // The next to be served at a host with a free slot, which it takes; null when there is none.
   TaskCore* next(const std::string& host);
 
  private:

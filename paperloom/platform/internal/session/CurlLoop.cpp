@@ -99,7 +99,8 @@ void CurlLoop::remove(CURL* handle) {
 }
 
 const std::vector<CurlLoop::Finished>& CurlLoop::advance() {
-  if (timer_ && *timer_ <= Clock::now()) {
+  now_ = Clock::now();
+  if (timer_ && *timer_ <= now_) {
     timer_.reset();
     int running = 0;
     curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
@@ -128,6 +129,7 @@ void CurlLoop::wait(Clock::time_point until, Ready& ready) {
 
 void CurlLoop::moveOn(const Ready& ready) {
   ++turn_;
+  now_ = Clock::now();
   for (int i = 0; i < ready.count; ++i) {
     const epoll_event& event = ready.events[static_cast<std::size_t>(i)];
     if (event.data.fd == event_) {
@@ -138,7 +140,7 @@ void CurlLoop::moveOn(const Ready& ready) {
     const auto known = watched_.find(event.data.fd);
     if (known == watched_.end()) continue;
     known->second.armed = false;
-    if ((event.events & EPOLLIN) != 0) known->second.heard = Clock::now();
+    if ((event.events & EPOLLIN) != 0) known->second.heard = now_;
     if (!known->second.wanted) continue;
     int bits = ((event.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                ((event.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0);

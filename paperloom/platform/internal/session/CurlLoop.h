@@ -70,6 +70,9 @@ class CurlLoop {
     return paused_.empty() ? nextTimer() : Clock::time_point::min();
   }
 
+  // When the present turn or advance() began: near enough for what is counted in seconds.
+  Clock::time_point now() const { return now_; }
+
   // How often moveOn() has been called. libcurl reads as long as a peer sends; so a transfer that
   // has taken its share of a turn pauses, by CURL_WRITEFUNC_PAUSE and this, until the next.
   std::uint64_t turn() const { return turn_; }
@@ -117,6 +120,7 @@ class CurlLoop {
   std::unordered_map<curl_socket_t, Watched> watched_;
   std::optional<Clock::time_point> timer_;
   std::vector<Finished> finished_;
+  Clock::time_point now_ = Clock::now();
   std::uint64_t turn_ = 0;
   std::vector<CURL*> paused_;
   bool isResuming_ = false;

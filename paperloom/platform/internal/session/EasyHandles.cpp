@@ -96,7 +96,17 @@ EasyHandles::EasyHandles(const URLSessionConfiguration& configuration, CurlLoop&
   if (code != CURLSHE_OK) share_.reset();  // every connection has a whole handshake
 }
 
-EasyHandle EasyHandles::make() const {
+EasyHandle EasyHandles::make() {
+  if (next_) return *std::exchange(next_, std::nullopt);
+  return prepared();
+}
+
+void EasyHandles::tidyUp() {
+  retired_.clear();
+  if (!next_) next_ = prepared();
+}
+
+EasyHandle EasyHandles::prepared() const {
   EasyHandle handle;
   secure(handle);
   handle.set(CURLOPT_SHARE, share_.get());

@@ -2,7 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include "paperloom/platform/URLSessionConfiguration.h"
 #include "paperloom/platform/internal/session/CurlLoop.h"
@@ -51,13 +55,25 @@ class EasyHandles {
  public:
   EasyHandles(const URLSessionConfiguration& configuration, CurlLoop& loop);
 
-  EasyHandle make() const;
+  EasyHandle make();
+
+  // Takes back what has served; it ends in tidyUp().
+  void retire(EasyHandle handle) { retired_.push_back(std::move(handle)); }
+
+  // Ends what has served and makes what make() hands out next. For a moment when nobody waits:
+  // both together cost as much as what is left of starting a transfer.
+  void tidyUp();
+  std::size_t retiredCount() const { return retired_.size(); }
 
  private:
+  EasyHandle prepared() const;
+
   const URLSessionConfiguration& configuration_;
   CurlLoop& loop_;
   // Used by one thread at a time, as the loop is: it needs no lock functions.
   std::unique_ptr<CURLSH, CurlCleanup<curl_share_cleanup>> share_;
+  std::optional<EasyHandle> next_;
+  std::vector<EasyHandle> retired_;
 };
 
 }  // namespace paperloom::internal

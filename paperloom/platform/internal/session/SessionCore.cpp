@@ -138,7 +138,8 @@ bool SessionCore::obeyDirectly(Posted& posted, Poster poster) {
     isFree = loop_ && !ended_ && !closing_ && inbox_.empty();
   }
   if (isFree) {
-    const BrokenPipeShield shield;
+    std::optional<BrokenPipeShield> shield;
+    if (poster == Poster::host) shield.emplace();  // the session's own threads take no signals
     loop_->obey(std::move(posted));
     if (loop_->hasUnsent()) loop_->settle();
     announceNextLook();

@@ -29,7 +29,7 @@ SessionLoop::SessionLoop(const URLSessionConfiguration& configuration, CallbackQ
       slots_(configuration.httpMaximumConnectionsPerHost) {}
 
 void SessionLoop::settle() {
-  hasUnsent_ = false;
+  bool sends = std::exchange(hasUnsent_, false);
   // A transfer that ends may let another begin, which is to be sent at once. One whose bytes do not
   // end has its timer due again and again, and lets the others have their turn.
   constexpr int rounds = 8;
@@ -42,6 +42,10 @@ void SessionLoop::settle() {
     for (const auto& [handle, code] : network_.advance()) finishTransfer(handle, code);
     enforceDeadlines();
   }
+  // While the server has the word. Otherwise somebody waits for what has come, and a few can wait.
+  constexpr std::size_t few = 4;
+  sends = std::exchange(hasUnsent_, false) || sends;
+  if (handles_ && (sends || handles_->retiredCount() > few)) handles_->tidyUp();
 }
 
 void SessionLoop::end(std::vector<Posted> unsent) {
@@ -128,11 +132,8 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
     held_.push_back(entry.task.get());
     return;
   }
-  const std::string host = entry.exchange.request().url.origin();
-  if (slots_.take(host)) {
-    entry.host = host;
-    return send(entry, std::move(request), Transfer::Connection::kept);
-  }
+  std::string host = entry.exchange.request().url.origin();
+  if (slots_.take(host)) return sendTo(std::move(host), entry, std::move(request));
   entry.ready = std::move(request);
   slots_.wait(host, entry.task.get(), entry.task->priority);
 }
@@ -151,6 +152,11 @@ void SessionLoop::openNetwork() {
       advance(entry, entry.exchange.received(std::move(unsent), currentDate()));
     }
   }
+}
+
+void SessionLoop::sendTo(std::string host, Entry& entry, URLRequest request) {
+  entry.host = std::move(host);
+  send(entry, std::move(request), Transfer::Connection::kept);
 }
 
 void SessionLoop::send(Entry& entry, URLRequest request, Transfer::Connection connection) {
@@ -206,6 +212,7 @@ void SessionLoop::dropTransfer(Entry& entry) {
   CURL* const handle = entry.transfer->handle();
   transfers_.erase(handle);
   network_.remove(handle);
+  handles_->retire(entry.transfer->takeHandle());
   entry.transfer.reset();
 }
 
@@ -218,7 +225,7 @@ std::string SessionLoop::releaseTransfer(Entry& entry, bool multiplexed) {
 void SessionLoop::serveWaiting(const std::string& host) {
   while (TaskCore* task = slots_.next(host)) {
     Entry& entry = *entries_.at(task);
-    advance(entry, *std::exchange(entry.ready, std::nullopt));
+    sendTo(host, entry, *std::exchange(entry.ready, std::nullopt));
   }
 }
 

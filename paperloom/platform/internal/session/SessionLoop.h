@@ -88,6 +88,7 @@ class SessionLoop {
   void startRefresh(Refresh refresh, const TaskCore& origin);
   void found(Entry& entry, StoredHops hops);
   void advance(Entry& entry, Exchange::Step step);
+  void sendTo(std::string host, Entry& entry, URLRequest request);
   void send(Entry& entry, URLRequest request, Transfer::Connection connection);
   void finishTransfer(CURL* handle, CURLcode code);
   void sendAgain(Entry& entry, Transfer::Connection connection);

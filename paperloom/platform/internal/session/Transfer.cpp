@@ -114,13 +114,13 @@ void Transfer::setCallbacks() {
 
 std::size_t Transfer::onHeader(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  transfer.idleSince_ = Clock::now();
+  transfer.idleSince_ = transfer.loop_.now();
   return transfer.answerWasAskedFor() && transfer.takeHeaderLine({bytes, size}) ? size : 0;
 }
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  transfer.idleSince_ = Clock::now();
+  transfer.idleSince_ = transfer.loop_.now();
   if (transfer.hasTakenItsShare()) {
     transfer.loop_.pauseForThisTurn(transfer.handle());
     return CURL_WRITEFUNC_PAUSE;
@@ -137,7 +137,7 @@ bool Transfer::hasTakenItsShare() {
 
 int Transfer::onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  if (transfer.bytesSent_ != sent) transfer.idleSince_ = Clock::now();
+  if (transfer.bytesSent_ != sent) transfer.idleSince_ = transfer.loop_.now();
   transfer.bytesSent_ = sent;
   return 0;
 }
@@ -164,7 +164,7 @@ int Transfer::onRequest(void* self, char* remoteAddress, char* localAddress, int
   }
   const bool nextIsFresh = !transfer.expectsHTTP2_ || transfer.requestsSent_ > 1;
   transfer.handle_.set(CURLOPT_FRESH_CONNECT, nextIsFresh ? 1L : 0L);  // of a repetition
-  transfer.idleSince_ = Clock::now();
+  transfer.idleSince_ = transfer.loop_.now();
   transfer.requestTime_ = currentDate();
   return CURL_PREREQFUNC_OK;
 }
@@ -226,13 +226,13 @@ bool Transfer::takeHeaderLine(std::string_view line) {
 
 int Transfer::onResolve(void*, void*, void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
+  if (!transfer.idleSince_) transfer.idleSince_ = transfer.loop_.now();
   return 0;
 }
 
 curl_socket_t Transfer::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  if (!transfer.idleSince_) transfer.idleSince_ = Clock::now();
+  if (!transfer.idleSince_) transfer.idleSince_ = transfer.loop_.now();
   transfer.openedConnection_ = true;
   return transfer.loop_.openSocket(*address);
 }

@@ -67,6 +67,9 @@ class Transfer {
   // That of the connection it was sent over, if it is known.
   std::optional<curl_socket_t> socket() const { return socket_; }
 
+  // The handle once more, of a transfer that is over.
+  EasyHandle takeHandle() { return std::move(handle_); }
+
   // Ends the transfer with what libcurl said, or with a reason of the session's own.
   TransferResult finish(CURLcode code);
   TransferResult abandon(URLError error);
