@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bench/Ratios.h"
+#include "bench/peers/ImagePeers.h"
 #include "paperloom/platform/ImageDecoder.h"
 
 #include <jpeglib.h>
@@ -66,6 +67,12 @@ void decodeToFit(benchmark::State& state) {
   }
 }
 
+void scaledBy(benchmark::State& state, const ImagePeer& peer) {
+  for (auto _ : state) {
+    if (!peer.scales(photograph(), drawn.width, drawn.height)) state.SkipWithError("no picture");
+  }
+}
+
 // The memory in KB that a process of its own needs on top of what it had.
 template <class Work>
 double peakOf(Work work) {
@@ -97,10 +104,17 @@ int main(int argc, char** argv) {
   using benchmark::RegisterBenchmark;
   RegisterBenchmark("PhotographWhole", decodeWhole)->Unit(benchmark::kMillisecond);
   RegisterBenchmark("PhotographToFit", decodeToFit)->Unit(benchmark::kMillisecond);
+  for (const ImagePeer& peer : imagePeers()) {
+    RegisterBenchmark(peer.name, scaledBy, peer)->Unit(benchmark::kMillisecond);
+  }
   benchmark::Initialize(&argc, argv);
-  BestTimes best(BestTimes::Clock::processor);
+  BestTimes best;  // a peer scales on several threads
   benchmark::RunSpecifiedBenchmarks(&best);
-  printRatio("photograph-12MP-at-400-pixels/whole",
-             best.of("PhotographToFit") / best.of("PhotographWhole"), "<= 0.3");
+  const double toFit = best.of("PhotographToFit");
+  printRatio("photograph-12MP-at-400-pixels/whole", toFit, best.of("PhotographWhole"), "<= 0.3");
+  for (const ImagePeer& peer : imagePeers()) {
+    printRatio((std::string("photograph-12MP-at-400-pixels/") + peer.name).c_str(), toFit,
+               best.of(peer.name), "<= 1");
+  }
   printRatio("photograph-12MP-at-400-pixels/whole-peak-memory", fitted / whole, "<= 0.05");
 }

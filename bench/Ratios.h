@@ -44,8 +44,17 @@ class BestTimes : public benchmark::ConsoleReporter {
   std::map<std::string, double> best_;
 };
 
+// A line of the table that scripts/bench makes: what was measured, the figure, and what it should
+// be, "for information" where nothing is wanted.
 inline void printRatio(const char* name, double value, const char* wanted) {
-  std::printf("ratio %s %.3f (want %s)\n", name, value, wanted);
+  std::printf("ratio %s %.3f - - (want %s)\n", name, value, wanted);
+}
+
+// Of two times in seconds, which the table shows as well.
+inline void printRatio(const char* name, double ours, double theirs, const char* wanted) {
+  constexpr double microseconds = 1e6;
+  std::printf("ratio %s %.3f %.1f %.1f (want %s)\n", name, ours / theirs, ours * microseconds,
+              theirs * microseconds, wanted);
 }
 
 }  // namespace paperloom::bench

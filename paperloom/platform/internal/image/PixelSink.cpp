@@ -11,6 +11,18 @@ namespace paperloom::internal {
 namespace {
 
 constexpr std::int64_t channels = 4;
+// The channels of a pixel, which the processor works on at once.
+using Pixel = float __attribute__((vector_size(16)));
+
+Pixel weighted(const std::uint8_t* bytes, float weight) {
+  using Bytes = std::uint8_t __attribute__((vector_size(4)));
+  Bytes whole;
+  std::memcpy(&whole, bytes, sizeof whole);
+  Pixel pixel = __builtin_convertvector(whole, Pixel);
+  const float alpha = pixel[3] * weight;
+  pixel[3] = 1;
+  return pixel * alpha;
+}
 constexpr int firstOnItsSide = 5;
 
 template <class T>
@@ -109,20 +121,17 @@ void PixelSink::sumColumns() {
   std::int64_t pixelEnd = target_.width;
   for (int x = 0; x < target_.width; ++x, sum += channels) {
     const std::int64_t end = (x + std::int64_t{1}) * source_.width;
-    std::fill_n(sum, channels, 0.0F);
+    Pixel total{};
     while (position < end) {
       const std::int64_t stop = std::min(end, pixelEnd);
-      const float alpha = static_cast<float>(pixel[3]) * static_cast<float>(stop - position);
-      for (int channel = 0; channel < 3; ++channel) {
-        sum[channel] += static_cast<float>(pixel[channel]) * alpha;
-      }
-      sum[3] += alpha;
+      total += weighted(pixel, static_cast<float>(stop - position));
       position = stop;
       if (stop == pixelEnd) {
         pixel += channels;
         pixelEnd += target_.width;
       }
     }
+    std::memcpy(sum, &total, sizeof total);
   }
 }
 
@@ -141,9 +150,9 @@ void PixelSink::writeRow() {
       continue;
     }
     float* sum = sums_.get() + x * channels;
+    const float share = sum[3] > 0 ? 1 / sum[3] : 0;
     for (int channel = 0; channel < 3; ++channel) {
-      const float value = sum[3] > 0 ? sum[channel] / sum[3] : 0;
-      place[channel] = static_cast<std::uint8_t>(std::min(value + 0.5F, 255.0F));
+      place[channel] = static_cast<std::uint8_t>(std::min(sum[channel] * share + 0.5F, 255.0F));
     }
     place[3] = static_cast<std::uint8_t>(std::min(sum[3] / area + 0.5F, 255.0F));
     std::fill_n(sum, channels, 0.0F);
