@@ -58,6 +58,7 @@ TEST_F(CachingTest, aFreshCopyIsServedWithItsAgeAndWithoutTraffic) {
 TEST_F(CachingTest, everyHopIsLookedUpOnceAndLeavesItsCopyWithTheTask) {
   ScriptedServer server([](const Request& request) -> Script {
     if (request.target == "/moved") return answer("", "Location: /fresh\r\n", "302 Found");
+    if (request.target == "/turns") return answer("", "Location: /other\r\n", "302 Found");
     if (request.target == "/gone") return {resetConnection()};
     if (!request.field("If-None-Match").empty()) return answer("", "", "304 Not Modified");
     return answer("new", "Cache-Control: no-store\r\n");
@@ -73,6 +74,8 @@ TEST_F(CachingTest, everyHopIsLookedUpOnceAndLeavesItsCopyWithTheTask) {
   keep(server.url("/gone"), leadingTo("/stale", stale), "", 301);
   keep(server.url("/leads"), leadingTo("/leads-on", lasting), "", 301);
   keep(server.url("/leads-on"), leadingTo("/fresh", lasting), "", 301);
+  keep(server.url("/turns"), leadingTo("/fresh", stale), "", 302);
+  keep(server.url("/other"), lasting, "other");
   struct Row {
     const char* target;
     int lookUps;
@@ -88,6 +91,7 @@ TEST_F(CachingTest, everyHopIsLookedUpOnceAndLeavesItsCopyWithTheTask) {
       {"/moved", 2, "fresh"},
       {"/leads", 3, "fresh", "fresh"},
       {"/gone", 2, "no data", "stale"},
+      {"/turns", 3, "other", "fresh"},
       {"/fresh", 0, "new", "none", "POST"},
       {"/stale", 0, "new", "none", "GET", URLRequestCachePolicy::reloadIgnoringLocalCacheData},
   };
