@@ -54,25 +54,6 @@ TEST(LifetimeTest, cancelReachesATaskInEveryState) {
   URLSessionTask::unattached(URLRequest(server.url()))->cancel();
 }
 
-TEST(LifetimeTest, whatIsPreparedReachesItsCompletionWhenNothingElseWakesTheSession) {
-  ScriptedServer server(answer("x"));
-  URLSession session({});
-  std::promise<bool> completed;
-  bool prepared = false;
-  session
-      .dataTask(
-          URLRequest(server.url()),
-          [&](const auto&, const auto&, const auto&) { completed.set_value(prepared); }, nullptr,
-          [&](const auto&, const auto&, const auto&) {
-            std::this_thread::sleep_for(50ms);  // until the session sleeps again
-            prepared = true;
-          })
-      ->resume();
-  auto answered = completed.get_future();
-  ASSERT_EQ(answered.wait_for(10s), std::future_status::ready) << "no completion";
-  EXPECT_TRUE(answered.get());
-}
-
 TEST(LifetimeTest, destroyingASessionCancelsWhatIsInFlightAndNothingIsCalledAfterwards) {
   ScriptedServer server({hang()});
   std::atomic<int> cancelled = 0;
