@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <limits>
 #include <numeric>
 
 #include "apps/reader/Text.h"
@@ -87,6 +89,30 @@ CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& choices)
       [choices](std::string& value) -> std::string {
         if (std::find(choices.begin(), choices.end(), value) != choices.end()) return "";
         return fmt::format("{} is not {}{}", value, alternatives(choices), guess(value, choices));
+      },
+      ""));
+}
+
+const Units timeUnits = {{"s", 1}, {"m", 60}, {"h", 3'600}, {"d", 86'400}};
+const Units byteUnits = {{"KB", 1'000}, {"MB", 1'000'000}, {"GB", 1'000'000'000}};
+
+CLI::Option* amount(CLI::Option* option, const Units& units) {
+  return option->transform(CLI::Validator(
+      [&units](std::string& value) -> std::string {
+        std::int64_t number = -1;
+        const char* const end = value.data() + value.size();
+        const auto [unit, error] = std::from_chars(value.data(), end, number);
+        const auto factor = units.find(std::string(unit, end));
+        const bool isKnown = unit == end || factor != units.end();
+        const std::int64_t each = unit == end || !isKnown ? 1 : factor->second;
+        if (error != std::errc() || number < 0 || !isKnown ||
+            number > std::numeric_limits<std::int64_t>::max() / each) {
+          std::vector<std::string> names;
+          for (const auto& [name, size] : units) names.push_back(name);
+          return fmt::format("{} is not a number, alone or with {}", value, alternatives(names));
+        }
+        value = std::to_string(number * each);
+        return "";
       },
       ""));
 }

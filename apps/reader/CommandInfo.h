@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,12 @@ CommandInfo describe(const CLI::App& app);
 
 // Accepts only these values, which help and completion then show.
 CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& choices);
+
+// A whole number of 0 or more, with one of the units after it or none.
+using Units = std::map<std::string, std::int64_t>;
+extern const Units timeUnits;  // in seconds
+extern const Units byteUnits;
+CLI::Option* amount(CLI::Option* option, const Units& units);
 
 // "a, b or c"
 std::string alternatives(const std::vector<std::string>& words);

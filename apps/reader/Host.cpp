@@ -213,16 +213,21 @@ void Host::waitUntil(const std::function<bool()>& done, const std::string& whom)
   waiting_.reset();
 }
 
-Answer<AppMetadataProtocol> Host::appMetadata() {
-  return await<AppMetadataProtocol>("configuration", contentURL(), [&](auto success, auto failure) {
-    content().requestAppMetadata(std::move(success), std::move(failure));
-  });
+Answer<AppMetadataProtocol> Host::appMetadata(const CopyUse<AppMetadataProtocol>& use) {
+  const auto ask = [&](auto success, auto failure) {
+    if (!use.refresh) return content().requestAppMetadata(success, failure);
+    content().requestAppMetadata(*use.refresh, success, failure);
+  };
+  return await<AppMetadataProtocol>("configuration", contentURL(), ask, use);
 }
 
-Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections) {
-  auto answer = await<StreamProtocol>("front page", contentURL(), [&](auto success, auto failure) {
-    content().requestStreamForSections(sections, std::move(success), std::move(failure));
-  });
+Answer<StreamProtocol> Host::stream(const std::vector<std::string>& sections,
+                                    const CopyUse<StreamProtocol>& use) {
+  const auto ask = [&](auto success, auto failure) {
+    if (!use.refresh) return content().requestStreamForSections(sections, success, failure);
+    content().requestStreamForSections(sections, *use.refresh, success, failure);
+  };
+  auto answer = await<StreamProtocol>("front page", contentURL(), ask, use);
   const auto found = [&](const std::string& uid) {
     const SectionList& all = answer.record->sections();
     return std::any_of(all.begin(), all.end(),
@@ -252,10 +257,12 @@ Answer<StreamProtocol> Host::offlineStream() {
   });
 }
 
-Answer<ArticleProtocol> Host::article(const URL& url) {
-  return await<ArticleProtocol>("story", url, [&](auto success, auto failure) {
-    content().requestArticle(url, std::move(success), std::move(failure));
-  });
+Answer<ArticleProtocol> Host::article(const URL& url, const CopyUse<ArticleProtocol>& use) {
+  const auto ask = [&](auto success, auto failure) {
+    if (!use.refresh) return content().requestArticle(url, success, failure);
+    return content().requestArticle(url, *use.refresh, success, failure);
+  };
+  return await<ArticleProtocol>("story", url, ask, use);
 }
 
 Answer<Image> Host::image(const URL& url) {

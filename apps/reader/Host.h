@@ -10,10 +10,10 @@
 #include "apps/reader/Failure.h"
 #include "apps/reader/Output.h"
 #include "apps/reader/Picture.h"
-#include "paperloom/network/ProvenanceWords.h"
 #include "apps/reader/StatusLine.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/DispatchQueue.h"
 #include "paperloom/testing/SampleService.h"
 
@@ -38,6 +38,14 @@ template <class T>
 struct Answer {
   std::shared_ptr<const T> record;
   Provenance provenance;
+};
+
+// How a request goes about the copy in the cache, where HTTP is not to say so; and, with
+// Refresh::afterTheCopy(), what is done with the copy, before its successor has come.
+template <class T>
+struct CopyUse {
+  std::optional<Refresh> refresh{};
+  std::function<void(const Answer<T>&)> show{};
 };
 
 // An image and the bytes that it came as.
@@ -89,11 +97,12 @@ class Host {
   std::string nameOf(const URL& url) const;
 
   // The coordinator's requests, waited for. All throw Failure.
-  Answer<AppMetadataProtocol> appMetadata();
+  Answer<AppMetadataProtocol> appMetadata(const CopyUse<AppMetadataProtocol>& use = {});
   // Fails also when the service does not have one of the sections.
-  Answer<StreamProtocol> stream(const std::vector<std::string>& sections);
+  Answer<StreamProtocol> stream(const std::vector<std::string>& sections,
+                                const CopyUse<StreamProtocol>& use = {});
   Answer<StreamProtocol> offlineStream();
-  Answer<ArticleProtocol> article(const URL& url);
+  Answer<ArticleProtocol> article(const URL& url, const CopyUse<ArticleProtocol>& use = {});
   // Null when the image cannot be loaded.
   Answer<Image> image(const URL& url);
   Answer<Picture> picture(const URL& url);
@@ -111,19 +120,30 @@ class Host {
   // Starts a request by `start(success, failure)` and waits for its outcome, which is brought to
   // the main queue from wherever it is answered. `what` is asked for, as in "such story".
   template <class T, class Start>
-  Answer<T> await(std::string_view what, const URL& url, Start start) {
-    auto outcome = std::make_shared<Outcome<T>>();
+  Answer<T> await(std::string_view what, const URL& url, Start start, const CopyUse<T>& use = {}) {
+    struct Outcomes {
+      Outcome<T> copy;
+      Outcome<T> last;
+    };
+    auto outcomes = std::make_shared<Outcomes>();
     start(
-        [outcome](std::shared_ptr<const T> record, const Provenance& provenance) {
+        [outcomes](std::shared_ptr<const T> record, const Provenance& provenance) {
           DispatchQueue::main().async(
-              [outcome, answer = Answer<T>{std::move(record), provenance}] { *outcome = answer; });
+              [outcomes, answer = Answer<T>{std::move(record), provenance}] {
+                (answer.provenance.isFollowed ? outcomes->copy : outcomes->last) = answer;
+              });
         },
-        [outcome, what](const PaperloomError& error, const Provenance& from) {
+        [outcomes, what](const PaperloomError& error, const Provenance& from) {
           DispatchQueue::main().async(
-              [outcome, failure = failureOf(what, error, from)] { *outcome = failure; });
+              [outcomes, failure = failureOf(what, error, from)] { outcomes->last = failure; });
         });
+    const auto* outcome = &outcomes->last;
+    waitUntil([&] { return outcomes->copy.index() + outcome->index() != 0; }, nameOf(url));
+    if (const auto* copy = std::get_if<Answer<T>>(&outcomes->copy); copy && use.show) {
+      use.show(*copy);
+    }
     waitUntil([&] { return outcome->index() != 0; }, nameOf(url));
-    if (auto* failure = std::get_if<Failure>(outcome.get())) throw *failure;
+    if (auto* failure = std::get_if<Failure>(outcome)) throw *failure;
     return std::get<Answer<T>>(*outcome);
   }
 

@@ -16,8 +16,47 @@
 namespace paperloom::reader {
 namespace {
 
-void config(Host& host) {
-  const auto answer = host.appMetadata();
+// What is said of the copy in the cache.
+struct CopyOptions {
+  std::optional<std::int64_t> maximumAge;  // in seconds
+  bool copyFirst = false;
+
+  void add(CLI::App& command) {
+    amount(command.add_option("--max-age", maximumAge,
+                              "Show the copy in the cache, without asking, when it is no older"),
+           timeUnits)
+        ->option_text("AGE");
+    command
+        .add_flag("--copy-first", copyFirst,
+                  "Show the copy in the cache at once, then what the service has")
+        ->excludes("--max-age");
+  }
+};
+
+// Asks, and prints the answer. Of what follows a copy that has been printed only what is new is,
+// for people; programs are given both.
+template <class T, class Ask, class Print>
+void show(Host& host, const CopyOptions& options, Ask ask, Print print) {
+  CopyUse<T> use;
+  if (options.maximumAge)
+    use.refresh = Refresh::ifOlderThan(std::chrono::seconds(*options.maximumAge));
+  bool isShown = false;
+  if (options.copyFirst) {
+    use.refresh = Refresh::afterTheCopy();
+    use.show = [&](const Answer<T>& copy) {
+      print(host, copy);
+      host.output().flush();
+      isShown = true;
+    };
+  }
+  const Answer<T> answer = ask(use);
+  const bool isTheCopy =
+      answer.provenance.fromCache || answer.provenance.source == Provenance::Source::revalidated;
+  if (isShown && isTheCopy && !host.json()) return printProvenance(host, answer.provenance);
+  print(host, answer);
+}
+
+void printConfig(Host& host, const Answer<AppMetadataProtocol>& answer) {
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
   host.output().beginPage();
   printConfiguration(host.output(), *answer.record);
@@ -44,8 +83,7 @@ URL articleURL(Host& host, const std::string& text) {
   return host.resolve(*url);
 }
 
-void article(Host& host, const std::string& address) {
-  const auto answer = host.article(articleURL(host, address));
+void printStory(Host& host, const Answer<ArticleProtocol>& answer) {
   if (host.json()) return printJSON(host, toJSON(*answer.record), answer.provenance);
   const bool hasPixels = !assetsOf(*answer.record).empty() && host.pictures().arePixels();
   if (!hasPixels) host.output().beginPage();
@@ -84,28 +122,45 @@ void addReadingCommands(CLI::App& app, Action& action) {
     return command;
   };
   struct Arguments {
+    CopyOptions copy;
     std::vector<std::string> sections;
     std::string address;
     std::string out;
   };
   auto arguments = std::make_shared<Arguments>();
 
-  add("config", "The sections, their names and colours")->callback([&action] { action = config; });
+  auto* command = add("config", "The sections, their names and colours");
+  arguments->copy.add(*command);
+  command->callback([&action, arguments] {
+    action = [arguments](Host& host) {
+      const auto ask = [&](const auto& use) { return host.appMetadata(use); };
+      show<AppMetadataProtocol>(host, arguments->copy, ask, printConfig);
+    };
+  });
 
-  auto* command = add("stream", "The front page");
+  command = add("stream", "The front page");
   command->add_option("--sections", arguments->sections, "Only these sections, in this order")
       ->delimiter(',')
       ->allow_extra_args(false)
       ->option_text("A,B");
+  arguments->copy.add(*command);
   command->callback([&action, arguments] {
-    action = [arguments](Host& host) { printStream(host, host.stream(arguments->sections)); };
+    action = [arguments](Host& host) {
+      const auto ask = [&](const auto& use) { return host.stream(arguments->sections, use); };
+      show<StreamProtocol>(host, arguments->copy, ask, printStream);
+    };
   });
 
   command = add("article", "One story: its URL, or its number on the front page printed last");
   command->add_option("url", arguments->address, "URL, path on the content service, or number")
       ->required();
+  arguments->copy.add(*command);
   command->callback([&action, arguments] {
-    action = [arguments](Host& host) { article(host, arguments->address); };
+    action = [arguments](Host& host) {
+      const URL url = articleURL(host, arguments->address);
+      const auto ask = [&](const auto& use) { return host.article(url, use); };
+      show<ArticleProtocol>(host, arguments->copy, ask, printStory);
+    };
   });
 
   command = add("image", "One picture, shown in the terminal or saved");

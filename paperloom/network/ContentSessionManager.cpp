@@ -175,6 +175,13 @@ std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& u
 std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, ErasedParser parser,
                                                                ErasedCompletion completion,
                                                                Parsing parsing) {
+  return getDataFor(URLRequest(url), std::move(parser), std::move(completion), parsing);
+}
+
+std::shared_ptr<URLSessionTask> ContentSessionManager::getDataFor(URLRequest request,
+                                                                  ErasedParser parser,
+                                                                  ErasedCompletion completion,
+                                                                  Parsing parsing) {
   auto get = std::make_shared<Get>();
   get->parser = std::move(parser);
   get->completion = std::move(completion);
@@ -187,7 +194,7 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, E
     };
   }
   auto task = session_.dataTask(
-      URLRequest(url),
+      std::move(request),
       [get](const auto& data, const auto& response, const auto& error) {
         get->finish(data, response, error);
       },

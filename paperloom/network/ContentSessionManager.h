@@ -54,6 +54,8 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
                                           ErasedCompletion completion, Parsing parsing) override;
+  std::shared_ptr<URLSessionTask> getDataFor(URLRequest request, ErasedParser parser,
+                                             ErasedCompletion completion, Parsing parsing) override;
 
  private:
   struct Get;

@@ -33,22 +33,20 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
       const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
       std::function<void(Result<T> result, const Provenance& provenance)> completion,
       Parsing parsing = Parsing::onCallbackQueue) {
-    // The parsed item travels through the type-erased layer below in a std::any.
-    return getData(
-        url,
-        [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
-          return parseWith(parser, data).map([](T&& item) { return std::any(std::move(item)); });
-        },
-        [completion = std::move(completion)](Result<std::any> result,
-                                             const Provenance& provenance) {
-          if (!completion) return;
-          if (!result) {
-            completion(tl::unexpected(std::move(result.error())), provenance);
-          } else {
-            completion(std::any_cast<T>(std::move(*result)), provenance);
-          }
-        },
-        parsing);
+    auto [erased, answer] = erase(std::move(parser), std::move(completion));
+    return getData(url, std::move(erased), std::move(answer), parsing);
+  }
+
+  // The same for a GET with a cache policy of its own, or that says how old a copy may be. An
+  // implementation that knows neither asks for the URL; where only a copy would do it fails at
+  // once.
+  template <class T>
+  std::shared_ptr<URLSessionTask> getDocument(
+      URLRequest request, std::shared_ptr<const ParserProtocol<T>> parser,
+      std::function<void(Result<T> result, const Provenance& provenance)> completion,
+      Parsing parsing = Parsing::onCallbackQueue) {
+    auto [erased, answer] = erase(std::move(parser), std::move(completion));
+    return getDataFor(std::move(request), std::move(erased), std::move(answer), parsing);
   }
 
   // The same with `completion(result, fromCache)`; `fromCache` is true when the server gave no
@@ -81,6 +79,30 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
   // provides.
   virtual std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
                                                   ErasedCompletion completion, Parsing parsing) = 0;
+  // The same for a request: what an implementation provides that has a cache.
+  virtual std::shared_ptr<URLSessionTask> getDataFor(URLRequest request, ErasedParser parser,
+                                                     ErasedCompletion completion, Parsing parsing);
+
+ private:
+  // The parsed item travels through the type-erased layer below in a std::any.
+  template <class T>
+  static std::pair<ErasedParser, ErasedCompletion> erase(
+      std::shared_ptr<const ParserProtocol<T>> parser,
+      std::function<void(Result<T> result, const Provenance& provenance)> completion) {
+    return {
+        [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
+          return parseWith(parser, data).map([](T&& item) { return std::any(std::move(item)); });
+        },
+        [completion = std::move(completion)](Result<std::any> result,
+                                             const Provenance& provenance) {
+          if (!completion) return;
+          if (!result) {
+            completion(tl::unexpected(std::move(result.error())), provenance);
+          } else {
+            completion(std::any_cast<T>(std::move(*result)), provenance);
+          }
+        }};
+  }
 };
 
 }  // namespace paperloom

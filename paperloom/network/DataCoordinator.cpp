@@ -46,6 +46,83 @@ std::vector<std::shared_ptr<Subscription::Token>> ownersOf(const Success& succes
   return owners;
 }
 
+using Parsing = ContentSessionManagerProtocol::Parsing;
+using Owners = std::vector<std::shared_ptr<Subscription::Token>>;
+template <class Item>
+using Completion = std::function<void(Result<Item>, const Provenance&)>;
+
+// A copy that was taken for its age alone, and could not be read, stands in nobody's way.
+template <class Item>
+Completion<Item> askingAgain(const std::shared_ptr<ContentSessionManagerProtocol>& manager,
+                             const URL& url,
+                             const std::shared_ptr<const ParserProtocol<Item>>& parser,
+                             Completion<Item> completion, const Owners& owners, Parsing parsing) {
+  return [=, manager = std::weak_ptr(manager)](Result<Item> result, const Provenance& from) {
+    using Source = Provenance::Source;
+    const bool isCopy =
+        !from.fromCache && (from.source == Source::cache || from.source == Source::stale);
+    const auto there = !result && isCopy ? manager.lock() : nullptr;
+    if (!there) return completion(std::move(result), from);
+    const auto task = there->template getDocument<Item>(url, parser, completion, parsing);
+    cancelWithOwners(task, owners);
+    task->resume();
+  };
+}
+
+// Asks for the copy alone, and has the completion of what is asked of the server beside it told
+// after that.
+template <class Item>
+Completion<Item> handingOverTheCopy(ContentSessionManagerProtocol& manager, URLRequest request,
+                                    const std::shared_ptr<const ParserProtocol<Item>>& parser,
+                                    Completion<Item> completion, const Owners& owners,
+                                    Parsing parsing) {
+  const auto isAnswered = std::make_shared<bool>(false);  // the callback queue's
+  request.cachePolicy = URLRequestCachePolicy::returnCacheDataDontLoad;
+  const auto task = manager.getDocument<Item>(
+      std::move(request), parser,
+      [isAnswered, completion](Result<Item> result, Provenance from) {
+        if (!result || *isAnswered) return;
+        from.isFollowed = true;
+        completion(std::move(result), from);
+      },
+      parsing);
+  cancelWithOwners(task, owners);
+  task->resume();
+  return [isAnswered, completion = std::move(completion)](Result<Item> result,
+                                                          const Provenance& from) {
+    *isAnswered = true;
+    completion(std::move(result), from);
+  };
+}
+
+// One request of a coordinator's; the task is that of the server's answer, already started.
+template <class Item>
+std::shared_ptr<URLSessionTask> get(const std::shared_ptr<ContentSessionManagerProtocol>& manager,
+                                    const URL& url, const std::optional<Refresh>& refresh,
+                                    std::shared_ptr<const ParserProtocol<Item>> parser,
+                                    Completion<Item> completion, Owners owners,
+                                    Parsing parsing = Parsing::onCallbackQueue) {
+  std::shared_ptr<URLSessionTask> task;
+  if (!refresh) {
+    task = manager->getDocument<Item>(url, std::move(parser), std::move(completion), parsing);
+  } else {
+    URLRequest request(url);
+    request.refreshIfOlderThan = refresh->maximumAge();
+    if (request.refreshIfOlderThan) {
+      completion = askingAgain<Item>(manager, url, parser, std::move(completion), owners, parsing);
+    } else {
+      completion = handingOverTheCopy<Item>(*manager, request, parser, std::move(completion),
+                                            owners, parsing);
+      request.cachePolicy = URLRequestCachePolicy::reloadRevalidatingCacheData;
+    }
+    task = manager->getDocument<Item>(std::move(request), std::move(parser), std::move(completion),
+                                      parsing);
+  }
+  cancelWithOwners(task, std::move(owners));
+  task->resume();
+  return task;
+}
+
 constexpr std::int64_t imageMemory = 32 * ContentSessionManager::megabyte;
 
 using ManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
@@ -94,7 +171,45 @@ DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> 
 
 DataCoordinator::~DataCoordinator() = default;
 
+void DataCoordinatorProtocol::requestAppMetadata(Refresh, Success<AppMetadataProtocol> success,
+                                                 Failure failure) {
+  requestAppMetadata(std::move(success), std::move(failure));
+}
+
+void DataCoordinatorProtocol::requestStreamForSections(const std::vector<std::string>& sections,
+                                                       Refresh, Success<StreamProtocol> success,
+                                                       Failure failure) {
+  requestStreamForSections(sections, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestArticle(
+    const URL& url, Refresh, Success<ArticleProtocol> success, Failure failure) {
+  return requestArticle(url, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestImageFromURL(
+    const URL& url, ImageSize /*maximumSize*/, Success<Image> success, ImageFailure failure) {
+  return requestImageFromURL(url, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestImageFromURL(
+    const URL& url, std::optional<ImageSize> maximumSize, Refresh, Success<Image> success,
+    ImageFailure failure) {
+  if (!maximumSize) return requestImageFromURL(url, std::move(success), std::move(failure));
+  return requestImageFromURL(url, *maximumSize, std::move(success), std::move(failure));
+}
+
 void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, Failure failure) {
+  ask(std::nullopt, std::move(success), std::move(failure));
+}
+
+void DataCoordinator::requestAppMetadata(Refresh refresh, Success<AppMetadataProtocol> success,
+                                         Failure failure) {
+  ask(refresh, std::move(success), std::move(failure));
+}
+
+void DataCoordinator::ask(std::optional<Refresh> refresh, Success<AppMetadataProtocol> success,
+                          Failure failure) {
   const auto root = baseURL();
   if (!root) {
     failure(PaperloomError::configurationError("Request Stream - No config URL"));
@@ -102,31 +217,40 @@ void DataCoordinator::requestAppMetadata(Success<AppMetadataProtocol> success, F
   }
   using Item = std::shared_ptr<const AppMetadataProtocol>;
   auto owners = ownersOf(success, failure);
-  const auto task = sessionManager_->getDocument<Item>(
-      root->appendingPathComponent("config"), std::make_shared<const ConfigParser>(),
+  get<Item>(
+      sessionManager_, root->appendingPathComponent("config"), refresh,
+      std::make_shared<const ConfigParser>(),
       [received = received_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
         if (!result) return failure(std::move(result.error()), provenance);
         received->appMetadata->set(*result);
         success(std::move(*result), provenance);
-      });
-  cancelWithOwners(task, std::move(owners));
-  task->resume();
+      },
+      std::move(owners));
 }
 
 void DataCoordinator::requestStreamForSections(const std::vector<std::string>& sections,
                                                Success<StreamProtocol> success, Failure failure) {
+  ask(sections, std::nullopt, std::move(success), std::move(failure));
+}
+
+void DataCoordinator::requestStreamForSections(const std::vector<std::string>& sections,
+                                               Refresh refresh, Success<StreamProtocol> success,
+                                               Failure failure) {
+  ask(sections, refresh, std::move(success), std::move(failure));
+}
+
+void DataCoordinator::ask(const std::vector<std::string>& sections, std::optional<Refresh> refresh,
+                          Success<StreamProtocol> success, Failure failure) {
   const auto root = baseURL();
   if (!root) {
     failure(PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
   auto owners = ownersOf(success, failure);
-  const auto task = sessionManager_->getDocument<std::shared_ptr<const StreamProtocol>>(
-      streamURL(*root, sections), std::make_shared<const StreamParser>(),
-      streamCompletion(std::move(success), std::move(failure)));
-  cancelWithOwners(task, std::move(owners));
-  task->resume();
+  get<std::shared_ptr<const StreamProtocol>>(
+      sessionManager_, streamURL(*root, sections), refresh, std::make_shared<const StreamParser>(),
+      streamCompletion(std::move(success), std::move(failure)), std::move(owners));
 }
 
 void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Failure failure) {
@@ -156,48 +280,60 @@ DataCoordinator::streamCompletion(Success<StreamProtocol> success, Failure failu
 std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url,
                                                                 Success<ArticleProtocol> success,
                                                                 Failure failure) {
+  return ask(url, std::nullopt, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::requestArticle(const URL& url, Refresh refresh,
+                                                                Success<ArticleProtocol> success,
+                                                                Failure failure) {
+  return ask(url, refresh, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::ask(const URL& url, std::optional<Refresh> refresh,
+                                                     Success<ArticleProtocol> success,
+                                                     Failure failure) {
   using Item = std::shared_ptr<const ArticleProtocol>;
   auto owners = ownersOf(success, failure);
-  auto task = sessionManager_->getDocument<Item>(
-      url, std::make_shared<const ArticleParser>(),
+  return get<Item>(
+      sessionManager_, url, refresh, std::make_shared<const ArticleParser>(),
       [dates = dates_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
-        if (result && !provenance.fromCache) recordFetch(dates);
+        if (result && !provenance.fromCache && !provenance.isFollowed) recordFetch(dates);
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
           if (!result) return failure(result.error(), provenance);
           success(*result, provenance);
         });
-      });
-  cancelWithOwners(task, std::move(owners));
-  return task;
-}
-
-std::shared_ptr<URLSessionTask> DataCoordinatorProtocol::requestImageFromURL(
-    const URL& url, ImageSize /*maximumSize*/, Success<Image> success, ImageFailure failure) {
-  return requestImageFromURL(url, std::move(success), std::move(failure));
+      },
+      std::move(owners));
 }
 
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
                                                                      Success<Image> success,
                                                                      ImageFailure failure) {
-  return requestImage(url, std::nullopt, std::move(success), std::move(failure));
+  return ask(url, std::nullopt, std::nullopt, std::move(success), std::move(failure));
 }
 
 std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(const URL& url,
                                                                      ImageSize maximumSize,
                                                                      Success<Image> success,
                                                                      ImageFailure failure) {
-  return requestImage(url, maximumSize, std::move(success), std::move(failure));
+  return ask(url, maximumSize, std::nullopt, std::move(success), std::move(failure));
 }
 
-std::shared_ptr<URLSessionTask> DataCoordinator::requestImage(const URL& url,
-                                                              std::optional<ImageSize> maximumSize,
-                                                              Success<Image> success,
-                                                              ImageFailure failure) {
+std::shared_ptr<URLSessionTask> DataCoordinator::requestImageFromURL(
+    const URL& url, std::optional<ImageSize> maximumSize, Refresh refresh, Success<Image> success,
+    ImageFailure failure) {
+  return ask(url, maximumSize, refresh, std::move(success), std::move(failure));
+}
+
+std::shared_ptr<URLSessionTask> DataCoordinator::ask(const URL& url,
+                                                     std::optional<ImageSize> maximumSize,
+                                                     std::optional<Refresh> refresh,
+                                                     Success<Image> success, ImageFailure failure) {
   using Item = std::shared_ptr<const Image>;
   auto owners = ownersOf(success, failure);
-  auto task = sessionManager_->getDocument<Item>(
-      url, std::make_shared<const KeptImageParser>(images_, maximumSize),
+  return get<Item>(
+      sessionManager_, url, refresh, std::make_shared<const KeptImageParser>(images_, maximumSize),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    const Provenance& provenance) {
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
@@ -205,9 +341,7 @@ std::shared_ptr<URLSessionTask> DataCoordinator::requestImage(const URL& url,
           success(*result, provenance);
         });
       },
-      ContentSessionManagerProtocol::Parsing::beside);
-  cancelWithOwners(task, std::move(owners));
-  return task;
+      std::move(owners), Parsing::beside);
 }
 
 Snapshot<AppMetadataProtocol> DataCoordinator::appMetadata() const {

@@ -14,6 +14,7 @@
 #include "paperloom/network/CacheWarmerDataCoordinator.h"
 #include "paperloom/network/ContentSessionManagerProtocol.h"
 #include "paperloom/network/LatestDateStore.h"
+#include "paperloom/network/Refresh.h"
 #include "paperloom/network/RequestCallback.h"
 #include "paperloom/platform/Export.h"
 #include "paperloom/platform/Guarded.h"
@@ -76,6 +77,22 @@ class PAPERLOOM_EXPORT DataCoordinatorProtocol {
                                                               Success<Image> success,
                                                               ImageFailure failure = nullptr);
 
+  // The same, with a say in when the server is asked: each answers where its namesake does, and
+  // afterTheCopy() twice. The task that is returned is that of the server's answer; a Subscription
+  // ends both. An implementation without them asks as HTTP says.
+  virtual void requestAppMetadata(Refresh refresh, Success<AppMetadataProtocol> success,
+                                  Failure failure = nullptr);
+  virtual void requestStreamForSections(const std::vector<std::string>& sections, Refresh refresh,
+                                        Success<StreamProtocol> success, Failure failure = nullptr);
+  virtual std::shared_ptr<URLSessionTask> requestArticle(const URL& url, Refresh refresh,
+                                                         Success<ArticleProtocol> success,
+                                                         Failure failure = nullptr);
+  virtual std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url,
+                                                              std::optional<ImageSize> maximumSize,
+                                                              Refresh refresh,
+                                                              Success<Image> success,
+                                                              ImageFailure failure = nullptr);
+
   // The stream that is shipped with the library. Answers before it returns, on the caller's thread.
   // Needs a base URL like the other stream request.
   virtual void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) = 0;
@@ -111,6 +128,18 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
                                                       ImageFailure failure = nullptr) override;
   std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url, ImageSize maximumSize,
                                                       Success<Image> success,
+                                                      ImageFailure failure = nullptr) override;
+  void requestAppMetadata(Refresh refresh, Success<AppMetadataProtocol> success,
+                          Failure failure = nullptr) override;
+  void requestStreamForSections(const std::vector<std::string>& sections, Refresh refresh,
+                                Success<StreamProtocol> success,
+                                Failure failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestArticle(const URL& url, Refresh refresh,
+                                                 Success<ArticleProtocol> success,
+                                                 Failure failure = nullptr) override;
+  std::shared_ptr<URLSessionTask> requestImageFromURL(const URL& url,
+                                                      std::optional<ImageSize> maximumSize,
+                                                      Refresh refresh, Success<Image> success,
                                                       ImageFailure failure = nullptr) override;
   void requestOfflineStream(Success<StreamProtocol> success, Failure failure = nullptr) override;
 
@@ -153,8 +182,14 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                   LatestDateStore* dates, std::shared_ptr<CurrentAppMetadata> appMetadata);
 
-  std::shared_ptr<URLSessionTask> requestImage(const URL& url, std::optional<ImageSize> maximumSize,
-                                               Success<Image> success, ImageFailure failure);
+  void ask(std::optional<Refresh> refresh, Success<AppMetadataProtocol> success, Failure failure);
+  void ask(const std::vector<std::string>& sections, std::optional<Refresh> refresh,
+           Success<StreamProtocol> success, Failure failure);
+  std::shared_ptr<URLSessionTask> ask(const URL& url, std::optional<Refresh> refresh,
+                                      Success<ArticleProtocol> success, Failure failure);
+  std::shared_ptr<URLSessionTask> ask(const URL& url, std::optional<ImageSize> maximumSize,
+                                      std::optional<Refresh> refresh, Success<Image> success,
+                                      ImageFailure failure);
   std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
   streamCompletion(Success<StreamProtocol> success, Failure failure) const;
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <concepts>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tl/expected.hpp>
 #include <utility>
@@ -50,6 +52,8 @@ struct SectionUids {
 // Each function makes a Pending, which says how it is waited for; what it asks for, and on which
 // queue the answer comes, stands with the request of the same name in DataCoordinatorProtocol. The
 // coordinator outlives every request that is still to be made. Safe from any thread.
+//
+// With a maximum age a copy that is no older is the answer, as Refresh::ifOlderThan() says.
 class News {
  public:
   explicit News(DataCoordinatorProtocol& coordinator) : coordinator_(&coordinator) {}
@@ -57,18 +61,26 @@ class News {
   News(DataCoordinatorProtocol& coordinator, const Subscription& owner)
       : coordinator_(&coordinator), owner_(owner.token()) {}
 
-  Pending<DocumentOrFailure<AppMetadataProtocol>> appMetadata() const {
-    return pending<AppMetadataProtocol>([c = coordinator_](auto success, auto failure) {
-      c->requestAppMetadata(std::move(success), std::move(failure));
+  using MaximumAge = std::optional<std::chrono::seconds>;
+
+  Pending<DocumentOrFailure<AppMetadataProtocol>> appMetadata(MaximumAge age = {}) const {
+    return pending<AppMetadataProtocol>([c = coordinator_, age](auto success, auto failure) {
+      if (!age) return c->requestAppMetadata(std::move(success), std::move(failure));
+      c->requestAppMetadata(Refresh::ifOlderThan(*age), std::move(success), std::move(failure));
     });
   }
 
   // DataCoordinatorProtocol::requestStreamForSections().
-  Pending<DocumentOrFailure<StreamProtocol>> stream(SectionUids sections) const {
-    return pending<StreamProtocol>(
-        [c = coordinator_, sections = std::move(sections)](auto success, auto failure) {
-          c->requestStreamForSections(sections.all, std::move(success), std::move(failure));
-        });
+  Pending<DocumentOrFailure<StreamProtocol>> stream(SectionUids sections,
+                                                    MaximumAge age = {}) const {
+    return pending<StreamProtocol>([c = coordinator_, sections = std::move(sections), age](
+                                       auto success, auto failure) {
+      if (!age) {
+        return c->requestStreamForSections(sections.all, std::move(success), std::move(failure));
+      }
+      c->requestStreamForSections(sections.all, Refresh::ifOlderThan(*age), std::move(success),
+                                  std::move(failure));
+    });
   }
 
   Pending<DocumentOrFailure<StreamProtocol>> offlineStream() const {
@@ -78,19 +90,22 @@ class News {
   }
 
   // DataCoordinatorProtocol::requestArticle().
-  Pending<DocumentOrFailure<ArticleProtocol>> article(URL url) const {
+  Pending<DocumentOrFailure<ArticleProtocol>> article(URL url, MaximumAge age = {}) const {
     return pending<ArticleProtocol>(
-        [c = coordinator_, url = std::move(url)](auto success, auto failure) {
-          c->requestArticle(url, std::move(success), std::move(failure));
+        [c = coordinator_, url = std::move(url), age](auto success, auto failure) {
+          if (!age) return c->requestArticle(url, std::move(success), std::move(failure));
+          return c->requestArticle(url, Refresh::ifOlderThan(*age), std::move(success),
+                                   std::move(failure));
         });
   }
 
   // In its own size, or no larger than `maximumSize`. A failure has the text "the image cannot be
   // loaded".
-  Pending<DocumentOrFailure<Image>> image(
-      URL url, std::optional<ImageSize> maximumSize = std::nullopt) const {
+  Pending<DocumentOrFailure<Image>> image(URL url,
+                                          std::optional<ImageSize> maximumSize = std::nullopt,
+                                          MaximumAge age = {}) const {
     return pending<Image>(
-        [c = coordinator_, url = std::move(url), maximumSize](auto success, auto failure) {
+        [c = coordinator_, url = std::move(url), maximumSize, age](auto success, auto failure) {
           using Failed = std::decay_t<decltype(failure)>;
           struct WithoutError {
             void operator()(const Provenance& provenance) const {
@@ -100,6 +115,10 @@ class News {
             Failed failed;
           };
           WithoutError failed{std::move(failure)};
+          if (age) {
+            return c->requestImageFromURL(url, maximumSize, Refresh::ifOlderThan(*age),
+                                          std::move(success), std::move(failed));
+          }
           if (!maximumSize)
             return c->requestImageFromURL(url, std::move(success), std::move(failed));
           return c->requestImageFromURL(url, *maximumSize, std::move(success), std::move(failed));

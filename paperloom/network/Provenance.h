@@ -15,12 +15,14 @@ struct Provenance {
     network,      // whole from the server
     cache,        // a stored copy
     revalidated,  // a stored copy that the server has just confirmed
-    stale,        // a stored copy past its freshness, as the directives allow
+    stale,        // a stored copy past its freshness, as the directives or the request allow
     library,      // shipped with the library
   };
   Source source = Source::network;
   // The server gave no usable answer, and the stored copy took its place.
   bool fromCache = false;
+  // The answer of the server follows as another one: see Refresh::afterTheCopy().
+  bool isFollowed = false;
   std::optional<std::chrono::seconds> age{};  // of a stored copy
   std::optional<Date> fetchedAt{};            // when the copy, or its last validation, was received
   // What came of asking the server, also where a copy took the place of its answer: the answer's

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -29,6 +30,11 @@ struct URLRequest {
   HTTPHeaders headers;  // repeated names are sent as they stand
   std::optional<Data> body;
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::useProtocolCachePolicy;
+  // With useProtocolCachePolicy, what counts in place of the freshness that the server gives its
+  // answers: a stored copy that was fetched or confirmed no longer ago is the answer, and an older
+  // one is asked after. Errors are always asked after, and so is what an account was told (a request
+  // with Authorization) once it is stale.
+  std::optional<std::chrono::seconds> refreshIfOlderThan;
   bool followsRedirects = true;  // false hands the redirect answer itself to the caller
   // Hands a redirect to another scheme, host or port to the caller: for requests whose answer
   // counts only from the origin that they were meant for.

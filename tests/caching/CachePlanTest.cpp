@@ -63,7 +63,12 @@ TEST(CachePlanTest, saysWhyAndByWhichTextOfTheRules) {
     ASSERT_EQ(columns.size(), 3U) << line;
     const Parts asked(columns[0]);
     URLRequest request = requestWith(asked.fields, asked.words[0]);
-    request.cachePolicy = policies.at(asked.words[1]);
+    const std::string older = "ifOlderThan=";
+    if (asked.words[1].starts_with(older)) {
+      request.refreshIfOlderThan = seconds(std::atoi(asked.words[1].c_str() + older.size()));
+    } else {
+      request.cachePolicy = policies.at(asked.words[1]);
+    }
     const Parts kept(columns[1]);
     const CachedURLResponse entry = storedWith(kept.fields, std::atoi(kept.words[0].c_str()));
     const seconds elapsed(kept.words[1].empty() ? 5 : std::atoi(kept.words[1].c_str()));

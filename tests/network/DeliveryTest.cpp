@@ -7,6 +7,7 @@
 #include "paperloom/network/AuthSessionManager.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/ApplicationDirectories.h"
 #include "paperloom/platform/NetworkActivityIndicator.h"
 #include "paperloom/testing/Captured.h"
@@ -194,6 +195,71 @@ TEST_F(DeliveryTest, ofADocument) {
     ASSERT_TRUE(pumpUntil([&] { return answered; }));
     EXPECT_EQ(isRecorded(), hasArticle && !row.fromCache);
   }
+}
+
+// Each answer: its name, where it came from, "+" when another one follows.
+TEST_F(DeliveryTest, ofARefresh) {
+  const Refresh young = Refresh::ifOlderThan(std::chrono::hours(2));
+  const Refresh old = Refresh::ifOlderThan(std::chrono::minutes(30));
+  const Refresh both = Refresh::afterTheCopy();
+  const HTTPHeaders strict{{"Cache-Control", "no-cache, must-revalidate"}, {"ETag", "\"1\""}};
+  struct Row {
+    Refresh refresh;
+    std::optional<Copy> stored;
+    Script script;
+    std::string answers;
+    std::size_t requests = 1;
+    bool isRecorded = true;
+  };
+  const std::vector<Row> rows = {
+      {young, Copy{strict}, closed, "old stale;", 0},
+      {young, Copy{lasting}, closed, "old cache;", 0},
+      {young, Copy{lasting, "old", 404}, say("200 OK"), "new network;"},
+      {young, Copy{lasting, "[]"}, say("200 OK"), "new network;"},
+      {young, Copy{lasting, "[]"}, closed, "failed from a copy;", 1, false},
+      {young, none, say("200 OK"), "new network;"},
+      {old, Copy{lasting}, say("200 OK"), "new network;"},
+      {old, Copy{tagged}, confirmed, "old revalidated;"},
+      {old, Copy{lasting}, say("500 Oops"), "old from a copy;", 1, false},
+      {both, Copy{lasting}, say("200 OK"), "old cache+;new network;"},
+      {both, Copy{tagged}, confirmed, "old stale+;old revalidated;"},
+      {both, Copy{expired}, closed, "old stale+;old from a copy;", 1, false},
+      {both, Copy{expired, "[]"}, say("200 OK"), "new network;"},
+      {both, Copy{expired, "old", 404}, say("200 OK"), "new network;"},
+      {both, none, say("200 OK"), "new network;"},
+      {both, none, closed, "failed from a copy;", 1, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.answers);
+    std::string answers;
+    const auto tell = [&](const std::string& name, const Provenance& from) {
+      EXPECT_EQ(std::this_thread::get_id(), caller);
+      answers += name + " " + (from.fromCache ? "from a copy" : std::string(sourceName(from))) +
+                 (from.isFollowed ? "+;" : ";");
+    };
+    prepare(row.stored, row.script);
+    coordinator->requestArticle(
+        server->url(), row.refresh,
+        [&](const auto& article, const Provenance& from) { tell(article->headline(), from); },
+        [&](const auto&, const Provenance& from) { tell("failed", from); });
+    EXPECT_TRUE(pumpUntil([&] { return answers.ends_with(";") && !answers.ends_with("+;"); }));
+    coordinator.reset();
+    manager.reset();
+    DispatchQueue::main().runPending();
+    EXPECT_EQ(answers, row.answers);
+    EXPECT_EQ(server->requests().size(), row.requests);
+    EXPECT_EQ(isRecorded(), row.isRecorded);
+  }
+}
+
+TEST_F(DeliveryTest, ofACopyEndsWithItsOwner) {
+  prepare(Copy{expired}, {hang()});
+  Subscription owner;
+  coordinator->requestArticle(server->url(), Refresh::afterTheCopy(),
+                              owner([](const auto&) { FAIL(); }),
+                              owner([](const PaperloomError&) { FAIL(); }));
+  owner.cancel();
+  EXPECT_TRUE(pumpUntil([&] { return manager->taskCount() == 0; }));
 }
 
 TEST_F(DeliveryTest, ofWhatIsWarmed) {

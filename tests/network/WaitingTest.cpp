@@ -32,6 +32,11 @@ TEST_F(WaitingTest, nobodyWhoAsksOrReadsWaitsForADisk) {
       {"stream", [](DataCoordinator& c, const URL&) { c.requestStreamForSections({}, nullptr); }},
       {"article", [](DataCoordinator& c, const URL& url) { c.requestArticle(url, nullptr); }},
       {"image", [](DataCoordinator& c, const URL& url) { c.requestImageFromURL(url, nullptr); }},
+      {"a refresh",
+       [](DataCoordinator& c, const URL& url) {
+         c.requestArticle(url, Refresh::ifOlderThan(std::chrono::seconds(1)), nullptr);
+         c.requestArticle(url, Refresh::afterTheCopy(), nullptr);
+       }},
       {"cancelling",
        [](DataCoordinator& c, const URL& url) { c.requestArticle(url, nullptr)->cancel(); }},
       {"a forced refresh",

@@ -30,6 +30,7 @@ struct Situation {
   CacheControl asked;     // the request's directives
   CacheControl directed;  // the stored answer's
   CurrentAge age;
+  seconds sinceReceived;
   FreshnessLifetime lifetime;
 
   Situation(const URLRequest& r, const CachedURLResponse& s, Date now)
@@ -38,6 +39,7 @@ struct Situation {
         asked(r.headers),
         directed(s.response.headers),
         age(currentAge(s, now)),
+        sinceReceived(std::max(seconds(0), std::chrono::floor<seconds>(now - s.responseTime))),
         lifetime(freshnessLifetime(s.response, s.responseTime)) {
     // A guess is no ground to tell what an account may do.
     if (isForAnAccount() && !lifetime.isExplicit) {
@@ -47,6 +49,11 @@ struct Situation {
 
   bool isFresh() const { return age.isReliable && age.value < lifetime.value; }
   bool isForAnAccount() const { return request.headers.contains("Authorization"); }
+  // Young enough for a request that says how old a copy may be.
+  bool isYoung() const {
+    if (!request.refreshIfOlderThan || !age.isReliable || isForAnAccount()) return false;
+    return stored.response.statusCode < 400 && sinceReceived <= *request.refreshIfOlderThan;
+  }
   seconds pastFreshness() const { return age.value - lifetime.value; }
 };
 
@@ -95,7 +102,7 @@ Ground demandForValidation(const Situation& s) {
     return {"the request says no-cache",
             s.asked.has("no-cache") ? "RFC 9111 section 5.2.1.4" : "RFC 9111 section 5.4"};
   }
-  if (s.directed.hasUnqualified("no-cache")) {
+  if (s.directed.hasUnqualified("no-cache") && !s.isYoung()) {
     return {"the stored answer says no-cache", "RFC 9111 section 5.2.2.4"};
   }
   return {};
@@ -250,10 +257,22 @@ CachePlan serve(bool stale, std::string reason, std::string_view where = {}) {
   return plan;
 }
 
+// Why a copy will not do for a request that says how old one may be.
+Ground demandForYounger(const Situation& s) {
+  if (!s.request.refreshIfOlderThan) return {};
+  if (s.stored.response.statusCode >= 400) {
+    return {"the stored answer is an error, and the request takes young documents alone"};
+  }
+  if (s.sinceReceived <= *s.request.refreshIfOlderThan) return {};
+  return {"the stored answer was received " + inSeconds(s.sinceReceived) +
+          " ago, and the request takes " + inSeconds(*s.request.refreshIfOlderThan)};
+}
+
 // Section 4: "a cache MUST NOT reuse a stored response unless [...] the stored response is one of
 // the following: fresh [...], or allowed to be served stale [...], or successfully validated".
 CachePlan planWithStored(const Situation& s) {
   Ground demand = demandForValidation(s);
+  if (!demand) demand = demandForYounger(s);
   if (!demand) demand = demandForFresher(s);
   if (demand) return validateOrSend(s, std::move(demand));
   if (s.isFresh()) {
@@ -261,6 +280,11 @@ CachePlan planWithStored(const Situation& s) {
                  "the stored answer is fresh: " + inSeconds(s.age.value) + " of " +
                      inSeconds(s.lifetime.value) + " by " + std::string(s.lifetime.source),
                  "RFC 9111 section 4.2");
+  }
+  if (s.isYoung()) {
+    return serve(true, staleness(s).words + ", but received " + inSeconds(s.sinceReceived) +
+                           " ago, and the request takes " +
+                           inSeconds(*s.request.refreshIfOlderThan));
   }
   if (!forbidsServingStale(s)) {
     if (allowsByMaxStale(s)) {
