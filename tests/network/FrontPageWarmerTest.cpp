@@ -44,6 +44,7 @@ TEST_F(FrontPageWarmerTest, fetchesAllThatAFrontPageLeadsToAndSaysWhatIsKept) {
   EXPECT_TRUE(first.lost.empty() && first.failed == 0 && first.leftOut == 0);
   ASSERT_EQ(documents.size(), first.fetched);
   EXPECT_EQ(documents.back().total, documents.size());
+  EXPECT_EQ(documents.back().done, documents.size());
   EXPECT_EQ(documents.back().bytes, first.bytes);
 
   service->stop();
