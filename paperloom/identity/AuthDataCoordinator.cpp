@@ -14,6 +14,8 @@
 namespace paperloom {
 namespace {
 
+constexpr const char* authWithoutManager = "an auth data coordinator needs a session manager";
+
 using AuthManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
 
 using AuthorisationResult = RequestResult<std::shared_ptr<const ContentAuthorisationProtocol>>;
@@ -53,13 +55,12 @@ AuthDataCoordinator& AuthDataCoordinator::shared() {
 bool AuthDataCoordinator::configureShared(
     std::shared_ptr<AuthSessionManagerProtocol> authSessionManager) {
   return AuthManagerOfShared::of<AuthDataCoordinator>().set(
-      required(std::move(authSessionManager), "an auth data coordinator needs a session manager"));
+      required(std::move(authSessionManager), authWithoutManager));
 }
 
 AuthDataCoordinator::AuthDataCoordinator(
     std::shared_ptr<AuthSessionManagerProtocol> authSessionManager)
-    : authSessionManager_(required(std::move(authSessionManager),
-                                   "an auth data coordinator needs a session manager")) {}
+    : authSessionManager_(required(std::move(authSessionManager), authWithoutManager)) {}
 
 std::optional<URL> AuthDataCoordinator::baseURL() const { return baseURL_.get(); }
 

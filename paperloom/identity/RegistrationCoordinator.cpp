@@ -12,6 +12,9 @@
 namespace paperloom {
 namespace {
 
+constexpr const char* registrationWithoutManager =
+    "a registration coordinator needs a session manager";
+
 using ContentManagerOfShared = FirstUse<std::shared_ptr<ContentSessionManagerProtocol>>;
 
 }  // namespace
@@ -32,13 +35,12 @@ RegistrationCoordinator& RegistrationCoordinator::shared() {
 bool RegistrationCoordinator::configureShared(
     std::shared_ptr<ContentSessionManagerProtocol> sessionManager) {
   return ContentManagerOfShared::of<RegistrationCoordinator>().set(
-      required(std::move(sessionManager), "a registration coordinator needs a session manager"));
+      required(std::move(sessionManager), registrationWithoutManager));
 }
 
 RegistrationCoordinator::RegistrationCoordinator(
     std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
-    : sessionManager_(required(std::move(sessionManager),
-                               "a registration coordinator needs a session manager")) {}
+    : sessionManager_(required(std::move(sessionManager), registrationWithoutManager)) {}
 
 std::optional<URL> RegistrationCoordinator::baseURL() const { return baseURL_.get(); }
 

@@ -12,6 +12,9 @@
 namespace paperloom {
 namespace {
 
+constexpr const char* userRegistrationWithoutManager =
+    "a user registration data coordinator needs a session manager";
+
 using AuthManagerOfShared = FirstUse<std::shared_ptr<AuthSessionManagerProtocol>>;
 
 }  // namespace
@@ -25,14 +28,13 @@ UserRegistrationDataCoordinator& UserRegistrationDataCoordinator::shared() {
 
 bool UserRegistrationDataCoordinator::configureShared(
     std::shared_ptr<AuthSessionManagerProtocol> sessionManager) {
-  return AuthManagerOfShared::of<UserRegistrationDataCoordinator>().set(required(
-      std::move(sessionManager), "a user registration data coordinator needs a session manager"));
+  return AuthManagerOfShared::of<UserRegistrationDataCoordinator>().set(
+      required(std::move(sessionManager), userRegistrationWithoutManager));
 }
 
 UserRegistrationDataCoordinator::UserRegistrationDataCoordinator(
     std::shared_ptr<AuthSessionManagerProtocol> sessionManager)
-    : sessionManager_(required(std::move(sessionManager),
-                               "a user registration data coordinator needs a session manager")) {}
+    : sessionManager_(required(std::move(sessionManager), userRegistrationWithoutManager)) {}
 
 std::optional<URL> UserRegistrationDataCoordinator::baseURL() const { return baseURL_.get(); }
 

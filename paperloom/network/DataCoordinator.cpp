@@ -18,6 +18,8 @@
 namespace paperloom {
 namespace {
 
+constexpr const char* withoutManager = "a data coordinator needs a session manager";
+
 std::string joined(const std::vector<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) {
@@ -148,7 +150,7 @@ DataCoordinator& DataCoordinator::shared() {
 bool DataCoordinator::configureShared(
     std::shared_ptr<ContentSessionManagerProtocol> sessionManager) {
   return ManagerOfShared::of<DataCoordinator>().set(
-      required(std::move(sessionManager), "a data coordinator needs a session manager"));
+      required(std::move(sessionManager), withoutManager));
 }
 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager)
@@ -161,8 +163,7 @@ DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> 
 DataCoordinator::DataCoordinator(std::shared_ptr<ContentSessionManagerProtocol> sessionManager,
                                  LatestDateStore* dates,
                                  std::shared_ptr<CurrentAppMetadata> appMetadata)
-    : sessionManager_(
-          required(std::move(sessionManager), "a data coordinator needs a session manager")),
+    : sessionManager_(required(std::move(sessionManager), withoutManager)),
       dates_(dates),
       received_(std::make_shared<Received>()),
       images_(std::make_shared<DecodedImages>(imageMemory)) {
