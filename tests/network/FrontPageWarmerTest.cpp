@@ -149,6 +149,16 @@ TEST_F(FrontPageWarmerTest, whatIsNotKeptIsSaid) {
   EXPECT_EQ(full.fetched, 30U);
   EXPECT_EQ(full.lost.size(), 30U - little->entries().size());
   EXPECT_EQ(full.reason, "the cache is full");
+
+  // What is kept for the host's own headers is kept.
+  test::ScriptedServer varying(
+      test::answer("{}", "Cache-Control: max-age=9\r\nVary: Accept-Language\r\n"));
+  URLSessionConfiguration configuration{.urlCache = cache};
+  configuration.defaultHeaders.add("Accept-Language", "nb");
+  DataCoordinator norwegian(std::make_shared<ContentSessionManager>(configuration), dates);
+  const WarmingSum kept = warm(norwegian, {.documents = {varying.url()}});
+  EXPECT_EQ(kept.fetched, 1U);
+  EXPECT_TRUE(kept.lost.empty());
 }
 
 }  // namespace
