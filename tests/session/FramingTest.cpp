@@ -359,7 +359,7 @@ TEST(CodingTest, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
   URLSession session({});
   ScriptedServer server([](const ScriptedServer::Request& request) {
     if (request.target == "/gzip") return answer(gzipped("abc"), "Content-Encoding: gzip\r\n");
-    return answer("\x0b\x01", "Content-Encoding: br\r\n");
+    return answer("\x0b\x01", "Content-Encoding: zstd, gzip\r\n");
   });
   URLRequest request(server.url("/br"));
   request.headers.add("Accept-Encoding", "br, gzip");
