@@ -3,7 +3,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using namespace paperloom;
-  const auto config = fuzz::parsed(*makeConfigParser(), bytes, size);
+  const auto config = fuzz::parsed(ConfigParser(), bytes, size);
   if (!config) return 0;
   fuzz::require(config->globalMetadata() != nullptr);
   for (const auto& section : config->sectionMetadata()) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "apps/reader/RecordJSON.h"
+#include "paperloom/model/ParseFindings.h"
 #include "paperloom/model/ParserProtocol.h"
 #include "tests/support/UnreadKey.h"
 
@@ -25,9 +26,11 @@ std::string shown(const ParserProtocol<T>& parser, std::string text) {
 }
 
 // Parses the input as it stands; a failure must say why. A key that nobody reads, put into one of
-// the document's objects, must change no record, whatever its value. Returns the record, or null.
-template <class T>
-T parsed(const ParserProtocol<T>& parser, const std::uint8_t* bytes, std::size_t size) {
+// the document's objects, must change no record, whatever its value. A listener must change
+// nothing, and have heard of something where there is no record. Returns the
+// record, or null.
+template <class Parser>
+typename Parser::Item parsed(const Parser& parser, const std::uint8_t* bytes, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(bytes), size);
   // An insertion near the depth limit would cross it.
   constexpr auto certainlyShallow = 1000;
@@ -41,9 +44,13 @@ T parsed(const ParserProtocol<T>& parser, const std::uint8_t* bytes, std::size_t
       require(shown(parser, changed) == shown(parser, text));
     }
   }
-  auto result = parser.parse(Data(text));
+  const Data data(text);
+  auto result = parser.parse(data);
+  ParseFindings findings;
+  require(parser.parse(data, &findings).has_value() == result.has_value());
   if (result) return std::move(*result);
   require(!asPaperloomError(std::move(result.error())).details().empty());
+  require(!findings.list().empty());
   return nullptr;
 }
 

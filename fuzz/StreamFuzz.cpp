@@ -3,7 +3,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using namespace paperloom;
-  const auto stream = fuzz::parsed(*makeStreamParser(), bytes, size);
+  const auto stream = fuzz::parsed(StreamParser(), bytes, size);
   if (!stream) return 0;
   const auto& metadata = stream->appMetadata()->sectionMetadata();
   fuzz::require(metadata.size() == stream->sections().size());

@@ -1,5 +1,7 @@
 #include "paperloom/identity/ContentAuthorisation.h"
 
+#include "paperloom/model/JSONParsing.h"
+
 namespace paperloom {
 
 Result<std::shared_ptr<const ContentAuthorisationProtocol>> ContentAuthorisation::parse(
@@ -8,7 +10,7 @@ Result<std::shared_ptr<const ContentAuthorisationProtocol>> ContentAuthorisation
   const auto refreshToken = json.string("refreshToken");
   const auto idToken = json.string("idToken");
   if (!accessToken || !refreshToken || !idToken) {
-    return parsingFailed("Content Authorisation missing one or more tokens");
+    return parsingFailed(json, "Content Authorisation missing one or more tokens");
   }
   return std::make_shared<const ContentAuthorisation>(*accessToken, *refreshToken, *idToken);
 }

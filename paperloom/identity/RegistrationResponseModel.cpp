@@ -1,5 +1,7 @@
 #include "paperloom/identity/RegistrationResponseModel.h"
 
+#include "paperloom/model/JSONParsing.h"
+
 namespace paperloom {
 
 Result<std::shared_ptr<const RegistrationResponseModelProtocol>> RegistrationResponseModel::parse(
@@ -15,7 +17,7 @@ Result<std::shared_ptr<const RegistrationResponseModelProtocol>> RegistrationRes
   const auto smsOptIn = json.boolean(Key::marketingSMSOptIn);
   if (!id || !tokenObject || !email || !firstName || !lastName || !emailOptIn || !phoneOptIn ||
       !postOptIn || !smsOptIn) {
-    return parsingFailed("failed parsing the registration response");
+    return parsingFailed(json, "failed parsing the registration response");
   }
   auto token = Token::parse(*tokenObject);
   if (!token) return tl::make_unexpected(std::move(token.error()));

@@ -1,5 +1,7 @@
 #include "paperloom/identity/Token.h"
 
+#include "paperloom/model/JSONParsing.h"
+
 #include <cstdint>
 
 namespace paperloom {
@@ -23,7 +25,7 @@ Result<std::shared_ptr<const TokenProtocol>> Token::parse(const JSONObject& json
   const auto livefyreToken = json.string(Key::livefyreToken);
   const auto tokenType = json.string(Key::tokenType);
   if (!accessToken || !expiresIn || !idToken || !livefyreToken || !tokenType) {
-    return parsingFailed("failed to parse token");
+    return parsingFailed(json, "failed to parse token");
   }
   return std::make_shared<const Token>(Fields{
       .accessToken = *accessToken,

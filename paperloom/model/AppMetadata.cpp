@@ -1,5 +1,6 @@
 #include "paperloom/model/AppMetadata.h"
 
+#include "paperloom/model/JSONParsing.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
@@ -7,7 +8,7 @@ namespace paperloom {
 Result<std::shared_ptr<const AppMetadataProtocol>> AppMetadata::parse(const JSONObject& json) {
   const auto sections = json.objects("sectionMetaData");
   const auto global = json.object("globalMetaData");
-  if (!sections || !global) return parsingFailed("failed to parse JSON into app meta data");
+  if (!sections || !global) return parsingFailed(json, "failed to parse JSON into app meta data");
 
   SectionMetadataList list;
   reserveFor(list, *sections);

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "paperloom/platform/DateFormatter.h"
+#include "paperloom/model/internal/Reading.h"
 
 namespace paperloom {
 namespace {
@@ -40,7 +40,10 @@ ArticleContentItem leadContent(const JSONObject& json) {
   const auto leadAsset = json.object("leadAsset");
   if (!leadAsset) return {};
   auto asset = Asset::parse(*leadAsset);
-  if (!asset) return {};
+  if (!asset) {
+    leaveOut(*leadAsset, "the article has no lead picture");
+    return {};
+  }
   if (asset->type == Asset::Type::Video) return {ArticleContentItem::Video{std::move(*asset)}};
   return {ArticleContentItem::Image{std::move(*asset)}};
 }
@@ -49,7 +52,7 @@ ArticleContentItem leadContent(const JSONObject& json) {
 Result<std::shared_ptr<const SponsorProtocol>> sponsorOf(const JSONObject& json, bool sponsored) {
   if (!sponsored) return nullptr;
   const auto sponsor = json.object("sponsor");
-  if (!sponsor) return parsingFailed("Sponsored article without sponsor info");
+  if (!sponsor) return parsingFailed(json, "Sponsored article without sponsor info");
   return Sponsor::parse(*sponsor);
 }
 
@@ -63,7 +66,7 @@ Result<std::shared_ptr<const RegistrationWallProtocol>> wallOf(const JSONObject&
 
 Result<Article> Article::parse(const JSONObject& json) {
   const auto headline = json.stringView("headline");
-  if (!headline) return parsingFailed("failed to parse JSON into article");
+  if (!headline) return parsingFailed(json, "failed to parse JSON into article");
   const bool isSponsored = json.boolean("sponsored").value_or(false);
   auto sponsor = sponsorOf(json, isSponsored);
   if (!sponsor) return tl::make_unexpected(std::move(sponsor.error()));
@@ -72,10 +75,9 @@ Result<Article> Article::parse(const JSONObject& json) {
 
   return Article(Fields{
       .headline = trimmed(*headline),
-      .type = fromRawValue<ArticleType>(json.stringView("type").value_or(""))
-                  .value_or(ArticleType::unknown),
+      .type = caseUnder<ArticleType>(json, "type").value_or(ArticleType::unknown),
       .authors = Author::parseList(json.objects("authors").value_or(JSONObjectList())),
-      .publishedTime = DateFormatter::shared().date(json.stringView("datePublished").value_or("")),
+      .publishedTime = dateUnder(json, "datePublished"),
       .isPremium = json.boolean("premium").value_or(false),
       .leadContent = paperloom::leadContent(json),
       .contents = ArticleContentItem::parseBody(json.objects("body").value_or(JSONObjectList())),
@@ -83,9 +85,8 @@ Result<Article> Article::parse(const JSONObject& json) {
       .pageID = json.string("pageId"),
       .sponsored = isSponsored,
       .sponsor = std::move(*sponsor),
-      .websiteURL = URL::parse(json.stringView("websiteUrl").value_or("")),
-      .callToAction = fromRawValue<CallToAction>(json.stringView("callToAction").value_or("none"))
-                          .value_or(CallToAction::none),
+      .websiteURL = urlUnder(json, "websiteUrl"),
+      .callToAction = caseUnder<CallToAction>(json, "callToAction").value_or(CallToAction::none),
       .adZone = json.string("adZone").value_or(""),
       .businessSegment = json.string("businessSegment").value_or(""),
       .registrationWallModel = std::move(*wall)});

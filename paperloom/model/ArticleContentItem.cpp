@@ -1,7 +1,7 @@
 #include "paperloom/model/ArticleContentItem.h"
 
+#include "paperloom/model/internal/Reading.h"
 #include "paperloom/model/internal/Reserve.h"
-#include "paperloom/platform/DateFormatter.h"
 
 namespace paperloom {
 namespace {
@@ -18,7 +18,7 @@ Item heading(const JSONObject& json) {
   const auto level = json.integer("level");
   auto text = json.string("text");
   if (!level || !text) return {};
-  const auto style = fromRawValue<HeadingStyle>(*level);
+  const auto style = caseOf<HeadingStyle>(json, "level", *level);
   if (!style) return {};
   return {Item::Heading{*style, std::move(*text)}};
 }
@@ -51,7 +51,7 @@ Item particle(const JSONObject& json) {
 }
 
 Item livepost(const JSONObject& json) {
-  const auto time = DateFormatter::shared().date(json.stringView("time").value_or(""));
+  const auto time = dateUnder(json, "time");
   if (!time) return {};
   return {Item::Livepost{*time}};
 }
@@ -72,10 +72,26 @@ constexpr Rule rules[] = {
     {"livepost", livepost},
 };
 
+constexpr std::string_view notShown = "the block is not shown";
+
+void tellOfUnknownType(const JSONObject& json, JSONListener& listener) {
+  std::string accepted;
+  for (const Rule& each : rules) {
+    if (!accepted.empty()) accepted += ", ";
+    accepted += each.type;
+  }
+  listener.refused(json.place(), "type", rule::unknownValue, accepted);
+  listener.leftOut(json.place(), notShown);
+}
+
 Item block(std::string_view type, const JSONObject& json) {
   for (const Rule& rule : rules) {
-    if (rule.type == type) return rule.block(json);
+    if (rule.type != type) continue;
+    Item item = rule.block(json);
+    if (std::holds_alternative<Item::Unknown>(item.value)) leaveOut(json, notShown);
+    return item;
   }
+  if (JSONListener* const listener = json.listener()) tellOfUnknownType(json, *listener);
   return {};
 }
 
@@ -85,7 +101,11 @@ std::vector<ArticleContentItem> ArticleContentItem::parseBody(const JSONObjectLi
   std::vector<ArticleContentItem> items;
   reserveFor(items, body);
   for (const JSONObject& json : body) {
-    if (const auto type = json.stringView("type")) items.push_back(block(*type, json));
+    if (const auto type = json.stringView("type")) {
+      items.push_back(block(*type, json));
+    } else {
+      leaveOut(json, notShown);
+    }
   }
   return items;
 }

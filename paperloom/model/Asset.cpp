@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "paperloom/model/internal/Reading.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
@@ -15,8 +16,14 @@ std::vector<Asset::Rendition> parseRenditions(const JSONObjectList& list) {
     const auto text = json.stringView("url");
     const auto width = json.integer("width");
     const auto height = json.integer("height");
-    if (!text || !width || !height) continue;
-    if (auto url = URL::parse(*text)) renditions.emplace_back(std::move(*url), *width, *height);
+    if (text && width && height) {
+      if (auto url = URL::parse(*text)) {
+        renditions.emplace_back(std::move(*url), *width, *height);
+        continue;
+      }
+    }
+    if (json.listener() != nullptr) static_cast<void>(urlUnder(json, "url"));  // may be at fault
+    leaveOut(json, "the picture is not there in this size");
   }
   return renditions;
 }
@@ -42,22 +49,28 @@ void sortBySize(std::vector<Asset::Rendition>& renditions) {
 Result<Asset> Asset::parse(const JSONObject& json) {
   const auto typeText = json.stringView("type");
   const auto list = json.objects("renditions");
-  if (!typeText || !list) return parsingFailed("failed to parse JSON into Asset");
-  const auto type = fromRawValue<Type>(*typeText);
-  if (!type) return parsingFailed("invalid asset type found");
-  auto videoEmbedId = json.string("videoEmbedId");
-  if (*type == Type::Video && !videoEmbedId) return parsingFailed("No video embed Id");
+  if (!typeText || !list) return parsingFailed(json, "failed to parse JSON into Asset");
+  const auto type = caseOf<Type>(json, "type", *typeText);
+  if (!type) return parsingFailed(json, "invalid asset type found");
+  std::optional<std::string> videoEmbedId;
+  if (*type == Type::Video) {
+    videoEmbedId = json.string("videoEmbedId");
+    if (!videoEmbedId) return parsingFailed(json, "No video embed Id");
+  }
 
-  Asset asset{.type = *type,
-              .caption = json.string("caption"),
-              .copyright = json.string("copyright"),
-              .altText = json.string("altText"),
-              .videoEmbedId = std::move(videoEmbedId),
-              .videoDuration = json.string("videoDuration"),
-              .renditions = parseRenditions(*list)};
-  if (asset.renditions.empty()) return parsingFailed("No renditions found");
-  sortBySize(asset.renditions);
-  return asset;
+  auto renditions = parseRenditions(*list);
+  if (renditions.empty()) {
+    refuse(json, "renditions", rule::noRenditions);
+    return parsingFailed(json, "No renditions found");
+  }
+  sortBySize(renditions);
+  return Asset{.type = *type,
+               .caption = json.string("caption"),
+               .copyright = json.string("copyright"),
+               .altText = json.string("altText"),
+               .videoEmbedId = videoEmbedId ? std::move(videoEmbedId) : json.string("videoEmbedId"),
+               .videoDuration = json.string("videoDuration"),
+               .renditions = std::move(renditions)};
 }
 
 double Asset::aspectRatio() const {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "paperloom/model/internal/Reading.h"
 #include "paperloom/model/internal/Reserve.h"
 
 namespace paperloom {
@@ -12,6 +13,8 @@ std::vector<Author> Author::parseList(const JSONObjectList& list) {
   for (const JSONObject& json : list) {
     if (auto name = json.string("name")) {
       authors.push_back({std::move(*name), json.string("jobTitle")});
+    } else {
+      leaveOut(json, "the author is not named");
     }
   }
   return authors;

@@ -1,5 +1,7 @@
 #include "paperloom/model/GlobalMetadata.h"
 
+#include "paperloom/model/JSONParsing.h"
+
 namespace paperloom {
 
 Result<std::shared_ptr<const GlobalMetadataProtocol>> GlobalMetadata::parse(
@@ -10,7 +12,7 @@ Result<std::shared_ptr<const GlobalMetadataProtocol>> GlobalMetadata::parse(
   auto labelOnNormal = json.string("premiumLabelColourOnNormalBackground");
   auto labelOnSecondary = json.string("premiumLabelColourOnSecondaryBackground");
   if (!primary || !secondary || !accessible || !labelOnNormal || !labelOnSecondary) {
-    return parsingFailed("failed to parse JSON into global metadata");
+    return parsingFailed(json, "failed to parse JSON into global metadata");
   }
   return std::make_shared<const GlobalMetadata>(Fields{
       .premiumPrimaryColour = std::move(*primary),

@@ -31,7 +31,20 @@ template <JSONParsing Record, TemplateText topLevelFailure, class T = Parsed<Rec
 class JSONDocumentParser final : public ParserProtocol<T> {
  public:
   tl::expected<T, ParserError> parse(const Data& data) const override {
-    auto document = JSONDocument::parse(data);
+    return build(data, nullptr);
+  }
+
+  // The same, while `listener` hears what is made of the document; null is nobody.
+  [[nodiscard]] tl::expected<T, ParserError> parse(const Data& data, JSONListener* listener) const {
+    auto result = build(data, listener);
+    if (listener != nullptr) listener->ended(result.has_value());
+    return result;
+  }
+
+ private:
+  static tl::expected<T, ParserError> build(const Data& data, JSONListener* listener) {
+    auto document = JSONDocument::parse(data, listener);
+    if (listener != nullptr) listener->decoded(document ? &*document : nullptr, data.view());
     if (!document) return tl::make_unexpected(ParserError(std::move(document.error())));
     const auto top = document->object();
     if (!top) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <concepts>
+#include <string>
 #include <utility>
 
 #include "paperloom/model/PaperloomError.h"
 #include "paperloom/platform/JSON.h"
+#include "paperloom/platform/JSONListener.h"
 
 namespace paperloom {
 
@@ -19,5 +21,12 @@ concept JSONParsing = requires(const JSONObject& json) {
 // What the record's parse gives: the record itself or its interface.
 template <JSONParsing Record>
 using Parsed = typename decltype(Record::parse(std::declval<const JSONObject&>()))::value_type;
+
+// The failure of a record's parse, of which the document's listener hears: what was asked of `json`
+// in vain or refused up to here is at fault.
+inline tl::unexpected<PaperloomError> parsingFailed(const JSONObject& json, std::string details) {
+  if (JSONListener* const listener = json.listener()) listener->failed(json.place());
+  return parsingFailed(std::move(details));
+}
 
 }  // namespace paperloom

@@ -1,12 +1,13 @@
 #include "paperloom/model/RegistrationWall.h"
 
+#include "paperloom/model/internal/Reading.h"
+
 namespace paperloom {
 
 Result<std::shared_ptr<const RegistrationWallProtocol>> RegistrationWall::parse(
     const JSONObject& json) {
   auto headline = json.string("headline");
-  const auto dismissType =
-      fromRawValue<WallDismissType>(json.stringView("dismissType").value_or(""));
+  const auto dismissType = caseUnder<WallDismissType>(json, "dismissType");
   auto primary = json.string("primaryColour");
   auto secondary = json.string("secondaryColour");
   auto accessible = json.string("accessibleColour");
@@ -15,7 +16,7 @@ Result<std::shared_ptr<const RegistrationWallProtocol>> RegistrationWall::parse(
   auto channel = json.string("channel");
   if (!headline || !dismissType || !primary || !secondary || !accessible || !registerButtonText ||
       !loginButtonText || !channel) {
-    return parsingFailed("failed to parse JSON into reg wall");
+    return parsingFailed(json, "failed to parse JSON into reg wall");
   }
   return std::make_shared<const RegistrationWall>(
       Fields{.headline = std::move(*headline),

@@ -1,5 +1,6 @@
 #include "paperloom/model/Section.h"
 
+#include "paperloom/model/internal/Reading.h"
 #include "paperloom/model/internal/Reserve.h"
 #include "paperloom/platform/Events.h"
 
@@ -8,7 +9,7 @@ namespace paperloom {
 Result<std::shared_ptr<const SectionProtocol>> Section::parse(const JSONObject& json) {
   auto uid = json.string("uid");
   const auto previews = json.objects("previews");
-  if (!uid || !previews) return parsingFailed("failed to parse JSON into section");
+  if (!uid || !previews) return parsingFailed(json, "failed to parse JSON into section");
 
   ArticleHeaderList headers;
   reserveFor(headers, *previews);
@@ -18,6 +19,7 @@ Result<std::shared_ptr<const SectionProtocol>> Section::parse(const JSONObject& 
     if (auto header = ArticleHeader::parse(preview)) {
       headers.push_back(std::move(*header));
     } else {
+      leaveOut(preview, "the card is left out");
       Events::tell([&] {
         return event::PartDropped{event::PartDropped::Part::card, *uid, index,
                                   header.error().details()};

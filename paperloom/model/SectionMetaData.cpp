@@ -1,5 +1,7 @@
 #include "paperloom/model/SectionMetaData.h"
 
+#include "paperloom/model/internal/Reading.h"
+
 namespace paperloom {
 
 SectionCustomization sectionCustomization(std::string_view text) {
@@ -27,13 +29,18 @@ Result<std::shared_ptr<const SectionMetadataProtocol>> SectionMetaData::parse(
   auto primaryColour = json.string("primaryColour");
   auto secondaryColour = json.string("secondaryColour");
   auto accessibleColour = json.string("accessibleColour");
-  const auto customization = json.stringView("customization");
+  const auto customizationText = json.stringView("customization");
   const auto showSponsored = json.boolean("showSponsored");
   if (!uid || !displayName || !primaryColour || !secondaryColour || !accessibleColour ||
-      !customization || !showSponsored) {
-    return parsingFailed("failed to parse JSON into section meta data");
+      !customizationText || !showSponsored) {
+    return parsingFailed(json, "failed to parse JSON into section meta data");
   }
 
+  const SectionCustomization customization = sectionCustomization(*customizationText);
+  if (caseName(customization) != *customizationText) {
+    refuse(json, "customization", rule::unknownValue,
+           "alwaysEnabled, enabledByDefault, disabledByDefault");
+  }
   const bool displayAsCarousel = json.boolean("displayAsCarousel").value_or(false);
   std::shared_ptr<const FallbackCardProtocol> fallbackCards;
   if (displayAsCarousel) {
@@ -45,7 +52,7 @@ Result<std::shared_ptr<const SectionMetadataProtocol>> SectionMetaData::parse(
              .displayName = std::move(*displayName),
              .primaryColourHex = std::move(*primaryColour),
              .secondaryColourHex = std::move(*secondaryColour),
-             .customization = sectionCustomization(*customization),
+             .customization = customization,
              .accessibleColourHex = std::move(*accessibleColour),
              .displayAsCarousel = displayAsCarousel,
              .fallbackCards = std::move(fallbackCards),

@@ -1,17 +1,20 @@
 #include "paperloom/model/Sponsor.h"
 
+#include "paperloom/model/internal/Reading.h"
+
 namespace paperloom {
 
 Result<std::shared_ptr<const SponsorProtocol>> Sponsor::parse(const JSONObject& json) {
   const auto image = json.string("image");
   auto campaignId = json.string("campaignId");
-  if (!image || !campaignId) return parsingFailed("failed to parse JSON into sponsor");
+  if (!image || !campaignId) return parsingFailed(json, "failed to parse JSON into sponsor");
   auto imageUrl = URL::parse(*image);
   if (!imageUrl) {
-    return parsingFailed("invalid url [ " + *image + " ] for sponsor with url " +
-                         json.debugDescription("url"));
+    refuse(json, "image", rule::invalidURL);
+    return parsingFailed(json, "invalid url [ " + *image + " ] for sponsor with url " +
+                                   json.debugDescription("url"));
   }
-  auto url = URL::parse(json.stringView("url").value_or(""));
+  auto url = urlUnder(json, "url");
   return std::make_shared<const Sponsor>(Fields{.name = json.string("name"),
                                                 .byline = json.string("byline"),
                                                 .imageUrl = std::move(*imageUrl),

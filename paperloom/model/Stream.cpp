@@ -1,9 +1,11 @@
 #include "paperloom/model/Stream.h"
 
+#include <algorithm>
 #include <string_view>
 #include <unordered_map>
 
 #include "paperloom/model/CurrentAppMetadata.h"
+#include "paperloom/model/internal/Reading.h"
 #include "paperloom/model/internal/Reserve.h"
 #include "paperloom/platform/Events.h"
 
@@ -19,6 +21,7 @@ SectionList parseSections(const JSONObjectList& list) {
     if (auto section = Section::parse(json)) {
       sections.push_back(std::move(*section));
     } else {
+      leaveOut(json, "the section is left out");
       Events::tell([&] {
         return event::PartDropped{event::PartDropped::Part::section, "", index,
                                   section.error().details()};
@@ -46,6 +49,17 @@ std::optional<SectionMetadataList> join(const SectionList& sections,
   return taken;
 }
 
+void tellOfMissingMetadata(const JSONObjectList& sections, const SectionMetadataList& metadata) {
+  for (const JSONObject& section : sections) {
+    if (section.listener() == nullptr) return;
+    const auto uid = section.stringView("uid");
+    const auto isOfUid = [&](const auto& each) { return uid == each->uid(); };
+    if (!uid || std::any_of(metadata.begin(), metadata.end(), isOfUid)) continue;
+    refuse(section, "uid", rule::noMetadata);
+    section.listener()->failed(section.place());
+  }
+}
+
 Result<ArticleHeaderList> parseSponsored(const JSONObjectList& list) {
   ArticleHeaderList cards;
   reserveFor(cards, list);
@@ -63,7 +77,7 @@ Result<std::shared_ptr<const StreamProtocol>> Stream::parse(const JSONObject& js
   const auto sectionObjects = json.objects("sections");
   const auto sponsoredObjects = json.objects("sponsoredContent");
   if (!sectionObjects || !sponsoredObjects) {
-    return parsingFailed("failed to parse JSON into Stream");
+    return parsingFailed(json, "failed to parse JSON into Stream");
   }
   const auto metadata = AppMetadata::parse(json);
   if (!metadata) {
@@ -74,6 +88,7 @@ Result<std::shared_ptr<const StreamProtocol>> Stream::parse(const JSONObject& js
   SectionList sections = parseSections(*sectionObjects);
   auto sectionMetadata = join(sections, (*metadata)->sectionMetadata());
   if (!sectionMetadata) {
+    tellOfMissingMetadata(*sectionObjects, (*metadata)->sectionMetadata());
     return parsingFailed("section uids did not match section metadata uids");
   }
   auto sponsored = parseSponsored(*sponsoredObjects);

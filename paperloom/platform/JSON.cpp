@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "paperloom/platform/JSONListener.h"
 #include "paperloom/platform/internal/json/NumbersOutOfRange.h"
 
 namespace paperloom {
@@ -24,29 +25,117 @@ static_assert(std::is_trivially_copyable_v<dom::array::iterator>);
 
 namespace {
 
-// The value under `key`; the first of several counts.
-std::optional<dom::element> find(const Handle& handle, std::string_view key) {
+struct HeardDocument : dom::document {
+  JSONListener* listener = nullptr;
+};
+
+// What the bytes of a handle are: the decoder's document, and a place in it.
+struct Reference {
+  const dom::document* document;
+  std::size_t place;
+};
+
+Reference referenceOf(const Handle& handle) { return std::bit_cast<Reference>(handle); }
+
+JSONListener* listenerOf(const Handle& handle) {
+  return static_cast<const HeardDocument*>(referenceOf(handle).document)->listener;
+}
+
+using Kind = JSONListener::Kind;
+
+std::optional<std::int64_t> wholeNumber(const dom::element& element) {
+  std::int64_t whole = 0;
+  if (element.get(whole) == simdjson::SUCCESS) return whole;
+  // 2.0 and 2e0 are written otherwise and mean the same number.
+  if (!element.is_double()) return std::nullopt;
+  const double number = element.get_double().value_unsafe();
+  constexpr double limit = 9223372036854775808.0;  // 2^63, the first value that does not fit
+  if (!(number >= -limit && number < limit) || std::trunc(number) != number) return std::nullopt;
+  return static_cast<std::int64_t>(number);
+}
+
+// How many elements the array has, if all are of the type T.
+template <class T>
+std::optional<std::size_t> countOf(const dom::array& array) {
+  std::size_t count = 0;
+  for (const dom::element element : array) {
+    if (!element.is<T>()) return std::nullopt;
+    ++count;
+  }
+  return count;
+}
+
+bool isOfKind(const dom::element& element, Kind kind) {
+  dom::array array;
+  switch (kind) {
+    case Kind::text:
+      return element.is_string();
+    case Kind::boolean:
+      return element.is_bool();
+    case Kind::integer:
+      return wholeNumber(element).has_value();
+    case Kind::object:
+      return element.is_object();
+    case Kind::objects:
+      return element.get(array) == simdjson::SUCCESS && countOf<dom::object>(array);
+    case Kind::texts:
+      return element.get(array) == simdjson::SUCCESS && countOf<std::string_view>(array);
+    case Kind::any:
+      break;
+  }
+  return true;
+}
+
+[[gnu::cold, gnu::noinline]] void tell(const Handle& handle, std::string_view key, Kind kind,
+                                       const std::optional<dom::element>& found) {
+  JSONListener& listener = *listenerOf(handle);
+  listener.asked(referenceOf(handle).place, key);
+  if (found && !isOfKind(*found, kind)) listener.mistyped(referenceOf(handle).place, key, kind);
+}
+
+// The value under `key`, of which one of the kind is going to be made; the first of several counts.
+std::optional<dom::element> find(const Handle& handle, std::string_view key, Kind kind) {
+  std::optional<dom::element> found;
   const auto object = std::bit_cast<dom::object>(handle);
   const auto end = object.end();
   for (auto field = object.begin(); field != end; ++field) {
-    if (field.key_equals(key)) return field.value();
+    if (!field.key_equals(key)) continue;
+    found = field.value();
+    break;
   }
-  return std::nullopt;
+  if (listenerOf(handle) != nullptr) [[unlikely]]
+    tell(handle, key, kind, found);
+  return found;
 }
 
 // As find(), for a value of the type T.
 template <class T>
-std::optional<T> value(const Handle& handle, std::string_view key) {
-  const auto element = find(handle, key);
+std::optional<T> value(const Handle& handle, std::string_view key, Kind kind) {
+  const auto element = find(handle, key, kind);
   T result;
   if (!element || element->get(result) != simdjson::SUCCESS) return std::nullopt;
   return result;
 }
 
+void addPlaces(const dom::element& element, std::vector<std::size_t>& places) {
+  dom::object object;
+  dom::array array;
+  if (element.get(object) == simdjson::SUCCESS) {
+    places.push_back(referenceOf(std::bit_cast<Handle>(object)).place);
+    for (const auto& field : object) addPlaces(field.value, places);
+  } else if (element.get(array) == simdjson::SUCCESS) {
+    for (const dom::element each : array) addPlaces(each, places);
+  }
+}
+
 }  // namespace
 
+JSONListener* JSONObject::listener() const { return listenerOf(handle_); }
+
+std::size_t JSONObject::place() const { return referenceOf(handle_).place; }
+
 std::optional<std::string_view> JSONObject::stringView(std::string_view key) const {
-  return value<std::string_view>(handle_, key);
+  return value<std::string_view>(handle_, key, Kind::text);
 }
 
 std::optional<std::string> JSONObject::string(std::string_view key) const {
@@ -55,24 +144,16 @@ std::optional<std::string> JSONObject::string(std::string_view key) const {
 }
 
 std::optional<bool> JSONObject::boolean(std::string_view key) const {
-  return value<bool>(handle_, key);
+  return value<bool>(handle_, key, Kind::boolean);
 }
 
 std::optional<std::int64_t> JSONObject::integer(std::string_view key) const {
-  const auto element = find(handle_, key);
-  std::int64_t whole = 0;
-  if (!element) return std::nullopt;
-  if (element->get(whole) == simdjson::SUCCESS) return whole;
-  // 2.0 and 2e0 are written otherwise and mean the same number.
-  if (!element->is_double()) return std::nullopt;
-  const double number = element->get_double().value_unsafe();
-  constexpr double limit = 9223372036854775808.0;  // 2^63, the first value that does not fit
-  if (!(number >= -limit && number < limit) || std::trunc(number) != number) return std::nullopt;
-  return static_cast<std::int64_t>(number);
+  const auto element = find(handle_, key, Kind::integer);
+  return element ? wholeNumber(*element) : std::nullopt;
 }
 
 std::optional<JSONObject> JSONObject::object(std::string_view key) const {
-  const auto nested = value<dom::object>(handle_, key);
+  const auto nested = value<dom::object>(handle_, key, Kind::object);
   if (!nested) return std::nullopt;
   JSONObject result;
   result.handle_ = std::bit_cast<Handle>(*nested);
@@ -82,13 +163,12 @@ std::optional<JSONObject> JSONObject::object(std::string_view key) const {
 // One element that is no object makes the whole list none: which elements may be dropped is for the
 // records to say, and they can only drop objects.
 std::optional<JSONObjectList> JSONObject::objects(std::string_view key) const {
-  const auto array = value<dom::array>(handle_, key);
+  const auto array = value<dom::array>(handle_, key, Kind::objects);
   if (!array) return std::nullopt;
+  const auto size = countOf<dom::object>(*array);
+  if (!size) return std::nullopt;
   JSONObjectList list;
-  for (const dom::element element : *array) {
-    if (!element.is_object()) return std::nullopt;
-    ++list.size_;
-  }
+  list.size_ = *size;
   list.begin_.current_.handle_ = std::bit_cast<Handle>(array->begin());
   list.end_.current_.handle_ = std::bit_cast<Handle>(array->end());
   return list;
@@ -103,7 +183,7 @@ JSONObjectList::Iterator& JSONObjectList::Iterator::operator++() {
 }
 
 std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key) const {
-  const auto array = value<dom::array>(handle_, key);
+  const auto array = value<dom::array>(handle_, key, Kind::texts);
   if (!array) return std::nullopt;
   std::vector<std::string> result;
   // The decoder caps the size that it tells, and a list need not be as long as it claims.
@@ -117,7 +197,7 @@ std::optional<std::vector<std::string>> JSONObject::strings(std::string_view key
 }
 
 std::string JSONObject::debugDescription(std::string_view key) const {
-  const auto element = find(handle_, key);
+  const auto element = find(handle_, key, Kind::any);
   return element ? simdjson::minify(*element) : "nil";
 }
 
@@ -212,7 +292,7 @@ struct JSONDocument::Storage {
     }
   }
 
-  dom::document document;
+  HeardDocument document;
 };
 
 JSONDocument::JSONDocument(std::unique_ptr<Storage> storage) : storage_(std::move(storage)) {}
@@ -221,14 +301,20 @@ JSONDocument& JSONDocument::operator=(JSONDocument&&) noexcept = default;
 JSONDocument::~JSONDocument() = default;
 
 tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes) {
-  return parse(bytes, false);
+  return parse(bytes, false, nullptr);
 }
 
 tl::expected<JSONDocument, JSONError> JSONDocument::parse(const Data& data) {
-  return parse(data.view(), data.spareCapacity() >= simdjson::SIMDJSON_PADDING);
+  return parse(data, nullptr);
 }
 
-tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes, bool padded) {
+tl::expected<JSONDocument, JSONError> JSONDocument::parse(const Data& data,
+                                                          JSONListener* listener) {
+  return parse(data.view(), data.spareCapacity() >= simdjson::SIMDJSON_PADDING, listener);
+}
+
+tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes, bool padded,
+                                                          JSONListener* listener) {
   // RFC 8259 section 8.1 lets a reader ignore it.
   constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   if (bytes.starts_with(byteOrderMark)) bytes.remove_prefix(byteOrderMark.size());
@@ -237,6 +323,7 @@ tl::expected<JSONDocument, JSONError> JSONDocument::parse(std::string_view bytes
   if (const auto failure = decode(storage->document, bytes, padded)) {
     return tl::make_unexpected(JSONError{simdjson::error_message(failure)});
   }
+  storage->document.listener = listener;
   return JSONDocument(std::move(storage));
 }
 
@@ -246,6 +333,12 @@ std::optional<JSONObject> JSONDocument::object() const {
   JSONObject result;
   result.handle_ = std::bit_cast<Handle>(top);
   return result;
+}
+
+std::vector<std::size_t> JSONDocument::objectPlaces() const {
+  std::vector<std::size_t> places;
+  if (storage_) addPlaces(storage_->document.root(), places);
+  return places;
 }
 
 }  // namespace paperloom

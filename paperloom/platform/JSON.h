@@ -20,6 +20,7 @@ struct JSONError {
   std::string localizedDescription;
 };
 
+class JSONListener;
 class JSONObjectList;
 
 // A read-only view of one JSON object inside a JSONDocument; cheap to copy, valid only while the
@@ -41,6 +42,11 @@ class PAPERLOOM_EXPORT JSONObject {
   std::optional<std::vector<std::string>> strings(std::string_view key) const;
   // The value under `key` as compact JSON text, whatever its type; "nil" when the key is absent.
   std::string debugDescription(std::string_view key) const;
+
+  // Who hears what is made of the document; null for most documents.
+  JSONListener* listener() const;
+  // A number that no other object of the document has; it grows in the order of the text.
+  std::size_t place() const;
 
  private:
   friend class JSONDocument;
@@ -104,6 +110,9 @@ class PAPERLOOM_EXPORT JSONDocument {
  public:
   [[nodiscard]] static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes);
   [[nodiscard]] static tl::expected<JSONDocument, JSONError> parse(const Data& data);
+  // The same for a `listener`, which lives as long as the document; null is nobody.
+  [[nodiscard]] static tl::expected<JSONDocument, JSONError> parse(const Data& data,
+                                                                   JSONListener* listener);
 
   JSONDocument(JSONDocument&&) noexcept;
   JSONDocument& operator=(JSONDocument&&) noexcept;
@@ -111,11 +120,14 @@ class PAPERLOOM_EXPORT JSONDocument {
 
   // The top-level value if it is an object.
   std::optional<JSONObject> object() const;
+  // The places of all its objects, in the order of the text.
+  std::vector<std::size_t> objectPlaces() const;
 
  private:
   struct Storage;
   explicit JSONDocument(std::unique_ptr<Storage> storage);
-  static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes, bool padded);
+  static tl::expected<JSONDocument, JSONError> parse(std::string_view bytes, bool padded,
+                                                     JSONListener* listener);
 
   std::unique_ptr<Storage> storage_;
 };
