@@ -32,6 +32,7 @@ CommandLine::CommandLine() : app_(description, "paperloom") {
   addWarmCommand(app_, action_);
   addCacheCommands(app_, action_);
   addParseCommand(app_, action_);
+  addCheckCommand(app_, action_);
   addServiceCommands(app_, action_);
   addDemoCommand(app_, action_);
   addOwnCommands();

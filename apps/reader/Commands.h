@@ -17,6 +17,7 @@ void addReadingCommands(CLI::App& app, Action& action);
 void addWarmCommand(CLI::App& app, Action& action);
 void addCacheCommands(CLI::App& app, Action& action);
 void addParseCommand(CLI::App& app, Action& action);
+void addCheckCommand(CLI::App& app, Action& action);
 void addServiceCommands(CLI::App& app, Action& action);
 void addAccountCommands(CLI::App& app, Action& action);
 void addDemoCommand(CLI::App& app, Action& action);

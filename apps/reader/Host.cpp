@@ -120,6 +120,12 @@ URL Host::identityURL() {
                                       : webURL(options_.identityURL, "--identity-url");
 }
 
+URL Host::frontPageURL() {
+  auto url = contentURL().appendingPathComponent("stream").replacingQueryItems({{"uids", ""}});
+  if (!url) throw Failure("--content-url is too long");
+  return std::move(*url);
+}
+
 URL Host::resolve(const std::string& text) {
   auto url = URL::parse(text);
   if (url) url = resolveIfPossible(*url);

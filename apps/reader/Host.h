@@ -75,6 +75,8 @@ class Host {
   // first question for a URL that is not given.
   const URL& contentURL();
   URL identityURL();
+  // Of all sections.
+  URL frontPageURL();
   // A URL as a person or a document gives it; one without a scheme counts from the content root.
   URL resolve(const std::string& text);
   // The same for a document's address; nothing when it is not one of the web.

@@ -84,6 +84,7 @@ TEST_F(JSONShapeTest, areThoseThatAreWrittenDown) {
     check({"article", "articles/" + entry.path().stem().string()}, "article");
   }
   check({"image", "images/gallery-320.png"}, "image");
+  check({"check", "config", "-"}, "check", "{\"a\": 1}");
   check({"warm", "config", "nosuch"}, "warm", "", "error");
   check({"cache"}, cache);
   check({"cache", "list"}, "cache list");
