@@ -13,6 +13,9 @@
 
 #include "bench/Ratios.h"
 #include "bench/peers/ImagePeers.h"
+#include "paperloom/network/ContentSessionManager.h"
+#include "paperloom/network/DataCoordinator.h"
+#include "paperloom/platform/DispatchQueue.h"
 #include "paperloom/platform/ImageDecoder.h"
 
 #include <jpeglib.h>
@@ -73,6 +76,26 @@ void scaledBy(benchmark::State& state, const ImagePeer& peer) {
   }
 }
 
+// From the call to the callback, of a picture that has been shown before.
+void showAgain(benchmark::State& state) {
+  const auto cache = std::make_shared<URLCache>(64 << 20, 0, "");
+  const URL url = *URL::parse("http://127.0.0.1:9/picture.jpg");
+  const Date now = currentDate();
+  const HTTPHeaders fields{{"Content-Type", "image/jpeg"},
+                           {"ETag", "\"bbbed9cd9a775c55\""},
+                           {"Cache-Control", "max-age=86400"},
+                           {"Vary", "Accept-Encoding"}};
+  cache->storeCachedResponse({{url, 200, fields}, Data(photograph()), now, now}, URLRequest(url));
+  DataCoordinator coordinator(std::make_shared<ContentSessionManager>(cache));
+  const auto show = [&] {
+    bool shown = false;
+    coordinator.requestImageFromURL(url, drawn, [&](const auto&) { shown = true; });
+    while (!shown) DispatchQueue::main().runPending();
+  };
+  show();
+  for (auto _ : state) show();
+}
+
 // The memory in KB that a process of its own needs on top of what it had.
 template <class Work>
 double peakOf(Work work) {
@@ -107,6 +130,7 @@ int main(int argc, char** argv) {
   for (const ImagePeer& peer : imagePeers()) {
     RegisterBenchmark(peer.name, scaledBy, peer)->Unit(benchmark::kMillisecond);
   }
+  RegisterBenchmark("ShownAgain", showAgain)->Unit(benchmark::kMicrosecond);
   benchmark::Initialize(&argc, argv);
   BestTimes best;  // a peer scales on several threads
   benchmark::RunSpecifiedBenchmarks(&best);
@@ -116,5 +140,6 @@ int main(int argc, char** argv) {
     printRatio((std::string("photograph-12MP-at-400-pixels/") + peer.name).c_str(), toFit,
                best.of(peer.name), "<= 1");
   }
+  printRatio("picture-shown-again-us", best.of("ShownAgain") * 1e6, "< 5");
   printRatio("photograph-12MP-at-400-pixels/whole-peak-memory", fitted / whole, "<= 0.05");
 }

@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "paperloom/network/internal/OfflineCopy.h"
 #include "paperloom/network/internal/TaskCounter.h"
+#include "paperloom/platform/CacheExplanation.h"
 #include "paperloom/platform/FatalError.h"
+#include "paperloom/platform/Mutex.h"
 
 namespace paperloom {
 namespace {
@@ -44,11 +48,68 @@ PaperloomError networkError(std::string details, const std::optional<URLError>& 
 
 }  // namespace
 
+// What has been parsed of answers to URLs that more than one request is under way to, so that those
+// that share an answer parse it once. Safe from any thread.
+class ContentSessionManager::SharedParses {
+ public:
+  using Parsed = tl::expected<std::any, ParserError>;
+
+  void begin(const URL& url) {
+    const MutexLock lock(mutex_);
+    ++underWay_[url.absoluteString()].requests;
+  }
+
+  void end(const URL& url) {
+    UnderWay gone;
+    const MutexLock lock(mutex_);
+    const auto found = underWay_.find(url.absoluteString());
+    if (--found->second.requests > 0) return;
+    gone = std::move(found->second);
+    underWay_.erase(found);
+  }
+
+  // As parser(data). Those that share an answer ask one after the other.
+  Parsed parse(const URL& url, const Data& data, const ErasedParser& parser) {
+    if (auto known = find(url, data, parser)) return *std::move(known);
+    Parsed parsed = parser(data);
+    const MutexLock lock(mutex_);
+    auto& entry = underWay_.at(url.absoluteString());
+    if (entry.requests > 1 && parser.parser) entry.parses.push_back({data, parser.parser, parsed});
+    return parsed;
+  }
+
+ private:
+  struct Parse {
+    Data data;  // keeps the address its own
+    std::shared_ptr<const void> parser;
+    Parsed parsed;
+  };
+  struct UnderWay {
+    int requests = 0;
+    std::vector<Parse> parses{};
+  };
+
+  std::optional<Parsed> find(const URL& url, const Data& data, const ErasedParser& parser) {
+    const MutexLock lock(mutex_);
+    for (const Parse& parse : underWay_.at(url.absoluteString()).parses) {
+      const bool isSame = parse.data.view().data() == data.view().data() &&
+                          parse.data.size() == data.size() && parse.parser == parser.parser;
+      if (isSame) return parse.parsed;
+    }
+    return std::nullopt;
+  }
+
+  Mutex mutex_;
+  std::unordered_map<std::string, UnderWay> underWay_ PAPERLOOM_GUARDED_BY(mutex_);
+};
+
 // One GET from its start to its completion. Its body is parsed once: beside the callback queue, for
 // the store filter or for the completion, whichever asks first.
 struct ContentSessionManager::Get {
-  using Parsed = tl::expected<std::any, ParserError>;
+  using Parsed = SharedParses::Parsed;
 
+  std::optional<URL> url;
+  std::shared_ptr<SharedParses> parses;
   ErasedParser parser;
   ErasedCompletion completion;
   std::shared_ptr<URLCache> cache;
@@ -74,9 +135,9 @@ struct ContentSessionManager::Get {
   void parse(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response) {
     land();
     if (response && isOfflineCopy(*response)) {
-      if (data && !parsedFresh) parsedFresh = parser(*data);
+      if (data && !parsedFresh) parsedFresh = parses->parse(*url, *data, parser);
     } else if (const auto stored = copy(); stored && !parsedCopy) {
-      parsedCopy = parser(stored->data);
+      parsedCopy = parses->parse(*url, stored->data, parser);
     }
   }
 
@@ -91,6 +152,7 @@ struct ContentSessionManager::Get {
   void finish(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response,
               const std::optional<URLError>& error) {
     parse(data, response);
+    parses->end(*url);
     auto stored = copy();
     const URLSessionTaskMetrics metrics = task->metrics();
     const URLRequest request = std::exchange(task, nullptr)->originalRequest();
@@ -159,6 +221,7 @@ ContentSessionManager::ContentSessionManager(std::shared_ptr<URLCache> cache)
 
 ContentSessionManager::ContentSessionManager(URLSessionConfiguration configuration)
     : taskCounter_(std::make_shared<TaskCounter>()),
+      parses_(std::make_shared<SharedParses>()),
       session_(withSomeCache(std::move(configuration))) {
   contentSessionCache_ = session_.configuration().urlCache;
 }
@@ -172,6 +235,19 @@ std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& u
                                 session_.withDefaultHeaders(URLRequest(url)));
 }
 
+std::optional<ContentSessionManager::FreshCopy> ContentSessionManager::freshCopyAtOnce(
+    const URL& url) const {
+  const URLRequest request = session_.withDefaultHeaders(URLRequest(url));
+  auto known = contentSessionCache_->cachedResponseAtOnce(request);
+  if (!known || !known->response || known->response->response.statusCode != 200) {
+    return std::nullopt;
+  }
+  const auto plan = explainCaching(request, known->response, currentDate());
+  const bool isFresh = plan.outcome == CacheExplanation::Outcome::answeredFromCache && !plan.stale;
+  if (!isFresh) return std::nullopt;
+  return FreshCopy{*std::move(known->response), plan.age};
+}
+
 std::shared_ptr<URLSessionTask> ContentSessionManager::getData(const URL& url, ErasedParser parser,
                                                                ErasedCompletion completion,
                                                                Parsing parsing) {
@@ -183,6 +259,8 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getDataFor(URLRequest req
                                                                   ErasedCompletion completion,
                                                                   Parsing parsing) {
   auto get = std::make_shared<Get>();
+  get->url = request.url;
+  get->parses = parses_;
   get->parser = std::move(parser);
   get->completion = std::move(completion);
   get->cache = contentSessionCache_;
@@ -193,6 +271,8 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getDataFor(URLRequest req
       get->parse(data, response);
     };
   }
+  request.sharesAnswer = true;
+  parses_->begin(request.url);
   auto task = session_.dataTask(
       std::move(request),
       [get](const auto& data, const auto& response, const auto& error) {

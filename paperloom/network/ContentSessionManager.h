@@ -51,6 +51,14 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
   // it may be of any age. May wait for the disk.
   std::optional<CachedURLResponse> offlineCopy(const URL& url) const;
 
+  // What a GET of `url` would be answered with at once: a copy in memory that is fresh and a whole
+  // document, of status 200, with its age. Counts as a use of it. Never waits.
+  struct FreshCopy {
+    CachedURLResponse copy;
+    std::optional<std::chrono::seconds> age;
+  };
+  std::optional<FreshCopy> freshCopyAtOnce(const URL& url) const;
+
  protected:
   std::shared_ptr<URLSessionTask> getData(const URL& url, ErasedParser parser,
                                           ErasedCompletion completion, Parsing parsing) override;
@@ -59,9 +67,11 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
 
  private:
   struct Get;
+  class SharedParses;
 
   std::shared_ptr<URLCache> contentSessionCache_;
   std::shared_ptr<TaskCounter> taskCounter_;
+  std::shared_ptr<SharedParses> parses_;
   URLSession session_;
 };
 

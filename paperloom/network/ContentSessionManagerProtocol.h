@@ -27,7 +27,9 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
   enum class Parsing { onCallbackQueue, beside };
 
   // GETs `url` and hands the parsed answer to `completion(result, provenance)`. Returns the task,
-  // already started. Waits for no disk.
+  // already started. Waits for no disk. Requests for one URL that are under way at the same time
+  // share their answer (URLRequest::sharesAnswer), and its record where they have the same parser:
+  // the very object, not one like it.
   template <class T>
   std::shared_ptr<URLSessionTask> getDocument(
       const URL& url, std::shared_ptr<const ParserProtocol<T>> parser,
@@ -71,7 +73,13 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
   virtual std::shared_ptr<URLCache> contentSessionCache() const = 0;
 
  protected:
-  using ErasedParser = std::function<tl::expected<std::any, ParserError>(const Data&)>;
+  // Parses with `parser`, which may be null.
+  struct ErasedParser {
+    tl::expected<std::any, ParserError> operator()(const Data& data) const { return parse(data); }
+
+    std::function<tl::expected<std::any, ParserError>(const Data&)> parse;
+    std::shared_ptr<const void> parser;
+  };
   using ErasedCompletion =
       std::function<void(Result<std::any> result, const Provenance& provenance)>;
 
@@ -89,19 +97,21 @@ class PAPERLOOM_EXPORT ContentSessionManagerProtocol {
   static std::pair<ErasedParser, ErasedCompletion> erase(
       std::shared_ptr<const ParserProtocol<T>> parser,
       std::function<void(Result<T> result, const Provenance& provenance)> completion) {
-    return {
-        [parser = std::move(parser)](const Data& data) -> tl::expected<std::any, ParserError> {
-          return parseWith(parser, data).map([](T&& item) { return std::any(std::move(item)); });
-        },
-        [completion = std::move(completion)](Result<std::any> result,
-                                             const Provenance& provenance) {
-          if (!completion) return;
-          if (!result) {
-            completion(tl::unexpected(std::move(result.error())), provenance);
-          } else {
-            completion(std::any_cast<T>(std::move(*result)), provenance);
-          }
-        }};
+    return {ErasedParser{[parser](const Data& data) -> tl::expected<std::any, ParserError> {
+                           return parseWith(parser, data).map([](T&& item) {
+                             return std::any(std::move(item));
+                           });
+                         },
+                         parser},
+            [completion = std::move(completion)](Result<std::any> result,
+                                                 const Provenance& provenance) {
+              if (!completion) return;
+              if (!result) {
+                completion(tl::unexpected(std::move(result.error())), provenance);
+              } else {
+                completion(std::any_cast<T>(std::move(*result)), provenance);
+              }
+            }};
   }
 };
 

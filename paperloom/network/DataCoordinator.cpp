@@ -29,6 +29,13 @@ std::string joined(const std::vector<std::string>& texts) {
   return all;
 }
 
+// One of each kind, so that requests that share an answer share its record.
+template <class Parser>
+std::shared_ptr<const Parser> theParser() {
+  static const auto* const parser = new auto(std::make_shared<const Parser>());
+  return *parser;
+}
+
 URL streamURL(const URL& baseURL, const std::vector<std::string>& sections) {
   const auto url =
       baseURL.appendingPathComponent("stream").replacingQueryItems({{"uids", joined(sections)}});
@@ -219,8 +226,7 @@ void DataCoordinator::ask(std::optional<Refresh> refresh, Success<AppMetadataPro
   using Item = std::shared_ptr<const AppMetadataProtocol>;
   auto owners = ownersOf(success, failure);
   get<Item>(
-      sessionManager_, root->appendingPathComponent("config"), refresh,
-      std::make_shared<const ConfigParser>(),
+      sessionManager_, root->appendingPathComponent("config"), refresh, theParser<ConfigParser>(),
       [received = received_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
         if (!result) return failure(std::move(result.error()), provenance);
@@ -250,7 +256,7 @@ void DataCoordinator::ask(const std::vector<std::string>& sections, std::optiona
   }
   auto owners = ownersOf(success, failure);
   get<std::shared_ptr<const StreamProtocol>>(
-      sessionManager_, streamURL(*root, sections), refresh, std::make_shared<const StreamParser>(),
+      sessionManager_, streamURL(*root, sections), refresh, theParser<StreamParser>(),
       streamCompletion(std::move(success), std::move(failure)), std::move(owners));
 }
 
@@ -263,7 +269,7 @@ void DataCoordinator::requestOfflineStream(Success<StreamProtocol> success, Fail
   const auto mock = std::make_shared<MockSessionManager>(offlineResource("sectionList"));
   sessionManagerMock_.set(mock);
   mock->getDocument<std::shared_ptr<const StreamProtocol>>(
-          *root, std::make_shared<const StreamParser>(),
+          *root, theParser<StreamParser>(),
           streamCompletion(std::move(success), std::move(failure)))
       ->resume();
 }
@@ -296,7 +302,7 @@ std::shared_ptr<URLSessionTask> DataCoordinator::ask(const URL& url, std::option
   using Item = std::shared_ptr<const ArticleProtocol>;
   auto owners = ownersOf(success, failure);
   return get<Item>(
-      sessionManager_, url, refresh, std::make_shared<const ArticleParser>(),
+      sessionManager_, url, refresh, theParser<ArticleParser>(),
       [dates = dates_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
         if (result && !provenance.fromCache && !provenance.isFollowed) recordFetch(dates);
@@ -332,9 +338,10 @@ std::shared_ptr<URLSessionTask> DataCoordinator::ask(const URL& url,
                                                      std::optional<Refresh> refresh,
                                                      Success<Image> success, ImageFailure failure) {
   using Item = std::shared_ptr<const Image>;
+  if (auto task = refresh ? nullptr : showDecoded(url, maximumSize, success)) return task;
   auto owners = ownersOf(success, failure);
   return get<Item>(
-      sessionManager_, url, refresh, std::make_shared<const KeptImageParser>(images_, maximumSize),
+      sessionManager_, url, refresh, images_->parser(maximumSize),
       [success = std::move(success), failure = std::move(failure)](Result<Item> result,
                                                                    const Provenance& provenance) {
         DispatchQueue::main().async([result = std::move(result), provenance, success, failure] {
@@ -343,6 +350,27 @@ std::shared_ptr<URLSessionTask> DataCoordinator::ask(const URL& url,
         });
       },
       std::move(owners), Parsing::beside);
+}
+
+// One that is in memory, decoded, and fresh needs no session.
+std::shared_ptr<URLSessionTask> DataCoordinator::showDecoded(const URL& url,
+                                                             std::optional<ImageSize> maximumSize,
+                                                             const Success<Image>& success) {
+  const auto* manager = dynamic_cast<const ContentSessionManager*>(sessionManager_.get());
+  if (manager == nullptr || !images_->mayHold(maximumSize)) return nullptr;
+  auto fresh = manager->freshCopyAtOnce(url);
+  if (!fresh) return nullptr;
+  auto image = images_->find(fresh->copy.data, maximumSize);
+  if (!image) return nullptr;
+  const Provenance provenance{.source = Provenance::Source::cache,
+                              .age = fresh->age,
+                              .fetchedAt = fresh->copy.responseTime,
+                              .statusCode = fresh->copy.response.statusCode};
+  auto task =
+      URLSessionTask::answeredFromCache(URLRequest(url), std::move(fresh->copy), fresh->age);
+  DispatchQueue::main().async(
+      [image = std::move(image), provenance, success] { success(image, provenance); });
+  return task;
 }
 
 Snapshot<AppMetadataProtocol> DataCoordinator::appMetadata() const {

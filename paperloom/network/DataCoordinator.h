@@ -190,6 +190,9 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::shared_ptr<URLSessionTask> ask(const URL& url, std::optional<ImageSize> maximumSize,
                                       std::optional<Refresh> refresh, Success<Image> success,
                                       ImageFailure failure);
+  // Null where that cannot be told at once.
+  std::shared_ptr<URLSessionTask> showDecoded(const URL& url, std::optional<ImageSize> maximumSize,
+                                              const Success<Image>& success);
   std::function<void(Result<std::shared_ptr<const StreamProtocol>>, const Provenance&)>
   streamCompletion(Success<StreamProtocol> success, Failure failure) const;
 

@@ -27,6 +27,12 @@ DecodedImages::Entries::iterator DecodedImages::entryOf(const Data& data,
   });
 }
 
+bool DecodedImages::mayHold(std::optional<ImageSize> maximumSize) const {
+  const MutexLock lock(mutex_);
+  return std::any_of(entries_.begin(), entries_.end(),
+                     [&](const Entry& entry) { return areEqual(entry.maximumSize, maximumSize); });
+}
+
 std::shared_ptr<const Image> DecodedImages::find(const Data& data,
                                                  std::optional<ImageSize> maximumSize) {
   const MutexLock lock(mutex_);
@@ -45,6 +51,19 @@ void DecodedImages::keep(const Data& data, std::optional<ImageSize> maximumSize,
   usage_ += entry.size();
   entries_.push_front(std::move(entry));
   gone = shrink();
+}
+
+std::shared_ptr<const ParserProtocol<std::shared_ptr<const Image>>> DecodedImages::parser(
+    std::optional<ImageSize> maximumSize) {
+  const MutexLock lock(mutex_);
+  std::erase_if(parsers_, [](const auto& parser) { return parser.expired(); });
+  for (const auto& known : parsers_) {
+    const auto parser = known.lock();
+    if (parser && areEqual(parser->maximumSize(), maximumSize)) return parser;
+  }
+  auto parser = std::make_shared<const KeptImageParser>(shared_from_this(), maximumSize);
+  parsers_.push_back(parser);
+  return parser;
 }
 
 void DecodedImages::setCapacity(std::int64_t bytes) {

@@ -39,6 +39,15 @@ struct URLRequest {
   // Hands a redirect to another scheme, host or port to the caller: for requests whose answer
   // counts only from the origin that they were meant for.
   bool staysAtOrigin = false;
+  // Sends nothing where an equal request of the session is under way, but takes its answer: one with
+  // the same URL, fragment included, the same header fields, and the same of everything else here;
+  // for GET without a body. Each task keeps its own completion, filter, preparation, progress and
+  // cancellation; the request ends early when all have cancelled, and has the highest of their
+  // priorities. Of an answer from the server that no cache may keep (RFC 9111 section 3: no-store,
+  // 206, a status without a lifetime and the like), or that varies on *, only the first has the use:
+  // the others are sent then, each for itself. An answer out of the cache, and a failure to get
+  // any, are everybody's.
+  bool sharesAnswer = false;
 };
 
 }  // namespace paperloom

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "paperloom/platform/internal/session/Delivery.h"
 #include "paperloom/platform/internal/session/SessionCore.h"
 #include "paperloom/platform/internal/session/TaskCore.h"
 
@@ -22,6 +23,21 @@ URLSessionTask::~URLSessionTask() = default;
 std::shared_ptr<URLSessionTask> URLSessionTask::unattached(URLRequest request) {
   auto core = std::make_shared<internal::TaskCore>(
       std::move(request), std::weak_ptr<internal::SessionCore>(), nullptr, nullptr);
+  return std::shared_ptr<URLSessionTask>(new URLSessionTask(std::move(core)));
+}
+
+std::shared_ptr<URLSessionTask> URLSessionTask::answeredFromCache(
+    URLRequest request, CachedURLResponse copy, std::optional<std::chrono::seconds> age) {
+  auto core = std::make_shared<internal::TaskCore>(
+      std::move(request), std::weak_ptr<internal::SessionCore>(), nullptr, nullptr);
+  core->state = State::running;
+  core->tellStarted(false);
+  internal::Delivery delivery{.response = copy.response};
+  delivery.metrics.source = URLSessionTaskMetrics::Source::cache;
+  delivery.metrics.age = age;
+  delivery.metrics.fetchedAt = copy.responseTime;
+  core->setStored(std::move(copy));
+  internal::complete(*core, std::move(delivery));
   return std::shared_ptr<URLSessionTask>(new URLSessionTask(std::move(core)));
 }
 
@@ -60,9 +76,11 @@ URLSessionTask::State URLSessionTask::state() const { return core_->state; }
 
 const URLRequest& URLSessionTask::originalRequest() const { return core_->request; }
 
-std::int64_t URLSessionTask::countOfBytesReceived() const { return core_->bytesReceived; }
+std::int64_t URLSessionTask::countOfBytesReceived() const { return core_->countOfBytesReceived(); }
 
-std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const { return core_->bytesExpected; }
+std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const {
+  return core_->countOfBytesExpected();
+}
 
 URLSessionTaskMetrics URLSessionTask::metrics() const { return core_->metrics(); }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -43,6 +44,13 @@ class PAPERLOOM_EXPORT URLSessionTask {
 
   // A task that belongs to no session: resume() and cancel() do nothing.
   static std::shared_ptr<URLSessionTask> unattached(URLRequest request);
+
+  // One of no session that has completed with `copy`, as a session's would that answers from its
+  // cache: for answers that need no session. Tells the listener of events of a request and its
+  // answer.
+  static std::shared_ptr<URLSessionTask> answeredFromCache(URLRequest request,
+                                                           CachedURLResponse copy,
+                                                           std::optional<std::chrono::seconds> age);
 
   ~URLSessionTask();
   URLSessionTask(const URLSessionTask&) = delete;

@@ -148,28 +148,33 @@ TEST_F(ContentSessionManagerTest, indicatorFollowsTheCountOnTheMainQueue) {
   misbehave("silent=/config");
   const URL config = at("/config");
   CacheWarmerSessionManager warmer(cache);
+  int completed = 0;
+  const auto complete = [&](const auto& counting) {
+    EXPECT_EQ(counting.taskCount(), 0);
+    DispatchQueue::main().async([&] { ++completed; });
+  };
   const std::function<std::shared_ptr<URLSessionTask>()> starts[] = {
       [&] {
         return manager.getJSONData<std::string>(
             config, std::make_shared<BodyParser>(),
-            [&](Result<std::string>, bool) { EXPECT_EQ(manager.taskCount(), 0); });
+            [&](Result<std::string>, bool) { complete(manager); });
       },
       [&] {
-        return manager.postJSONData(config, Data(),
-                                    [&](PostRequestResult) { EXPECT_EQ(manager.taskCount(), 0); });
+        return manager.postJSONData(config, Data(), [&](PostRequestResult) { complete(manager); });
       },
       [&] {
-        return warmer.saveToCache(
-            config, false, [&](CacheWarmerRequestResult) { EXPECT_EQ(warmer.taskCount(), 0); });
+        return warmer.saveToCache(config, false,
+                                  [&](CacheWarmerRequestResult) { complete(warmer); });
       }};
   for (const auto& start : starts) {
+    completed = 0;
     const auto task = start();
     EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 1);
     EXPECT_FALSE(indicator.isVisible());
     DispatchQueue::main().runPending();
     EXPECT_TRUE(indicator.isVisible());
     task->cancel();
-    EXPECT_TRUE(pumpUntil([&] { return !indicator.isVisible(); }));
+    EXPECT_TRUE(pumpUntil([&] { return completed == 1 && !indicator.isVisible(); }));
     EXPECT_EQ(manager.taskCount() + warmer.taskCount(), 0);
   }
 }

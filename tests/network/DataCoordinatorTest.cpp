@@ -5,6 +5,7 @@
 #include <atomic>
 #include <functional>
 #include <optional>
+#include <set>
 #include <thread>
 
 #include "paperloom/model/ArticleParser.h"
@@ -12,6 +13,7 @@
 #include "paperloom/platform/ImageDecoder.h"
 #include "paperloom/platform/Subscription.h"
 #include "paperloom/testing/Captured.h"
+#include "paperloom/testing/MovableClock.h"
 #include "paperloom/testing/ScriptedServer.h"
 #include "tests/network/ContentFixture.h"
 
@@ -260,6 +262,8 @@ class CountingDecoder final : public ImageDecoder {
 
 TEST_F(DataCoordinatorTest, aPictureThatIsShownAgainIsNotDecodedAgain) {
   constexpr std::int64_t picture = 640 * 640 * 4;  // with room for the file
+  constexpr auto year = std::chrono::hours(24 * 365);
+  MovableClock clock;
   const auto first = std::make_shared<CountingDecoder>();
   const auto second = std::make_shared<CountingDecoder>();
   ImageDecoder::setCurrent(first);
@@ -269,21 +273,25 @@ TEST_F(DataCoordinatorTest, aPictureThatIsShownAgainIsNotDecodedAgain) {
     const char* path;
     std::optional<ImageSize> maximumSize;
     int decoded;
+    bool asks = false;  // the server
   } rows[] = {
-      {"new", nullptr, "/images/harbour-640.jpg", std::nullopt, 1},
+      {"new", nullptr, "/images/harbour-640.jpg", std::nullopt, 1, true},
       {"again", nullptr, "/images/harbour-640.jpg", std::nullopt, 0},
       {"smaller", nullptr, "/images/harbour-640.jpg", ImageSize{90, 90}, 1},
       {"smaller again", nullptr, "/images/harbour-640.jpg", ImageSize{90, 90}, 0},
-      {"another", nullptr, "/images/railway-640.jpg", std::nullopt, 1},
+      {"another", nullptr, "/images/railway-640.jpg", std::nullopt, 1, true},
       {"the first once more", nullptr, "/images/harbour-640.jpg", std::nullopt, 0},
+      {"past its freshness", [&] { clock.advance(year); }, "/images/harbour-640.jpg", std::nullopt,
+       0, true},
+      {"confirmed", nullptr, "/images/harbour-640.jpg", std::nullopt, 0},
       {"under pressure", [&] { coordinator.handleMemoryPressure(); }, "/images/harbour-640.jpg",
        std::nullopt, 1},
       {"one fits", [&] { coordinator.setImageMemoryCapacity(picture); }, "/images/harbour-640.jpg",
        std::nullopt, 0},
-      {"in its place", nullptr, "/images/railway-640.jpg", std::nullopt, 1},
+      {"in its place", nullptr, "/images/railway-640.jpg", std::nullopt, 1, true},
       {"the one that went", nullptr, "/images/harbour-640.jpg", std::nullopt, 1},
       {"other bytes", [&] { cache->removeAllCachedResponses(); }, "/images/harbour-640.jpg",
-       std::nullopt, 1},
+       std::nullopt, 1, true},
       {"another decoder", [&] { ImageDecoder::setCurrent(second); }, "/images/harbour-640.jpg",
        std::nullopt, 1},
       {"no room", [&] { coordinator.setImageMemoryCapacity(1); }, "/images/harbour-640.jpg",
@@ -293,13 +301,38 @@ TEST_F(DataCoordinatorTest, aPictureThatIsShownAgainIsNotDecodedAgain) {
   for (const auto& row : rows) {
     if (row.before) row.before();
     const int before = first->count + second->count;
+    service->clearRequests();
     bool answered = false;
     const auto success = [&](const auto&) { answered = true; };
     row.maximumSize ? coordinator.requestImageFromURL(at(row.path), *row.maximumSize, success)
                     : coordinator.requestImageFromURL(at(row.path), success);
     EXPECT_TRUE(pumpUntil([&] { return answered; })) << row.what;
     EXPECT_EQ(first->count + second->count - before, row.decoded) << row.what;
+    EXPECT_EQ(service->requests().size(), row.asks ? 1U : 0U) << row.what;
   }
+  ImageDecoder::setCurrent(nullptr);
+}
+
+// Kept or not: what is under way is shared.
+TEST_F(DataCoordinatorTest, equalRequestsUnderWayAreFetchedAndReadOnceAndAnsweredEach) {
+  const auto decoder = std::make_shared<CountingDecoder>();
+  ImageDecoder::setCurrent(decoder);
+  coordinator.setImageMemoryCapacity(0);
+  misbehave("latency=100");
+  std::vector<std::shared_ptr<const void>> answers;
+  const auto answered = [&](const auto& item) { answers.push_back(item); };
+  const URL picture = at("/images/harbour-640.jpg");
+  const URL story = at("/articles/eel-count");
+  for (int i = 0; i < 20; ++i) coordinator.requestImageFromURL(picture, answered);
+  for (int i = 0; i < 5; ++i) coordinator.requestImageFromURL(picture, {90, 90}, answered);
+  for (int i = 0; i < 5; ++i) coordinator.requestArticle(story, answered);
+  EXPECT_EQ(manager->taskCount(), 30);
+  coordinator.requestImageFromURL(picture, answered)->cancel();
+  EXPECT_TRUE(pumpUntil([&] { return answers.size() == 30; }));
+  EXPECT_EQ(service->requests().size(), 2U);
+  EXPECT_EQ(decoder->count, 2);
+  EXPECT_EQ(std::set(answers.begin(), answers.end()).size(), 3U);
+  EXPECT_EQ(manager->taskCount(), 0);
   ImageDecoder::setCurrent(nullptr);
 }
 

@@ -106,7 +106,8 @@ TEST_F(WaitingTest, picturesAreDecodedSeveralAtATimeAndHoldUpNoOtherAnswer) {
   coordinator.setBaseURL(at(""));
   unsigned images = 0;
   for (unsigned i = 0; i < cores + 1; ++i) {
-    coordinator.requestImageFromURL(at("/images/harbour-640.jpg"), [&](const auto&) { ++images; });
+    const URL url = at("/images/harbour-640.jpg?" + std::to_string(i));  // each its own
+    coordinator.requestImageFromURL(url, [&](const auto&) { ++images; });
   }
   EXPECT_TRUE(pumpUntil([&] { return decoder->begun == cores; }));
   std::promise<void> configured;

@@ -71,13 +71,6 @@ bool asksForNoCache(const URLRequest& request, const CacheControl& asked) {
   });
 }
 
-bool variesOnEverything(const HTTPHeaders& headers) {
-  const auto vary = headers.combined("Vary");
-  if (!vary) return false;
-  const auto members = listMembers(*vary);
-  return std::find(members.begin(), members.end(), "*") != members.end();
-}
-
 // Section 4.2.4: "A cache MUST NOT generate a stale response if it is prohibited by an explicit
 // in-protocol directive", which no permission overrides. proxy-revalidate and s-maxage are for
 // shared caches (sections 5.2.2.8 and 5.2.2.10). What an account was told once does not hold when
@@ -308,6 +301,13 @@ bool takesAnyAge(URLRequestCachePolicy policy) {
 }
 
 }  // namespace
+
+bool variesOnEverything(const HTTPHeaders& response) {
+  const auto vary = response.combined("Vary");
+  if (!vary) return false;
+  const auto members = listMembers(*vary);
+  return std::find(members.begin(), members.end(), "*") != members.end();
+}
 
 CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored, Date now) {
   CachePlan plan;

@@ -42,6 +42,9 @@ struct CachePlan {
 // nothing stale served.
 CachePlan planRequest(const URLRequest& request, const CachedURLResponse* stored, Date now);
 
+// Whether Vary has a member *: the answer is the one to its request alone (section 4.1).
+bool variesOnEverything(const HTTPHeaders& response);
+
 // Whether a stored answer may be handed out because the server failed: with a status, or, without
 // one, on the way (section 4.2.4, RFC 5861 section 4).
 bool mayServeStaleOnError(const URLRequest& request, const CachedURLResponse& stored, Date now,

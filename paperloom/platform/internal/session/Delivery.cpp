@@ -23,7 +23,7 @@ void tellAnswered(const TaskCore& task, const Delivery& delivery) {
     if (delivery.error) answered.error = delivery.error->code;
     answered.source = delivery.metrics.source;
     answered.serverFailed = delivery.metrics.serverFailed;
-    answered.bytes = task.bytesReceived;
+    answered.bytes = task.countOfBytesReceived();
     if (task.eventNumber != 0) {
       answered.duration = std::chrono::duration_cast<std::chrono::microseconds>(
           std::chrono::steady_clock::now() - task.begun);
@@ -34,14 +34,20 @@ void tellAnswered(const TaskCore& task, const Delivery& delivery) {
 
 }  // namespace
 
-void judge(const TaskCore& task, Delivery& delivery) {
+void judge(const Receivers& receivers, Delivery& delivery) {
   auto fresh = std::exchange(delivery.freshAnswer, std::nullopt);
-  if (!fresh || task.state == State::canceling) return;
-  if (!task.storeFilter || task.storeFilter(*delivery.response, *delivery.data)) {
+  bool isAsked = false;
+  const bool isAccepted =
+      fresh && std::any_of(receivers.begin(), receivers.end(), [&](const auto& task) {
+        if (task->state == State::canceling) return false;
+        isAsked = true;
+        return !task->storeFilter || task->storeFilter(*delivery.response, *delivery.data);
+      });
+  if (isAccepted) {
     std::move(delivery.withFreshAnswer.begin(), delivery.withFreshAnswer.end(),
               std::back_inserter(delivery.writes));
     delivery.writes.push_back(*std::move(fresh));
-  } else {
+  } else if (isAsked) {
     delivery.reasonNotKept = "its receiver does not accept it";
   }
 }

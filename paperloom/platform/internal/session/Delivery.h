@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -14,6 +15,9 @@ struct Refresh {
   CachedURLResponse stored;
 };
 
+// The tasks that one answer is for; none when all have been cancelled before.
+using Receivers = std::vector<std::shared_ptr<TaskCore>>;
+
 // How a task ends: what changes in the cache, and what its completion receives after that.
 struct Delivery {
   std::optional<Data> data{};
@@ -24,13 +28,14 @@ struct Delivery {
   std::optional<URLCache::Change>
       freshAnswer{};  // made when the task's store filter has accepted it
   std::vector<URLCache::Change> withFreshAnswer{};  // made with it or not at all
+  bool mayBeShared = true;                          // with the tasks of equal requests
   const char* reasonNotKept = nullptr;  // of an answer from the network, for a cache that is there
   std::optional<Refresh> refresh{};
 };
 
-// Asks the task's store filter about the fresh answer, which joins the writes or is left out. On
-// the callback queue.
-void judge(const TaskCore& task, Delivery& delivery);
+// Asks the store filters about the fresh answer, until one accepts it: it joins the writes or is
+// left out. On the callback queue.
+void judge(const Receivers& receivers, Delivery& delivery);
 
 // Tells the listener of events what has become of the answer that was to be kept; `cache` is asked.
 void tellWhatWasKept(const URLCache& cache, const std::vector<URLCache::Change>& writes);

@@ -154,7 +154,10 @@ Exchange::Step Exchange::fresh(TransferResult result, Date now) {
   }
   if (auto next = follow(answer, now)) return *std::move(next);
   const char* const reason = hasCache_ ? reasonNotToKeep(answer, result.complete) : nullptr;
+  const bool isForAll =
+      mayStore(request_, answer, result.complete) && !variesOnEverything(answer.headers);
   Delivery delivery = deliver(std::move(answer), std::move(result.body));
+  delivery.mayBeShared = isForAll;
   delivery.reasonNotKept = reason;
   delivery.freshAnswer = std::move(write);
   delivery.withFreshAnswer = std::move(heldWrites_);

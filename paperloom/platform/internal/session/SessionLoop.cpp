@@ -61,33 +61,104 @@ void SessionLoop::end(std::vector<Posted> unsent) {
 
 void SessionLoop::obey(Posted posted) {
   if (posted.command == Command::start) {
+    const bool mayShare =
+        posted.task->request.sharesAnswer && posted.task->state != State::canceling;
+    Entry* const equal = mayShare ? equalOf(posted.task->request) : nullptr;
+    if (equal != nullptr) return follow(*equal, std::move(posted.task));
     Exchange exchange(posted.task->request, configuration_);
-    return start(std::move(posted.task), std::move(exchange), false);
+    return start(std::move(posted.task), std::move(exchange),
+                 mayShare ? Purpose::sharedAnswer : Purpose::answer);
   }
-  // Not there any more: it was answered while the command was on its way.
-  const auto known = entries_.find(posted.task.get());
-  if (known == entries_.end()) return;
+  Entry* const entry = entryOf(posted.task.get());
+  if (entry == nullptr) return;  // it was answered while the command was on its way
   switch (posted.command) {
     case Command::start:
       break;
     case Command::found:
-      return found(*known->second, std::move(posted.hops));
+      return found(*entry, std::move(posted.hops));
     case Command::cancel:
-      return cancel(*known->second);
+      return leave(*entry, std::move(posted.task));
     case Command::reprioritize:
-      return slots_.setPriority(posted.task.get(), posted.task->priority);
+      return slots_.setPriority(entry->task.get(), priorityOf(*entry));
   }
 }
 
-void SessionLoop::start(std::shared_ptr<TaskCore> task, Exchange exchange, bool isRefresh) {
+SessionLoop::Entry* SessionLoop::equalOf(const URLRequest& request) {
+  if (request.method != "GET" || request.body) return nullptr;
+  const auto [first, last] = shared_.equal_range(request.url.absoluteString());
+  const auto found = std::find_if(first, last, [&](const auto& one) {
+    const URLRequest& other = one.second->task->request;
+    return other.method == request.method && !other.body && other.headers == request.headers &&
+           other.cachePolicy == request.cachePolicy &&
+           other.refreshIfOlderThan == request.refreshIfOlderThan &&
+           other.followsRedirects == request.followsRedirects &&
+           other.staysAtOrigin == request.staysAtOrigin;
+  });
+  return found == last ? nullptr : found->second;
+}
+
+void SessionLoop::follow(Entry& entry, std::shared_ptr<TaskCore> task) {
+  task->follow(entry.task);
+  task->setStored(entry.exchange.storedBefore());
+  followers_[task.get()] = &entry;
+  entry.followers.push_back(std::move(task));
+  slots_.setPriority(entry.task.get(), priorityOf(entry));
+}
+
+void SessionLoop::leave(Entry& entry, std::shared_ptr<TaskCore> task) {
+  const bool isFirst = task == entry.task;
+  if (isFirst && entry.followers.empty()) return cancel(entry);
+  if (isFirst) {
+    entry.hasLeft = true;
+  } else {
+    std::erase(entry.followers, task);
+    followers_.erase(task.get());
+  }
+  Delivery delivery{.error = makeError(Code::cancelled, "cancelled")};
+  delivery.metrics.countOfBytesReceived = entry.task->bytesReceived;
+  addCallbacks({std::move(task)}, std::move(delivery));
+  if (entry.hasLeft && entry.followers.empty()) return cancel(entry);
+  slots_.setPriority(entry.task.get(), priorityOf(entry));
+}
+
+SessionLoop::Entry* SessionLoop::entryOf(TaskCore* task) {
+  if (const auto own = entries_.find(task); own != entries_.end()) return own->second.get();
+  const auto others = followers_.find(task);
+  return others == followers_.end() ? nullptr : others->second;
+}
+
+float SessionLoop::priorityOf(const Entry& entry) {
+  float highest = entry.hasLeft ? 0 : entry.task->priority.load();
+  for (const auto& task : entry.followers) highest = std::max(highest, task->priority.load());
+  return highest;
+}
+
+Receivers SessionLoop::takeReceivers(Entry& entry) {
+  if (entry.purpose == Purpose::sharedAnswer) {
+    const auto [first, last] = shared_.equal_range(entry.task->request.url.absoluteString());
+    const auto own =
+        std::find_if(first, last, [&](const auto& one) { return one.second == &entry; });
+    if (own != last) shared_.erase(own);
+  }
+  Receivers receivers;
+  if (!entry.hasLeft) receivers.push_back(entry.task);
+  for (auto& task : entry.followers) {
+    followers_.erase(task.get());
+    receivers.push_back(std::move(task));
+  }
+  return receivers;
+}
+
+void SessionLoop::start(std::shared_ptr<TaskCore> task, Exchange exchange, Purpose purpose) {
   TaskCore* const key = task.get();
   auto owned = std::make_unique<Entry>(
       Entry{task, std::move(exchange), Clock::now() + configuration_.timeoutIntervalForResource,
-            isRefresh});
+            purpose});
   Entry& entry = *entries_.insert_or_assign(key, std::move(owned)).first->second;
   nextCheck_ = std::min(nextCheck_, entry.deadline);
   // Cancelled before it was begun: it is answered like any other, without being sent.
   if (task->state == State::canceling) return cancel(entry);
+  if (purpose == Purpose::sharedAnswer) shared_.emplace(task->request.url.absoluteString(), &entry);
   advance(entry, entry.exchange.begin(currentDate()));
 }
 
@@ -102,12 +173,13 @@ void SessionLoop::startRefresh(Refresh refresh, const TaskCore& origin) {
   StoredHops known;
   known.push_back({refresh.request, std::move(refresh.stored)});
   Exchange exchange(std::move(refresh.request), configuration_, std::move(known));
-  start(std::move(task), std::move(exchange), true);
+  start(std::move(task), std::move(exchange), Purpose::refresh);
 }
 
 void SessionLoop::found(Entry& entry, StoredHops hops) {
   Exchange::Step step = entry.exchange.found(std::move(hops), currentDate());
   entry.task->setStored(entry.exchange.storedBefore());
+  for (const auto& task : entry.followers) task->setStored(entry.exchange.storedBefore());
   advance(entry, std::move(step));
 }
 
@@ -135,7 +207,7 @@ void SessionLoop::advance(Entry& entry, Exchange::Step step) {
   std::string host = entry.exchange.request().url.origin();
   if (slots_.take(host)) return sendTo(std::move(host), entry, std::move(request));
   entry.ready = std::move(request);
-  slots_.wait(host, entry.task.get(), entry.task->priority);
+  slots_.wait(host, entry.task.get(), priorityOf(entry));
 }
 
 void SessionLoop::openNetwork() {
@@ -238,62 +310,90 @@ void SessionLoop::cancel(Entry& entry) {
 }
 
 void SessionLoop::deliver(Entry& entry, Delivery delivery) {
-  std::shared_ptr<TaskCore> task = std::move(entry.task);
-  if (entry.isRefresh) refreshes_.erase(task->request.url.absoluteString());
+  Receivers receivers = takeReceivers(entry);
+  const std::shared_ptr<TaskCore> task = std::move(entry.task);
+  if (entry.purpose == Purpose::refresh) refreshes_.erase(task->request.url.absoluteString());
   entries_.erase(task.get());
   std::erase(held_, task.get());
   delivery.metrics.countOfBytesReceived = task->bytesReceived;
-  // Before the delivery: then the callback queue takes the filter away from the task.
-  if (delivery.refresh) startRefresh(*std::exchange(delivery.refresh, std::nullopt), *task);
-  if (task->preparation && task->state != State::canceling) {
-    return prepare(std::move(task), std::move(delivery));
+  Receivers unserved;
+  if (!delivery.mayBeShared && receivers.size() > 1) {
+    unserved.assign(receivers.begin() + 1, receivers.end());
+    receivers.resize(1);
   }
-  store(std::move(task), std::move(delivery));
+  // Before the delivery: then the callback queue takes the filter away from the task.
+  auto refresh = std::exchange(delivery.refresh, std::nullopt);
+  if (refresh && !receivers.empty()) startRefresh(*std::move(refresh), *receivers.front());
+  const bool isPrepared = std::any_of(receivers.begin(), receivers.end(), [](const auto& one) {
+    return one->preparation && one->state != State::canceling;
+  });
+  if (isPrepared) {
+    prepare(std::move(receivers), std::move(delivery));
+  } else {
+    store(std::move(receivers), std::move(delivery));
+  }
+  for (auto& one : unserved) {
+    one->follow(nullptr);
+    Exchange exchange(one->request, configuration_);
+    start(std::move(one), std::move(exchange), Purpose::answer);
+  }
 }
 
-void SessionLoop::prepare(std::shared_ptr<TaskCore> task, Delivery delivery) {
+// One after the other: who asks for the same finds it done.
+void SessionLoop::prepare(Receivers receivers, Delivery delivery) {
   // The session's end waits for it: what runs on the pool still uses the loop.
   preparing_.begin();
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  WorkPool::shared().add([this, task = std::move(task), shared]() mutable {
-    if (task->state != State::canceling) {
+  WorkPool::shared().add([this, receivers = std::move(receivers), shared]() mutable {
+    for (const auto& task : receivers) {
+      if (!task->preparation || task->state == State::canceling) continue;
       task->preparation(shared->data, shared->response, shared->error);
     }
-    store(std::move(task), std::move(*shared));
+    store(std::move(receivers), std::move(*shared));
     wakeRunner();
     preparing_.end();
   });
 }
 
-void SessionLoop::store(std::shared_ptr<TaskCore> task, Delivery delivery) {
-  if (!delivery.freshAnswer) return keep(std::move(task), std::move(delivery));
+void SessionLoop::store(Receivers receivers, Delivery delivery) {
+  if (!delivery.freshAnswer) return keep(std::move(receivers), std::move(delivery));
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  // The filter is the host's code, which runs on the callback queue alone.
-  callbacks_.add([this, task = std::move(task), shared]() mutable {
-    judge(*task, *shared);
-    if (shared->writes.empty()) return complete(*task, std::move(*shared));
-    keep(std::move(task), std::move(*shared));
+  // The filters are the host's code, which runs on the callback queue alone.
+  callbacks_.add([this, receivers = std::move(receivers), shared]() mutable {
+    judge(receivers, *shared);
+    if (shared->writes.empty() && receivers.size() == 1) {
+      return complete(*receivers.front(), std::move(*shared));
+    }
+    keep(std::move(receivers), std::move(*shared));
   });
 }
 
-void SessionLoop::keep(std::shared_ptr<TaskCore> task, Delivery delivery) {
+void SessionLoop::keep(Receivers receivers, Delivery delivery) {
   if (cache_ == nullptr || delivery.writes.empty()) {
-    return addCallback(std::move(task), std::move(delivery));
+    return addCallbacks(std::move(receivers), std::move(delivery));
   }
   auto writes = std::exchange(delivery.writes, {});
   auto told = Events::hasListener() ? writes : std::vector<URLCache::Change>();
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  cache_->write(std::move(writes),
-                [this, task = std::move(task), shared, told = std::move(told)](auto place) mutable {
-                  if (!told.empty()) tellWhatWasKept(*configuration_.urlCache, told);
-                  addCallback(std::move(task), std::move(*shared));
-                  if (place == CacheThreads::Place::last) wakeRunner();
-                });
+  cache_->write(std::move(writes), [this, receivers = std::move(receivers), shared,
+                                    told = std::move(told)](auto place) mutable {
+    if (!told.empty()) tellWhatWasKept(*configuration_.urlCache, told);
+    addCallbacks(std::move(receivers), std::move(*shared));
+    if (place == CacheThreads::Place::last) wakeRunner();
+  });
 }
 
-void SessionLoop::addCallback(std::shared_ptr<TaskCore> task, Delivery delivery) {
+void SessionLoop::addCallbacks(Receivers receivers, Delivery delivery) {
   auto shared = std::make_shared<Delivery>(std::move(delivery));
-  callbacks_.add([task = std::move(task), shared] { complete(*task, std::move(*shared)); });
+  for (std::size_t i = 0; i < receivers.size(); ++i) {
+    const bool isFirst = i == 0;
+    const bool isLast = i + 1 == receivers.size();
+    callbacks_.add([task = std::move(receivers[i]), shared, isFirst, isLast] {
+      Delivery own = isLast ? std::move(*shared) : *shared;
+      if (!isFirst) own.reasonNotKept = nullptr;  // told once
+      complete(*task, std::move(own));
+    });
+  }
 }
 
 void SessionLoop::wakeRunner() {

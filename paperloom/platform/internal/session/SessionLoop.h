@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -73,18 +74,28 @@ class SessionLoop {
   void waitForPreparations() { preparing_.waitForAll(); }
 
  private:
+  enum class Purpose { answer, sharedAnswer, refresh };
   struct Entry {
     std::shared_ptr<TaskCore> task;
     Exchange exchange;
     Clock::time_point deadline;
-    bool isRefresh = false;
+    Purpose purpose = Purpose::answer;
+    Receivers followers{};
+    bool hasLeft = false;  // the task, cancelled while others wait for its answer
     std::unique_ptr<Transfer> transfer{};
     int losses = 0;      // of connections under it
     std::string host{};  // whose slot the transfer has taken
     std::optional<URLRequest> ready{};
   };
 
-  void start(std::shared_ptr<TaskCore> task, Exchange exchange, bool isRefresh);
+  void start(std::shared_ptr<TaskCore> task, Exchange exchange, Purpose purpose);
+  // The entry whose answer is the request's, too; null when there is none.
+  Entry* equalOf(const URLRequest& request);
+  void follow(Entry& entry, std::shared_ptr<TaskCore> task);
+  void leave(Entry& entry, std::shared_ptr<TaskCore> task);
+  Entry* entryOf(TaskCore* task);
+  static float priorityOf(const Entry& entry);
+  Receivers takeReceivers(Entry& entry);
   void startRefresh(Refresh refresh, const TaskCore& origin);
   void found(Entry& entry, StoredHops hops);
   void advance(Entry& entry, Exchange::Step step);
@@ -100,10 +111,10 @@ class SessionLoop {
   void serveWaiting(const std::string& host);
   void cancel(Entry& entry);
   void deliver(Entry& entry, Delivery delivery);
-  void prepare(std::shared_ptr<TaskCore> task, Delivery delivery);
-  void store(std::shared_ptr<TaskCore> task, Delivery delivery);
-  void keep(std::shared_ptr<TaskCore> task, Delivery delivery);
-  void addCallback(std::shared_ptr<TaskCore> task, Delivery delivery);
+  void prepare(Receivers receivers, Delivery delivery);
+  void store(Receivers receivers, Delivery delivery);
+  void keep(Receivers receivers, Delivery delivery);
+  void addCallbacks(Receivers receivers, Delivery delivery);
   void wakeRunner();
   void enforceDeadlines();
   void expire(Entry& entry);
@@ -119,6 +130,8 @@ class SessionLoop {
   ConnectionSlots slots_;
   std::unordered_map<TaskCore*, std::unique_ptr<Entry>> entries_;
   std::unordered_map<CURL*, Entry*> transfers_;
+  std::unordered_multimap<std::string_view, Entry*> shared_;  // by the URLs of their tasks
+  std::unordered_map<TaskCore*, Entry*> followers_;
   std::unordered_set<std::string> refreshes_;
   bool hasUnsent_ = false;
   Outstanding preparing_;

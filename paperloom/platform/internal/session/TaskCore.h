@@ -68,6 +68,20 @@ class TaskCore {
     stored_ = std::move(stored);
   }
 
+  // Takes part in the transfer of another task, or with null in its own.
+  void follow(std::shared_ptr<const TaskCore> sender) {
+    const MutexLock lock(mutex_);
+    sender_ = std::move(sender);
+  }
+  std::int64_t countOfBytesReceived() const {
+    const auto sender = this->sender();
+    return sender ? sender->bytesReceived : bytesReceived;
+  }
+  std::int64_t countOfBytesExpected() const {
+    const auto sender = this->sender();
+    return sender ? sender->bytesExpected : bytesExpected;
+  }
+
   const URLRequest request;
   const std::weak_ptr<SessionCore> session;
   std::atomic<URLSessionTask::State> state{URLSessionTask::State::suspended};
@@ -76,7 +90,7 @@ class TaskCore {
   // For the listener of events; set before the task is posted, and left at 0 without a listener.
   std::uint64_t eventNumber = 0;
   std::chrono::steady_clock::time_point begun{};
-  std::atomic<std::int64_t> bytesReceived{0};
+  std::atomic<std::int64_t> bytesReceived{0};  // of its own transfer
   std::atomic<std::int64_t> bytesExpected{-1};
 
   // Once the task is resumed these belong to the callback queue, which destroys them, since they
@@ -86,7 +100,13 @@ class TaskCore {
   URLSessionTask::Preparation preparation;
 
  private:
+  std::shared_ptr<const TaskCore> sender() const {
+    const MutexLock lock(mutex_);
+    return sender_;
+  }
+
   mutable Mutex mutex_;
+  std::shared_ptr<const TaskCore> sender_ PAPERLOOM_GUARDED_BY(mutex_);
   URLSessionTaskMetrics metrics_ PAPERLOOM_GUARDED_BY(mutex_);
   std::optional<HTTPURLResponse> response_ PAPERLOOM_GUARDED_BY(mutex_);
   std::optional<URLError> error_ PAPERLOOM_GUARDED_BY(mutex_);
