@@ -222,10 +222,11 @@ void Checking::follow(std::size_t number, const std::vector<ParsedLink>& links) 
 }
 
 void Checking::addFailure(Document& document) {
-  ParseFinding finding{.severity = Severity::error,
-                       .rule = std::string(document.brokenRule),
-                       .message = (document.references.empty() ? "the document" : document.name) +
-                                  " " + document.failure};
+  ParseFinding finding;
+  finding.severity = Severity::error;
+  finding.rule = document.brokenRule;
+  finding.message = document.references.empty() ? "the document" : document.name;
+  finding.message += " " + document.failure;
   for (const Reference& reference : document.references) {
     finding.place = reference.link.place;
     documents_[reference.document].findings.push_back(finding);
