@@ -76,9 +76,9 @@ CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& choices)
 const Units timeUnits = {{"s", 1}, {"m", 60}, {"h", 3'600}, {"d", 86'400}};
 const Units byteUnits = {{"KB", 1'000}, {"MB", 1'000'000}, {"GB", 1'000'000'000}};
 
-CLI::Option* amount(CLI::Option* option, const Units& units) {
+CLI::Option* amount(CLI::Option* option, Units units) {
   return option->transform(CLI::Validator(
-      [&units](std::string& value) -> std::string {
+      [units = std::move(units)](std::string& value) -> std::string {
         std::int64_t number = -1;
         const char* const end = value.data() + value.size();
         const auto [unit, error] = std::from_chars(value.data(), end, number);
@@ -89,7 +89,8 @@ CLI::Option* amount(CLI::Option* option, const Units& units) {
             number > std::numeric_limits<std::int64_t>::max() / each) {
           std::vector<std::string> names;
           for (const auto& [name, size] : units) names.push_back(name);
-          return fmt::format("{} is not a number, alone or with {}", value, alternatives(names));
+          return fmt::format("{} is not a number{}", value,
+                             names.empty() ? "" : ", alone or with " + alternatives(names));
         }
         value = std::to_string(number * each);
         return "";

@@ -43,7 +43,7 @@ CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& choices)
 using Units = std::map<std::string, std::int64_t>;
 extern const Units timeUnits;  // in seconds
 extern const Units byteUnits;
-CLI::Option* amount(CLI::Option* option, const Units& units);
+CLI::Option* amount(CLI::Option* option, Units units);
 
 // "a, b or c"
 std::string alternatives(const std::vector<std::string>& words);

@@ -93,7 +93,7 @@ class Tour {
     chapter("Filling the cache for the way", "paperloom warm --stream");
     {
       Warming warming(host_, false);
-      warming.addStream(front);
+      warming.plan().frontPage = front;
       warming.finish();
     }
     chapter("The service goes away", "");

@@ -83,6 +83,7 @@ Host::Host(GlobalOptions options)
   }
   ApplicationDirectories::setCachesDirectory(directory);
   ApplicationDirectories::setSettingsDirectory(directory);
+  ApplicationDirectories::setDataDirectory(directory);
 }
 
 // Requests in flight are cancelled while the service still answers.
@@ -143,8 +144,16 @@ std::optional<URL> Host::resolveIfPossible(const URL& address) {
   return contentURL().appendingPathComponent("x").resolving(text.substr(start));
 }
 
+const std::shared_ptr<OfflineSets>& Host::offlineSets() {
+  if (!offlineSets_) offlineSets_ = std::make_shared<OfflineSets>();
+  return offlineSets_;
+}
+
 const std::shared_ptr<ContentSessionManager>& Host::sessionManager() {
-  if (!sessionManager_) sessionManager_ = std::make_shared<ContentSessionManager>();
+  if (!sessionManager_) {
+    sessionManager_ = std::make_shared<ContentSessionManager>();
+    sessionManager_->setOfflineSets(offlineSets());
+  }
   return sessionManager_;
 }
 

@@ -15,6 +15,7 @@
 #include "paperloom/network/DataCoordinator.h"
 #include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/DispatchQueue.h"
+#include "paperloom/platform/OfflineSets.h"
 #include "paperloom/testing/SampleService.h"
 
 namespace paperloom::reader {
@@ -82,6 +83,8 @@ class Host {
   // The same for a document's address; nothing when it is not one of the web.
   std::optional<URL> resolveIfPossible(const URL& address);
 
+  // What is kept for the time without a network; answers come from there, too.
+  const std::shared_ptr<OfflineSets>& offlineSets();
   DataCoordinator& content();
   const std::shared_ptr<ContentSessionManager>& sessionManager();
 
@@ -161,6 +164,7 @@ class Host {
   std::optional<Waiting> waiting_;
   std::unique_ptr<sample::SampleService> service_;
   std::optional<URL> contentURL_;
+  std::shared_ptr<OfflineSets> offlineSets_;
   std::shared_ptr<ContentSessionManager> sessionManager_;
   std::unique_ptr<DataCoordinator> coordinator_;
 };

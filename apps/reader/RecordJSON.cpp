@@ -222,6 +222,20 @@ JSON toJSON(const StreamProtocol& stream) { return Writer::json(stream); }
 JSON toJSON(const ArticleProtocol& article) { return Writer::json(article); }
 JSON toJSON(const Image& image) { return Writer::json(image); }
 
+JSON toJSON(const OfflineSet& set) {
+  const auto texts = [](const std::vector<URL>& urls) {
+    JSON all = JSON::array();
+    for (const URL& url : urls) all.push_back(url.absoluteString());
+    return all;
+  };
+  return {{"name", set.name},
+          {"bytes", set.bytes},
+          {"fetchedAt", set.isDamaged ? JSON() : toJSON(set.fetchedAt)},
+          {"urls", texts(set.urls)},
+          {"missing", texts(set.missing)},
+          {"damaged", set.isDamaged}};
+}
+
 void addProvenance(JSON& json, const Provenance& provenance) {
   json["source"] = sourceName(provenance);
   json["age"] = provenance.age ? JSON(provenance.age->count()) : JSON();

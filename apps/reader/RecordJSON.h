@@ -2,11 +2,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Article.h"
 #include "paperloom/model/Stream.h"
+#include "paperloom/network/ProvenanceWords.h"
 #include "paperloom/platform/Image.h"
+#include "paperloom/platform/OfflineSets.h"
 
 namespace paperloom::reader {
 
@@ -20,6 +21,7 @@ JSON toJSON(const AppMetadataProtocol& metadata);
 JSON toJSON(const StreamProtocol& stream);
 JSON toJSON(const ArticleProtocol& article);
 JSON toJSON(const Image& image);
+JSON toJSON(const OfflineSet& set);
 JSON toJSON(Date date);
 
 // Adds "source", "age" (seconds) and "fetchedAt".

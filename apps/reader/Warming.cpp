@@ -67,12 +67,6 @@ Warming::Warming(Host& host, bool force)
   plan_.resolve = [&host](const URL& address) { return host.resolveIfPossible(address); };
 }
 
-void Warming::add(const URL& url) { plan_.documents.push_back(url); }
-
-void Warming::addStream(std::shared_ptr<const StreamProtocol> stream) {
-  plan_.frontPage = std::move(stream);
-}
-
 void Warming::take(const WarmedDocument& document) {
   const Report report = std::visit(Reporter{document.error}, document.result);
   host_.waitsForTheNext();
@@ -126,6 +120,7 @@ std::string Warming::finish() {
 
 std::string Warming::printSum() {
   progress_.reset();
+  if (!plan_.keepAs.empty()) return printSet();
   if (host_.json()) {
     for (const URL& url : sum_->lost) {
       host_.output().line(dump(
@@ -140,14 +135,37 @@ std::string Warming::printSum() {
                     byteSize(bytes_), left == 0 ? "" : fmt::format("; {} not fetched yet", left)));
   }
   std::string trouble;
+  if (sum_->end == WarmingSum::End::outOfBytes) trouble = "the bytes allowed do not suffice";
+  if (sum_->end == WarmingSum::End::outOfTime) trouble = "the time allowed does not suffice";
   if (sum_->failed > 0) {
-    trouble = fmt::format("{} could not be fetched", count(sum_->failed, "document"));
+    if (!trouble.empty()) trouble += ", ";
+    trouble += fmt::format("{} could not be fetched", count(sum_->failed, "document"));
   }
   if (sum_->reason.starts_with("the disk")) {
     if (!trouble.empty()) trouble += ", ";
     trouble += fmt::format("{} not kept: {}", count(sum_->lost.size(), "document"), sum_->reason);
   }
   return trouble;
+}
+
+std::string Warming::printSet() {
+  if (!sum_->set) {
+    const bool staysThere = plan_.offlineSets->set(plan_.keepAs).has_value();
+    return fmt::format("{} is not kept{}: {}", printableText(plan_.keepAs),
+                       staysThere ? " anew, the old one stays" : "", sum_->setTrouble);
+  }
+  const OfflineSet& set = *sum_->set;
+  if (host_.json()) {
+    host_.output().line(dump(toJSON(set), true));
+  } else {
+    host_.output().sentence(fmt::format(
+        "{}: {}, {}{}.", printableText(set.name), count(set.urls.size(), "document"),
+        byteSize(set.bytes),
+        set.missing.empty() ? ""
+                            : fmt::format("; {} left out, which the service does not give",
+                                          count(set.missing.size(), "document"))));
+  }
+  return {};
 }
 
 }  // namespace paperloom::reader

@@ -20,19 +20,18 @@ class Warming {
   Warming(const Warming&) = delete;
   Warming& operator=(const Warming&) = delete;
 
-  void add(const URL& url);
-  // Every article of the front page, the images of its cards, and the pictures that its articles
-  // turn out to hold.
-  void addStream(std::shared_ptr<const StreamProtocol> stream);
+  // What is fetched; the addresses in documents become what the host makes of them.
+  WarmingPlan& plan() { return plan_; }
 
   // Waits for the last one, and prints the sum. Gives what went wrong, in a clause: that documents
-  // could not be fetched, or that the disk does not take them; empty when all is well. Prints the
-  // sum so far also when the wait is interrupted.
+  // could not be fetched, that the disk does not take them, or why a set is not kept; empty when
+  // all is well. Prints the sum so far also when the wait is interrupted.
   std::string finish();
 
  private:
   void take(const WarmedDocument& document);
   std::string printSum();
+  std::string printSet();
 
   Host& host_;
   WarmingPlan plan_;

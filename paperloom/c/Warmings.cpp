@@ -104,6 +104,7 @@ paperloom_warming_end endOf(WarmingSum::End end) {
     case WarmingSum::End::complete:
     case WarmingSum::End::cancelled:
     case WarmingSum::End::noFrontPage:
+    case WarmingSum::End::notKept:
       break;
   }
   return PAPERLOOM_WARMING_COMPLETE;

@@ -12,6 +12,7 @@
 #include "paperloom/platform/CacheExplanation.h"
 #include "paperloom/platform/FatalError.h"
 #include "paperloom/platform/Mutex.h"
+#include "paperloom/platform/OfflineSets.h"
 
 namespace paperloom {
 namespace {
@@ -114,7 +115,9 @@ struct ContentSessionManager::Get {
   ErasedCompletion completion;
   std::shared_ptr<URLCache> cache;
   std::shared_ptr<TaskCounter> counter;
-  std::shared_ptr<URLSessionTask> task;  // until it has finished
+  std::shared_ptr<OfflineSets> sets;
+  std::shared_ptr<URLSessionTask> task;   // until it has finished
+  std::optional<CachedURLResponse> kept;  // by the sets
   std::optional<Parsed> parsedFresh;
   std::optional<Parsed> parsedCopy;
   std::optional<HTTPURLResponse> copied;  // once it has finished
@@ -129,7 +132,15 @@ struct ContentSessionManager::Get {
   std::optional<CachedURLResponse> copy() const {
     auto stored = task->storedResponse();
     if (stored && !isOfflineCopy(stored->response)) stored.reset();
-    return stored;
+    const bool isNewer = kept && (!stored || stored->responseTime < kept->responseTime);
+    return isNewer ? kept : stored;
+  }
+
+  // What waits for a disk is done beside the callback queue, and only where the server has failed.
+  void lookIntoSets(const std::optional<HTTPURLResponse>& response) {
+    if (sets && !(response && isOfflineCopy(*response))) {
+      kept = sets->copy(task->originalRequest().url);
+    }
   }
 
   void parse(const std::optional<Data>& data, const std::optional<HTTPURLResponse>& response) {
@@ -230,6 +241,10 @@ ContentSessionManager::~ContentSessionManager() = default;
 
 std::int64_t ContentSessionManager::taskCount() const { return taskCounter_->value(); }
 
+void ContentSessionManager::setOfflineSets(std::shared_ptr<OfflineSets> sets) {
+  offlineSets_.set(std::move(sets));
+}
+
 std::optional<CachedURLResponse> ContentSessionManager::offlineCopy(const URL& url) const {
   return paperloom::offlineCopy(*contentSessionCache_,
                                 session_.withDefaultHeaders(URLRequest(url)));
@@ -266,9 +281,11 @@ std::shared_ptr<URLSessionTask> ContentSessionManager::getDataFor(URLRequest req
   get->cache = contentSessionCache_;
   get->counter = taskCounter_;
   URLSession::Preparation preparation;
-  if (parsing == Parsing::beside) {
-    preparation = [get](const auto& data, const auto& response, const auto& /*error*/) {
-      get->parse(data, response);
+  get->sets = offlineSets_.get();
+  if (parsing == Parsing::beside || get->sets) {
+    preparation = [get, parsing](const auto& data, const auto& response, const auto& /*error*/) {
+      get->lookIntoSets(response);
+      if (parsing == Parsing::beside) get->parse(data, response);
     };
   }
   request.sharesAnswer = true;

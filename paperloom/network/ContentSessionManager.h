@@ -7,15 +7,18 @@
 
 #include "paperloom/network/ContentSessionManagerProtocol.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/Guarded.h"
 
 namespace paperloom {
 
+class OfflineSets;
 class TaskCounter;
 
 // GETs and POSTs JSON over a session with a URL cache of its own. When the server answers a GET
 // with a status outside 200 to 399, or not at all, the copy that was stored before the request
 // takes its place: so the last documents can be read offline. A copy has such a status itself; one
-// that is stored as a redirect is followed. A fresh document replaces the stored one only after its
+// that is stored as a redirect is followed. Where sets are kept beside the cache, the newer copy of
+// the two counts. A fresh document replaces the stored one only after its
 // parser has accepted it.
 //
 // Completions run on the session's callback queue. Safe from any thread. No request waits for the
@@ -47,8 +50,11 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
 
   const URLSession& session() const { return session_; }
 
-  // The copy that stands in for `url` when the server gives no answer, by way of stored redirects;
-  // it may be of any age. May wait for the disk.
+  // What requests from now on fall back on beside the cache; null for nothing, as at first.
+  void setOfflineSets(std::shared_ptr<OfflineSets> sets);
+
+  // The cache's copy that stands in for `url` when the server gives no answer, by way of stored
+  // redirects; it may be of any age. May wait for the disk.
   std::optional<CachedURLResponse> offlineCopy(const URL& url) const;
 
   // What a GET of `url` would be answered with at once: a copy in memory that is fresh and a whole
@@ -72,6 +78,7 @@ class PAPERLOOM_EXPORT ContentSessionManager final : public ContentSessionManage
   std::shared_ptr<URLCache> contentSessionCache_;
   std::shared_ptr<TaskCounter> taskCounter_;
   std::shared_ptr<SharedParses> parses_;
+  Guarded<std::shared_ptr<OfflineSets>> offlineSets_;
   URLSession session_;
 };
 

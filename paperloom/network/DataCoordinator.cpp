@@ -36,7 +36,7 @@ std::shared_ptr<const Parser> theParser() {
   return *parser;
 }
 
-URL streamURL(const URL& baseURL, const std::vector<std::string>& sections) {
+URL streamBelow(const URL& baseURL, const std::vector<std::string>& sections) {
   const auto url =
       baseURL.appendingPathComponent("stream").replacingQueryItems({{"uids", joined(sections)}});
   if (!url) fatalError("the stream URL cannot be built from the base URL");
@@ -92,6 +92,8 @@ Completion<Item> handingOverTheCopy(ContentSessionManagerProtocol& manager, URLR
       [isAnswered, completion](Result<Item> result, Provenance from) {
         if (!result || *isAnswered) return;
         from.isFollowed = true;
+        from.fromCache = false;  // the server has not been asked yet
+        from.error.reset();
         completion(std::move(result), from);
       },
       parsing);
@@ -218,15 +220,15 @@ void DataCoordinator::requestAppMetadata(Refresh refresh, Success<AppMetadataPro
 
 void DataCoordinator::ask(std::optional<Refresh> refresh, Success<AppMetadataProtocol> success,
                           Failure failure) {
-  const auto root = baseURL();
-  if (!root) {
+  const auto url = appMetadataURL();
+  if (!url) {
     failure(PaperloomError::configurationError("Request Stream - No config URL"));
     return;
   }
   using Item = std::shared_ptr<const AppMetadataProtocol>;
   auto owners = ownersOf(success, failure);
   get<Item>(
-      sessionManager_, root->appendingPathComponent("config"), refresh, theParser<ConfigParser>(),
+      sessionManager_, *url, refresh, theParser<ConfigParser>(),
       [received = received_, success = std::move(success), failure = std::move(failure)](
           Result<Item> result, const Provenance& provenance) {
         if (!result) return failure(std::move(result.error()), provenance);
@@ -249,14 +251,14 @@ void DataCoordinator::requestStreamForSections(const std::vector<std::string>& s
 
 void DataCoordinator::ask(const std::vector<std::string>& sections, std::optional<Refresh> refresh,
                           Success<StreamProtocol> success, Failure failure) {
-  const auto root = baseURL();
-  if (!root) {
+  const auto url = streamURL(sections);
+  if (!url) {
     failure(PaperloomError::configurationError("Request Stream - No Base URL"));
     return;
   }
   auto owners = ownersOf(success, failure);
   get<std::shared_ptr<const StreamProtocol>>(
-      sessionManager_, streamURL(*root, sections), refresh, theParser<StreamParser>(),
+      sessionManager_, *url, refresh, theParser<StreamParser>(),
       streamCompletion(std::move(success), std::move(failure)), std::move(owners));
 }
 
@@ -382,6 +384,16 @@ Snapshot<StreamProtocol> DataCoordinator::stream() const { return received_->str
 std::optional<URL> DataCoordinator::baseURL() const { return baseURL_.get(); }
 
 void DataCoordinator::setBaseURL(std::optional<URL> url) { baseURL_.set(std::move(url)); }
+
+std::optional<URL> DataCoordinator::appMetadataURL() const {
+  const auto root = baseURL();
+  return root ? std::optional(root->appendingPathComponent("config")) : std::nullopt;
+}
+
+std::optional<URL> DataCoordinator::streamURL(const std::vector<std::string>& sections) const {
+  const auto root = baseURL();
+  return root ? std::optional(streamBelow(*root, sections)) : std::nullopt;
+}
 
 std::optional<std::string> DataCoordinator::defaultSections() const {
   return defaultSections_.get();

@@ -153,6 +153,10 @@ class PAPERLOOM_EXPORT DataCoordinator final : public DataCoordinatorProtocol {
   std::optional<URL> baseURL() const;
   void setBaseURL(std::optional<URL> url);
 
+  // What requestAppMetadata() and requestStreamForSections() ask for; nothing without a base URL.
+  std::optional<URL> appMetadataURL() const;
+  std::optional<URL> streamURL(const std::vector<std::string>& sections) const;
+
   // The host's own note; no request reads it.
   std::optional<std::string> defaultSections() const;
   void setDefaultSections(std::optional<std::string> sections);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "paperloom/model/ArticleParser.h"
+#include "paperloom/model/DocumentParsers.h"
 #include "paperloom/model/Renditions.h"
 #include "paperloom/network/ContentSessionManager.h"
 #include "paperloom/network/DataCoordinator.h"
@@ -36,6 +37,22 @@ const Data* bodyOf(const CacheWarmerRequestResult& result) {
   }
   const auto* found = std::get_if<cachewarmer::SuccessFromCache>(&result);
   return found != nullptr && found->data ? &*found->data : nullptr;
+}
+
+// The server says that there is no such document, or none for us, and will say so again.
+bool isRefusal(const CacheWarmerRequestResult& result) {
+  const auto* failed = std::get_if<cachewarmer::FailedStatusCode>(&result);
+  if (failed == nullptr) return false;
+  const int status = failed->statusCode;
+  return status >= 400 && status < 500 && status != 408 && status != 425 && status != 429;
+}
+
+std::string whyFailed(const CacheWarmerRequestResult& result,
+                      const std::optional<URLError>& error) {
+  if (const auto* failed = std::get_if<cachewarmer::FailedStatusCode>(&result)) {
+    return "the server answers with status " + std::to_string(failed->statusCode);
+  }
+  return error ? error->localizedDescription : "no answer";
 }
 
 // What is found offline, redirects or not, is on the disk or lost.
@@ -112,18 +129,25 @@ class FrontPageWarmer::Work {
   }
 
  private:
+  using Kind = OfflineSet::Root::Kind;
   struct Document {
     URL url;
-    bool isArticle = false;
+    Kind kind = Kind::document;
+    bool isRoot = false;
   };
 
   void run() {
-    for (const URL& url : plan_.documents) add(url, false);
+    for (const URL& url : plan_.documents) add(url, Kind::document, true);
+    for (const URL& url : plan_.articles) add(url, Kind::article, true);
+    for (const URL& url : plan_.frontPages) add(url, Kind::frontPage, true);
+    if (keeps()) addWhatIsKeptOf();
     if (plan_.frontPage) addCardsOf(*plan_.frontPage);
-    if (plan_.frontPage || !plan_.sections || askForFrontPage()) warmAll();
+    const bool isThere = plan_.frontPage || !plan_.sections || keeps() || askForFrontPage();
+    if (isThere && (!keeps() || beginSet())) warmAll();
     sum_.leftOut += waiting_.size();
+    if (keeps()) endSet();
     const Losses losses(*coordinator_.sessionManager());
-    sum_.lost = losses.among(fetched_);
+    if (!keeps()) sum_.lost = losses.among(fetched_);
     if (!sum_.lost.empty()) sum_.reason = losses.reasonFor(sum_.lost);
     // Copies: a callback may be the end of this.
     tell([completion = completion_, sum = sum_] { call(completion, sum); });
@@ -132,6 +156,79 @@ class FrontPageWarmer::Work {
   template <class F>
   void tell(F f) {
     DispatchQueue::main().async(told_(std::move(f)));
+  }
+
+  bool keeps() const { return plan_.offlineSets && !plan_.keepAs.empty(); }
+
+  // A front page is kept like every other document, under the address that it is asked for by.
+  void addWhatIsKeptOf() {
+    if (!plan_.sections || plan_.frontPage) return;
+    if (const auto url = coordinator_.appMetadataURL()) add(*url, Kind::document, true);
+    if (const auto url = coordinator_.streamURL(*plan_.sections)) add(*url, Kind::frontPage, true);
+  }
+
+  bool beginSet() {
+    std::vector<OfflineSet::Root> roots;
+    for (const Document& document : waiting_) {
+      if (document.isRoot) roots.push_back({document.kind, document.url});
+    }
+    if (waiting_.empty()) return failSet("there is nothing to keep");
+    auto begun = plan_.offlineSets->write(plan_.keepAs, std::move(roots));
+    if (!begun) return failSet(std::move(begun.error()));
+    set_.emplace(*std::move(begun));
+    return true;
+  }
+
+  bool failSet(std::string trouble) {
+    sum_.setTrouble = std::move(trouble);
+    end(End::notKept);
+    return false;
+  }
+
+  // False when nothing is to come of the set any more.
+  bool keep(const Document& document, const CacheWarmerRequestResult& result,
+            const std::shared_ptr<URLSessionTask>& task, const std::optional<URLError>& error) {
+    const std::string address = Events::withoutSecrets(document.url).absoluteString();
+    const Data* const body = bodyOf(result);
+    const auto response = task ? task->response() : std::nullopt;
+    if (error && error->code == URLError::Code::dataLengthExceedsMaximum) {
+      end(End::outOfBytes);
+      return false;
+    }
+    if (body == nullptr || !response) {
+      if (document.isRoot || !isRefusal(result)) {
+        return failSet(address + ": " + whyFailed(result, error));
+      }
+      set_->addMissing(document.url);
+      return true;
+    }
+    // What a captive portal sends takes nobody's place.
+    const bool isWanted = document.isRoot && document.kind == Kind::document;
+    const bool isReadable = document.kind != Kind::frontPage || StreamParser().parse(*body);
+    if (!isReadable || (isWebPage(response->headers) && !isWanted)) {
+      return failSet(address + ": something else came in its place");
+    }
+    const Date now = currentDate();
+    const auto added = set_->add(document.url, {*response, *body, now, now});
+    if (!added) return failSet(added.error());
+    const bool isForbidden = *added == OfflineSets::Writer::Added::forbidden;
+    return isForbidden && document.isRoot ? failSet(address + ": the server forbids to keep it")
+                                          : true;
+  }
+
+  void endSet() {
+    if (sum_.end == End::complete) {
+      auto made = set_->commit();
+      if (made) {
+        sum_.set = *std::move(made);
+      } else {
+        failSet(std::move(made.error()));
+      }
+    }
+    set_.reset();
+    if (sum_.end == End::outOfBytes) sum_.setTrouble = "it needs more bytes than are allowed";
+    if (sum_.end == End::outOfTime) sum_.setTrouble = "it takes longer than is allowed";
+    if (sum_.end == End::cancelled) sum_.setTrouble = "cancelled";
   }
 
   bool askForFrontPage() {
@@ -151,24 +248,25 @@ class FrontPageWarmer::Work {
   }
 
   void addCards(const ArticleHeaderList& cards) {
+    const double width = plan_.cardPictureWidth.value_or(plan_.pictureWidth);
     for (const auto& card : cards) {
-      addAddress(card->URL(), true);
-      if (card->cardAsset()) addPicture(*card->cardAsset());
+      addAddress(card->URL(), Kind::article);
+      if (card->cardAsset()) addPicture(*card->cardAsset(), width);
     }
   }
 
-  void addPicture(const Asset& asset) {
-    const auto* rendition = renditionFor(asset, plan_.pictureWidth, plan_.pixelDensity);
-    if (rendition != nullptr) addAddress(rendition->url, false);
+  void addPicture(const Asset& asset, double width) {
+    const auto* rendition = renditionFor(asset, width, plan_.pixelDensity);
+    if (rendition != nullptr) addAddress(rendition->url, Kind::document);
   }
 
-  void addAddress(const URL& address, bool isArticle) {
+  void addAddress(const URL& address, Kind kind) {
     const auto url = plan_.resolve ? plan_.resolve(address) : std::optional(address);
-    if (url) add(*url, isArticle);
+    if (url) add(*url, kind, false);
   }
 
-  void add(const URL& url, bool isArticle) {
-    if (seen_.insert(url.absoluteString()).second) waiting_.push_back({url, isArticle});
+  void add(const URL& url, Kind kind, bool isRoot) {
+    if (seen_.insert(url.absoluteString()).second) waiting_.push_back({url, kind, isRoot});
   }
 
   void warmAll() {
@@ -195,15 +293,18 @@ class FrontPageWarmer::Work {
       end(isCancelled() ? End::cancelled : End::outOfTime);
       return false;
     }
-    take(document, **answer, task ? task->error() : std::nullopt);
-    return true;
+    const auto error = task ? task->error() : std::nullopt;
+    const bool goesOn = !set_ || keep(document, **answer, task, error);
+    take(document, **answer, error);
+    if (!goesOn) waiting_.pop_front();
+    return goesOn;
   }
 
   std::shared_ptr<URLSessionTask> ask(
       const Document& document,
       const std::shared_ptr<std::optional<CacheWarmerRequestResult>>& answer) {
     const BodyLimit whatIsLeft(plan_.maximumBytes - sum_.bytes);
-    return warmer_->saveToCache(document.url, plan_.forceRefresh,
+    return warmer_->saveToCache(document.url, plan_.forceRefresh || keeps(),
                                 asking_([this, answer](CacheWarmerRequestResult result) {
                                   const MutexLock lock(mutex_);
                                   *answer = std::move(result);
@@ -224,7 +325,7 @@ class FrontPageWarmer::Work {
     const Data* const body = bodyOf(result);
     if (body == nullptr && error && error->code == URLError::Code::dataLengthExceedsMaximum) {
       ++sum_.leftOut;
-      end(End::outOfBytes);
+      if (sum_.end == End::complete) end(End::outOfBytes);
     } else if (body == nullptr) {
       ++sum_.failed;
     } else if (std::holds_alternative<cachewarmer::Success>(result)) {
@@ -233,7 +334,7 @@ class FrontPageWarmer::Work {
     } else {
       ++sum_.cachedAlready;
     }
-    if (document.isArticle && body != nullptr) addPicturesOf(*body);
+    if (body != nullptr) addWhatItLeadsTo(document.kind, *body);
     ++done_;
     Events::tell([&] {
       return event::WarmingProgress{Events::withoutSecrets(document.url), body != nullptr, done_,
@@ -245,10 +346,14 @@ class FrontPageWarmer::Work {
     });
   }
 
-  void addPicturesOf(const Data& article) {
-    const auto parsed = ArticleParser().parse(article);
-    if (!parsed) return;
-    for (const Asset& asset : assetsOf(**parsed)) addPicture(asset);
+  void addWhatItLeadsTo(Kind kind, const Data& body) {
+    if (kind == Kind::article) {
+      const auto article = ArticleParser().parse(body);
+      if (!article) return;
+      for (const Asset& asset : assetsOf(**article)) addPicture(asset, plan_.pictureWidth);
+    } else if (kind == Kind::frontPage) {
+      if (const auto stream = StreamParser().parse(body)) addCardsOf(**stream);
+    }
   }
 
   bool isCancelled() {
@@ -268,6 +373,7 @@ class FrontPageWarmer::Work {
   std::vector<URL> fetched_;
   std::size_t done_ = 0;
   WarmingSum sum_;
+  std::optional<OfflineSets::Writer> set_;  // while it is made
 
   Mutex mutex_;
   ConditionVariable changed_;
@@ -277,6 +383,19 @@ class FrontPageWarmer::Work {
   Subscription told_;    // whose callbacks end with this
   std::thread thread_;
 };
+
+WarmingPlan refreshPlan(const OfflineSet& set) {
+  WarmingPlan plan;
+  plan.keepAs = set.name;
+  for (const auto& [kind, url] : set.roots) {
+    using Kind = OfflineSet::Root::Kind;
+    auto& urls = kind == Kind::article     ? plan.articles
+                 : kind == Kind::frontPage ? plan.frontPages
+                                           : plan.documents;
+    urls.push_back(url);
+  }
+  return plan;
+}
 
 FrontPageWarmer::FrontPageWarmer(DataCoordinator& coordinator) : coordinator_(coordinator) {}
 

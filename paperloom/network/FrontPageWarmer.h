@@ -12,6 +12,7 @@
 #include "paperloom/network/CacheWarmerRequestResult.h"
 #include "paperloom/network/News.h"
 #include "paperloom/platform/Export.h"
+#include "paperloom/platform/OfflineSets.h"
 #include "paperloom/platform/URL.h"
 #include "paperloom/platform/URLResponse.h"
 
@@ -21,7 +22,9 @@ class DataCoordinator;
 
 // What is fetched into the cache, and how much of it.
 struct WarmingPlan {
-  std::vector<URL> documents{};  // first of all
+  std::vector<URL> documents{};   // first of all
+  std::vector<URL> articles{};    // and the pictures within them
+  std::vector<URL> frontPages{};  // by DataCoordinator::streamURL(), and what is said of `sections`
   // The front page to ask for, by its sections; or one that is there already, which needs no
   // asking. Then its articles and the pictures of its cards from the top down, then the pictures
   // within the articles.
@@ -30,8 +33,9 @@ struct WarmingPlan {
   bool forceRefresh = false;  // ask the server also for what is in the cache
 
   // Pictures are fetched as they are shown where there is room for so many points, on a display of
-  // so many pixels a point.
+  // so many pixels a point; those of the cards where these are drawn in another width, in that.
   double pictureWidth = 600;
+  std::optional<double> cardPictureWidth{};
   double pixelDensity = 1;
 
   // How many bytes of bodies are taken from the network, beside the front page itself. A document
@@ -40,6 +44,14 @@ struct WarmingPlan {
   std::int64_t maximumBytes = std::int64_t{100} * 1024 * 1024;
   // What is not there by then is given up and left out. The front page is waited for in any case.
   std::chrono::milliseconds maximumTime = std::chrono::minutes(10);
+
+  // Keeps what is fetched also as a set of this name, in `offlineSets`: the set that there was
+  // stays until all of the next one has been fetched. Every document is asked after then. What the
+  // plan names must be had; of what that leads to, a document that the server does not have (a
+  // status of 400 to 499, but 408, 425 and 429), or that says no-store, is left out and named in
+  // the set. Cards of a `frontPage` that is there already are kept without it.
+  std::shared_ptr<OfflineSets> offlineSets{};
+  std::string keepAs{};
 
   // Makes the address in a document one to request; nothing leaves it out. An empty function takes
   // them as they stand. Called on the warmer's thread.
@@ -58,7 +70,7 @@ struct WarmedDocument {
 
 // What has come of it all.
 struct WarmingSum {
-  enum class End { complete, outOfBytes, outOfTime, cancelled, noFrontPage };
+  enum class End { complete, outOfBytes, outOfTime, cancelled, noFrontPage, notKept };
   End end = End::complete;
   std::size_t fetched = 0;
   std::size_t cachedAlready = 0;
@@ -70,7 +82,14 @@ struct WarmingSum {
   std::vector<URL> lost{};
   std::string reason{};
   std::optional<FailedRequest> failure{};  // with noFrontPage
+  // The set that has been put in place; or why not, a sentence without a full stop. Neither where
+  // none was asked for.
+  std::optional<OfflineSet> set{};
+  std::string setTrouble{};
 };
+
+// What fetches a set anew, as it was fetched before; the rest of the plan is to be filled in.
+PAPERLOOM_EXPORT WarmingPlan refreshPlan(const OfflineSet& set);
 
 // Fills a coordinator's cache with what its reader may open without a network. One document at a
 // time, by the coordinator's warmer, on a thread of its own; its functions belong to the thread
@@ -90,8 +109,8 @@ class PAPERLOOM_EXPORT FrontPageWarmer {
   // Starts, once; a second call does nothing. Each document is warmed once, however often it is
   // named. `completion` is called once, with what there was when it ended.
   void start(WarmingPlan plan, Progress progress, Completion completion);
-  // Gives up what is under way; the completion still comes. May be called on any thread once start()
-  // has returned.
+  // Gives up what is under way; the completion still comes. May be called on any thread once
+  // start() has returned.
   void cancel();
 
  private:

@@ -1,7 +1,6 @@
 #include "paperloom/network/internal/OfflineCopy.h"
 
 namespace paperloom {
-namespace {
 
 // RFC 9110 section 8.3.1: what stands before the parameters is the media type.
 bool isWebPage(const HTTPHeaders& headers) {
@@ -10,6 +9,8 @@ bool isWebPage(const HTTPHeaders& headers) {
   while (type.ends_with(' ') || type.ends_with('\t')) type.remove_suffix(1);
   return equalsIgnoringCase(type, "text/html");
 }
+
+namespace {
 
 // What is decoded loses the field.
 bool isCoded(const HTTPHeaders& headers) { return headers.contains("Content-Encoding"); }

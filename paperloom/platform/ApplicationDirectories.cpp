@@ -18,6 +18,7 @@ struct Choices {
   std::string name = "paperloom";
   std::filesystem::path caches;
   std::filesystem::path settings;
+  std::filesystem::path data;
 };
 
 Guarded<Choices>& choices() {
@@ -88,12 +89,20 @@ void ApplicationDirectories::setSettingsDirectory(std::filesystem::path director
   choose(&Choices::settings, std::move(directory));
 }
 
+void ApplicationDirectories::setDataDirectory(std::filesystem::path directory) {
+  choose(&Choices::data, std::move(directory));
+}
+
 std::filesystem::path ApplicationDirectories::cachesDirectory() {
   return directory(&Choices::caches, "XDG_CACHE_HOME", ".cache");
 }
 
 std::filesystem::path ApplicationDirectories::settingsDirectory() {
   return directory(&Choices::settings, "XDG_CONFIG_HOME", ".config");
+}
+
+std::filesystem::path ApplicationDirectories::dataDirectory() {
+  return directory(&Choices::data, "XDG_DATA_HOME", ".local/share");
 }
 
 }  // namespace paperloom

@@ -59,7 +59,7 @@ class JSONShapeTest : public AccountFixture {
     arguments.insert(arguments.begin(), "--json");
     const auto outcome = reader_.run(arguments, input);
     std::istringstream out(outcome.out);
-    const bool isLines = arguments[1] == "warm";
+    const bool isLines = arguments[1] == "warm" || arguments[1] == "keep";
     int count = 0;
     for (std::string text; std::getline(out, text, isLines ? '\n' : '\0'); ++count) {
       const JSON value = JSON::parse(text, nullptr, false);
@@ -86,6 +86,9 @@ TEST_F(JSONShapeTest, areThoseThatAreWrittenDown) {
   check({"image", "images/gallery-320.png"}, "image");
   check({"check", "config", "-"}, "check", "{\"a\": 1}");
   check({"warm", "config", "nosuch"}, "warm", "", "error");
+  check({"keep", "mine", "articles/storm-edda-live"}, "warm", "", "keep");
+  check({"kept"}, "kept");
+  check({"drop", "mine"}, "drop");
   check({"cache"}, cache);
   check({"cache", "list"}, "cache list");
   check({"cache", "explain", "config"}, "cache explain");

@@ -101,6 +101,38 @@ TEST_F(ReadingTest, whatWasReadIsStillReadWhenTheServiceIsGone) {
       << unread.error;
 }
 
+TEST_F(ReadingTest, whatIsKeptOutlivesTheCacheAndEveryEndOfItsRefresh) {
+  const std::vector<std::string> again = {"keep", "mine"};
+  ASSERT_EQ(reader_.run({"keep", "mine", "articles/gallery-of-small-things"}).status, 0);
+  const auto bytes = [&] {
+    const JSON sets = JSON::parse(reader_.run({"--json", "kept"}).out)["sets"];
+    return sets.size() == 1 && sets[0]["name"] == "mine" && sets[0]["damaged"] == false
+               ? sets[0]["urls"].size()
+               : 0U;
+  };
+  const auto whole = bytes();
+  EXPECT_GT(whole, 1U);
+  int operation = 0;
+  while (reader_.runUntil(again, operation, "kept/")) {
+    EXPECT_EQ(bytes(), whole) << operation;
+    const std::filesystem::directory_iterator files(reader_.folder() / "kept");
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << operation;
+    ++operation;
+  }
+  EXPECT_GT(operation, 4);
+
+  service_->stop();
+  ASSERT_EQ(reader_.run({"cache", "clear"}).status, 0);
+  EXPECT_EQ(reader_.run({"article", "articles/gallery-of-small-things"}).status, 0);
+  const ReaderOutcome failed = reader_.run(again);
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.error.rfind("error: mine is not kept anew, the old one stays: ", 0), 0U);
+  EXPECT_EQ(reader_.run({"drop", "nine"}).error,
+            "error: nothing is kept as nine; did you mean mine?\n");
+  EXPECT_EQ(reader_.run({"drop", "mine"}).status, 0);
+  EXPECT_EQ(reader_.run({"article", "articles/gallery-of-small-things"}).status, 1);
+}
+
 TEST_F(ReadingTest, theFrontPageIsWarmedWithTheImagesThatBelongToIt) {
   service_->setFaults(*sample::FaultPlan::parse("status=/articles/storm-edda-live:500"));
   const ReaderOutcome first = reader_.run({"--json", "warm", "--stream", "--sections", "news"});

@@ -14,6 +14,9 @@ namespace paperloom {
 // where there were some that could be read.
 bool isOfflineCopy(const HTTPURLResponse& answer, const HTTPURLResponse* inPlaceOf = nullptr);
 
+// Whether an answer says that it is one: a captive portal's are.
+bool isWebPage(const HTTPHeaders& headers);
+
 // The copy that a GET of `url` ends at, whatever its freshness, by way of stored redirects as a
 // session follows them. Nothing when a redirect leads to what is not stored.
 std::optional<CachedURLResponse> offlineCopy(const URLCache& cache, const URLRequest& request);
