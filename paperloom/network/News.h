@@ -63,6 +63,7 @@ class News {
 
   using MaximumAge = std::optional<std::chrono::seconds>;
 
+  // DataCoordinatorProtocol::requestAppMetadata().
   Pending<DocumentOrFailure<AppMetadataProtocol>> appMetadata(MaximumAge age = {}) const {
     return pending<AppMetadataProtocol>([c = coordinator_, age](auto success, auto failure) {
       if (!age) return c->requestAppMetadata(std::move(success), std::move(failure));
