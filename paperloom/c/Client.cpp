@@ -1,5 +1,6 @@
 #include "paperloom/c/internal/Client.h"
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -80,6 +81,35 @@ struct ContentRequest {
 
 constexpr auto noURL = "not an http or https URL";
 
+// A request with what the caller says of the copy in the cache, or nothing.
+template <class... Refreshing>
+paperloom_request requestStream(paperloom_client* client, const paperloom_text* sections,
+                                size_t count, paperloom_callback callback, void* userData,
+                                Refreshing... refresh) {
+  ContentRequest request(client, callback, userData);
+  std::vector<std::string> uids;
+  for (size_t i = 0; sections != nullptr && i < count; ++i) {
+    if (auto uid = c::string(sections[i])) uids.push_back(std::move(*uid));
+  }
+  if (!request.isGood(uids.size() == count, "a section is missing")) return 0;
+  client->content.requestStreamForSections(uids, refresh...,
+                                           request.success<StreamProtocol>(&Request::answer),
+                                           request.failed(&Request::answer));
+  return request.started();
+}
+
+template <class... Refreshing>
+paperloom_request requestArticle(paperloom_client* client, paperloom_text url,
+                                 paperloom_callback callback, void* userData,
+                                 Refreshing... refresh) {
+  ContentRequest request(client, callback, userData);
+  const auto address = webURL(url);
+  if (!request.isGood(address.has_value(), noURL)) return 0;
+  return request.started(client->content.requestArticle(
+      *address, refresh..., request.success<ArticleProtocol>(&Request::answerHere),
+      request.failed(&Request::answerHere)));
+}
+
 }  // namespace
 }  // namespace paperloom::c
 
@@ -117,15 +147,15 @@ paperloom_request paperloom_request_app_metadata(paperloom_client* client,
 paperloom_request paperloom_request_stream(paperloom_client* client, const paperloom_text* sections,
                                            size_t count, paperloom_callback callback,
                                            void* user_data) {
-  ContentRequest request(client, callback, user_data);
-  std::vector<std::string> uids;
-  for (size_t i = 0; sections != nullptr && i < count; ++i) {
-    if (auto uid = c::string(sections[i])) uids.push_back(std::move(*uid));
-  }
-  if (!request.isGood(uids.size() == count, "a section is missing")) return 0;
-  client->content.requestStreamForSections(uids, request.success<StreamProtocol>(&Request::answer),
-                                           request.failed(&Request::answer));
-  return request.started();
+  return requestStream(client, sections, count, callback, user_data);
+}
+
+paperloom_request paperloom_request_stream_if_older(paperloom_client* client,
+                                                    const paperloom_text* sections, size_t count,
+                                                    int64_t seconds, paperloom_callback callback,
+                                                    void* user_data) {
+  return requestStream(client, sections, count, callback, user_data,
+                       Refresh::ifOlderThan(std::chrono::seconds(seconds)));
 }
 
 paperloom_request paperloom_request_offline_stream(paperloom_client* client,
@@ -139,12 +169,14 @@ paperloom_request paperloom_request_offline_stream(paperloom_client* client,
 
 paperloom_request paperloom_request_article(paperloom_client* client, paperloom_text url,
                                             paperloom_callback callback, void* user_data) {
-  ContentRequest request(client, callback, user_data);
-  const auto address = webURL(url);
-  if (!request.isGood(address.has_value(), noURL)) return 0;
-  return request.started(client->content.requestArticle(
-      *address, request.success<ArticleProtocol>(&Request::answerHere),
-      request.failed(&Request::answerHere)));
+  return requestArticle(client, url, callback, user_data);
+}
+
+paperloom_request paperloom_request_article_if_older(paperloom_client* client, paperloom_text url,
+                                                     int64_t seconds, paperloom_callback callback,
+                                                     void* user_data) {
+  return requestArticle(client, url, callback, user_data,
+                        Refresh::ifOlderThan(std::chrono::seconds(seconds)));
 }
 
 paperloom_request paperloom_request_image(paperloom_client* client, paperloom_text url,

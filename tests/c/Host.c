@@ -51,7 +51,7 @@ static void empty(struct slot* slots, size_t count) {
 
 void reads_the_sample_paper(const char* url) {
   paperloom_client* client = new_client(url, NULL);
-  struct slot slots[7] = {{0}};
+  struct slot slots[9] = {{0}};
   const paperloom_text sections[] = {paperloom_text_from("news"), paperloom_text_from("sport")};
   paperloom_request_stream(client, sections, 2, take, &slots[0]);
   const paperloom_stream* stream = paperloom_answer_stream(wait_for(&slots[0]));
@@ -73,6 +73,10 @@ void reads_the_sample_paper(const char* url) {
   CHECK(paperloom_answer_fetched_at(slots[6].answer, &fetched_at) && fetched_at > 0);
   CHECK(!paperloom_answer_age(NULL, &age) && !paperloom_answer_fetched_at(slots[0].answer, NULL));
   CHECK(paperloom_time_elapsed_since_last_request() < 60);
+  paperloom_request_article_if_older(client, paperloom_card_url(card), 600, take, &slots[7]);
+  CHECK(paperloom_answer_source(wait_for(&slots[7])) == PAPERLOOM_SOURCE_CACHE);
+  paperloom_request_stream_if_older(client, sections, 2, -1, take, &slots[8]);
+  CHECK(paperloom_answer_source(wait_for(&slots[8])) == PAPERLOOM_SOURCE_REVALIDATED);
 
   const paperloom_rendition* rendition =
       paperloom_asset_rendition_at(paperloom_card_asset(card), 0);
@@ -93,7 +97,7 @@ void reads_the_sample_paper(const char* url) {
   CHECK(paperloom_answer_source(wait_for(&slots[5])) == PAPERLOOM_SOURCE_LIBRARY);
   CHECK(paperloom_stream_section_count(paperloom_answer_stream(slots[5].answer)) > 0);
   paperloom_client_release(client);
-  empty(slots, 7);
+  empty(slots, 9);
 }
 
 /* `url` answers articles with 503 and pictures with 404. */
@@ -109,8 +113,8 @@ void answers_every_request_once(const char* url) {
   const paperloom_text article = paperloom_text_from(there[0]);
   const paperloom_text picture = paperloom_text_from(there[1]);
 
-  struct slot slots[20] = {{0}};
-  enum paperloom_code expected[20];
+  struct slot slots[22] = {{0}};
+  enum paperloom_code expected[22];
   size_t n = 0;
 #define ASK(code, request, ...) \
   expected[n] = code;           \
@@ -127,6 +131,8 @@ void answers_every_request_once(const char* url) {
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_stream, client, &missing, 1);
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_stream, client, NULL, 1);
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_article, client, missing);
+  ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_article_if_older, client, bad, 9);
+  ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_stream_if_older, client, NULL, 1, 9);
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_request_image, client, bad);
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_warm, client, bad, false);
   ASK(PAPERLOOM_INVALID_ARGUMENT, paperloom_login, NULL, 0, article, article);
