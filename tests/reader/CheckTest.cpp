@@ -99,16 +99,18 @@ TEST_F(CheckTest, aFrontPageIsFollowedToItsArticlesAndPictures) {
   const auto link = [](const char* target, int width) {
     return JSON{{"url", target}, {"width", width}, {"height", 400}};
   };
-  const auto card = [](const char* name, JSON renditions) {
-    return JSON{{"headline", "h"},
-                {"qrvId", name},
-                {"url", name},
-                {"cardAsset", {{"type", "image"}, {"renditions", std::move(renditions)}}}};
+  const auto card = [](const char* name, JSON rendition) {
+    return JSON{
+        {"headline", "h"},
+        {"qrvId", name},
+        {"url", name},
+        {"cardAsset", {{"type", "image"}, {"renditions", JSON::array({std::move(rendition)})}}}};
   };
-  page["sections"] = {{{"uid", "coast"},
-                       {"previews",
-                        {card("good", {link("true", 640)}), card("gone", {link("other", 640)}),
-                         card("fine", {link("text", 640)}), card("faulty", {link("true", 641)})}}}};
+  page["sections"] =
+      JSON::array({{{"uid", "coast"},
+                    {"previews",
+                     {card("good", link("true", 640)), card("gone", link("other", 640)),
+                      card("fine", link("text", 640)), card("faulty", link("true", 641))}}}});
   page["sponsoredContent"] = JSON::array();
   page["sectionMetaData"] = JSON::array({page["sectionMetaData"][1]});
   const std::string picture(sample::document("/images/harbour-640.jpg").view());
