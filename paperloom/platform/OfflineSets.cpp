@@ -36,7 +36,7 @@ constexpr std::string_view newEnding = ".new";
 // A name is any text; what is made of it is the name of a file.
 std::string fileNameFor(const std::string& name) {
   std::string text;
-  for (std::uint64_t seed : {0, 1}) {
+  for (const std::uint64_t seed : {0U, 1U}) {
     std::array<char, 16> digits{};
     const auto end =
         std::to_chars(digits.begin(), digits.end(), internal::checksum(name, seed), 16);
