@@ -40,7 +40,7 @@ endmacro()
 set(same_library "libpaperloom${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 # What is loaded late is none of what the binaries name.
 debian_package(library libpaperloom${PROJECT_VERSION_MAJOR} SECTION libs
-  DEPENDS "libcurl4 (>= 7.88), libssl3"
+  DEPENDS "libcurl4 (>= 7.88), libssl3, libbrotli1, libgif7"
   SUMMARY "news for reading applications (shared library)"
   TEXT "Paperloom fetches and models the news, keeps a copy for the time without\na network, and deals with the reader's account. This package holds what\nprograms need to run.")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)  # where there is a library

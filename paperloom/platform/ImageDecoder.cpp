@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "paperloom/platform/Guarded.h"
+#include "paperloom/platform/internal/image/ImageGIF.h"
 #include "paperloom/platform/internal/image/ImageJPEG.h"
 #include "paperloom/platform/internal/image/ImagePNG.h"
 #include "paperloom/platform/internal/image/ImageWebP.h"
@@ -53,6 +54,7 @@ std::shared_ptr<const Image> decodeAny(std::string_view bytes, const internal::I
   if (bytes.starts_with("RIFF") && bytes.substr(0, 12).ends_with("WEBP")) {
     return internal::decodeWebP(bytes, wish);
   }
+  if (bytes.starts_with("GIF8")) return internal::decodeGIF(bytes, wish);
   return nullptr;
 }
 

@@ -163,7 +163,7 @@ TEST_F(CoordinatorsTest, eachRequestIsTheseBytes) {
   };
   const std::string origin = "Host: " + server.url("").absoluteString().substr(7) + "\r\n";
   const std::string agent =
-      std::string("Accept-Encoding: gzip, deflate\r\nUser-Agent: paperloom/") +
+      std::string("Accept-Encoding: gzip, deflate, br\r\nUser-Agent: paperloom/") +
       reinterpret_cast<const char*>(PaperloomVersionString) + "\r\n";
   for (const auto& row : rows) {
     row.call();

@@ -30,6 +30,7 @@ const std::pair<const char*, std::array<int, 4>> samples[] = {
     {"rgba.png", {1, 2, 3, 77}},         {"grey.png", {90, 90, 90, 255}},
     {"palette.png", {10, 200, 30, 255}}, {"deep.png", {255, 0, 255, 255}},
     {"lossy.webp", {200, 100, 50, 255}}, {"lossless.webp", {1, 2, 3, 77}},
+    {"palette.gif", {10, 200, 30, 255}}, {"animation.gif", {90, 90, 90, 255}},
 };
 
 TEST(ImageTest, everyFormatAndColourModelBecomesRedGreenBlueAlpha) {
@@ -132,7 +133,7 @@ TEST(ImageTest, scalingMixesColoursByTheirOpacity) {
       return StandardImageDecoder().decode(bytes);
     }
   };
-  for (const char* name : {"half-clear.png", "half-clear.webp"}) {
+  for (const char* name : {"half-clear.png", "half-clear.webp", "half-clear.gif"}) {
     const std::string file = picture(name);
     const auto image = StandardImageDecoder().decodeToFit(file, {1, 1});
     ASSERT_TRUE(image);
@@ -143,6 +144,17 @@ TEST(ImageTest, scalingMixesColoursByTheirOpacity) {
     ASSERT_TRUE(scaledAfterwards);
     EXPECT_EQ(scaledAfterwards->width() * scaledAfterwards->height(), 1);
     EXPECT_NEAR(scaledAfterwards->pixels()[0], 255, 2);
+  }
+}
+
+TEST(ImageTest, aFrameThatReachesBeyondTheCanvasIsShownAsFarAsItLiesThere) {
+  const auto image = StandardImageDecoder().decode(picture("beyond.gif"));  // from (2, 1) on
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->width() * image->height(), 16);
+  for (std::size_t i = 0; i < 16; ++i) {
+    const bool isShown = i / 4 >= 1 && i % 4 >= 2;
+    EXPECT_EQ(image->pixels()[i * 4 + 3], isShown ? 255 : 0) << i;
+    EXPECT_EQ(image->pixels()[i * 4], isShown ? 10 * (i / 4 - 1) : 0) << i;  // a red for each row
   }
 }
 

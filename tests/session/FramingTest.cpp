@@ -1,3 +1,4 @@
+#include <brotli/encode.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <zlib.h>
@@ -30,6 +31,16 @@ std::string compressed(std::string_view text, int windowBits) {
   return out;
 }
 std::string gzipped(std::string_view text) { return compressed(text, 31); }
+
+std::string brotliOf(std::string_view text) {
+  std::size_t size = BrotliEncoderMaxCompressedSize(text.size());
+  std::string out(size, '\0');
+  BrotliEncoderCompress(BROTLI_DEFAULT_QUALITY, BROTLI_DEFAULT_WINDOW, BROTLI_MODE_GENERIC,
+                        text.size(), reinterpret_cast<const std::uint8_t*>(text.data()), &size,
+                        reinterpret_cast<std::uint8_t*>(out.data()));
+  out.resize(size);
+  return out;
+}
 
 std::string head(std::string_view fields, std::string_view status = "200 OK") {
   return "HTTP/1.1 " + std::string(status) + "\r\n" + std::string(fields) + "\r\n";
@@ -194,7 +205,7 @@ TEST(FramingTest, fieldsAreHandedOverInOrderWithoutTrailersAndWithoutTheCoding) 
   EXPECT_EQ(decoded.metrics.countOfBytesReceived, static_cast<std::int64_t>(body.size()));
 }
 
-TEST(CodingTest, gzipAndDeflateAreDecodedAndNothingElse) {
+TEST(CodingTest, gzipDeflateAndBrotliAreDecodedAndNothingElse) {
   const auto coded = [](const char* name, std::string_view body) {
     return withLength("Content-Encoding: " + std::string(name) + "\r\n", body);
   };
@@ -217,7 +228,11 @@ TEST(CodingTest, gzipAndDeflateAreDecodedAndNothingElse) {
       {"wrong check sum", coded("gzip", flipped), 200, broken},
       {"garbage after the end", coded("gzip", gzip + "garbage"), 200, broken},
       {"not gzip", coded("gzip", "plain text"), 200, broken},
-      good("a coding not known here", coded("br", "abc"), "abc"),
+      good("brotli", coded("br", brotliOf(text)), text),
+      good("a coding not known here", coded("zstd", "abc"), "abc"),
+      {"garbage after the end of brotli", coded("br", brotliOf(text) + "x"), 200, broken},
+      {"brotli after brotli", coded("br", brotliOf("a") + brotliOf("b")), 200, broken},
+      {"not brotli", coded("br", "\xff\xff\xff"), 200, broken},
       {"two codings", coded("gzip, gzip", gzipped(gzip)), 200, broken},
   });
 }
@@ -262,7 +277,8 @@ TEST(CodingTest, aBodyCutAnywhereIsAnErrorAndNeverPassesAsWhole) {
   const Coded codings[] = {{"", std::string(text)},
                            {"Content-Encoding: gzip\r\n", gzipped(text)},
                            {"Content-Encoding: deflate\r\n", compressed(text, 15)},
-                           {"Content-Encoding: deflate\r\n", compressed(text, -15)}};
+                           {"Content-Encoding: deflate\r\n", compressed(text, -15)},
+                           {"Content-Encoding: br\r\n", brotliOf(text)}};
   std::mutex mutex;
   std::string bytes;
   ScriptedServer server([&](const ScriptedServer::Request&) {
@@ -311,6 +327,7 @@ TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
   };
   const auto error = Code::dataLengthExceedsMaximum;
   const std::string gzip = "Content-Encoding: gzip\r\n";
+  const std::string brotli = "Content-Encoding: br\r\n";
   expectAll(
       {
           good("at the limit", withLength("", limitSized), limitSized),
@@ -322,6 +339,10 @@ TEST(CodingTest, bodiesEndAtTheLimitWhateverTheirFramingOrRatio) {
           {"coded", withLength(gzip, gzipped(tooLarge)), 200, error},
           {"coded a thousand times smaller", withLength(gzip, bomb), 200, error},
           good("an eighth and 64 KB more on the way", withLength(gzip, members(59'526)), ""),
+          good("brotli at the limit", withLength(brotli, brotliOf(limitSized)), limitSized),
+          {"brotli", withLength(brotli, brotliOf(tooLarge)), 200, error},
+          {"brotli a thousand times smaller",
+           withLength(brotli, brotliOf(std::string(64 * 1024 * 1024, '\0'))), 200, error},
           {"more on the way", withLength(gzip, members(59'527)), 200, error},
       },
       {.maximumBodySize = 1'000'000});
@@ -361,14 +382,14 @@ TEST(CodingTest, whatTheCallerNamesComesAsItIsUnlessItIsKnown) {
     if (request.target == "/gzip") return answer(gzipped("abc"), "Content-Encoding: gzip\r\n");
     return answer("\x0b\x01", "Content-Encoding: zstd, gzip\r\n");
   });
-  URLRequest request(server.url("/br"));
-  request.headers.add("Accept-Encoding", "br, gzip");
+  URLRequest request(server.url("/zstd"));
+  request.headers.add("Accept-Encoding", "zstd, gzip");
   const Answer raw = fetch(session, request);
   EXPECT_EQ(raw.body(), "\x0b\x01");
   EXPECT_TRUE(raw.response && raw.response->headers.contains("Content-Encoding"));
   request.url = server.url("/gzip");
   EXPECT_EQ(fetch(session, request).body(), "abc");
-  EXPECT_EQ(server.requests().back().field("Accept-Encoding"), "br, gzip");
+  EXPECT_EQ(server.requests().back().field("Accept-Encoding"), "zstd, gzip");
 }
 
 }  // namespace

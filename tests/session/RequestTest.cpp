@@ -94,7 +94,7 @@ TEST(RequestTest, methodFieldsAndBodyGoOutAsTheyStandAndFramingIsTheSessionsOwn)
   EXPECT_NE(sent[0].head.find("\r\nTag: a\r\nTag: b\tc\r\nEmpty:"), std::string::npos);
   EXPECT_EQ(sent[0].head.find("Expect"), std::string::npos);
   EXPECT_EQ(sent[0].head.find("Content-Type"), std::string::npos);
-  EXPECT_EQ(sent[0].field("Accept-Encoding"), "gzip, deflate");
+  EXPECT_EQ(sent[0].field("Accept-Encoding"), "gzip, deflate, br");
   EXPECT_EQ(sent[1].head.find("Content-Length"), std::string::npos);
   EXPECT_EQ(sent[2].field("Content-Length"), "0");
   EXPECT_EQ(sent[3].field("Accept-Encoding"), "identity");

@@ -1,5 +1,6 @@
 #include "paperloom/platform/internal/http/ContentDecoder.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "paperloom/platform/internal/http/HTTPFieldSyntax.h"
@@ -27,6 +28,7 @@ std::optional<ContentCoding> contentCoding(const HTTPHeaders& fields) {
     return ContentCoding::gzip;
   }
   if (equalsIgnoringCase(name, "deflate")) return ContentCoding::deflate;
+  if (equalsIgnoringCase(name, "br")) return ContentCoding::brotli;
   return std::nullopt;
 }
 
@@ -34,6 +36,7 @@ ContentDecoder::ContentDecoder(ContentCoding coding) : coding_(coding) {}
 
 ContentDecoder::~ContentDecoder() {
   if (open_) inflateEnd(&stream_);
+  if (brotli_ != nullptr) BrotliDecoderDestroyInstance(brotli_);
 }
 
 // RFC 9110 section 8.4.1.2 means a zlib stream by deflate; many servers send a bare one.
@@ -50,6 +53,7 @@ ContentDecoder::Status ContentDecoder::decode(std::string_view bytes, BodyBuffer
   if (coding_ == ContentCoding::identity) {
     return out.append(bytes) ? Status::ok : Status::tooLarge;
   }
+  if (coding_ == ContentCoding::brotli) return decompressBrotli(bytes, out);
   if (open_) return inflateAll(bytes, out);
   head_.append(bytes);
   if (head_.size() < 2) return Status::ok;
@@ -83,6 +87,24 @@ ContentDecoder::Status ContentDecoder::inflateAll(std::string_view bytes, BodyBu
     if (result == Z_BUF_ERROR) break;
   } while (stream_.avail_in > 0 || (stream_.avail_out == 0 && !ended_));
   return Status::ok;
+}
+
+ContentDecoder::Status ContentDecoder::decompressBrotli(std::string_view bytes, BodyBuffer& out) {
+  if (brotli_ == nullptr) brotli_ = BrotliDecoderCreateInstance(nullptr, nullptr, nullptr);
+  if (brotli_ == nullptr || ended_) return Status::malformed;
+  const auto* input = reinterpret_cast<const std::uint8_t*>(bytes.data());
+  std::size_t left = bytes.size();
+  for (;;) {
+    auto* output = reinterpret_cast<std::uint8_t*>(buffer_.data());
+    std::size_t room = buffer_.size();
+    const auto result =
+        BrotliDecoderDecompressStream(brotli_, &left, &input, &room, &output, nullptr);
+    if (result == BROTLI_DECODER_RESULT_ERROR) return Status::malformed;
+    if (!out.append({buffer_.data(), buffer_.size() - room})) return Status::tooLarge;
+    if (result == BROTLI_DECODER_RESULT_NEEDS_MORE_INPUT) return Status::ok;
+    ended_ = result == BROTLI_DECODER_RESULT_SUCCESS;
+    if (ended_) return left == 0 ? Status::ok : Status::malformed;
+  }
 }
 
 }  // namespace paperloom::internal

@@ -116,7 +116,7 @@ HTTPHeaders fieldsToSend(const URLRequest& request) {
   }
   if (!sent.contains("Accept-Encoding")) {
     // The ranges of an encoded body could not be put together or decoded.
-    sent.add("Accept-Encoding", sent.contains("Range") ? "identity" : "gzip, deflate");
+    sent.add("Accept-Encoding", sent.contains("Range") ? "identity" : "gzip, deflate, br");
   }
   if (!sent.contains("User-Agent")) {
     sent.add("User-Agent", "paperloom/" PAPERLOOM_VERSION);
