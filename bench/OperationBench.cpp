@@ -213,6 +213,6 @@ int main(int argc, char** argv) {
   printRatio("asynchronous-operation/plain", times.of("operationQueue<AnsweredOperation>"), plain,
              "for information");
   printRatio("login/bare-post", times.of("login/service"), times.of("barePost/service"), "<= 1.5");
-  printRatio("login/bare-post-instant-server",
-             times.of("login/instant"), times.of("barePost/instant"), "for information");
+  printRatio("login/bare-post-instant-server", times.of("login/instant"),
+             times.of("barePost/instant"), "for information");
 }

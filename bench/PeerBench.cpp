@@ -122,8 +122,8 @@ void run() {
   if (std::size(peers) < 3) {
     std::printf("no comparison with every peer: it needs qt6-base-dev and libsoup-3.0-dev\n");
   }
-  printRatio("store/own-transfer-8-in-flight",
-             times.own("store"), times.own("transfer-8-in-flight"), "<= 1.5");
+  printRatio("store/own-transfer-8-in-flight", times.own("store"),
+             times.own("transfer-8-in-flight"), "<= 1.5");
   times.ratiosToPeers("store", "<= 0.5");
   times.ratiosToPeers("hit-memory", "<= 0.3");
   times.ratiosToPeers("hit-disk", "<= 0.5");

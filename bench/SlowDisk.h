@@ -70,8 +70,8 @@ inline void SlowDisk::install() {
     const int code = below().xOpen(&below(), name, file, flags, out);
     if (code != SQLITE_OK) return code;
     const bool isDatabase = (flags & SQLITE_OPEN_MAIN_DB) != 0;
-    file->pMethods = isDatabase ? slow<Kind::database>(file->pMethods)
-                                : slow<Kind::beside>(file->pMethods);
+    file->pMethods =
+        isDatabase ? slow<Kind::database>(file->pMethods) : slow<Kind::beside>(file->pMethods);
     return code;
   };
   sqlite3_vfs_register(&files, 1);

@@ -112,9 +112,8 @@ Calls makeCalls(const LoopbackServer& server, bool isSlow) {
   if (isSlow) slow.emplace(delay);
   Calls all;
   const URL root = *URL::parse(server.url());
-  const auto manager = all.time([&] {
-    return std::make_shared<ContentSessionManager>(cacheIn(folder));
-  });
+  const auto manager =
+      all.time([&] { return std::make_shared<ContentSessionManager>(cacheIn(folder)); });
   const auto coordinator =
       all.time([&] { return std::make_unique<DataCoordinator>(manager, dates); });
   for (int i = 0; all.count() < calls; ++i) {

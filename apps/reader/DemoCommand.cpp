@@ -5,8 +5,8 @@
 #include "apps/reader/Identity.h"
 #include "apps/reader/IdentityWords.h"
 #include "apps/reader/Printing.h"
-#include "paperloom/model/Renditions.h"
 #include "apps/reader/Warming.h"
+#include "paperloom/model/Renditions.h"
 #include "paperloom/testing/SampleAccounts.h"
 
 namespace paperloom::reader {

@@ -2,10 +2,10 @@
 
 #include <vector>
 
-#include "paperloom/network/ProvenanceWords.h"
 #include "apps/reader/Output.h"
 #include "paperloom/model/AppMetadata.h"
 #include "paperloom/model/Stream.h"
+#include "paperloom/network/ProvenanceWords.h"
 
 namespace paperloom::reader {
 

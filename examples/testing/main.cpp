@@ -66,11 +66,10 @@ void theSampleServiceMisbehavesAndItsTokensRunOut() {
                    AuthenticationLoginCredentialType::emailAndPassword, done);
   });
   const auto entitlement = [&] {
-    return test::captured<RequestResult<Entitlement>>(
-               [&](auto done) {
-                 identity.checkEntitlement(
-                     std::get<request::Success<Authorisation>>(login).item->accessToken(), done);
-               })
+    return test::captured<RequestResult<Entitlement>>([&](auto done) {
+             identity.checkEntitlement(
+                 std::get<request::Success<Authorisation>>(login).item->accessToken(), done);
+           })
         .index();
   };
   check(entitlement() == 0, "the premium account may read");
@@ -112,8 +111,8 @@ void documentsAreReady() {
 
 void serversSayWhatTheyAreTold() {
   const test::TemporaryFolder folder;
-  test::ScriptedServer cut({test::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"),
-                            test::closeConnection()});
+  test::ScriptedServer cut(
+      {test::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), test::closeConnection()});
   test::TLSServer secure({.answer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody"});
   secure.writeAuthority(folder.path() / "authority.pem");
   URLSessionConfiguration trusting;
@@ -121,9 +120,12 @@ void serversSayWhatTheyAreTold() {
   URLSession session(trusting);
   const auto body = [&](const URL& url) {
     return test::captured<std::string>([&](auto done) {
-      session.dataTask(URLRequest(url), [done](const auto& data, const auto&, const auto&) {
-        done(data ? std::string(data->view()) : "nothing");
-      })->resume();
+      session
+          .dataTask(URLRequest(url),
+                    [done](const auto& data, const auto&, const auto&) {
+                      done(data ? std::string(data->view()) : "nothing");
+                    })
+          ->resume();
     });
   };
   check(body(cut.url()) == "nothing", "a cut body is none");

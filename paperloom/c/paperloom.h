@@ -261,8 +261,8 @@ paperloom_request paperloom_request_article(paperloom_client* client, paperloom_
 paperloom_request paperloom_request_image(paperloom_client* client, paperloom_text url,
                                           paperloom_callback callback, void* user_data);
 /* The front page, and an article, for which a copy that was fetched or confirmed no more than
- * `seconds` ago will do: it is the answer then, without traffic. An older one is asked after, however
- * fresh it calls itself. */
+ * `seconds` ago will do: it is the answer then, without traffic. An older one is asked after,
+ * however fresh it calls itself. */
 paperloom_request paperloom_request_stream_if_older(paperloom_client* client,
                                                     const paperloom_text* sections, size_t count,
                                                     int64_t seconds, paperloom_callback callback,

@@ -21,10 +21,10 @@ class PAPERLOOM_EXPORT ApplicationDirectories {
   static void setSettingsDirectory(std::filesystem::path directory);
   static void setDataDirectory(std::filesystem::path directory);
 
-  // Below XDG_CACHE_HOME (~/.cache), XDG_CONFIG_HOME (~/.config) and XDG_DATA_HOME (~/.local/share);
-  // a relative path in these variables is ignored, as the XDG base directory rules ask. Absolute;
-  // created for its owner alone (0700) when missing. That it exists is not promised: the disk may be full. Empty when the
-  // user has no home.
+  // Below XDG_CACHE_HOME (~/.cache), XDG_CONFIG_HOME (~/.config) and XDG_DATA_HOME
+  // (~/.local/share); a relative path in these variables is ignored, as the XDG base directory
+  // rules ask. Absolute; created for its owner alone (0700) when missing. That it exists is not
+  // promised: the disk may be full. Empty when the user has no home.
   static std::filesystem::path cachesDirectory();
   static std::filesystem::path settingsDirectory();
   static std::filesystem::path dataDirectory();

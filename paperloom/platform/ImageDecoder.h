@@ -30,8 +30,8 @@ class PAPERLOOM_EXPORT ImageDecoder {
   static void setCurrent(std::shared_ptr<const ImageDecoder> decoder);
 };
 
-// Reads JPEG, PNG, WebP and GIF, told apart by their first bytes, and refuses truncated files; of an
-// animation it gives the first frame. The picture is turned upright by its orientation tag (Exif
+// Reads JPEG, PNG, WebP and GIF, told apart by their first bytes, and refuses truncated files; of
+// an animation it gives the first frame. The picture is turned upright by its orientation tag (Exif
 // 0x0112, in PNG its eXIf chunk), and a damaged tag is ignored. Colours are taken as they stand: no
 // colour profile is applied. Scaling happens on the way, so that it needs the memory of the result,
 // but for pictures that come in passes.

@@ -72,9 +72,9 @@ class PAPERLOOM_EXPORT URLCache {
   // Removes every variant stored for the request's URL.
   void removeCachedResponse(const URLRequest& request);
 
-  // Both of these in order: a response to be kept, or without one what is kept for the request to be
-  // removed. Much cheaper than one by one, for they share their transactions: what has been applied
-  // when it returns survives the end of the process.
+  // Both of these in order: a response to be kept, or without one what is kept for the request to
+  // be removed. Much cheaper than one by one, for they share their transactions: what has been
+  // applied when it returns survives the end of the process.
   struct Change {
     URLRequest request;
     std::optional<CachedURLResponse> response;

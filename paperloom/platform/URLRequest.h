@@ -32,21 +32,21 @@ struct URLRequest {
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::useProtocolCachePolicy;
   // With useProtocolCachePolicy, what counts in place of the freshness that the server gives its
   // answers: a stored copy that was fetched or confirmed no longer ago is the answer, and an older
-  // one is asked after. Errors are always asked after, and so is what an account was told (a request
-  // with Authorization) once it is stale.
+  // one is asked after. Errors are always asked after, and so is what an account was told (a
+  // request with Authorization) once it is stale.
   std::optional<std::chrono::seconds> refreshIfOlderThan;
   bool followsRedirects = true;  // false hands the redirect answer itself to the caller
   // Hands a redirect to another scheme, host or port to the caller: for requests whose answer
   // counts only from the origin that they were meant for.
   bool staysAtOrigin = false;
-  // Sends nothing where an equal request of the session is under way, but takes its answer: one with
-  // the same URL, fragment included, the same header fields, and the same of everything else here;
-  // for GET without a body. Each task keeps its own completion, filter, preparation, progress and
-  // cancellation; the request ends early when all have cancelled, and has the highest of their
+  // Sends nothing where an equal request of the session is under way, but takes its answer: one
+  // with the same URL, fragment included, the same header fields, and the same of everything else
+  // here; for GET without a body. Each task keeps its own completion, filter, preparation, progress
+  // and cancellation; the request ends early when all have cancelled, and has the highest of their
   // priorities. Of an answer from the server that no cache may keep (RFC 9111 section 3: no-store,
-  // 206, a status without a lifetime and the like), or that varies on *, only the first has the use:
-  // the others are sent then, each for itself. An answer out of the cache, and a failure to get
-  // any, are everybody's.
+  // 206, a status without a lifetime and the like), or that varies on *, only the first has the
+  // use: the others are sent then, each for itself. An answer out of the cache, and a failure to
+  // get any, are everybody's.
   bool sharesAnswer = false;
 };
 

@@ -90,7 +90,8 @@ std::shared_ptr<URLSessionTask> AnsweringSessionManager::getData(const URL& url,
   return perform(url, [answer = std::move(answer), parser = std::move(parser),
                        completion = std::move(completion)] {
     const auto* document = std::get_if<Document>(&answer);
-    if (document == nullptr) return completion(tl::unexpected(std::get<PaperloomError>(answer)), {});
+    if (document == nullptr)
+      return completion(tl::unexpected(std::get<PaperloomError>(answer)), {});
     auto parsed = parser(document->data);
     if (!parsed) {
       completion(tl::unexpected(asPaperloomError(std::move(parsed.error()))), document->provenance);

@@ -26,8 +26,8 @@ struct Step {
 };
 using Script = std::vector<Step>;
 
-// The steps, made on any thread. These send bytes as they are, wait, and end the connection in order
-// or by a reset.
+// The steps, made on any thread. These send bytes as they are, wait, and end the connection in
+// order or by a reset.
 Step send(std::string bytes);
 Step wait(std::chrono::milliseconds pause);
 Step closeConnection();

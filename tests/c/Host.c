@@ -1,8 +1,8 @@
 #include "tests/c/Host.h"
 
 #include <poll.h>
-#include <stdio.h>
 #include <stddef.h>
+#include <stdio.h>
 #include <string.h>
 
 void take(void* user_data, const paperloom_answer* answer) {

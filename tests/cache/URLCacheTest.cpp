@@ -273,7 +273,8 @@ TEST_F(URLCacheTest, whatIsToldAtOnceIsWhatTheFileHolds) {
   URLCache other(megabyte, 10 * megabyte, path_);
   other.storeCachedResponse(answer("newer"), request(fresh));
   other.storeCachedResponse(answer("others"), request(never));
-  cache.storeCachedResponse(answer("old"), request(old));  // which says nothing of the others' writes
+  cache.storeCachedResponse(answer("old"),
+                            request(old));  // which says nothing of the others' writes
   EXPECT_NE(toldAtOnce(cache, never), "(none)");
   EXPECT_EQ(told(fresh), "(unknown)");
   EXPECT_EQ(told(never), "(unknown)");

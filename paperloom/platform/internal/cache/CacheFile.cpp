@@ -26,8 +26,8 @@ constexpr std::array<SchemaObject, 4> schema{{
 }};
 constexpr SQLiteFormat format{.application = 0x504C4343, .version = 2, .schema = schema};
 
-// A new file has nothing to lose in a power cut: made without syncs, it is damaged then, and is made
-// again.
+// A new file has nothing to lose in a power cut: made without syncs, it is damaged then, and is
+// made again.
 SQLiteStatus configure(SQLiteDatabase& database, Examined examined) {
   const bool isNew = examined == Examined::empty;
   if (isNew) TRY(database.execute("PRAGMA page_size=2048; PRAGMA synchronous=OFF"));

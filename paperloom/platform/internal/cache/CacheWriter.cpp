@@ -307,7 +307,8 @@ SQLiteStatus CacheWriter::recount() {
   return {};
 }
 
-// A row id for one more variant, once those that fit are gone; when all are taken, the least recently used one makes room.
+// A row id for one more variant, once those that fit are gone; when all are taken, the least
+// recently used one makes room.
 SQLiteResult<std::int64_t> CacheWriter::freeId(const CacheKey& key, const Variants& variants) {
   if (!variants.fitting.empty()) return variants.fitting.front();
   std::int64_t id = key.firstId;

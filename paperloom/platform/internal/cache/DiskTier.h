@@ -17,7 +17,8 @@ class MemoryTier;
 // what is outdated. Safe from any thread; no call waits for locks beyond its deadline. What fails
 // is a miss, and what should have been replaced or removed is not served any more.
 //
-// - It has no lock of its own. A change enters the connection's write gate and stays in it until the
+// - It has no lock of its own. A change enters the connection's write gate and stays in it until
+// the
 //   memories have been told, so that they hear of changes in the order in which the file has them;
 //   the ledger's lock and the memories' are taken within, in this order, for moments.
 // - A look-up holds only the read gate, and so may see the file before a change that is under way;

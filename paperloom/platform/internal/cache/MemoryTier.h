@@ -24,9 +24,9 @@ namespace paperloom::internal {
 // - Of two that store and remove the same URL, the one whose change the file has later comes here
 //   later: the disk tier brings changes while it holds the write gate.
 // - What is here must not outlive what others do to the file. A generation stands for everything
-//   that others had done when the contents were known to be current: a newer one empties the memory.
-//   A copy that was read from the file comes with a ticket from before the reading, and is taken
-//   only if nothing has happened to its URL, or to one in the same slot, since.
+//   that others had done when the contents were known to be current: a newer one empties the
+//   memory. A copy that was read from the file comes with a ticket from before the reading, and is
+//   taken only if nothing has happened to its URL, or to one in the same slot, since.
 // - A crash loses what is here and nothing else.
 class MemoryTier {
  public:

@@ -103,7 +103,8 @@ DiskTier::Change URLCacheStore::changeFor(Prepared& prepared, URLCache::Change& 
               memory_.removeMatching(prepared.key, prepared.matcher);
             }};
   }
-  CacheEntry& entry = prepared.entry.emplace(CacheEntry{std::move(*vary), *std::move(change.response), 0, 0});
+  CacheEntry& entry =
+      prepared.entry.emplace(CacheEntry{std::move(*vary), *std::move(change.response), 0, 0});
   entry.size = static_cast<std::int64_t>(encodedHeadSize(prepared.key, entry.vary, entry.response) +
                                          entry.response.data.size());
   const bool fitsDisk = entry.size <= diskCapacity_ / 20;

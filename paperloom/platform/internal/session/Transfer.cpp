@@ -327,8 +327,8 @@ bool Transfer::isMultiplexed() const {
   return version >= CURL_HTTP_VERSION_2_0;
 }
 
-// Without length, chunks and coding the end may be a cut: of the connection, or of an HTTP/2 stream,
-// which RST_STREAM(NO_ERROR) ends with every sign of a proper end.
+// Without length, chunks and coding the end may be a cut: of the connection, or of an HTTP/2
+// stream, which RST_STREAM(NO_ERROR) ends with every sign of a proper end.
 bool Transfer::bodyIsWhole() const {
   return !body_ || !framing_.endsWithConnection || body_->isCoded();
 }
