@@ -32,6 +32,7 @@ TEST(VaryKeyTest, fitsTheRequestsThatSayTheSameInTheFieldsThatVaryNames) {
       {"A", {{"A", "\"1,2\""}}, {{"A", "\"1, 2\""}}, false},
       {"A, B", {{"A", "12"}, {"B", "3"}}, {{"A", "1"}, {"B", "23"}}, false},
       {"A, B", {{"A", "1"}}, {{"B", "1"}}, false},
+      {"A, B", {{"A", "1, 2"}, {"B", "3"}}, {{"A", "1"}, {"B", "2, 3"}}, false},
       {"Accept-Language",
        {{"Accept-Language", "de, en;q=0.5"}},
        {{"Accept-Language", "EN; q=0.5,DE"}},
