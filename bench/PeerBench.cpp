@@ -67,7 +67,7 @@ class Times {
       if (who != "own" && (fastest.empty() || time < times.at(fastest))) fastest = who;
     }
     for (const auto& [who, time] : times) {
-      if (who == "own" || who == fastest) continue;
+      if (who == "own") continue;
       printRatio((what + "/" + who).c_str(), own(what), time, "for information");
     }
     if (fastest.empty()) return;
