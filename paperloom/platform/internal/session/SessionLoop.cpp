@@ -63,7 +63,7 @@ void SessionLoop::obey(Posted posted) {
   if (posted.command == Command::start) {
     const bool mayShare =
         posted.task->request.sharesAnswer && posted.task->state != State::canceling;
-    Entry* const equal = mayShare ? equalOf(posted.task->request) : nullptr;
+    Entry* const equal = mayShare ? equalOf(*posted.task) : nullptr;
     if (equal != nullptr) return follow(*equal, std::move(posted.task));
     Exchange exchange(posted.task->request, configuration_);
     return start(std::move(posted.task), std::move(exchange),
@@ -83,12 +83,14 @@ void SessionLoop::obey(Posted posted) {
   }
 }
 
-SessionLoop::Entry* SessionLoop::equalOf(const URLRequest& request) {
+SessionLoop::Entry* SessionLoop::equalOf(const TaskCore& task) {
+  const URLRequest& request = task.request;
   if (request.method != "GET" || request.body) return nullptr;
   const auto [first, last] = shared_.equal_range(request.url.absoluteString());
   const auto found = std::find_if(first, last, [&](const auto& one) {
     const URLRequest& other = one.second->task->request;
-    return other.method == request.method && !other.body && other.headers == request.headers &&
+    return one.second->task->maximumBodySize == task.maximumBodySize &&
+           other.method == request.method && !other.body && other.headers == request.headers &&
            other.cachePolicy == request.cachePolicy &&
            other.refreshIfOlderThan == request.refreshIfOlderThan &&
            other.followsRedirects == request.followsRedirects &&

@@ -90,7 +90,7 @@ class SessionLoop {
 
   void start(std::shared_ptr<TaskCore> task, Exchange exchange, Purpose purpose);
   // The entry whose answer is the request's, too; null when there is none.
-  Entry* equalOf(const URLRequest& request);
+  Entry* equalOf(const TaskCore& task);
   void follow(Entry& entry, std::shared_ptr<TaskCore> task);
   void leave(Entry& entry, std::shared_ptr<TaskCore> task);
   Entry* entryOf(TaskCore* task);
